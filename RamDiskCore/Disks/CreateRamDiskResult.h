@@ -1,0 +1,41 @@
+#pragma once
+
+#include "RamDiskCore/Validation/ValidationIssue.h"
+#include "RamDiskCore/Values/RamDisk.h"
+
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+namespace ramdisk {
+
+/// Something to tell about a disk that was made all the same.
+struct CreationWarning {
+    struct Validation {
+        /// Its severity is `warning`.
+        ValidationIssue issue;
+        friend bool operator==(const Validation&, const Validation&) = default;
+    };
+    struct IndexingNotDisabled {
+        std::string reason;
+        friend bool operator==(const IndexingNotDisabled&, const IndexingNotDisabled&) = default;
+    };
+
+    std::variant<Validation, IndexingNotDisabled> value;
+
+    /// The name of the case as scripts read it.
+    [[nodiscard]] std::string_view caseName() const noexcept;
+
+    friend bool operator==(const CreationWarning&, const CreationWarning&) = default;
+};
+
+struct CreateRamDiskResult {
+    RamDisk ramDisk;
+    /// Those of validation first, in report order.
+    std::vector<CreationWarning> warnings;
+
+    friend bool operator==(const CreateRamDiskResult&, const CreateRamDiskResult&) = default;
+};
+
+} // namespace ramdisk

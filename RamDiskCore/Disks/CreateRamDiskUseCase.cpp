@@ -1,0 +1,81 @@
+#include "RamDiskCore/Disks/CreateRamDiskUseCase.h"
+
+#include "RamDiskCore/Values/RamDiskError.h"
+#include "RamDiskCore/Values/Text.h"
+
+#include <algorithm>
+#include <iterator>
+
+namespace ramdisk {
+
+CreateRamDiskUseCase::CreateRamDiskUseCase(Ports ports) : ports_(std::move(ports)) {}
+
+CreateRamDiskResult CreateRamDiskUseCase::execute(RamDiskSpecification specification) {
+    auto warnings = requireValid(specification);
+    VolumeProtection protection;
+    if (specification.isEncrypted) {
+        protection.value = VolumeProtection::Encrypted{ports_.passphrases->generate()};
+    }
+    const auto device = ports_.allocator->allocate(specification.size);
+    try {
+        return fill(device, specification, protection, std::move(warnings));
+    } catch (...) {
+        try {
+            ports_.allocator->release(device, Force::yes);
+        } catch (...) { // NOLINT(bugprone-empty-catch)
+            // The step's own error is what the user must see; the next listing retries this clean-up.
+        }
+        throw;
+    }
+}
+
+CreateRamDiskUseCase::Plan CreateRamDiskUseCase::plan(RamDiskSpecification specification) const {
+    Plan plan{requireValid(specification), {}};
+    auto append = [&steps = plan.steps](std::vector<std::string> more) {
+        std::move(more.begin(), more.end(), std::back_inserter(steps));
+    };
+    append(ports_.allocator->plan(specification.size));
+    append(ports_.formatter->plan(specification));
+    if (!specification.isIndexingEnabled) {
+        append(ports_.indexing->plan(SearchIndexing::off));
+    }
+    return plan;
+}
+
+std::vector<CreationWarning> CreateRamDiskUseCase::requireValid(RamDiskSpecification& specification) const {
+    specification.name = std::string(trimmed(specification.name));
+    const auto report = ports_.validator.validate(specification, ports_.contextProvider.current());
+    if (!report.isValid()) {
+        throw RamDiskError(RamDiskError::InvalidSpecification{report.errors()});
+    }
+    ports_.formatter->requireSupport(specification);
+    std::vector<CreationWarning> warnings;
+    for (const auto& issue : report.warnings()) {
+        warnings.push_back({CreationWarning::Validation{issue}});
+    }
+    return warnings;
+}
+
+CreateRamDiskResult CreateRamDiskUseCase::fill(const DeviceIdentifier& device,
+                                               const RamDiskSpecification& specification,
+                                               const VolumeProtection& protection,
+                                               std::vector<CreationWarning> warnings) {
+    const auto volume = ports_.formatter->format(device, specification, protection);
+    if (!specification.isIndexingEnabled) {
+        try {
+            ports_.indexing->set(SearchIndexing::off, volume);
+        } catch (const std::exception& error) {
+            warnings.push_back({CreationWarning::IndexingNotDisabled{error.what()}});
+        }
+    }
+    const auto disks = ports_.inventory->list();
+    const auto made = std::find_if(disks.begin(), disks.end(),
+                                   [&device](const RamDisk& disk) { return disk.device == device; });
+    if (made == disks.end()) {
+        throw RamDiskError(RamDiskError::NotFound{RamDiskReference{RamDiskReference::Device{device}}});
+    }
+    ports_.allocator->settle(device);
+    return {*made, std::move(warnings)};
+}
+
+} // namespace ramdisk

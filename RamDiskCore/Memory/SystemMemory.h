@@ -1,0 +1,33 @@
+#pragma once
+
+#include "RamDiskCore/Values/ByteCount.h"
+
+#include <cstdint>
+#include <string_view>
+
+namespace ramdisk {
+
+/// How hard the operating system is looking for memory.
+enum class MemoryPressureLevel { normal, warning, critical };
+
+[[nodiscard]] std::string_view rawValue(MemoryPressureLevel level);
+
+/// How the machine's memory is used, at one moment.
+struct SystemMemory {
+    /// Installed.
+    ByteCount physical;
+    /// What the system can hand out now: free memory and file cache.
+    ByteCount available;
+    /// Kept by the kernel for itself.
+    ByteCount wired;
+    /// Held by the memory compressor.
+    ByteCount compressed;
+    ByteCount swapUsed;
+    /// Pages swapped out since boot.
+    std::uint64_t swapOuts = 0;
+    MemoryPressureLevel pressure = MemoryPressureLevel::normal;
+
+    friend bool operator==(const SystemMemory&, const SystemMemory&) = default;
+};
+
+} // namespace ramdisk

@@ -1,0 +1,7 @@
+#include "RamDiskCore/Ports/RamDiskInventory.h"
+
+namespace ramdisk {
+
+std::vector<RamDisk> RamDiskInventory::listOwn() { return list(); }
+
+} // namespace ramdisk

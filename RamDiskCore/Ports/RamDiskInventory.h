@@ -1,0 +1,27 @@
+#pragma once
+
+#include "RamDiskCore/Values/RamDisk.h"
+
+#include <vector>
+
+namespace ramdisk {
+
+/// Tells which RAM disks are attached right now.
+class RamDiskInventory {
+public:
+    RamDiskInventory() = default;
+    RamDiskInventory(const RamDiskInventory&) = delete;
+    RamDiskInventory& operator=(const RamDiskInventory&) = delete;
+    virtual ~RamDiskInventory() = default;
+
+    /// The attached disks that the caller may see, in the operating system's order. What cannot be read of a
+    /// disk is absent in its entry and never fails the listing.
+    /// @throws RamDiskError `inventoryUnavailable`
+    [[nodiscard]] virtual std::vector<RamDisk> list() = 0;
+
+    /// Those of `list` that belong to the caller, so that an eject of all disks never reaches another user's.
+    /// On a platform where every listed disk is the caller's, the same as `list`.
+    [[nodiscard]] virtual std::vector<RamDisk> listOwn();
+};
+
+} // namespace ramdisk

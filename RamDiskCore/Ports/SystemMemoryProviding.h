@@ -1,0 +1,20 @@
+#pragma once
+
+#include "RamDiskCore/Memory/SystemMemory.h"
+
+namespace ramdisk {
+
+/// Reads how the machine's memory is used.
+class SystemMemoryProviding {
+public:
+    SystemMemoryProviding() = default;
+    SystemMemoryProviding(const SystemMemoryProviding&) = delete;
+    SystemMemoryProviding& operator=(const SystemMemoryProviding&) = delete;
+    virtual ~SystemMemoryProviding() = default;
+
+    /// The memory as it is now. Cannot fail: what cannot be read falls back to zero, to normal pressure, and
+    /// to all memory being available.
+    [[nodiscard]] virtual SystemMemory read() const = 0;
+};
+
+} // namespace ramdisk

@@ -1,0 +1,22 @@
+#pragma once
+
+#include "RamDiskCore/Values/VolumeMark.h"
+
+#include <filesystem>
+
+namespace ramdisk {
+
+/// Puts the system's mark on a volume.
+class VolumeMarking {
+public:
+    VolumeMarking() = default;
+    VolumeMarking(const VolumeMarking&) = delete;
+    VolumeMarking& operator=(const VolumeMarking&) = delete;
+    virtual ~VolumeMarking() = default;
+
+    /// Writes a fresh mark on the root folder of the volume.
+    /// @throws the error of the write, as `std::system_error`.
+    virtual void mark(const std::filesystem::path& volume) = 0;
+};
+
+} // namespace ramdisk

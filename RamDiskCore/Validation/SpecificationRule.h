@@ -1,0 +1,24 @@
+#pragma once
+
+#include "RamDiskCore/Validation/ValidationContext.h"
+#include "RamDiskCore/Validation/ValidationIssue.h"
+#include "RamDiskCore/Values/RamDiskSpecification.h"
+
+#include <vector>
+
+namespace ramdisk {
+
+/// One rule that a requested disk must obey: a pure function of the request and of the machine's state.
+class SpecificationRule {
+public:
+    SpecificationRule() = default;
+    SpecificationRule(const SpecificationRule&) = delete;
+    SpecificationRule& operator=(const SpecificationRule&) = delete;
+    virtual ~SpecificationRule() = default;
+
+    /// What this rule has against the request; empty when nothing.
+    [[nodiscard]] virtual std::vector<ValidationIssue> check(const RamDiskSpecification& specification,
+                                                             const ValidationContext& context) const = 0;
+};
+
+} // namespace ramdisk

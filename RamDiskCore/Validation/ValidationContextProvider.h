@@ -1,0 +1,27 @@
+#pragma once
+
+#include "RamDiskCore/Ports/MountedVolumeListing.h"
+#include "RamDiskCore/Ports/StartupDiskNaming.h"
+#include "RamDiskCore/Ports/SystemMemoryProviding.h"
+#include "RamDiskCore/Validation/ValidationContext.h"
+
+#include <filesystem>
+#include <memory>
+#include <optional>
+
+namespace ramdisk {
+
+/// Gathers a fresh `ValidationContext` for each validation. Costs what its collaborators cost.
+struct ValidationContextProvider {
+    std::shared_ptr<const SystemMemoryProviding> memory;
+    std::shared_ptr<const MountedVolumeListing> volumes;
+    /// Null where no startup disks are kept.
+    std::shared_ptr<const StartupDiskNaming> profiles;
+
+    /// The machine as it is now. The volume mounted at `excluding` is left out, so that a disk that is being
+    /// reconfigured does not collide with its own name.
+    [[nodiscard]] ValidationContext
+    current(const std::optional<std::filesystem::path>& excluding = std::nullopt) const;
+};
+
+} // namespace ramdisk

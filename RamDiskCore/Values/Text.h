@@ -1,0 +1,31 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+/// Reading names as people do: by characters (grapheme clusters), without regard to the white space around
+/// them, to letter case or to accents. Text that is not valid UTF-8 is read byte by byte and never refused.
+namespace ramdisk {
+
+/// `text` without leading and trailing Unicode white space and line breaks.
+[[nodiscard]] std::string_view trimmed(std::string_view text);
+
+/// The characters of `text`, in order, as views into it.
+[[nodiscard]] std::vector<std::string_view> graphemes(std::string_view text);
+
+/// How many characters `text` has.
+[[nodiscard]] std::size_t graphemeCount(std::string_view text);
+
+/// The longest run of whole characters from the start of `text` that fits into `limit` bytes.
+[[nodiscard]] std::string_view prefixOfWholeCharacters(std::string_view text, std::size_t limit);
+
+/// The form in which two names are equal when people would take them for one another: trimmed, case folded,
+/// diacritics removed, composed; the same in every locale.
+[[nodiscard]] std::string foldedName(std::string_view name);
+
+/// The one comparison of names, used by validation, suggestion, look-up by name and templates.
+[[nodiscard]] bool namesEqual(std::string_view left, std::string_view right);
+
+} // namespace ramdisk

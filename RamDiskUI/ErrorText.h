@@ -1,0 +1,28 @@
+#pragma once
+
+#include "RamDiskCore/Disks/CreateRamDiskResult.h"
+#include "RamDiskCore/Validation/ValidationIssue.h"
+#include "RamDiskCore/Values/ByteCount.h"
+#include "RamDiskCore/Values/RamDiskError.h"
+
+#include <exception>
+#include <optional>
+#include <string>
+
+namespace ramdisk {
+
+/// The one place where failures become words. Every text is a fixed sentence; the `reason` of an error is
+/// inserted as it is.
+[[nodiscard]] std::string errorText(const RamDiskError& error);
+[[nodiscard]] std::string errorText(const ByteCountParsingError& error);
+
+/// The text of any error: one of the above where it is ours, else what the error says of itself.
+[[nodiscard]] std::string errorText(const std::exception& error);
+
+/// What the user can do about the error, where there is something to advise.
+[[nodiscard]] std::optional<std::string> recoverySuggestion(const RamDiskError& error);
+
+[[nodiscard]] std::string issueText(const ValidationIssue& issue);
+[[nodiscard]] std::string warningText(const CreationWarning& warning);
+
+} // namespace ramdisk

@@ -53,7 +53,7 @@ struct CommandOutput {
     friend bool operator==(const CommandOutput&, const CommandOutput&) = default;
 };
 
-/// A command did not finish within its time limit and was ended.
+/// A command did not finish within its time limit and was ended. The command is carried without its input.
 class CommandTimeout : public std::exception {
 public:
     explicit CommandTimeout(SystemCommand command);
@@ -67,7 +67,7 @@ private:
     std::string text_;
 };
 
-/// A checked command failed.
+/// A checked command failed. The command is carried without its input, which may be a secret.
 class CommandFailure : public std::exception {
 public:
     CommandFailure(SystemCommand command, CommandOutput output);

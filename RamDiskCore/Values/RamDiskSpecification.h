@@ -5,6 +5,7 @@
 #include "RamDiskCore/Values/VolumeAccess.h"
 
 #include <string>
+#include <string_view>
 
 namespace ramdisk {
 

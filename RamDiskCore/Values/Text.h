@@ -21,6 +21,10 @@ namespace ramdisk {
 /// The longest run of whole characters from the start of `text` that fits into `limit` bytes.
 [[nodiscard]] std::string_view prefixOfWholeCharacters(std::string_view text, std::size_t limit);
 
+/// `text` with every sequence that is not valid UTF-8 replaced by U+FFFD: for output of tools, and wherever a
+/// text must be valid UTF-8.
+[[nodiscard]] std::string replacingInvalidUTF8(std::string_view text);
+
 /// The form in which two names are equal when people would take them for one another: trimmed, case folded,
 /// diacritics removed, composed; the same in every locale.
 [[nodiscard]] std::string foldedName(std::string_view name);

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <locale>
 #include <optional>
+#include <utility>
 #include <sstream>
 
 namespace ramdisk {

@@ -5,8 +5,8 @@
 #include <cmath>
 #include <locale>
 #include <optional>
-#include <utility>
 #include <sstream>
+#include <utility>
 
 namespace ramdisk {
 

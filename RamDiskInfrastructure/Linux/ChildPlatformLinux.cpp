@@ -7,6 +7,7 @@
 
 #include <array>
 #include <csignal>
+#include <cstdint>
 #include <ctime>
 #include <system_error>
 

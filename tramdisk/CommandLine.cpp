@@ -18,11 +18,13 @@ struct SpecificationTexts {
     std::optional<std::string> format;
     std::optional<std::string> access;
     bool indexing = false;
+    bool encrypt = false;
 
     void addTo(CLI::App& app) {
         app.add_option("--name", name, "Name of the volume (default: the first free of RAMDisk, RAMDisk 2, ...)");
         app.add_option("--size", size, "Size, such as 512M, 2G or 1.5GB; a bare number means MB (default: 1G)");
         app.add_option("--format", format, "apfs, apfsx, hfs+, jhfs+, exfat or fat32 (default: hfs+)");
+        app.add_flag("--encrypt", encrypt, "Encrypt the volume (apfs and apfsx)");
         app.add_flag("--indexing", indexing, "Let the desktop's search index read the volume");
         app.add_option("--access", access, "everyone or onlyMe (default: everyone)");
     }
@@ -30,6 +32,7 @@ struct SpecificationTexts {
     [[nodiscard]] SpecificationOptions read() const {
         SpecificationOptions options;
         options.name = name;
+        options.isEncrypted = encrypt;
         options.isIndexingEnabled = indexing;
         if (size) {
             try {

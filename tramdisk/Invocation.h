@@ -25,6 +25,7 @@ struct SpecificationOptions {
     std::optional<std::string> name;
     std::optional<ByteCount> size;
     std::optional<FileSystem> fileSystem;
+    bool isEncrypted = false;
     bool isIndexingEnabled = false;
     std::optional<VolumeAccess> access;
 };

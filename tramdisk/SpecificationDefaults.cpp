@@ -11,6 +11,7 @@ RamDiskSpecification specificationFrom(const SpecificationOptions& options, cons
     specification.size = options.size.value_or(specification.size);
     specification.fileSystem = options.fileSystem.value_or(specification.fileSystem);
     specification.access = options.access.value_or(specification.access);
+    specification.isEncrypted = options.isEncrypted;
     specification.isIndexingEnabled = options.isIndexingEnabled;
     if (options.name) {
         specification.name = *options.name;

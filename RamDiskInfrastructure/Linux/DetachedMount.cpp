@@ -58,6 +58,19 @@ void DetachedMount::openContext() {
     }
 }
 
+void DetachedMount::narrowTo(FileDescriptor folder) {
+    FileDescriptor part(open_tree(folder.get(), "", OPEN_TREE_CLONE | OPEN_TREE_CLOEXEC | AT_EMPTY_PATH));
+    if (!part) {
+        throw SystemCallError(fmt::format("mount a folder of a {}", request_.fileSystem));
+    }
+    FileDescriptor root(openat(part.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!root) {
+        throw SystemCallError(fmt::format("open a folder of a {}", request_.fileSystem));
+    }
+    mount_ = std::move(part);
+    root_ = std::move(root);
+}
+
 void DetachedMount::attach(const std::filesystem::path& path, const FileDescriptor& folder) {
     int result = 0;
     if (mount_) {

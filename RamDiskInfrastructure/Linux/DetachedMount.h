@@ -36,6 +36,10 @@ public:
     /// The root folder of the mount, for reading; invalid with the classic interface.
     [[nodiscard]] const FileDescriptor& root() const noexcept { return root_; }
 
+    /// Has only what lies below `folder`, a folder of this mount, become visible.
+    /// @throws SystemCallError
+    void narrowTo(FileDescriptor folder);
+
     /// Makes the mount visible at `path`, whose open folder is `folder`.
     /// @throws SystemCallError with nothing attached.
     void attach(const std::filesystem::path& path, const FileDescriptor& folder);

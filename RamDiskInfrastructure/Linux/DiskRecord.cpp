@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include <array>
+#include <cstring>
 
 namespace ramdisk {
 
@@ -89,6 +90,9 @@ DiskRecord decode(const Json& json, const DeviceIdentifier& device) {
     record.fileSystem = required(fileSystemFromRawValue(json.at("fileSystem").get<std::string>()));
     record.access = required(volumeAccessFromRawValue(json.at("access").get<std::string>()));
     record.isEncrypted = json.at("isEncrypted").get<bool>();
+    if (json.contains("loop")) {
+        record.loop = static_cast<unsigned>(checkedNumber(json.at("loop")));
+    }
     record.mountPoint = decodedText(json.at("mountPoint"));
     if (record.state == RecordState::detaching) {
         record.heldDevice = checkedNumber(json.at("heldDevice"));
@@ -102,6 +106,12 @@ DiskRecord decode(const Json& json, const DeviceIdentifier& device) {
 std::string_view rawValue(VolumeKind kind) { return kindNames.at(static_cast<std::size_t>(kind)); }
 std::string_view rawValue(RecordState state) { return stateNames.at(static_cast<std::size_t>(state)); }
 
+std::uint64_t DiskRecord::fallbackAttachment() const {
+    std::uint64_t number = 0;
+    std::memcpy(&number, uuid.bytes().data(), sizeof number);
+    return number;
+}
+
 std::string encodeRecord(const DiskRecord& record) {
     Json json;
     json["uuid"] = record.uuid.text();
@@ -114,6 +124,9 @@ std::string encodeRecord(const DiskRecord& record) {
     json["fileSystem"] = rawValue(record.fileSystem);
     json["access"] = rawValue(record.access);
     json["isEncrypted"] = record.isEncrypted;
+    if (record.loop) {
+        json["loop"] = *record.loop;
+    }
     json["mountPoint"] = encodedText(record.mountPoint.native());
     if (record.state == RecordState::detaching) {
         json["heldDevice"] = record.heldDevice;

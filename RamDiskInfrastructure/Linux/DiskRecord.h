@@ -53,6 +53,8 @@ struct DiskRecord {
     FileSystem fileSystem = FileSystem::hfsPlus;
     VolumeAccess access = VolumeAccess::everyone;
     bool isEncrypted = false;
+    /// The number of the loop device, once there is one.
+    std::optional<unsigned> loop = std::nullopt;
     /// Empty until it is chosen. Written before the folder is made, so that a crash in between leaves a trace.
     std::filesystem::path mountPoint{};
     /// While detaching: the file system's device number and how much memory it had when it was ejected.
@@ -65,6 +67,9 @@ struct DiskRecord {
     [[nodiscard]] static DiskRecord draft() {
         return {DeviceIdentifier::wholeDisk(0), UUID::random(), UUID::random()};
     }
+
+    /// Tells this disk from others where the kernel numbers no attachments: nobody else draws our identifier.
+    [[nodiscard]] std::uint64_t fallbackAttachment() const;
 
     /// How the kernel shows the volume: the source of its mount, the name of its memory file or of its folder.
     [[nodiscard]] std::string volumeTag() const { return "ramdisk-" + uuid.text(); }

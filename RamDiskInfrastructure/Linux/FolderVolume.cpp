@@ -3,12 +3,12 @@
 #include "RamDiskCore/Values/ByteCountFormat.h"
 #include "RamDiskCore/Values/Text.h"
 #include "RamDiskInfrastructure/Linux/SystemCallError.h"
+#include "RamDiskInfrastructure/Linux/SmallFile.h"
 #include "RamDiskInfrastructure/Linux/VolumeMarkLinux.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cstring>
 
 #include <fcntl.h>
 #include <linux/magic.h>
@@ -91,11 +91,7 @@ std::vector<MachineStep> FolderVolume::makingSteps(VolumeInMaking& making) const
         {fmt::format("mkdir {}", inner.string()), [=] { make(inner, 0755); }},
         {fmt::format("setxattr user.{} on it", VolumeMark::attribute),
          [&record, inner] {
-             const FileDescriptor root(open(inner.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-             if (!root) {
-                 throw SystemCallError("open", inner);
-             }
-             writeVolumeMark(root.get(), record.instance);
+             writeVolumeMark(openFolder(inner).get(), record.instance);
          }},
     };
 }
@@ -116,9 +112,7 @@ RamDisk FolderVolume::describe(const DiskRecord& record, const MountTable& /*mou
     disk.fileSystem = record.fileSystem;
     disk.isEncrypted = false;
     disk.mountPoint = preferredMountPoint(record);
-    std::uint64_t attachment = 0;
-    std::memcpy(&attachment, record.uuid.bytes().data(), sizeof attachment);
-    disk.attachment = attachment;
+    disk.attachment = record.fallbackAttachment();
     const auto used = bytesBelow(*disk.mountPoint);
     const ByteCount left{record.size.bytes - std::min(record.size.bytes, used.bytes)};
     disk.usage = VolumeUsage{record.size, std::min(left, freeBytes(host().sharedMemory).value_or(left))};
@@ -150,9 +144,12 @@ std::optional<ReleaseOutcome> FolderVolume::heldMemory(const DiskRecord& record,
     return outcomeOf(OpenFiles::find(host().proc, {FilesPlace::Folder{outerFolder(record)}}));
 }
 
-bool FolderVolume::isWholeAndVisible(const DiskRecord& /*record*/, const MountTable& /*mounts*/) const {
+std::optional<fs::path> FolderVolume::visibleAt(const DiskRecord& record, const MountTable& /*mounts*/) const {
     // Its files are deleted one by one: once that has begun, it must end.
-    return false;
+    if (record.state == RecordState::detaching || !isOwnedFolder(record)) {
+        return std::nullopt;
+    }
+    return preferredMountPoint(record);
 }
 
 void FolderVolume::removeRemains(const DiskRecord& record) const {

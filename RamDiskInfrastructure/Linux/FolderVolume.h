@@ -20,7 +20,8 @@ public:
     [[nodiscard]] Detached detach(RecordHold& hold, const DiskRecordStore& store, Force force) const override;
     [[nodiscard]] std::optional<ReleaseOutcome> heldMemory(const DiskRecord& record,
                                                            const MountTable& mounts) const override;
-    [[nodiscard]] bool isWholeAndVisible(const DiskRecord& record, const MountTable& mounts) const override;
+    [[nodiscard]] std::optional<std::filesystem::path> visibleAt(const DiskRecord& record,
+                                                                 const MountTable& mounts) const override;
     void removeRemains(const DiskRecord& record) const override;
 
 private:

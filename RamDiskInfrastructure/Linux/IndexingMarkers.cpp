@@ -1,6 +1,7 @@
 #include "RamDiskInfrastructure/Linux/IndexingMarkers.h"
 
 #include "RamDiskInfrastructure/Commands/FileDescriptor.h"
+#include "RamDiskInfrastructure/Linux/SmallFile.h"
 #include "RamDiskInfrastructure/Linux/SystemCallError.h"
 
 #include <fmt/format.h>
@@ -14,9 +15,9 @@
 namespace ramdisk {
 
 void MarkerFileIndexController::set(SearchIndexing indexing, const std::filesystem::path& volume) {
-    const FileDescriptor root(open(volume.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    const auto root = openFolder(volume);
     struct stat status{};
-    if (!root || fstat(root.get(), &status) != 0) {
+    if (fstat(root.get(), &status) != 0) {
         throw SystemCallError("open", volume);
     }
     for (const auto marker : indexingMarkers) {

@@ -1,9 +1,21 @@
 #include "RamDiskInfrastructure/Linux/LinuxContext.h"
 
+#include "RamDiskInfrastructure/Commands/ProcessCommandRunner.h"
+
 #include <algorithm>
 #include <iterator>
 
 namespace ramdisk {
+
+LinuxContext::LinuxContext(LinuxHost aHost)
+    : LinuxContext(std::move(aHost), std::make_shared<ProcessCommandRunner>()) {}
+
+LinuxContext::LinuxContext(LinuxHost aHost, std::shared_ptr<CommandRunning> aRunner)
+    : host(std::move(aHost)), runner(std::move(aRunner)), volumes(host, runner) {
+    for (const auto& folder : host.visibleRecords) {
+        stores.emplace_back(folder);
+    }
+}
 
 const DiskRecordStore& LinuxContext::storeOf(const DiskRecord& record) const {
     const auto found = std::find_if(stores.begin(), stores.end(), [&record](const DiskRecordStore& store) {

@@ -14,11 +14,9 @@ namespace ramdisk {
 
 /// What the Linux adapters of one process share.
 struct LinuxContext {
-    explicit LinuxContext(LinuxHost aHost) : host(std::move(aHost)), volumes(host) {
-        for (const auto& folder : host.visibleRecords) {
-            stores.emplace_back(folder);
-        }
-    }
+    /// With tools that are really run.
+    explicit LinuxContext(LinuxHost aHost);
+    LinuxContext(LinuxHost aHost, std::shared_ptr<CommandRunning> aRunner);
 
     /// The store that this process makes its own records in.
     [[nodiscard]] const DiskRecordStore& ownStore() const { return stores.front(); }
@@ -30,6 +28,7 @@ struct LinuxContext {
     [[nodiscard]] std::vector<DiskRecord> visibleRecords() const;
 
     LinuxHost host;
+    std::shared_ptr<CommandRunning> runner;
     LinuxVolumes volumes;
     std::vector<DiskRecordStore> stores;
     /// Empty outside of tests.

@@ -120,7 +120,7 @@ ReleaseOutcome LinuxDeviceAllocator::releaseHeld(RecordHold hold, Force force) c
     const auto device = hold.record.device;
     const RecordHealer healer(*context_);
     const auto mounts = MountTable::read(context_->host.proc);
-    if (hold.record.state == RecordState::detaching && !volume.isWholeAndVisible(hold.record, mounts)) {
+    if (hold.record.state == RecordState::detaching && !volume.visibleAt(hold.record, mounts)) {
         volume.removeRemains(hold.record);
         if (const auto held = volume.heldMemory(hold.record, mounts)) {
             if (force == Force::yes) {
@@ -152,7 +152,7 @@ std::optional<DiskRecord> LinuxDeviceAllocator::find(const DeviceIdentifier& dev
                                                      std::optional<std::uint64_t> attachment) const {
     const auto mounts = MountTable::read(context_->host.proc);
     for (auto& record : context_->visibleRecords()) {
-        if (record.device != device || record.kind == VolumeKind::loop) {
+        if (record.device != device) {
             continue;
         }
         if (!attachment || record.state == RecordState::detaching

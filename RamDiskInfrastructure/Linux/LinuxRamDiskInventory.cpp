@@ -37,20 +37,17 @@ std::vector<RamDisk> LinuxRamDiskInventory::list(Whose whose) const {
             if (whose == Whose::own && record.owner != context_->host.owner) {
                 continue;
             }
-            if (record.kind == VolumeKind::loop) {
-                continue;
-            }
             const auto& volume = context_->volumes.of(record.kind);
             const bool isLive = volume.isLive(record, mounts);
-            if (isLive && record.state == RecordState::settled) {
+            if (isLive && record.state == RecordState::settled && volume.visibleAt(record, mounts) == record.mountPoint) {
                 disks.push_back(volume.describe(record, mounts));
                 continue;
             }
-            const bool stands = healer.heal(record);
-            if (stands && record.state == RecordState::detaching) {
-                disks.push_back(describeDetaching(record));
-            } else if (stands && isLive) {
-                disks.push_back(volume.describe(record, mounts));
+            const auto healed = healer.heal(record);
+            if (healed && healed->state == RecordState::detaching) {
+                disks.push_back(describeDetaching(*healed));
+            } else if (healed && isLive) {
+                disks.push_back(volume.describe(*healed, mounts));
             }
         }
         std::sort(disks.begin(), disks.end(),

@@ -2,13 +2,13 @@
 
 #include "RamDiskInfrastructure/Linux/FolderVolume.h"
 #include "RamDiskInfrastructure/Linux/IndexingMarkers.h"
+#include "RamDiskInfrastructure/Linux/LoopVolume.h"
 #include "RamDiskInfrastructure/Linux/TmpfsVolume.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
 #include <algorithm>
-#include <stdexcept>
 
 namespace ramdisk {
 
@@ -50,21 +50,15 @@ std::optional<ReleaseOutcome> LinuxVolume::outcomeOf(const OpenFiles& files) {
     return ReleaseOutcome{files.held.value_or(ByteCount{}), ramdisk::describe(files.users)};
 }
 
-LinuxVolumes::LinuxVolumes(const LinuxHost& host) {
+LinuxVolumes::LinuxVolumes(const LinuxHost& host, const std::shared_ptr<CommandRunning>& runner) {
     volumes_.push_back(std::make_unique<TmpfsVolume>(host));
+    volumes_.push_back(std::make_unique<LoopVolume>(host, runner));
     volumes_.push_back(std::make_unique<FolderVolume>(host));
 }
 
 const LinuxVolume& LinuxVolumes::of(VolumeKind kind) const {
-    switch (kind) {
-    case VolumeKind::tmpfs:
-        return *volumes_[0];
-    case VolumeKind::folder:
-        return *volumes_[1];
-    case VolumeKind::loop:
-        break;
-    }
-    throw std::invalid_argument(fmt::format("this version makes no volumes of the kind “{}”", rawValue(kind)));
+    // In the order of the enumerators.
+    return *volumes_.at(static_cast<std::size_t>(kind));
 }
 
 } // namespace ramdisk

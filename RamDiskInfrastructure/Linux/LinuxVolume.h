@@ -1,5 +1,6 @@
 #pragma once
 
+#include "RamDiskCore/Ports/CommandRunning.h"
 #include "RamDiskCore/Ports/RamDeviceAllocating.h"
 #include "RamDiskCore/Values/RamDisk.h"
 #include "RamDiskCore/Values/RamDiskError.h"
@@ -27,6 +28,8 @@ struct VolumeInMaking {
     RecordHold& hold;
     const RamDiskSpecification& specification;
     const VolumeProtection& protection;
+    /// Writes the record as it stands now.
+    std::function<void()> saveRecord;
     /// Makes the folder to mount on, under a path that the record names before it exists.
     std::function<MountFolders::Made()> makeMountFolder;
 };
@@ -83,8 +86,10 @@ public:
     [[nodiscard]] virtual std::optional<ReleaseOutcome> heldMemory(const DiskRecord& record,
                                                                    const MountTable& mounts) const = 0;
 
-    /// Whether an eject that died half way has left the volume whole, so that it can simply go on.
-    [[nodiscard]] virtual bool isWholeAndVisible(const DiskRecord& record, const MountTable& mounts) const = 0;
+    /// Where users find the volume, whole; absent when it is out of sight or half taken away, even though the
+    /// kernel may still keep it.
+    [[nodiscard]] virtual std::optional<std::filesystem::path> visibleAt(const DiskRecord& record,
+                                                                         const MountTable& mounts) const = 0;
 
     /// Removes what a volume that is no longer live may have left: its mount folder. Never deletes contents of
     /// anything but the volume itself.
@@ -108,7 +113,7 @@ private:
 /// The realisation that a record was made with. Lives as long as the process.
 class LinuxVolumes {
 public:
-    explicit LinuxVolumes(const LinuxHost& host);
+    LinuxVolumes(const LinuxHost& host, const std::shared_ptr<CommandRunning>& runner);
 
     [[nodiscard]] const LinuxVolume& of(VolumeKind kind) const;
 

@@ -4,6 +4,7 @@
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskCore/Values/Text.h"
 #include "RamDiskInfrastructure/Linux/SystemCallError.h"
+#include "RamDiskInfrastructure/Linux/SmallFile.h"
 #include "RamDiskInfrastructure/Linux/VolumeMarkLinux.h"
 
 #include <fmt/format.h>
@@ -14,8 +15,11 @@
 
 namespace ramdisk {
 
-VolumeKind LinuxVolumeFormatter::firstKind(const RamDiskSpecification& /*specification*/) const {
-    return context_->host.firstRung() == HostRung::folder ? VolumeKind::folder : VolumeKind::tmpfs;
+VolumeKind LinuxVolumeFormatter::firstKind(const RamDiskSpecification& specification) const {
+    if (context_->host.firstRung() == HostRung::folder) {
+        return VolumeKind::folder;
+    }
+    return specification.fileSystem == FileSystem::hfsPlus ? VolumeKind::tmpfs : VolumeKind::loop;
 }
 
 void LinuxVolumeFormatter::requireSupport(const RamDiskSpecification& specification) const {
@@ -40,6 +44,7 @@ void LinuxVolumeFormatter::claimName(RecordHold& hold, const RamDiskSpecificatio
     hold.record.name = specification.name;
     hold.record.fileSystem = specification.fileSystem;
     hold.record.access = specification.access;
+    hold.record.isEncrypted = specification.isEncrypted;
     hold.record.kind = firstKind(specification);
     hold.record.mountPoint = context_->volumes.of(hold.record.kind).preferredMountPoint(hold.record);
     store.update(hold);
@@ -67,7 +72,8 @@ MountFolders::Made LinuxVolumeFormatter::makeMountFolder(RecordHold& hold) const
 
 void LinuxVolumeFormatter::make(RecordHold& hold, const RamDiskSpecification& specification,
                                 const VolumeProtection& protection) const {
-    VolumeInMaking making{hold, specification, protection, [&] { return makeMountFolder(hold); }};
+    VolumeInMaking making{hold, specification, protection, [&] { context_->ownStore().update(hold); },
+                          [&] { return makeMountFolder(hold); }};
     perform(context_->volumes.of(hold.record.kind).makingSteps(making), context_->observer);
 }
 
@@ -115,23 +121,21 @@ std::vector<std::string> LinuxVolumeFormatter::plan(const RamDiskSpecification& 
     RecordHold draft{DiskRecord::draft(), {}};
     draft.record.size = {sectorCount(specification.size) * 512};
     draft.record.name = specification.name;
+    draft.record.fileSystem = specification.fileSystem;
     draft.record.access = specification.access;
+    draft.record.isEncrypted = specification.isEncrypted;
     draft.record.kind = firstKind(specification);
     const auto& volume = context_->volumes.of(draft.record.kind);
     draft.record.mountPoint = volume.preferredMountPoint(draft.record);
     const VolumeProtection none;
-    VolumeInMaking making{draft, specification, none, {}};
+    VolumeInMaking making{draft, specification, none, {}, {}};
     auto steps = volume.makingSteps(making);
     steps.insert(steps.begin(), claimNameStep(draft, specification));
     return descriptions(steps);
 }
 
 void LinuxVolumeFormatter::mark(const std::filesystem::path& volume) {
-    const FileDescriptor root(open(volume.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    if (!root) {
-        throw SystemCallError("open", volume);
-    }
-    writeVolumeMark(root.get(), UUID::random());
+    writeVolumeMark(openFolder(volume).get(), UUID::random());
 }
 
 } // namespace ramdisk

@@ -1,20 +1,23 @@
 #include "RamDiskInfrastructure/Linux/RecordHealer.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace ramdisk {
 
-bool RecordHealer::heal(const DiskRecord& record) const noexcept {
+std::optional<DiskRecord> RecordHealer::heal(const DiskRecord& record) const noexcept {
     try {
         const auto& store = context_.storeOf(record);
         if (auto hold = store.tryHold(record)) {
             healHeld(std::move(*hold));
         }
-        const auto records = store.readAll();
-        return std::any_of(records.begin(), records.end(),
-                           [&record](const DiskRecord& other) { return other.uuid == record.uuid; });
+        auto records = store.readAll();
+        const auto found = std::find_if(records.begin(), records.end(), [&record](const DiskRecord& other) {
+            return other.uuid == record.uuid;
+        });
+        return found == records.end() ? std::nullopt : std::optional(std::move(*found));
     } catch (const std::exception&) {
-        return true;
+        return record;
     }
 }
 
@@ -23,7 +26,7 @@ void RecordHealer::healHeld(RecordHold hold) const {
     const auto& volume = context_.volumes.of(hold.record.kind);
     const auto mounts = MountTable::read(context_.host.proc);
     if (hold.record.state == RecordState::detaching) {
-        if (volume.isWholeAndVisible(hold.record, mounts)) {
+        if (volume.visibleAt(hold.record, mounts)) {
             hold.record.state = RecordState::settled;
             store.update(hold);
             return;
@@ -39,6 +42,7 @@ void RecordHealer::healHeld(RecordHold hold) const {
         return;
     }
     if (hold.record.state != RecordState::making) {
+        healSettled(std::move(hold), mounts);
         return;
     }
     // Its maker died just before the end. Nobody was told of the disk, but somebody may have found it.
@@ -49,6 +53,20 @@ void RecordHealer::healHeld(RecordHold hold) const {
     }
     hold.record.state = RecordState::settled;
     store.update(hold);
+}
+
+void RecordHealer::healSettled(RecordHold hold, const MountTable& mounts) const {
+    const auto visible = context_.volumes.of(hold.record.kind).visibleAt(hold.record, mounts);
+    if (visible && *visible != hold.record.mountPoint) {
+        // The mount was moved, or a renaming was cut short: the folder that it is not on any more is empty.
+        const auto former = std::exchange(hold.record.mountPoint, *visible);
+        context_.storeOf(hold.record).update(hold);
+        MountFolders::remove(former);
+    } else if (!visible && mounts.topmostAt(hold.record.mountPoint) == nullptr) {
+        // Unmounted by other means while in use: only its open files keep it.
+        hold.record.state = RecordState::detaching;
+        context_.storeOf(hold.record).update(hold);
+    }
 }
 
 void RecordHealer::discard(RecordHold hold) const {

@@ -14,8 +14,8 @@ class RecordHealer {
 public:
     explicit RecordHealer(const LinuxContext& context) : context_(context) {}
 
-    /// @returns whether the record still stands, in whatever state.
-    bool heal(const DiskRecord& record) const noexcept;
+    /// @returns the record as it stands now; absent when it is gone.
+    [[nodiscard]] std::optional<DiskRecord> heal(const DiskRecord& record) const noexcept;
 
     /// Takes away whatever the record's volume has left, and the record.
     /// @throws SystemCallError
@@ -23,6 +23,7 @@ public:
 
 private:
     void healHeld(RecordHold hold) const;
+    void healSettled(RecordHold hold, const MountTable& mounts) const;
     [[nodiscard]] bool isMountPointOfAnother(const DiskRecord& record) const;
 
     const LinuxContext& context_;

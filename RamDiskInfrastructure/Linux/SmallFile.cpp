@@ -1,6 +1,5 @@
 #include "RamDiskInfrastructure/Linux/SmallFile.h"
 
-#include "RamDiskInfrastructure/Commands/FileDescriptor.h"
 #include "RamDiskInfrastructure/Linux/SystemCallError.h"
 
 #include <array>
@@ -38,6 +37,14 @@ std::optional<std::string> tryReadSmallFile(const std::filesystem::path& path) {
     } catch (const SystemCallError&) {
         return std::nullopt;
     }
+}
+
+FileDescriptor openFolder(const std::filesystem::path& path) {
+    FileDescriptor folder(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (!folder) {
+        throw SystemCallError("open", path);
+    }
+    return folder;
 }
 
 } // namespace ramdisk

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "RamDiskInfrastructure/Commands/FileDescriptor.h"
+
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -12,5 +14,9 @@ namespace ramdisk {
 
 /// The same; absent when it cannot be read.
 [[nodiscard]] std::optional<std::string> tryReadSmallFile(const std::filesystem::path& path);
+
+/// Opens a folder for reading; a symbolic link in its place is refused.
+/// @throws SystemCallError
+[[nodiscard]] FileDescriptor openFolder(const std::filesystem::path& path);
 
 } // namespace ramdisk

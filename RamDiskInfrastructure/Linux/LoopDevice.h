@@ -1,0 +1,50 @@
+#pragma once
+
+#include "RamDiskCore/Values/ByteCount.h"
+#include "RamDiskInfrastructure/Commands/FileDescriptor.h"
+
+#include <filesystem>
+#include <optional>
+#include <string>
+
+namespace ramdisk {
+
+/// A file in memory that has no name in any folder. The kernel shows it as "/memfd:TAG (deleted)".
+/// @throws SystemCallError
+[[nodiscard]] FileDescriptor makeMemoryFile(const std::string& tag, ByteCount size);
+
+/// A block device upon a file in memory, which the device alone keeps alive. The kernel takes it away when its
+/// last user is gone: this object while the volume is being made, then the mount. A killed process leaves none.
+class LoopDevice {
+public:
+    /// Puts `capacity` bytes of `memory` behind a free loop device. The rest of the file is room to grow.
+    /// @throws SystemCallError
+    [[nodiscard]] static LoopDevice attach(const FileDescriptor& memory, const std::string& tag, ByteCount capacity);
+
+    [[nodiscard]] unsigned number() const noexcept { return number_; }
+    [[nodiscard]] std::filesystem::path path() const { return pathOf(number_); }
+    [[nodiscard]] static std::filesystem::path pathOf(unsigned number);
+
+private:
+    LoopDevice(unsigned number, FileDescriptor device) : number_(number), device_(std::move(device)) {}
+
+    unsigned number_;
+    FileDescriptor device_;
+};
+
+/// What the kernel shows of the loop devices.
+struct LoopDevices {
+    std::filesystem::path sys;
+
+    /// Whether the memory file with this tag is behind the device now.
+    [[nodiscard]] bool carries(unsigned number, const std::string& tag) const;
+
+    /// The device's size; absent when nothing is behind it.
+    [[nodiscard]] std::optional<ByteCount> size(unsigned number) const;
+
+    /// As `carries` is false, waiting up to a second: the kernel clears a device a moment after its last user,
+    /// and programs that look at new devices may hold it a little longer.
+    [[nodiscard]] bool isReleased(unsigned number, const std::string& tag) const;
+};
+
+} // namespace ramdisk

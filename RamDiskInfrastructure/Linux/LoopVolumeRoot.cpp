@@ -1,0 +1,91 @@
+#include "RamDiskInfrastructure/Linux/LoopVolumeRoot.h"
+
+#include "RamDiskInfrastructure/Linux/Fscrypt.h"
+#include "RamDiskInfrastructure/Linux/SystemCallError.h"
+
+#include <fmt/format.h>
+
+#include <cstdint>
+
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+namespace ramdisk {
+
+namespace {
+
+constexpr const char* encryptedFolder = "volume";
+
+} // namespace
+
+void LoopVolumeRoot::freeReservedClusters(const std::filesystem::path& sys) const {
+    struct stat status{};
+    if (fstat(root_.get(), &status) != 0) {
+        throw SystemCallError("look at a new volume");
+    }
+    std::error_code error;
+    const auto device = std::filesystem::canonical(
+        sys / fmt::format("dev/block/{}:{}", major(status.st_dev), minor(status.st_dev)), error);
+    const auto setting = sys / "fs/ext4" / device.filename() / "reserved_clusters";
+    const FileDescriptor file(open(setting.c_str(), O_WRONLY | O_CLOEXEC));
+    // A kernel without the setting keeps nothing back.
+    if (!error && file && write(file.get(), "0", 1) != 1) {
+        throw SystemCallError("write", setting);
+    }
+}
+
+void LoopVolumeRoot::removeLostAndFound() const {
+    if (unlinkat(root_.get(), "lost+found", AT_REMOVEDIR) != 0 && errno != ENOENT) {
+        throw SystemCallError("tidy a new volume");
+    }
+}
+
+void LoopVolumeRoot::foldCase() const {
+    constexpr int casefold = 0x40000000;
+    int flags = 0;
+    if (ioctl(root_.get(), FS_IOC_GETFLAGS, &flags) != 0) {
+        throw SystemCallError("read the flags of a new volume");
+    }
+    flags |= casefold;
+    if (ioctl(root_.get(), FS_IOC_SETFLAGS, &flags) != 0) {
+        throw SystemCallError("make a new volume fold the case of names");
+    }
+}
+
+void LoopVolumeRoot::setMode(mode_t mode) const {
+    if (fchmod(root_.get(), mode) != 0) {
+        throw SystemCallError("set who may open a new volume");
+    }
+}
+
+FileDescriptor LoopVolumeRoot::makeEncryptedFolder(const VolumePassphrase& passphrase, const LinuxHost& host) const {
+    if (mkdirat(root_.get(), encryptedFolder, 0700) != 0) {
+        throw SystemCallError("make the encrypted folder of a new volume");
+    }
+    FileDescriptor folder(openat(root_.get(), encryptedFolder, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (!folder) {
+        throw SystemCallError("open the encrypted folder of a new volume");
+    }
+    Fscrypt::encrypt(root_.get(), folder.get(), passphrase);
+    if (fchown(folder.get(), host.owner, host.ownerGroup) != 0) {
+        throw SystemCallError("hand over the encrypted folder of a new volume");
+    }
+    return folder;
+}
+
+void LoopVolumeRoot::shutDown(const std::filesystem::path& mountPoint) {
+    // EXT4_IOC_SHUTDOWN with its flag to leave the log as it is; the contents are given up anyway.
+    constexpr auto shutdownRequest = _IOR('X', 125, std::uint32_t);
+    std::uint32_t withoutFlushing = 2;
+    const FileDescriptor root(open(mountPoint.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    // Where it is not ext4, writers go on until they close their files; the memory is told as held meanwhile.
+    if (root) {
+        static_cast<void>(ioctl(root.get(), shutdownRequest, &withoutFlushing));
+    }
+}
+
+} // namespace ramdisk

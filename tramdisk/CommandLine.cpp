@@ -68,6 +68,11 @@ struct Texts {
     std::string usersReference;
     std::vector<std::string> ejectReferences;
     bool ejectAll = false;
+    std::string renameReference;
+    std::string newName;
+    std::string configureReference;
+    bool indexingOn = false;
+    bool indexingOff = false;
     bool force = false;
 };
 
@@ -139,11 +144,31 @@ private:
         eject.add_flag("--all", texts_.ejectAll, "Eject all of your disks");
         eject.add_flag("--force", texts_.force, "Eject also what is in use");
 
+        auto& rename = add("rename", "Give a disk another name", [this] {
+            return RenameInvocation{RamDiskReference::parse(texts_.renameReference), texts_.newName};
+        });
+        addReference(rename, texts_.renameReference);
+        rename.add_option("NAME", texts_.newName, "The new name")->required();
+
+        auto& configure = add("configure", "Change a standing disk", [this] { return readConfigure(); });
+        addReference(configure, texts_.configureReference);
+        auto* off = configure.add_flag("--no-indexing", texts_.indexingOff, "Keep the search index off the volume");
+        configure.add_flag("--indexing", texts_.indexingOn, "Let the desktop's search index read the volume")
+            ->excludes(off);
+
         add("memory", "Show how the memory is used", [] { return MemoryInvocation{}; });
     }
 
     static void addReference(CLI::App& app, std::string& reference) {
         app.add_option("REF", reference, "A device, a mount point or a name")->required();
+    }
+
+    Command readConfigure() const {
+        if (!texts_.indexingOn && !texts_.indexingOff) {
+            throw UsageError("Say what to change: --indexing or --no-indexing.");
+        }
+        return ConfigureInvocation{RamDiskReference::parse(texts_.configureReference),
+                                   texts_.indexingOn ? SearchIndexing::on : SearchIndexing::off};
     }
 
     Command readEject() const {

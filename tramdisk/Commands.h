@@ -22,6 +22,8 @@ ExitStatus run(const ListInvocation& invocation, const CommandContext& context);
 ExitStatus run(const ShowInvocation& invocation, const CommandContext& context);
 ExitStatus run(const UsersInvocation& invocation, const CommandContext& context);
 ExitStatus run(const EjectInvocation& invocation, const CommandContext& context);
+ExitStatus run(const RenameInvocation& invocation, const CommandContext& context);
+ExitStatus run(const ConfigureInvocation& invocation, const CommandContext& context);
 ExitStatus run(const MemoryInvocation& invocation, const CommandContext& context);
 
 } // namespace ramdisk::cli

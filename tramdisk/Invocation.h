@@ -1,6 +1,7 @@
 #pragma once
 
 #include "RamDiskCore/Ports/RamDeviceAllocating.h"
+#include "RamDiskCore/Ports/SearchIndexControlling.h"
 #include "RamDiskCore/Values/ByteCount.h"
 #include "RamDiskCore/Values/FileSystem.h"
 #include "RamDiskCore/Values/RamDiskReference.h"
@@ -49,6 +50,15 @@ struct EjectInvocation {
     std::vector<RamDiskReference> references;
     Force force = Force::no;
 };
+struct RenameInvocation {
+    RamDiskReference reference;
+    std::string newName;
+};
+/// What is to change on a standing disk; what is absent stays.
+struct ConfigureInvocation {
+    RamDiskReference reference;
+    std::optional<SearchIndexing> indexing;
+};
 struct MemoryInvocation {};
 /// Help or the version was asked for.
 struct PrintInvocation {
@@ -59,7 +69,7 @@ struct PrintInvocation {
 struct Invocation {
     GlobalOptions global;
     std::variant<PrintInvocation, CreateInvocation, ValidateInvocation, ListInvocation, ShowInvocation,
-                 UsersInvocation, EjectInvocation, MemoryInvocation>
+                 UsersInvocation, EjectInvocation, RenameInvocation, ConfigureInvocation, MemoryInvocation>
         command;
 };
 

@@ -31,6 +31,16 @@ std::vector<std::pair<std::string, std::string>> fields(const RamDisk& disk) {
     return rows;
 }
 
+/// Absent when the state cannot be told.
+std::optional<std::string> indexingText(const RamDisk& disk, SearchIndexControlling& indexing) {
+    try {
+        const auto state = disk.mountPoint ? indexing.state(*disk.mountPoint) : std::nullopt;
+        return state ? std::optional<std::string>(*state == SearchIndexing::on ? "on" : "off") : std::nullopt;
+    } catch (const std::exception&) {
+        return std::nullopt;
+    }
+}
+
 } // namespace
 
 ExitStatus run(const ShowInvocation& invocation, const CommandContext& context) {
@@ -38,7 +48,11 @@ ExitStatus run(const ShowInvocation& invocation, const CommandContext& context) 
     if (context.console.wantsJSON()) {
         context.console.printDocument(compactText(toJson(disk)));
     } else {
-        context.console.printFields(fields(disk));
+        auto rows = fields(disk);
+        if (const auto text = indexingText(disk, *context.services.indexing)) {
+            rows.emplace_back("Indexing", *text);
+        }
+        context.console.printFields(rows);
     }
     return succeeded;
 }

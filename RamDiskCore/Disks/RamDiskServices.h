@@ -3,6 +3,7 @@
 #include "RamDiskCore/Disks/CreateRamDiskUseCase.h"
 #include "RamDiskCore/Disks/EjectRamDiskUseCase.h"
 #include "RamDiskCore/Disks/ListRamDisksUseCase.h"
+#include "RamDiskCore/Disks/RenameRamDiskUseCase.h"
 #include "RamDiskCore/Memory/GetMemoryOverviewUseCase.h"
 #include "RamDiskCore/Ports/VolumeUsersListing.h"
 
@@ -16,6 +17,8 @@ struct RamDiskServices {
     std::shared_ptr<CreateRamDiskUseCase> create;
     std::shared_ptr<ListRamDisksUseCase> list;
     std::shared_ptr<EjectRamDiskUseCase> eject;
+    std::shared_ptr<RenameRamDiskUseCase> rename;
+    std::shared_ptr<SearchIndexControlling> indexing;
     std::shared_ptr<GetMemoryOverviewUseCase> memoryOverview;
     std::shared_ptr<VolumeUsersListing> volumeUsers;
     ValidationContextProvider validationContext;

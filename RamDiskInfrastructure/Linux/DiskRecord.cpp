@@ -94,6 +94,9 @@ DiskRecord decode(const Json& json, const DeviceIdentifier& device) {
         record.loop = static_cast<unsigned>(checkedNumber(json.at("loop")));
     }
     record.mountPoint = decodedText(json.at("mountPoint"));
+    if (json.contains("formerMountPoint")) {
+        record.formerMountPoint = decodedText(json.at("formerMountPoint"));
+    }
     if (record.state == RecordState::detaching) {
         record.heldDevice = checkedNumber(json.at("heldDevice"));
         record.heldBytes = ByteCount{checkedNumber(json.at("heldBytes"))};
@@ -128,6 +131,9 @@ std::string encodeRecord(const DiskRecord& record) {
         json["loop"] = *record.loop;
     }
     json["mountPoint"] = encodedText(record.mountPoint.native());
+    if (!record.formerMountPoint.empty()) {
+        json["formerMountPoint"] = encodedText(record.formerMountPoint.native());
+    }
     if (record.state == RecordState::detaching) {
         json["heldDevice"] = record.heldDevice;
         json["heldBytes"] = record.heldBytes.bytes;

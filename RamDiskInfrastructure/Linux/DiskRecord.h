@@ -57,6 +57,8 @@ struct DiskRecord {
     std::optional<unsigned> loop = std::nullopt;
     /// Empty until it is chosen. Written before the folder is made, so that a crash in between leaves a trace.
     std::filesystem::path mountPoint{};
+    /// While a renaming moves the mount: where it was before. Empty at all other times.
+    std::filesystem::path formerMountPoint{};
     /// While detaching: the file system's device number and how much memory it had when it was ejected.
     dev_t heldDevice = 0;
     ByteCount heldBytes{};

@@ -70,6 +70,20 @@ fs::path FolderVolume::outerFolder(const DiskRecord& record) const {
     return host().sharedMemory / record.volumeTag();
 }
 
+fs::path FolderVolume::innerFolder(const DiskRecord& record) const {
+    const auto preferred = preferredMountPoint(record);
+    struct stat status{};
+    if (lstat(preferred.c_str(), &status) == 0) {
+        return preferred;
+    }
+    // A renaming was cut short: there is only one folder that it can be.
+    std::error_code ignored;
+    for (const auto& entry : fs::directory_iterator(outerFolder(record), ignored)) {
+        return entry.path();
+    }
+    return preferred;
+}
+
 fs::path FolderVolume::preferredMountPoint(const DiskRecord& record) const {
     return outerFolder(record) / prefixOfWholeCharacters(record.name, 255);
 }
@@ -111,7 +125,7 @@ RamDisk FolderVolume::describe(const DiskRecord& record, const MountTable& /*mou
     disk.fileSystemName = fmt::format("folder on {} (size not enforced)", host().sharedMemory.string());
     disk.fileSystem = record.fileSystem;
     disk.isEncrypted = false;
-    disk.mountPoint = preferredMountPoint(record);
+    disk.mountPoint = innerFolder(record);
     disk.attachment = record.fallbackAttachment();
     const auto used = bytesBelow(*disk.mountPoint);
     const ByteCount left{record.size.bytes - std::min(record.size.bytes, used.bytes)};
@@ -149,7 +163,7 @@ std::optional<fs::path> FolderVolume::visibleAt(const DiskRecord& record, const 
     if (record.state == RecordState::detaching || !isOwnedFolder(record)) {
         return std::nullopt;
     }
-    return preferredMountPoint(record);
+    return innerFolder(record);
 }
 
 void FolderVolume::removeRemains(const DiskRecord& record) const {

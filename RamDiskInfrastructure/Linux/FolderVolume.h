@@ -28,6 +28,8 @@ private:
     /// The folder around the volume's folder. Derived from the identifier alone, never from what a record says,
     /// since what lies in it is deleted.
     [[nodiscard]] std::filesystem::path outerFolder(const DiskRecord& record) const;
+    /// The folder that is the volume.
+    [[nodiscard]] std::filesystem::path innerFolder(const DiskRecord& record) const;
     [[nodiscard]] bool isOwnedFolder(const DiskRecord& record) const;
 };
 

@@ -39,7 +39,8 @@ std::vector<RamDisk> LinuxRamDiskInventory::list(Whose whose) const {
             }
             const auto& volume = context_->volumes.of(record.kind);
             const bool isLive = volume.isLive(record, mounts);
-            if (isLive && record.state == RecordState::settled && volume.visibleAt(record, mounts) == record.mountPoint) {
+            const bool isInOrder = record.state == RecordState::settled && record.formerMountPoint.empty();
+            if (isLive && isInOrder && volume.visibleAt(record, mounts) == record.mountPoint) {
                 disks.push_back(volume.describe(record, mounts));
                 continue;
             }

@@ -29,7 +29,7 @@ std::vector<std::string> extArguments(const DiskRecord& record, EncryptionMeans 
     }
     // The label stands in the clear even where the files do not.
     if (!record.isEncrypted) {
-        arguments.insert(arguments.end(), {"-L", std::string(prefixOfWholeCharacters(record.name, longestExtLabel))});
+        arguments.insert(arguments.end(), {"-L", LoopFormat::extLabel(record.name)});
     }
     return arguments;
 }
@@ -45,6 +45,10 @@ LoopFormat LoopFormat::of(FileSystem fileSystem) {
     default:
         return {"ext4", "mkfs.ext4", "e2fsprogs", Metadata::posix};
     }
+}
+
+std::string LoopFormat::extLabel(const std::string& name) {
+    return std::string(prefixOfWholeCharacters(name, longestExtLabel));
 }
 
 std::vector<std::string> LoopFormat::arguments(const DiskRecord& record, EncryptionMeans encryption,

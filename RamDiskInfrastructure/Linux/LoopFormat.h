@@ -36,6 +36,9 @@ struct LoopFormat {
     [[nodiscard]] std::vector<std::string> arguments(const DiskRecord& record, EncryptionMeans encryption,
                                                      const std::string& device, const LinuxHost& host) const;
 
+    /// As much of a name as ext4 keeps in its label.
+    [[nodiscard]] static std::string extLabel(const std::string& name);
+
     /// What the mount needs to be told.
     [[nodiscard]] std::vector<std::pair<std::string, std::string>> mountOptions(const DiskRecord& record,
                                                                                const LinuxHost& host) const;

@@ -1,10 +1,13 @@
 #include "RamDiskInfrastructure/Linux/LoopVolumeRoot.h"
 
 #include "RamDiskInfrastructure/Linux/Fscrypt.h"
+#include "RamDiskInfrastructure/Linux/LoopFormat.h"
 #include "RamDiskInfrastructure/Linux/SystemCallError.h"
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <array>
 #include <cstdint>
 
 #include <fcntl.h>
@@ -75,6 +78,16 @@ FileDescriptor LoopVolumeRoot::makeEncryptedFolder(const VolumePassphrase& passp
         throw SystemCallError("hand over the encrypted folder of a new volume");
     }
     return folder;
+}
+
+void LoopVolumeRoot::setLabel(const std::filesystem::path& mountPoint, const std::string& name) {
+    std::array<char, FSLABEL_MAX> label{};
+    const auto text = LoopFormat::extLabel(name);
+    std::copy(text.begin(), text.end(), label.begin());
+    const FileDescriptor root(open(mountPoint.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (root) {
+        static_cast<void>(ioctl(root.get(), FS_IOC_SETFSLABEL, label.data()));
+    }
 }
 
 void LoopVolumeRoot::shutDown(const std::filesystem::path& mountPoint) {

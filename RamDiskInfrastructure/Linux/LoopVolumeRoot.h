@@ -35,6 +35,9 @@ public:
     /// @throws SystemCallError
     [[nodiscard]] FileDescriptor makeEncryptedFolder(const VolumePassphrase& passphrase, const LinuxHost& host) const;
 
+    /// Sets the label as far as the file system takes it: it is an ornament, the record holds the name.
+    static void setLabel(const std::filesystem::path& mountPoint, const std::string& name);
+
     /// Ends all writing to a mounted ext4, so that programs which keep its files open cannot go on unseen.
     static void shutDown(const std::filesystem::path& mountPoint);
 

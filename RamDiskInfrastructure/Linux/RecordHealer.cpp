@@ -59,9 +59,13 @@ void RecordHealer::healSettled(RecordHold hold, const MountTable& mounts) const 
     const auto visible = context_.volumes.of(hold.record.kind).visibleAt(hold.record, mounts);
     if (visible && *visible != hold.record.mountPoint) {
         // The mount was moved, or a renaming was cut short: the folder that it is not on any more is empty.
-        const auto former = std::exchange(hold.record.mountPoint, *visible);
+        const auto other = std::exchange(hold.record.mountPoint, *visible);
+        hold.record.formerMountPoint.clear();
         context_.storeOf(hold.record).update(hold);
-        MountFolders::remove(former);
+        MountFolders::remove(other);
+    } else if (visible && !hold.record.formerMountPoint.empty()) {
+        MountFolders::remove(std::exchange(hold.record.formerMountPoint, {}));
+        context_.storeOf(hold.record).update(hold);
     } else if (!visible && mounts.topmostAt(hold.record.mountPoint) == nullptr) {
         // Unmounted by other means while in use: only its open files keep it.
         hold.record.state = RecordState::detaching;

@@ -1,0 +1,29 @@
+#pragma once
+
+#include "RamDiskCore/Ports/RamDiskInventory.h"
+#include "RamDiskCore/Ports/VolumeRenaming.h"
+#include "RamDiskCore/Validation/ValidationContextProvider.h"
+
+#include <memory>
+#include <string_view>
+
+namespace ramdisk {
+
+/// Gives a standing disk another name, under the rules that hold for a new one's.
+class RenameRamDiskUseCase {
+public:
+    RenameRamDiskUseCase(std::shared_ptr<VolumeRenaming> renamer, std::shared_ptr<RamDiskInventory> inventory,
+                         ValidationContextProvider contextProvider);
+
+    /// The disk as it is listed afterwards.
+    /// @throws RamDiskError `notMounted`, `invalidSpecification`, `formattingFailed`, `notFound`,
+    ///         `inventoryUnavailable`; except for the last two the disk then keeps its name.
+    RamDisk execute(const RamDisk& disk, std::string_view newName);
+
+private:
+    std::shared_ptr<VolumeRenaming> renamer_;
+    std::shared_ptr<RamDiskInventory> inventory_;
+    ValidationContextProvider contextProvider_;
+};
+
+} // namespace ramdisk

@@ -1,0 +1,132 @@
+#include "RamDiskInfrastructure/Linux/LinuxVolumeRenamer.h"
+
+#include "RamDiskCore/Values/RamDiskError.h"
+#include "RamDiskCore/Values/Text.h"
+#include "RamDiskInfrastructure/Linux/LoopVolumeRoot.h"
+#include "RamDiskInfrastructure/Linux/SystemCallError.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstdio>
+
+#include <fcntl.h>
+#include <sys/mount.h>
+
+namespace ramdisk {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+enum class Moved { no, yes };
+
+/// Has the mount at `from` be found at `to` instead.
+Moved moveMountBetween(const fs::path& from, const MountFolders::Made& to) {
+    if (move_mount(AT_FDCWD, from.c_str(), to.folder.get(), "", MOVE_MOUNT_T_EMPTY_PATH) == 0) {
+        return Moved::yes;
+    }
+    // Below a mount that is shared with other namespaces nothing may be moved; a second mount may be made, and
+    // the first one taken away while nobody stands in it.
+    FileDescriptor second(open_tree(AT_FDCWD, from.c_str(), OPEN_TREE_CLONE | OPEN_TREE_CLOEXEC));
+    if (!second || move_mount(second.get(), "", to.folder.get(), "", MOVE_MOUNT_F_EMPTY_PATH | MOVE_MOUNT_T_EMPTY_PATH) != 0) {
+        return Moved::no;
+    }
+    // An open descriptor of the mount would keep it busy.
+    second.reset();
+    if (umount2(from.c_str(), UMOUNT_NOFOLLOW) == 0) {
+        return Moved::yes;
+    }
+    static_cast<void>(umount2(to.path.c_str(), UMOUNT_NOFOLLOW));
+    return Moved::no;
+}
+
+} // namespace
+
+void LinuxVolumeRenamer::rename(const RamDisk& volume, const std::string& newName) {
+    try {
+        for (const auto& record : context_->visibleRecords()) {
+            if (record.device != volume.device) {
+                continue;
+            }
+            auto hold = context_->storeOf(record).hold(record);
+            const auto mounts = MountTable::read(context_->host.proc);
+            const auto& kind = context_->volumes.of(record.kind);
+            if (hold && kind.visibleAt(hold->record, mounts)
+                && kind.describe(hold->record, mounts).attachment == volume.attachment) {
+                renameHeld(*hold, newName);
+                return;
+            }
+        }
+    } catch (const RamDiskError&) {
+        throw;
+    } catch (const std::exception& error) {
+        throw RamDiskError(RamDiskError::FormattingFailed{error.what()});
+    }
+    throw RamDiskError(RamDiskError::NotFound{RamDiskReference{RamDiskReference::Device{volume.device}}});
+}
+
+void LinuxVolumeRenamer::renameHeld(RecordHold& hold, const std::string& newName) const {
+    const auto& store = context_->storeOf(hold.record);
+    const auto lock = store.lockNames();
+    for (const auto& other : store.readAll()) {
+        if (other.uuid != hold.record.uuid && namesEqual(other.name, newName)) {
+            throw RamDiskError(
+                RamDiskError::InvalidSpecification{{ValidationIssue{ValidationIssue::NameInUse{newName}}}});
+        }
+    }
+    hold.record.name = newName;
+    if (hold.record.kind == VolumeKind::folder) {
+        moveFolder(hold);
+        return;
+    }
+    if (hold.record.kind == VolumeKind::loop && !hold.record.isEncrypted) {
+        LoopVolumeRoot::setLabel(hold.record.mountPoint, newName);
+    }
+    moveMount(hold);
+}
+
+void LinuxVolumeRenamer::moveMount(RecordHold& hold) const {
+    const auto& store = context_->storeOf(hold.record);
+    auto& record = hold.record;
+    const auto former = record.mountPoint;
+    if (context_->volumes.of(record.kind).preferredMountPoint(record) == former) {
+        store.update(hold);
+        return;
+    }
+    record.formerMountPoint = former;
+    const auto made = MountFolders(context_->host)
+                          .make(
+                              record.name, record.access,
+                              [&](const fs::path& path) {
+                                  record.mountPoint = path;
+                                  store.update(hold);
+                              },
+                              [&](const fs::path& path) {
+                                  const auto records = store.readAll();
+                                  return std::any_of(records.begin(), records.end(), [&](const DiskRecord& other) {
+                                      return other.uuid != record.uuid && other.mountPoint == path;
+                                  });
+                              });
+    if (moveMountBetween(former, made) == Moved::yes) {
+        MountFolders::remove(former);
+    } else {
+        MountFolders::remove(made.path);
+        record.mountPoint = former;
+        context_->notice(fmt::format("“{}” is in use, so it stays at {} until it is ejected.", record.name, former.string()));
+    }
+    record.formerMountPoint.clear();
+    store.update(hold);
+}
+
+void LinuxVolumeRenamer::moveFolder(RecordHold& hold) const {
+    auto& record = hold.record;
+    const auto former = record.mountPoint;
+    record.mountPoint = context_->volumes.of(record.kind).preferredMountPoint(record);
+    if (std::rename(former.c_str(), record.mountPoint.c_str()) != 0) {
+        throw SystemCallError("rename", former);
+    }
+    context_->storeOf(record).update(hold);
+}
+
+} // namespace ramdisk

@@ -1,0 +1,32 @@
+#include "RamDiskInfrastructure/MacTools/SecretInput.h"
+
+#include "RamDiskCore/Values/VolumePassphrase.h"
+
+namespace ramdisk {
+
+namespace {
+
+struct SecretCommand {
+    SystemCommand command;
+
+    SecretCommand(const SystemCommand& plain, std::string_view secret) : command(plain) {
+        command.standardInput.emplace(secret);
+    }
+    SecretCommand(const SecretCommand&) = delete;
+    SecretCommand& operator=(const SecretCommand&) = delete;
+    ~SecretCommand() { wipe(*command.standardInput); }
+};
+
+} // namespace
+
+CommandOutput runWithSecretInput(CommandRunning& runner, const SystemCommand& command,
+                                 std::string_view secret) {
+    const SecretCommand withSecret(command, secret);
+    auto output = runner.run(withSecret.command);
+    if (output.exitCode != 0) {
+        throw CommandFailure(command, std::move(output));
+    }
+    return output;
+}
+
+} // namespace ramdisk

@@ -15,14 +15,14 @@ enum class MemoryPressureLevel { normal, warning, critical };
 /// How the machine's memory is used, at one moment.
 struct SystemMemory {
     /// Installed.
-    ByteCount physical;
+    ByteCount physical{};
     /// What the system can hand out now: free memory and file cache.
-    ByteCount available;
+    ByteCount available{};
     /// Kept by the kernel for itself.
-    ByteCount wired;
+    ByteCount wired{};
     /// Held by the memory compressor.
-    ByteCount compressed;
-    ByteCount swapUsed;
+    ByteCount compressed{};
+    ByteCount swapUsed{};
     /// Pages swapped out since boot.
     std::uint64_t swapOuts = 0;
     MemoryPressureLevel pressure = MemoryPressureLevel::normal;

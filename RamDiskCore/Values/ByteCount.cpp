@@ -6,6 +6,7 @@
 #include <locale>
 #include <optional>
 #include <sstream>
+#include <utility>
 
 namespace ramdisk {
 

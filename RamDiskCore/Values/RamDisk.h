@@ -30,23 +30,23 @@ struct RamDisk {
     /// The size of the device; file systems keep a little of it for themselves.
     ByteCount capacity;
     /// Absent while the volume is not mounted.
-    std::optional<std::filesystem::path> mountPoint;
+    std::optional<std::filesystem::path> mountPoint = std::nullopt;
     /// The format as the system reports it, which may be more telling than `fileSystem`.
-    std::optional<std::string> fileSystemName;
+    std::optional<std::string> fileSystemName = std::nullopt;
     /// Absent when the reported format is not one of ours.
-    std::optional<FileSystem> fileSystem;
-    std::optional<VolumeUsage> usage;
+    std::optional<FileSystem> fileSystem = std::nullopt;
+    std::optional<VolumeUsage> usage = std::nullopt;
     /// Absent when it is not known.
-    std::optional<bool> isEncrypted;
+    std::optional<bool> isEncrypted = std::nullopt;
     /// How much memory the device really holds now.
-    std::optional<ByteCount> memoryFootprint;
+    std::optional<ByteCount> memoryFootprint = std::nullopt;
     /// Whether the volume carries this system's mark.
     bool isCreatedByRamDisk = false;
     /// The identifier inside that mark, made afresh whenever a volume is marked.
-    std::optional<UUID> instance;
+    std::optional<UUID> instance = std::nullopt;
     VolumeAccess access = VolumeAccess::everyone;
     /// Tells this attachment from a later one that was given the same device name.
-    std::optional<std::uint64_t> attachment;
+    std::optional<std::uint64_t> attachment = std::nullopt;
 
     friend bool operator==(const RamDisk&, const RamDisk&) = default;
 };

@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -159,8 +160,18 @@ public:
                               ImageUnreadable, NamesMerged, ImageOpenAlready, ImageStateUnknown,
                               ImageLeftOpen>;
 
-    // Implicit, so that `throw RamDiskError(RamDiskError::ImageEjected{})` needs no second wrapping.
+    /// Whether `T` is one of the cases.
+    template <typename T>
+    static constexpr bool isOneCase =
+        std::conjunction_v<std::negation<std::is_same<T, RamDiskError>>, std::negation<std::is_same<T, Case>>,
+                           std::is_constructible<Case, T>>;
+
+    // Implicit, so that a case stands for its error: `throw RamDiskError(RamDiskError::ImageEjected{})`.
     RamDiskError(Case value) : value_(std::move(value)) {} // NOLINT(google-explicit-constructor)
+    template <typename OneCase>
+        requires isOneCase<std::remove_cvref_t<OneCase>>
+    RamDiskError(OneCase&& value) // NOLINT(google-explicit-constructor,bugprone-forwarding-reference-overload)
+        : value_(std::forward<OneCase>(value)) {}
 
     [[nodiscard]] const Case& value() const noexcept { return value_; }
 

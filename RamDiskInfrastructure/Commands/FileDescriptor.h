@@ -1,0 +1,50 @@
+#pragma once
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <utility>
+
+namespace ramdisk {
+
+/// Owns one open descriptor, or none, and closes it. Whoever opens it does so with close-on-exec. The kernel
+/// closes it as well when the process ends or crashes, with every lock that hangs on it.
+class FileDescriptor {
+public:
+    FileDescriptor() = default;
+    /// Takes over what `open` and its like return: a negative number is no descriptor.
+    explicit FileDescriptor(int descriptor) noexcept : descriptor_(descriptor < 0 ? none : descriptor) {}
+    FileDescriptor(FileDescriptor&& other) noexcept : descriptor_(other.release()) {}
+    FileDescriptor& operator=(FileDescriptor&& other) noexcept {
+        reset(other.release());
+        return *this;
+    }
+    FileDescriptor(const FileDescriptor&) = delete;
+    FileDescriptor& operator=(const FileDescriptor&) = delete;
+    ~FileDescriptor() { reset(); }
+
+    [[nodiscard]] explicit operator bool() const noexcept { return descriptor_ != none; }
+    /// The number, for system calls; -1 when there is none.
+    [[nodiscard]] int get() const noexcept { return descriptor_; }
+
+    /// Hands the descriptor over to the caller, who closes it.
+    [[nodiscard]] int release() noexcept { return std::exchange(descriptor_, none); }
+
+    /// Closes the descriptor and takes over another one, or none. Keeps errno, so that a failed call can
+    /// still be reported afterwards.
+    void reset(int descriptor = none) noexcept {
+        const int old = std::exchange(descriptor_, descriptor < 0 ? none : descriptor);
+        if (old != none && old != descriptor_) {
+            const int error = errno;
+            // Not repeated after EINTR: the number is free by then and may be another thread's.
+            ::close(old);
+            errno = error;
+        }
+    }
+
+private:
+    static constexpr int none = -1;
+    int descriptor_ = none;
+};
+
+} // namespace ramdisk

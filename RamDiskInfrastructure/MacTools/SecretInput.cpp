@@ -22,11 +22,7 @@ struct SecretCommand {
 CommandOutput runWithSecretInput(CommandRunning& runner, const SystemCommand& command,
                                  std::string_view secret) {
     const SecretCommand withSecret(command, secret);
-    auto output = runner.run(withSecret.command);
-    if (output.exitCode != 0) {
-        throw CommandFailure(command, std::move(output));
-    }
-    return output;
+    return runner.runChecked(withSecret.command);
 }
 
 } // namespace ramdisk

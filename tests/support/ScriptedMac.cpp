@@ -20,6 +20,7 @@ constexpr const char* deprecation =
     "hdiutil: WARNING: 'hdiutil attach -nomount ...' is deprecated. Please use "
     "'diskutil image attach --noMount ...' instead.\n";
 constexpr const char* noSuchFile = "hdiutil: detach failed - No such file or directory\n";
+constexpr std::string_view memoryScheme = "ram://";
 /// Stands for the files of a volume on the folder where it is mounted.
 constexpr const char* mountedFile = ".mounted";
 
@@ -29,6 +30,10 @@ CommandOutput succeeds(std::string output, std::string errors = {}) {
 
 CommandOutput fails(std::int32_t exitCode, std::string errors, std::string output = {}) {
     return {exitCode, std::move(output), std::move(errors)};
+}
+
+std::uint64_t sectorsOf(const std::string& address) {
+    return std::stoull(address.substr(memoryScheme.size()));
 }
 
 std::string escaped(std::string_view text) {
@@ -234,7 +239,7 @@ void ScriptedMac::script(std::string description, CommandOutput output) {
 }
 
 ScriptedMac::Image& ScriptedMac::attachForeign(const std::string& path, const std::string& volumeName) {
-    auto& image = addImage(path, 4096);
+    auto& image = addImage(path, path.rfind(memoryScheme, 0) == 0 ? sectorsOf(path) : 4096);
     image.volume = Volume{"/dev/" + image.name() + "s1", volumeName, FileSystem::hfsPlus, {}, {}, true, {}};
     mountInVolumes(*image.volume);
     return image;
@@ -360,7 +365,7 @@ CommandOutput ScriptedMac::mdutil(const SystemCommand& command) {
 }
 
 CommandOutput ScriptedMac::attach(const std::string& address, const std::string& warning) {
-    const auto& image = addImage(address, std::stoull(address.substr(6)));
+    const auto& image = addImage(address, sectorsOf(address));
     return succeeds(fmt::format("/dev/{:<15}\t\t\n", image.name()), warning);
 }
 

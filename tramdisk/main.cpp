@@ -1,1 +1,104 @@
-int main() { return 0; }
+#include "RamDiskCore/Values/RamDiskError.h"
+#include "RamDiskInfrastructure/PlatformServices.h"
+#include "RamDiskInfrastructure/Stores/ValueJSON.h"
+#include "RamDiskUI/ErrorText.h"
+#include "tramdisk/CommandLine.h"
+#include "tramdisk/Commands.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <string_view>
+
+namespace {
+
+using namespace ramdisk;
+using namespace ramdisk::cli;
+
+/// The table's text, with what helps at a prompt: for an ambiguous name, the devices to choose from.
+std::string lineText(const RamDiskError& error) {
+    const auto text = errorText(error);
+    const auto* ambiguous = std::get_if<RamDiskError::AmbiguousReference>(&error.value());
+    if (ambiguous == nullptr) {
+        return text;
+    }
+    std::vector<std::string> devices;
+    for (const auto& device : ambiguous->matches) {
+        devices.push_back(device.bsdName());
+    }
+    return fmt::format("{} ({}). Use a device name instead.", text.substr(0, text.size() - 1),
+                       fmt::join(devices, ", "));
+}
+
+void printErrorDocument(const Console& console, std::string_view caseName, const std::string& text) {
+    if (console.wantsJSON()) {
+        console.printDocument(compactText({{"error", {{"case", caseName}, {"text", text}}}}));
+    }
+}
+
+ExitStatus carryOut(const Invocation& invocation, const Console& console) {
+    if (const auto* print = std::get_if<PrintInvocation>(&invocation.command)) {
+        static_cast<void>(std::fputs(print->text.c_str(), stdout));
+        return succeeded;
+    }
+    const auto services = makeRamDiskServices([&console](const std::string& text) { console.note(text); });
+    const CommandContext context{services, console};
+    return std::visit(
+        [&context](const auto& command) {
+            if constexpr (std::is_same_v<std::decay_t<decltype(command)>, PrintInvocation>) {
+                return succeeded;
+            } else {
+                return run(command, context);
+            }
+        },
+        invocation.command);
+}
+
+ExitStatus carryOutAndTell(const Invocation& invocation, const Console& console) {
+    try {
+        return carryOut(invocation, console);
+    } catch (const RamDiskError& error) {
+        printErrorDocument(console, error.caseName(), lineText(error));
+        console.fail(lineText(error));
+        if (const auto suggestion = recoverySuggestion(error)) {
+            console.hint(*suggestion);
+        }
+    } catch (const std::exception& error) {
+        printErrorDocument(console, "failed", errorText(error));
+        console.fail(errorText(error));
+    }
+    return failed;
+}
+
+/// A result that could not be written was not delivered.
+int finish(ExitStatus status) {
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+        std::perror("tramdisk: could not write the result");
+        return failed;
+    }
+    return status;
+}
+
+} // namespace
+
+int main(int argumentCount, char** arguments) {
+    try {
+        const auto invocation = parseCommandLine(argumentCount, arguments);
+        return finish(carryOutAndTell(invocation, Console(invocation.global)));
+    } catch (const MissingSubcommand& error) {
+        static_cast<void>(std::fputs(error.what(), stderr));
+    } catch (const UsageError& error) {
+        GlobalOptions options;
+        options.json = std::find(arguments, arguments + argumentCount, std::string_view("--json"))
+                    != arguments + argumentCount;
+        const Console console(options);
+        printErrorDocument(console, "wrongCommandLine", error.what());
+        console.fail(error.what());
+        return finish(wrongCommandLine);
+    }
+    return wrongCommandLine;
+}

@@ -1,0 +1,51 @@
+#pragma once
+
+#include "RamDiskInfrastructure/Commands/FileDescriptor.h"
+
+#include <filesystem>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace ramdisk {
+
+/// How to make a mount. Kernels before 5.2, and sandboxes that filter the newer calls, have the classic one only.
+enum class MountInterface { descriptors, classic };
+
+/// What to mount.
+struct MountRequest {
+    std::string fileSystem;
+    /// Shown by the mount table.
+    std::string source;
+    /// Options of the file system, such as size and mode. An empty value stands for a flag.
+    std::vector<std::pair<std::string, std::string>> options;
+
+    /// The options as a user would type them: "size=4096,mode=0755".
+    [[nodiscard]] std::string optionText() const;
+};
+
+/// A mounted file system that nobody can see yet: set up through its descriptor and then attached to a folder in
+/// one step. Until then the kernel takes it away when the process dies. With the classic interface there is
+/// nothing before `attach`.
+class DetachedMount {
+public:
+    /// Mounts nosuid and nodev. Falls back to the classic interface where the kernel lacks the other.
+    /// @throws SystemCallError
+    DetachedMount(MountRequest request, MountInterface interface);
+
+    /// The root folder of the mount, for reading; invalid with the classic interface.
+    [[nodiscard]] const FileDescriptor& root() const noexcept { return root_; }
+
+    /// Makes the mount visible at `path`, whose open folder is `folder`.
+    /// @throws SystemCallError with nothing attached.
+    void attach(const std::filesystem::path& path, const FileDescriptor& folder);
+
+private:
+    void openContext();
+
+    MountRequest request_;
+    FileDescriptor mount_;
+    FileDescriptor root_;
+};
+
+} // namespace ramdisk

@@ -1,0 +1,79 @@
+#pragma once
+
+#include "RamDiskCore/Values/ByteCount.h"
+#include "RamDiskCore/Values/DeviceIdentifier.h"
+#include "RamDiskCore/Values/FileSystem.h"
+#include "RamDiskCore/Values/UUID.h"
+#include "RamDiskCore/Values/VolumeAccess.h"
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include <sys/types.h>
+
+namespace ramdisk {
+
+/// What a disk is made of.
+enum class VolumeKind {
+    /// A tmpfs of its own.
+    tmpfs,
+    /// A file in memory behind a loop device, with a file system on it.
+    loop,
+    /// A folder on /dev/shm.
+    folder,
+};
+
+/// How far a disk has come.
+enum class RecordState {
+    /// Being made by the process that holds the record; abandoned when no process holds it.
+    making,
+    /// Complete.
+    settled,
+    /// Ejected; its memory is not back yet, since a program still has one of its files open.
+    detaching,
+};
+
+/// What is remembered of an attached disk, beyond what the kernel shows: one file in a folder that is gone at
+/// reboot, as the disks are. The kernel has the last word: a record whose `uuid` no mount, loop device or folder
+/// shows speaks of nothing.
+struct DiskRecord {
+    /// The name of the record's file; not stored inside it.
+    DeviceIdentifier device;
+    /// Carried by the volume itself, where only its maker can put it.
+    UUID uuid;
+    uid_t owner = 0;
+    RecordState state = RecordState::making;
+    VolumeKind kind = VolumeKind::tmpfs;
+    ByteCount size{};
+    std::string name{};
+    FileSystem fileSystem = FileSystem::hfsPlus;
+    VolumeAccess access = VolumeAccess::everyone;
+    bool isEncrypted = false;
+    /// The identifier inside the volume's mark, once it is marked.
+    std::optional<UUID> instance{};
+    /// Empty until it is chosen. Written before the folder is made, so that a crash in between leaves a trace.
+    std::filesystem::path mountPoint{};
+    /// While detaching: the file system's device number and how much memory it had when it was ejected.
+    dev_t heldDevice = 0;
+    ByteCount heldBytes{};
+    /// The folder that the record was read from; not stored inside it.
+    std::filesystem::path folder{};
+
+    /// How the kernel shows the volume: the source of its mount, the name of its memory file or of its folder.
+    [[nodiscard]] std::string volumeTag() const { return "ramdisk-" + uuid.text(); }
+
+    friend bool operator==(const DiskRecord&, const DiskRecord&) = default;
+};
+
+[[nodiscard]] std::string_view rawValue(VolumeKind kind);
+[[nodiscard]] std::string_view rawValue(RecordState state);
+
+/// The record as its file holds it: one compact JSON object.
+[[nodiscard]] std::string encodeRecord(const DiskRecord& record);
+
+/// Reads what `encodeRecord` wrote. Absent for anything else, so that a foreign or damaged file is passed over.
+[[nodiscard]] std::optional<DiskRecord> decodeRecord(std::string_view text, const DeviceIdentifier& device);
+
+} // namespace ramdisk

@@ -1,0 +1,41 @@
+#pragma once
+
+#include "RamDiskInfrastructure/Linux/DiskRecordStore.h"
+#include "RamDiskInfrastructure/Linux/LinuxHost.h"
+#include "RamDiskInfrastructure/Linux/LinuxVolume.h"
+#include "RamDiskInfrastructure/Linux/MachineStep.h"
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace ramdisk {
+
+/// What the Linux adapters of one process share.
+struct LinuxContext {
+    explicit LinuxContext(LinuxHost aHost) : host(std::move(aHost)), volumes(host) {
+        for (const auto& folder : host.visibleRecords) {
+            stores.emplace_back(folder);
+        }
+    }
+
+    /// The store that this process makes its own records in.
+    [[nodiscard]] const DiskRecordStore& ownStore() const { return stores.front(); }
+
+    /// The store that a record was read from.
+    [[nodiscard]] const DiskRecordStore& storeOf(const DiskRecord& record) const;
+
+    /// Every record that this process may see, ordered by store and device.
+    [[nodiscard]] std::vector<DiskRecord> visibleRecords() const;
+
+    LinuxHost host;
+    LinuxVolumes volumes;
+    std::vector<DiskRecordStore> stores;
+    /// Empty outside of tests.
+    StepObserver observer;
+    /// Told what the user should know once, such as that sizes are not enforced here.
+    std::function<void(std::string)> notice = [](const std::string&) {};
+};
+
+} // namespace ramdisk

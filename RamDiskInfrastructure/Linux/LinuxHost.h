@@ -1,0 +1,64 @@
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string_view>
+#include <vector>
+
+#include <sys/types.h>
+
+namespace ramdisk {
+
+/// The ways in which a process may come by a volume on Linux, best first.
+enum class HostRung {
+    /// The process may mount: volumes are real mounts with enforced sizes.
+    kernel,
+    /// The desktop's disk service mounts for it.
+    udisks,
+    /// A folder on /dev/shm: real memory, no mount, size not enforced.
+    folder,
+};
+
+[[nodiscard]] std::string_view rawValue(HostRung rung);
+[[nodiscard]] std::optional<HostRung> hostRungFromRawValue(std::string_view raw);
+
+/// Who runs this process, what it may do and where things are kept, read once at its start.
+///
+/// `HOME` and the `XDG_*` variables are honoured. `TRAMDISK_HOST` forces a rung; `TRAMDISK_STATE` puts the
+/// records and the mounts for everyone below one folder, and shows only what was made there. Neither of these
+/// two is honoured in a process that gained privileges, since they could point it at another user's files.
+struct LinuxHost {
+    /// Whose disks are made: the user behind sudo, where there is one.
+    uid_t owner = 0;
+    gid_t ownerGroup = 0;
+    /// Whether the process acts as root and so sees everybody's disks.
+    bool isRoot = false;
+    /// Whether the process holds CAP_SYS_ADMIN.
+    bool mayMount = false;
+    std::optional<HostRung> forcedRung;
+
+    /// Where this process records the disks that it makes.
+    std::filesystem::path records;
+    /// All folders of records that it looks into, `records` first.
+    std::vector<std::filesystem::path> visibleRecords;
+    /// Parents of mount folders for everyone, in the order in which they are tried.
+    std::vector<std::filesystem::path> publicMounts;
+    /// Parent of the mount folders that only the user may enter.
+    std::filesystem::path privateMounts;
+    std::filesystem::path home;
+
+    /// Whether everything is kept below one folder, apart from the machine's other disks.
+    bool isIsolated = false;
+
+    std::filesystem::path sharedMemory = "/dev/shm";
+    std::filesystem::path proc = "/proc";
+    std::filesystem::path sys = "/sys";
+
+    /// @throws std::runtime_error when a variable holds what cannot be meant.
+    [[nodiscard]] static LinuxHost current();
+
+    /// The rung that this process starts with.
+    [[nodiscard]] HostRung firstRung() const;
+};
+
+} // namespace ramdisk

@@ -1,0 +1,70 @@
+#include "RamDiskInfrastructure/Linux/LinuxVolume.h"
+
+#include "RamDiskInfrastructure/Linux/FolderVolume.h"
+#include "RamDiskInfrastructure/Linux/IndexingMarkers.h"
+#include "RamDiskInfrastructure/Linux/TmpfsVolume.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <algorithm>
+#include <stdexcept>
+
+namespace ramdisk {
+
+bool LinuxVolume::isPristine(const DiskRecord& record) const {
+    std::error_code error;
+    std::filesystem::directory_iterator entries(record.mountPoint, error);
+    // A folder that cannot be looked into may hold anything.
+    return !error && std::all_of(begin(entries), end(entries), [](const auto& entry) {
+        const auto name = entry.path().filename();
+        return std::find(indexingMarkers.begin(), indexingMarkers.end(), name.native()) != indexingMarkers.end();
+    });
+}
+
+void LinuxVolume::removeRemains(const DiskRecord& record) const {
+    if (!record.mountPoint.empty()) {
+        MountFolders::remove(record.mountPoint);
+    }
+}
+
+RamDisk LinuxVolume::baseDescription(const DiskRecord& record) {
+    RamDisk disk{record.device, record.name, record.size};
+    disk.isCreatedByRamDisk = true;
+    disk.instance = record.instance;
+    disk.access = record.access;
+    return disk;
+}
+
+Detached LinuxVolume::busy(const DiskRecord& record, const std::vector<VolumeUser>& users) {
+    const auto names = ramdisk::describe(users);
+    const auto who = names.empty() ? "open files" : fmt::format("{}", fmt::join(names, ", "));
+    return {Detached::Refused{fmt::format("“{}” is kept busy by {}.", record.mountPoint.string(), who),
+                              EjectObstacle::busy}};
+}
+
+std::optional<ReleaseOutcome> LinuxVolume::outcomeOf(const OpenFiles& files) {
+    if (files.users.empty()) {
+        return std::nullopt;
+    }
+    return ReleaseOutcome{files.held.value_or(ByteCount{}), ramdisk::describe(files.users)};
+}
+
+LinuxVolumes::LinuxVolumes(const LinuxHost& host) {
+    volumes_.push_back(std::make_unique<TmpfsVolume>(host));
+    volumes_.push_back(std::make_unique<FolderVolume>(host));
+}
+
+const LinuxVolume& LinuxVolumes::of(VolumeKind kind) const {
+    switch (kind) {
+    case VolumeKind::tmpfs:
+        return *volumes_[0];
+    case VolumeKind::folder:
+        return *volumes_[1];
+    case VolumeKind::loop:
+        break;
+    }
+    throw std::invalid_argument(fmt::format("this version makes no volumes of the kind “{}”", rawValue(kind)));
+}
+
+} // namespace ramdisk

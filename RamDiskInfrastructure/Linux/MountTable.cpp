@@ -1,0 +1,112 @@
+#include "RamDiskInfrastructure/Linux/MountTable.h"
+
+#include "RamDiskInfrastructure/Linux/SmallFile.h"
+
+#include <algorithm>
+#include <charconv>
+#include <optional>
+
+#include <sys/sysmacros.h>
+
+namespace ramdisk {
+
+namespace {
+
+/// The next field of a line whose fields are set apart by single blanks.
+std::string_view takeField(std::string_view& line) {
+    const auto end = std::min(line.find(' '), line.size());
+    const auto field = line.substr(0, end);
+    line.remove_prefix(std::min(end + 1, line.size()));
+    return field;
+}
+
+/// The kernel writes blanks, tabs, line feeds and backslashes of a path as three octal digits.
+std::string unescaped(std::string_view text) {
+    std::string result;
+    result.reserve(text.size());
+    const auto isOctal = [](char character) { return character >= '0' && character <= '7'; };
+    for (std::size_t index = 0; index < text.size(); ++index) {
+        if (text[index] == '\\' && index + 3 < text.size() && isOctal(text[index + 1])
+            && isOctal(text[index + 2]) && isOctal(text[index + 3])) {
+            const int value =
+                (text[index + 1] - '0') * 64 + (text[index + 2] - '0') * 8 + (text[index + 3] - '0');
+            result.push_back(static_cast<char>(value));
+            index += 3;
+        } else {
+            result.push_back(text[index]);
+        }
+    }
+    return result;
+}
+
+std::optional<dev_t> deviceNumber(std::string_view field) {
+    const auto colon = field.find(':');
+    if (colon == std::string_view::npos) {
+        return std::nullopt;
+    }
+    unsigned major = 0;
+    unsigned minor = 0;
+    const auto first = std::from_chars(field.data(), field.data() + colon, major);
+    const auto second = std::from_chars(field.data() + colon + 1, field.data() + field.size(), minor);
+    if (first.ec != std::errc{} || second.ec != std::errc{}) {
+        return std::nullopt;
+    }
+    return makedev(major, minor);
+}
+
+/// ID PARENT MAJOR:MINOR ROOT MOUNTPOINT OPTIONS [TAG...] - TYPE SOURCE SUPEROPTIONS
+std::optional<MountEntry> parseLine(std::string_view line) {
+    takeField(line);
+    takeField(line);
+    const auto device = deviceNumber(takeField(line));
+    const auto root = takeField(line);
+    const auto mountPoint = takeField(line);
+    const auto separator = line.find(" - ");
+    if (!device || mountPoint.empty() || separator == std::string_view::npos) {
+        return std::nullopt;
+    }
+    line.remove_prefix(separator + 3);
+    const auto fileSystem = takeField(line);
+    const auto source = takeField(line);
+    return MountEntry{*device, unescaped(root), unescaped(mountPoint), std::string(fileSystem),
+                      unescaped(source)};
+}
+
+} // namespace
+
+MountTable MountTable::parse(std::string_view text) {
+    MountTable table;
+    while (!text.empty()) {
+        const auto end = std::min(text.find('\n'), text.size());
+        if (auto entry = parseLine(text.substr(0, end))) {
+            table.entries_.push_back(std::move(*entry));
+        }
+        text.remove_prefix(std::min(end + 1, text.size()));
+    }
+    return table;
+}
+
+MountTable MountTable::read(const std::filesystem::path& proc) {
+    return parse(readSmallFile(proc / "self/mountinfo"));
+}
+
+std::vector<MountEntry> MountTable::withSource(std::string_view source) const {
+    std::vector<MountEntry> found;
+    std::copy_if(entries_.begin(), entries_.end(), std::back_inserter(found),
+                 [source](const MountEntry& entry) { return entry.source == source; });
+    return found;
+}
+
+const MountEntry* MountTable::topmostAt(const std::filesystem::path& mountPoint) const {
+    const auto found = std::find_if(entries_.rbegin(), entries_.rend(), [&mountPoint](const MountEntry& entry) {
+        return entry.mountPoint.native() == mountPoint.native();
+    });
+    return found == entries_.rend() ? nullptr : &*found;
+}
+
+bool MountTable::shows(dev_t device) const {
+    return std::any_of(entries_.begin(), entries_.end(),
+                       [device](const MountEntry& entry) { return entry.device == device; });
+}
+
+} // namespace ramdisk

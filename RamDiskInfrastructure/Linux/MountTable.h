@@ -1,0 +1,49 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <sys/types.h>
+
+namespace ramdisk {
+
+/// One mounted file system, as this process's mount namespace shows it.
+struct MountEntry {
+    dev_t device = 0;
+    /// The folder of the file system that is mounted; "/" except for bind mounts of a part.
+    std::string root;
+    std::filesystem::path mountPoint;
+    std::string fileSystem;
+    std::string source;
+
+    friend bool operator==(const MountEntry&, const MountEntry&) = default;
+};
+
+/// All mounts, in the order in which they were made: of several at one path the last is the visible one.
+class MountTable {
+public:
+    /// Reads the text of /proc/self/mountinfo. Lines that are not of its shape are left out.
+    [[nodiscard]] static MountTable parse(std::string_view text);
+
+    /// The mounts as they are now.
+    /// @throws SystemCallError when they cannot be read.
+    [[nodiscard]] static MountTable read(const std::filesystem::path& proc);
+
+    [[nodiscard]] const std::vector<MountEntry>& entries() const noexcept { return entries_; }
+
+    /// The mounts whose source is `source`, in order.
+    [[nodiscard]] std::vector<MountEntry> withSource(std::string_view source) const;
+
+    /// The mount that a path walk to exactly `mountPoint` ends in, null when nothing is mounted there.
+    [[nodiscard]] const MountEntry* topmostAt(const std::filesystem::path& mountPoint) const;
+
+    /// Whether any mount shows this file system.
+    [[nodiscard]] bool shows(dev_t device) const;
+
+private:
+    std::vector<MountEntry> entries_;
+};
+
+} // namespace ramdisk

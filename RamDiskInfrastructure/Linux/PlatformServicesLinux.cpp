@@ -1,0 +1,43 @@
+#include "RamDiskInfrastructure/PlatformServices.h"
+
+#include "RamDiskInfrastructure/Commands/ProcessCommandRunner.h"
+#include "RamDiskInfrastructure/Linux/LinuxServices.h"
+#include "RamDiskInfrastructure/Linux/IndexingMarkers.h"
+#include "RamDiskInfrastructure/Linux/LinuxDeviceAllocator.h"
+#include "RamDiskInfrastructure/Linux/LinuxMountedVolumeListing.h"
+#include "RamDiskInfrastructure/Linux/LinuxRamDiskInventory.h"
+#include "RamDiskInfrastructure/Linux/LinuxVolumeFormatter.h"
+#include "RamDiskInfrastructure/Linux/LinuxVolumeUsers.h"
+#include "RamDiskInfrastructure/Linux/ProcSystemMemoryProvider.h"
+#include "RamDiskInfrastructure/Secrets/SecureRandomPassphraseGenerator.h"
+
+namespace ramdisk {
+
+RamDiskServices makeRamDiskServices(const std::shared_ptr<const LinuxContext>& context) {
+    const auto making = std::make_shared<DisksInMaking>();
+    const auto allocator = std::make_shared<LinuxDeviceAllocator>(context, making);
+    const auto inventory = std::make_shared<LinuxRamDiskInventory>(context);
+    const auto memory = std::make_shared<ProcSystemMemoryProvider>(context->host.proc, context->host.sys);
+    const ValidationContextProvider validationContext{
+        memory, std::make_shared<LinuxMountedVolumeListing>(context), nullptr};
+    RamDiskServices services;
+    services.create = std::make_shared<CreateRamDiskUseCase>(CreateRamDiskUseCase::Ports{
+        allocator, std::make_shared<LinuxVolumeFormatter>(context, making), inventory,
+        std::make_shared<MarkerFileIndexController>(), std::make_shared<SecureRandomPassphraseGenerator>(),
+        validationContext, services.validator});
+    services.list = std::make_shared<ListRamDisksUseCase>(inventory);
+    services.eject = std::make_shared<EjectRamDiskUseCase>(allocator, inventory);
+    services.memoryOverview = std::make_shared<GetMemoryOverviewUseCase>(memory, inventory);
+    services.volumeUsers =
+        std::make_shared<LinuxVolumeUsers>(std::make_shared<ProcessCommandRunner>(), context->host.proc);
+    services.validationContext = validationContext;
+    return services;
+}
+
+RamDiskServices makeRamDiskServices(std::function<void(std::string)> notice) {
+    auto context = std::make_shared<LinuxContext>(LinuxHost::current());
+    context->notice = std::move(notice);
+    return makeRamDiskServices(context);
+}
+
+} // namespace ramdisk

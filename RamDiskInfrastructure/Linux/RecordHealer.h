@@ -1,0 +1,31 @@
+#pragma once
+
+#include "RamDiskInfrastructure/Linux/LinuxContext.h"
+
+namespace ramdisk {
+
+/// Brings a record back in line with the machine after a process was killed, a volume was unmounted by other
+/// means, or the last file of a forcibly ejected volume was closed.
+///
+/// Touches only what is provably ours and what no process holds; a volume that somebody put files onto is kept,
+/// whatever became of its maker. Everything is looked at afresh under the record's hold, so that a listing that
+/// saw an old state does no harm. Failures are silent: the next listing tries again.
+class RecordHealer {
+public:
+    explicit RecordHealer(const LinuxContext& context) : context_(context) {}
+
+    /// @returns whether the record still stands, in whatever state.
+    bool heal(const DiskRecord& record) const noexcept;
+
+    /// Takes away whatever the record's volume has left, and the record.
+    /// @throws SystemCallError
+    void discard(RecordHold hold) const;
+
+private:
+    void healHeld(RecordHold hold) const;
+    [[nodiscard]] bool isMountPointOfAnother(const DiskRecord& record) const;
+
+    const LinuxContext& context_;
+};
+
+} // namespace ramdisk

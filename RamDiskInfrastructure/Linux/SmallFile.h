@@ -1,0 +1,16 @@
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+
+namespace ramdisk {
+
+/// The whole of a file whose size cannot be told beforehand, such as one below /proc.
+/// @throws SystemCallError
+[[nodiscard]] std::string readSmallFile(const std::filesystem::path& path);
+
+/// The same; absent when it cannot be read.
+[[nodiscard]] std::optional<std::string> tryReadSmallFile(const std::filesystem::path& path);
+
+} // namespace ramdisk

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+
+namespace ramdisk {
+
+/// Identifies a mounted volume independently of its path, so that a later check can tell whether the path still
+/// shows the same medium.
+struct MountedVolume {
+    /// The type as the operating system's mount table has it, such as "apfs" or "tmpfs".
+    std::string fileSystem;
+    /// The identifier of the attachment that the volume lives on; never given to a second one.
+    std::optional<std::uint64_t> media;
+
+    /// The volume at `location`; absent when the path is on no mounted file system.
+    [[nodiscard]] static std::optional<MountedVolume> at(const std::filesystem::path& location);
+
+    friend bool operator==(const MountedVolume&, const MountedVolume&) = default;
+};
+
+} // namespace ramdisk

@@ -1,0 +1,189 @@
+#include "tramdisk/CommandLine.h"
+
+#include "RamDiskUI/ErrorText.h"
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include <memory>
+
+namespace ramdisk::cli {
+
+namespace {
+
+/// The texts of a disk's options as typed; read only after the whole line proved well formed.
+struct SpecificationTexts {
+    std::optional<std::string> name;
+    std::optional<std::string> size;
+    std::optional<std::string> format;
+    std::optional<std::string> access;
+    bool indexing = false;
+
+    void addTo(CLI::App& app) {
+        app.add_option("--name", name, "Name of the volume (default: the first free of RAMDisk, RAMDisk 2, ...)");
+        app.add_option("--size", size, "Size, such as 512M, 2G or 1.5GB; a bare number means MB (default: 1G)");
+        app.add_option("--format", format, "apfs, apfsx, hfs+, jhfs+, exfat or fat32 (default: hfs+)");
+        app.add_flag("--indexing", indexing, "Let the desktop's search index read the volume");
+        app.add_option("--access", access, "everyone or onlyMe (default: everyone)");
+    }
+
+    [[nodiscard]] SpecificationOptions read() const {
+        SpecificationOptions options;
+        options.name = name;
+        options.isIndexingEnabled = indexing;
+        if (size) {
+            try {
+                options.size = ByteCount::parse(*size, ByteCount::Unit::mebibyte);
+            } catch (const ByteCountParsingError& error) {
+                throw UsageError(errorText(error));
+            }
+        }
+        if (format) {
+            options.fileSystem = fileSystemFromRawValue(*format);
+            if (!options.fileSystem) {
+                throw UsageError(fmt::format(
+                    "“{}” is not a format. Use apfs, apfsx, hfs+, jhfs+, exfat or fat32.", *format));
+            }
+        }
+        if (access) {
+            options.access = volumeAccessFromRawValue(*access);
+            if (!options.access) {
+                throw UsageError(fmt::format("“{}” is not an access. Use everyone or onlyMe.", *access));
+            }
+        }
+        return options;
+    }
+};
+
+/// Everything that the parser writes into.
+struct Texts {
+    GlobalOptions global;
+    SpecificationTexts create;
+    SpecificationTexts validate;
+    bool dryRun = false;
+    std::string showReference;
+    std::string usersReference;
+    std::vector<std::string> ejectReferences;
+    bool ejectAll = false;
+    bool force = false;
+};
+
+class Parser {
+public:
+    Parser() : app_("Makes, lists and ejects RAM disks: volumes whose storage is main memory.", "tramdisk") {
+        app_.fallthrough();
+        app_.require_subcommand(0, 1);
+        app_.set_version_flag("--version", "tramdisk " TRAMDISK_VERSION);
+        app_.set_help_flag("--help,-h", "Show this help");
+        app_.add_flag("--json", texts_.global.json, "One JSON document on standard output");
+        app_.add_flag("--no-color", texts_.global.noColor, "No colors");
+        app_.add_flag("--quiet,-q", texts_.global.quiet, "Print results and errors only");
+        addSubcommands();
+    }
+
+    Invocation parse(int argumentCount, const char* const* arguments) {
+        try {
+            app_.parse(argumentCount, arguments);
+        } catch (const CLI::CallForHelp&) {
+            return {texts_.global, PrintInvocation{app_.help()}};
+        } catch (const CLI::CallForAllHelp&) {
+            return {texts_.global, PrintInvocation{app_.help("", CLI::AppFormatMode::All)}};
+        } catch (const CLI::CallForVersion&) {
+            return {texts_.global, PrintInvocation{app_.version() + "\n"}};
+        } catch (const CLI::ExtrasError&) {
+            throw UsageError(unexpectedArgument());
+        } catch (const CLI::ParseError& error) {
+            throw UsageError(firstLine(error.what()));
+        }
+        if (app_.get_subcommands().empty()) {
+            throw MissingSubcommand(app_.help());
+        }
+        return {texts_.global, readers_.at(app_.get_subcommands().front())()};
+    }
+
+private:
+    using Command = decltype(Invocation::command);
+
+    CLI::App& add(const char* name, const char* help, std::function<Command()> reader) {
+        auto* subcommand = app_.add_subcommand(name, help);
+        readers_[subcommand] = std::move(reader);
+        return *subcommand;
+    }
+
+    void addSubcommands() {
+        auto& create = add("create", "Make a RAM disk", [this] {
+            return CreateInvocation{texts_.create.read(), texts_.dryRun};
+        });
+        texts_.create.addTo(create);
+        create.add_flag("--dry-run", texts_.dryRun, "Print what would be done, and do nothing");
+
+        auto& validate = add("validate", "Check a request for a disk without making it",
+                             [this] { return ValidateInvocation{texts_.validate.read()}; });
+        texts_.validate.addTo(validate);
+
+        add("list", "List the RAM disks", [] { return ListInvocation{}; });
+
+        auto& show = add("show", "Show one disk",
+                         [this] { return ShowInvocation{RamDiskReference::parse(texts_.showReference)}; });
+        addReference(show, texts_.showReference);
+
+        auto& users = add("users", "List the processes that keep a disk busy",
+                          [this] { return UsersInvocation{RamDiskReference::parse(texts_.usersReference)}; });
+        addReference(users, texts_.usersReference);
+
+        auto& eject = add("eject", "Remove disks; their contents are gone", [this] { return readEject(); });
+        eject.add_option("REF", texts_.ejectReferences, "Devices, mount points or names");
+        eject.add_flag("--all", texts_.ejectAll, "Eject all of your disks");
+        eject.add_flag("--force", texts_.force, "Eject also what is in use");
+
+        add("memory", "Show how the memory is used", [] { return MemoryInvocation{}; });
+    }
+
+    static void addReference(CLI::App& app, std::string& reference) {
+        app.add_option("REF", reference, "A device, a mount point or a name")->required();
+    }
+
+    Command readEject() const {
+        if (texts_.ejectAll != texts_.ejectReferences.empty()) {
+            throw UsageError("Name the disks to eject, or give --all.");
+        }
+        EjectInvocation invocation;
+        for (const auto& text : texts_.ejectReferences) {
+            invocation.references.push_back(RamDiskReference::parse(text));
+        }
+        invocation.force = texts_.force ? Force::yes : Force::no;
+        return invocation;
+    }
+
+    [[nodiscard]] std::string unexpectedArgument() const {
+        const auto chosen = app_.get_subcommands();
+        auto remaining = app_.remaining();
+        for (const auto* subcommand : chosen) {
+            const auto more = subcommand->remaining();
+            remaining.insert(remaining.end(), more.begin(), more.end());
+        }
+        const auto argument = remaining.empty() ? std::string() : remaining.front();
+        if (chosen.empty() && !argument.starts_with("-")) {
+            return fmt::format("“{}” is not a subcommand. Run `tramdisk --help` to see them.", argument);
+        }
+        const auto command = chosen.empty() ? std::string("tramdisk") : "tramdisk " + chosen.front()->get_name();
+        if (argument.starts_with("-")) {
+            return fmt::format("“{}” is not an option of `{}`.", argument, command);
+        }
+        return fmt::format("`{}` takes no further argument “{}”.", command, argument);
+    }
+
+    static std::string firstLine(std::string_view text) { return std::string(text.substr(0, text.find('\n'))); }
+
+    CLI::App app_;
+    Texts texts_;
+    std::map<const CLI::App*, std::function<Command()>> readers_;
+};
+
+} // namespace
+
+Invocation parseCommandLine(int argumentCount, const char* const* arguments) {
+    return Parser().parse(argumentCount, arguments);
+}
+
+} // namespace ramdisk::cli

@@ -1,0 +1,27 @@
+#pragma once
+
+#include "RamDiskCore/Disks/RamDiskServices.h"
+#include "tramdisk/Console.h"
+#include "tramdisk/Invocation.h"
+
+namespace ramdisk::cli {
+
+/// What every subcommand works with.
+struct CommandContext {
+    const RamDiskServices& services;
+    const Console& console;
+};
+
+/// The exit statuses that scripts rely on.
+enum ExitStatus : int { succeeded = 0, failed = 1, wrongCommandLine = 2 };
+
+/// Each carries out one subcommand and tells how it went. Failures that end it are thrown.
+ExitStatus run(const CreateInvocation& invocation, const CommandContext& context);
+ExitStatus run(const ValidateInvocation& invocation, const CommandContext& context);
+ExitStatus run(const ListInvocation& invocation, const CommandContext& context);
+ExitStatus run(const ShowInvocation& invocation, const CommandContext& context);
+ExitStatus run(const UsersInvocation& invocation, const CommandContext& context);
+ExitStatus run(const EjectInvocation& invocation, const CommandContext& context);
+ExitStatus run(const MemoryInvocation& invocation, const CommandContext& context);
+
+} // namespace ramdisk::cli

@@ -1,0 +1,45 @@
+#pragma once
+
+#include "tramdisk/Invocation.h"
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace ramdisk::cli {
+
+/// Where the program writes: results to standard output, everything else to standard error.
+class Console {
+public:
+    explicit Console(const GlobalOptions& options);
+
+    [[nodiscard]] bool wantsJSON() const noexcept { return options_.json; }
+
+    /// A result that was asked for.
+    void print(std::string_view text) const;
+    /// The one JSON document of this call.
+    void printDocument(std::string_view document) const;
+    /// Good news that `--quiet` and JSON leave out.
+    void confirm(std::string_view text) const;
+    /// Something worth knowing beside a success; `--quiet` leaves it out.
+    void note(std::string_view text) const;
+    void warn(std::string_view text) const;
+    /// "tramdisk: " and the text, in one line unless the text itself has several.
+    void fail(std::string_view text) const;
+    /// What the user can do about the failure just told.
+    void hint(std::string_view text) const;
+
+    /// Aligned columns under a heading; control characters in cells are made harmless.
+    void printTable(const std::vector<std::string>& heading, const std::vector<std::vector<std::string>>& rows) const;
+    /// Names and values in two columns.
+    void printFields(const std::vector<std::pair<std::string, std::string>>& fields) const;
+
+private:
+    GlobalOptions options_;
+    bool hasColor_;
+};
+
+/// `text` with control characters replaced, so that a name cannot steer the user's terminal.
+[[nodiscard]] std::string printable(std::string_view text);
+
+} // namespace ramdisk::cli

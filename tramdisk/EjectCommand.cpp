@@ -1,0 +1,98 @@
+#include "RamDiskCore/Values/ByteCountFormat.h"
+#include "RamDiskInfrastructure/Stores/ValueJSON.h"
+#include "RamDiskUI/ErrorText.h"
+#include "tramdisk/Commands.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+
+namespace ramdisk::cli {
+
+namespace {
+
+/// The disks that were named, each once. A name that means nothing stops the call before anything is ejected.
+std::vector<RamDisk> resolveAll(const std::vector<RamDiskReference>& references, const RamDiskServices& services) {
+    std::vector<RamDisk> disks;
+    for (const auto& reference : references) {
+        auto disk = services.list->resolve(reference);
+        if (std::find(disks.begin(), disks.end(), disk) == disks.end()) {
+            disks.push_back(std::move(disk));
+        }
+    }
+    return disks;
+}
+
+BatchEjectResult ejectNamed(const EjectInvocation& invocation, const RamDiskServices& services) {
+    BatchEjectResult result;
+    for (auto& disk : resolveAll(invocation.references, services)) {
+        try {
+            result.outcomes.push_back(services.eject->eject(disk, invocation.force));
+            result.ejected.push_back(std::move(disk));
+        } catch (const RamDiskError& error) {
+            result.failures.push_back({std::move(disk), error});
+        }
+    }
+    return result;
+}
+
+std::optional<std::string> heldText(const RamDisk& disk, const ReleaseOutcome& outcome) {
+    if (!outcome.stillHeld) {
+        return std::nullopt;
+    }
+    return fmt::format("“{}” is ejected, but {} of its memory stays in use until its last file is closed: {}.",
+                       printable(disk.name), format(*outcome.stillHeld), fmt::join(outcome.holders, ", "));
+}
+
+Json resultJSON(const BatchEjectResult& result) {
+    Json json{{"ejected", Json::array()}, {"failures", Json::array()}};
+    auto notes = Json::array();
+    for (std::size_t index = 0; index < result.ejected.size(); ++index) {
+        json["ejected"].push_back(toJson(result.ejected[index]));
+        if (const auto text = heldText(result.ejected[index], result.outcomes[index])) {
+            notes.push_back(*text);
+        }
+    }
+    for (const auto& failure : result.failures) {
+        json["failures"].push_back({{"ramDisk", toJson(failure.ramDisk)}, {"text", errorText(failure.error)}});
+    }
+    if (!notes.empty()) {
+        json["notes"] = notes;
+    }
+    return json;
+}
+
+void tell(const BatchEjectResult& result, const Console& console) {
+    for (std::size_t index = 0; index < result.ejected.size(); ++index) {
+        console.confirm(fmt::format("“{}” is ejected.", printable(result.ejected[index].name)));
+        if (const auto text = heldText(result.ejected[index], result.outcomes[index])) {
+            console.note(*text);
+        }
+    }
+    for (const auto& failure : result.failures) {
+        console.fail(errorText(failure.error));
+        if (const auto suggestion = recoverySuggestion(failure.error)) {
+            console.hint(*suggestion);
+        }
+    }
+}
+
+} // namespace
+
+ExitStatus run(const EjectInvocation& invocation, const CommandContext& context) {
+    const bool isAll = invocation.references.empty();
+    const auto result = isAll ? context.services.eject->ejectAll(invocation.force)
+                              : ejectNamed(invocation, context.services);
+    if (context.console.wantsJSON()) {
+        context.console.printDocument(compactText(resultJSON(result)));
+    }
+    tell(result, context.console);
+    if (isAll && result.ejected.empty() && result.failures.empty()) {
+        context.console.confirm("No RAM disks to eject.");
+    }
+    return result.failures.empty() ? succeeded : failed;
+}
+
+} // namespace ramdisk::cli

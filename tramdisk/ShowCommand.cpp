@@ -1,0 +1,46 @@
+#include "RamDiskCore/Values/ByteCountFormat.h"
+#include "RamDiskInfrastructure/Stores/ValueJSON.h"
+#include "tramdisk/Commands.h"
+
+#include <nlohmann/json.hpp>
+
+namespace ramdisk::cli {
+
+namespace {
+
+std::vector<std::pair<std::string, std::string>> fields(const RamDisk& disk) {
+    const auto yesNo = [](bool value) { return value ? "yes" : "no"; };
+    std::vector<std::pair<std::string, std::string>> rows{{"Device", disk.device.bsdName()},
+                                                          {"Name", disk.name},
+                                                          {"Size", format(disk.capacity)}};
+    rows.emplace_back("Mount point", disk.mountPoint ? disk.mountPoint->string() : "(not mounted)");
+    if (disk.fileSystemName) {
+        rows.emplace_back("Format", *disk.fileSystemName);
+    }
+    if (disk.usage) {
+        rows.emplace_back("Free", format(disk.usage->available));
+    }
+    if (disk.memoryFootprint) {
+        rows.emplace_back("Memory held", format(*disk.memoryFootprint));
+    }
+    if (disk.isEncrypted) {
+        rows.emplace_back("Encrypted", yesNo(*disk.isEncrypted));
+    }
+    rows.emplace_back("Access", std::string(rawValue(disk.access)));
+    rows.emplace_back("Made by RamDisk", yesNo(disk.isCreatedByRamDisk));
+    return rows;
+}
+
+} // namespace
+
+ExitStatus run(const ShowInvocation& invocation, const CommandContext& context) {
+    const auto disk = context.services.list->resolve(invocation.reference);
+    if (context.console.wantsJSON()) {
+        context.console.printDocument(compactText(toJson(disk)));
+    } else {
+        context.console.printFields(fields(disk));
+    }
+    return succeeded;
+}
+
+} // namespace ramdisk::cli

@@ -1,0 +1,36 @@
+#include "RamDiskCore/Values/RamDiskError.h"
+#include "RamDiskInfrastructure/Stores/ValueJSON.h"
+#include "tramdisk/Commands.h"
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+namespace ramdisk::cli {
+
+ExitStatus run(const UsersInvocation& invocation, const CommandContext& context) {
+    const auto disk = context.services.list->resolve(invocation.reference);
+    if (!disk.mountPoint) {
+        throw RamDiskError(RamDiskError::NotMounted{disk.device});
+    }
+    const auto users = context.services.volumeUsers->users(*disk.mountPoint);
+    if (context.console.wantsJSON()) {
+        auto list = Json::array();
+        for (const auto& user : users) {
+            list.push_back(toJson(user));
+        }
+        context.console.printDocument(compactText(list));
+        return succeeded;
+    }
+    if (users.empty()) {
+        context.console.confirm(fmt::format("Nobody uses “{}”.", printable(disk.name)));
+        return succeeded;
+    }
+    std::vector<std::vector<std::string>> rows;
+    for (const auto& user : users) {
+        rows.push_back({std::to_string(user.processID), user.name});
+    }
+    context.console.printTable({"PID", "NAME"}, rows);
+    return succeeded;
+}
+
+} // namespace ramdisk::cli

@@ -3,6 +3,11 @@
 #include "RamDiskCore/Values/ByteCountFormat.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <algorithm>
+#include <iterator>
+#include <vector>
 
 namespace ramdisk {
 
@@ -64,11 +69,9 @@ struct IssueText {
 
 struct ErrorText {
     std::string operator()(const Error::InvalidSpecification& error) const {
-        std::string text;
-        for (const auto& issue : error.issues) {
-            text += (text.empty() ? "" : "\n") + issueText(issue);
-        }
-        return text;
+        std::vector<std::string> texts;
+        std::transform(error.issues.begin(), error.issues.end(), std::back_inserter(texts), issueText);
+        return fmt::format("{}", fmt::join(texts, "\n"));
     }
     std::string operator()(const Error::NotFound& error) const {
         return fmt::format("No RAM disk matches “{}”.", error.reference.text());

@@ -5,7 +5,6 @@
 #include <spawn.h>
 #include <sys/types.h>
 
-#include <cstddef>
 #include <string_view>
 
 // What running a child needs of the platform: one implementation a system, chosen by the build.
@@ -32,9 +31,6 @@ void prepareForWriting(const FileDescriptor& writingEnd);
 
 /// Lets the pipe of a child that writes much hold more, where the system allows it.
 void enlargePipe(const FileDescriptor& pipe) noexcept;
-
-/// Tells the system that the block will be filled from its start, so that it can provide it in large pages.
-void expectFilling(void* block, std::size_t size) noexcept;
 
 /// A descriptor that becomes readable when the child, not yet reaped, ends. None where the system has no such
 /// thing or the child is already gone: the caller must then look from time to time.

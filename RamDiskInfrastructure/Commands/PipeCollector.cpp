@@ -14,8 +14,6 @@ namespace ramdisk {
 namespace {
 
 constexpr std::size_t bufferSize = 64 * 1024;
-/// From here on memory is asked for in large pages.
-constexpr std::size_t largeBlock = 2 * 1024 * 1024;
 
 } // namespace
 
@@ -53,21 +51,8 @@ std::size_t PipeCollector::append() {
         isPipeEnlarged_ = true;
         enlargePipe(handle_);
     }
-    if (data_.size() + received > data_.capacity() && data_.capacity() >= largeBlock) {
-        growLarge();
-    }
     data_.append(buffer.data(), received);
     return received;
-}
-
-/// Moves into a larger block, announced before anything is copied into it: most of what collecting a large
-/// output costs is the first touch of its memory, which large pages make cheap.
-void PipeCollector::growLarge() {
-    std::string larger;
-    larger.reserve(2 * data_.capacity());
-    expectFilling(larger.data(), larger.capacity());
-    larger.append(data_);
-    data_ = std::move(larger);
 }
 
 std::size_t PipeCollector::readInto(char* buffer, std::size_t size) {

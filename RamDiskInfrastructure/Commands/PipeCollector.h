@@ -36,7 +36,6 @@ public:
 
 private:
     std::size_t append();
-    void growLarge();
     std::size_t readInto(char* buffer, std::size_t size);
 
     FileDescriptor handle_;

@@ -1,13 +1,11 @@
 #include "RamDiskInfrastructure/Commands/ChildPlatform.h"
 
 #include <fcntl.h>
-#include <sys/mman.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <array>
 #include <csignal>
-#include <cstdint>
 #include <ctime>
 #include <system_error>
 
@@ -74,16 +72,6 @@ ssize_t writeWithoutSignal(const FileDescriptor& writingEnd, std::string_view by
 void enlargePipe(const FileDescriptor& pipe) noexcept {
     // Refused when the user holds many large pipes already; the usual size serves as well.
     fcntl(pipe.get(), F_SETPIPE_SZ, largePipe);
-}
-
-void expectFilling(void* block, std::size_t size) noexcept {
-    static const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-    const auto start = reinterpret_cast<std::uintptr_t>(block);
-    const auto firstPage = (start + page - 1) / page * page;
-    const auto end = (start + size) / page * page;
-    if (end > firstPage) {
-        madvise(reinterpret_cast<void*>(firstPage), end - firstPage, MADV_HUGEPAGE);
-    }
 }
 
 FileDescriptor openExitDescriptor(pid_t child) noexcept {

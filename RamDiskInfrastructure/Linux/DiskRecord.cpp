@@ -79,7 +79,8 @@ Value required(std::optional<Value> value) {
 }
 
 DiskRecord decode(const Json& json, const DeviceIdentifier& device) {
-    DiskRecord record{device, required(UUID::parse(json.at("uuid").get<std::string>()))};
+    DiskRecord record{device, required(UUID::parse(json.at("uuid").get<std::string>())),
+                      required(UUID::parse(json.at("instance").get<std::string>()))};
     record.owner = static_cast<uid_t>(checkedNumber(json.at("owner")));
     record.state = required(enumeratorNamed<RecordState>(stateNames, json.at("state").get<std::string>()));
     record.kind = required(enumeratorNamed<VolumeKind>(kindNames, json.at("kind").get<std::string>()));
@@ -89,9 +90,6 @@ DiskRecord decode(const Json& json, const DeviceIdentifier& device) {
     record.access = required(volumeAccessFromRawValue(json.at("access").get<std::string>()));
     record.isEncrypted = json.at("isEncrypted").get<bool>();
     record.mountPoint = decodedText(json.at("mountPoint"));
-    if (json.contains("instance")) {
-        record.instance = UUID::parse(json.at("instance").get<std::string>());
-    }
     if (record.state == RecordState::detaching) {
         record.heldDevice = checkedNumber(json.at("heldDevice"));
         record.heldBytes = ByteCount{checkedNumber(json.at("heldBytes"))};
@@ -107,6 +105,7 @@ std::string_view rawValue(RecordState state) { return stateNames.at(static_cast<
 std::string encodeRecord(const DiskRecord& record) {
     Json json;
     json["uuid"] = record.uuid.text();
+    json["instance"] = record.instance.text();
     json["owner"] = record.owner;
     json["state"] = rawValue(record.state);
     json["kind"] = rawValue(record.kind);
@@ -116,9 +115,6 @@ std::string encodeRecord(const DiskRecord& record) {
     json["access"] = rawValue(record.access);
     json["isEncrypted"] = record.isEncrypted;
     json["mountPoint"] = encodedText(record.mountPoint.native());
-    if (record.instance) {
-        json["instance"] = record.instance->text();
-    }
     if (record.state == RecordState::detaching) {
         json["heldDevice"] = record.heldDevice;
         json["heldBytes"] = record.heldBytes.bytes;

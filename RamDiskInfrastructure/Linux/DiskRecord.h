@@ -43,6 +43,8 @@ struct DiskRecord {
     DeviceIdentifier device;
     /// Carried by the volume itself, where only its maker can put it.
     UUID uuid;
+    /// The identifier inside the volume's mark.
+    UUID instance;
     uid_t owner = 0;
     RecordState state = RecordState::making;
     VolumeKind kind = VolumeKind::tmpfs;
@@ -51,8 +53,6 @@ struct DiskRecord {
     FileSystem fileSystem = FileSystem::hfsPlus;
     VolumeAccess access = VolumeAccess::everyone;
     bool isEncrypted = false;
-    /// The identifier inside the volume's mark, once it is marked.
-    std::optional<UUID> instance{};
     /// Empty until it is chosen. Written before the folder is made, so that a crash in between leaves a trace.
     std::filesystem::path mountPoint{};
     /// While detaching: the file system's device number and how much memory it had when it was ejected.
@@ -60,6 +60,11 @@ struct DiskRecord {
     ByteCount heldBytes{};
     /// The folder that the record was read from; not stored inside it.
     std::filesystem::path folder{};
+
+    /// A record with fresh identifiers, for a device that is yet to be named.
+    [[nodiscard]] static DiskRecord draft() {
+        return {DeviceIdentifier::wholeDisk(0), UUID::random(), UUID::random()};
+    }
 
     /// How the kernel shows the volume: the source of its mount, the name of its memory file or of its folder.
     [[nodiscard]] std::string volumeTag() const { return "ramdisk-" + uuid.text(); }

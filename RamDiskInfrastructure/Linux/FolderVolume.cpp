@@ -95,7 +95,7 @@ std::vector<MachineStep> FolderVolume::makingSteps(VolumeInMaking& making) const
              if (!root) {
                  throw SystemCallError("open", inner);
              }
-             record.instance = writeVolumeMark(root.get());
+             writeVolumeMark(root.get(), record.instance);
          }},
     };
 }

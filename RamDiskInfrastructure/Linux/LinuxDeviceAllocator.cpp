@@ -42,8 +42,7 @@ MachineStep LinuxDeviceAllocator::claimStep(ByteCount size, std::optional<Record
     const auto kind = kindOn(context_->host.firstRung());
     return {fmt::format("claim the lowest free device number in {}", context_->ownStore().folder().string()),
             [this, size, kind, &claimed] {
-                // Never a device yet; the store puts in the name that it claims.
-                DiskRecord draft{DeviceIdentifier::wholeDisk(0), UUID::random()};
+                auto draft = DiskRecord::draft();
                 draft.owner = context_->host.owner;
                 draft.kind = kind;
                 draft.size = {sectorCount(size) * 512};

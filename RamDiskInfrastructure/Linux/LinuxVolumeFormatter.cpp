@@ -112,7 +112,7 @@ std::filesystem::path LinuxVolumeFormatter::format(const DeviceIdentifier& devic
 }
 
 std::vector<std::string> LinuxVolumeFormatter::plan(const RamDiskSpecification& specification) const {
-    RecordHold draft{{DeviceIdentifier::wholeDisk(0), UUID::random()}, {}};
+    RecordHold draft{DiskRecord::draft(), {}};
     draft.record.size = {sectorCount(specification.size) * 512};
     draft.record.name = specification.name;
     draft.record.access = specification.access;
@@ -131,7 +131,7 @@ void LinuxVolumeFormatter::mark(const std::filesystem::path& volume) {
     if (!root) {
         throw SystemCallError("open", volume);
     }
-    static_cast<void>(writeVolumeMark(root.get()));
+    writeVolumeMark(root.get(), UUID::random());
 }
 
 } // namespace ramdisk

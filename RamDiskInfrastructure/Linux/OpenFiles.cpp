@@ -121,7 +121,7 @@ OpenFiles OpenFiles::find(const fs::path& proc, const FilesPlace& place) {
     Search search(place);
     std::error_code ignored;
     for (const auto& entry : fs::directory_iterator(proc, ignored)) {
-        const auto& digits = entry.path().filename().native();
+        const auto digits = entry.path().filename().string();
         std::int32_t processID = 0;
         const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), processID);
         if (error == std::errc{} && end == digits.data() + digits.size() && search.uses(entry.path())) {

@@ -85,7 +85,7 @@ std::vector<MachineStep> TmpfsVolume::makingSteps(VolumeInMaking& making) const 
         {fmt::format("setxattr user.{} on its root", VolumeMark::attribute),
          [&record, parts] {
              if (parts->mount->root()) {
-                 record.instance = writeVolumeMark(parts->mount->root().get());
+                 writeVolumeMark(parts->mount->root().get(), record.instance);
              }
          }},
         {fmt::format("move_mount to {}", record.mountPoint.string()),
@@ -97,7 +97,7 @@ std::vector<MachineStep> TmpfsVolume::makingSteps(VolumeInMaking& making) const 
                  if (!root) {
                      throw SystemCallError("open", parts->mountFolder.path);
                  }
-                 record.instance = writeVolumeMark(root.get());
+                 writeVolumeMark(root.get(), record.instance);
              }
          }},
     };

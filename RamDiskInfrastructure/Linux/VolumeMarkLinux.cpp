@@ -16,16 +16,12 @@ std::string attributeName() { return std::string("user.") + VolumeMark::attribut
 
 } // namespace
 
-std::optional<UUID> writeVolumeMark(int rootDescriptor) {
-    const auto instance = UUID::random();
+void writeVolumeMark(int rootDescriptor, const UUID& instance) {
     const auto text = instance.text();
-    if (fsetxattr(rootDescriptor, attributeName().c_str(), text.data(), text.size(), 0) == 0) {
-        return instance;
+    if (fsetxattr(rootDescriptor, attributeName().c_str(), text.data(), text.size(), 0) != 0 && errno != ENOTSUP
+        && errno != EPERM) {
+        throw SystemCallError("mark the volume");
     }
-    if (errno == ENOTSUP || errno == EPERM) {
-        return std::nullopt;
-    }
-    throw SystemCallError("mark the volume");
 }
 
 VolumeMark::Reading readVolumeMark(const std::filesystem::path& volume) {

@@ -52,8 +52,6 @@ void enlargePipe(const FileDescriptor& /*pipe*/) noexcept {
     // The kernel enlarges a pipe by itself while it is written to.
 }
 
-void expectFilling(void* /*block*/, std::size_t /*size*/) noexcept {}
-
 FileDescriptor openExitDescriptor(pid_t child) noexcept {
     FileDescriptor queue(kqueue());
     if (!queue) {

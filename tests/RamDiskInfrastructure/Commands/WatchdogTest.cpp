@@ -1,0 +1,53 @@
+#include "RamDiskInfrastructure/Commands/Watchdog.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <limits>
+
+namespace ramdisk {
+namespace {
+
+using namespace std::chrono_literals;
+const Watchdog::TimePoint start{1000s};
+
+TEST(Watchdog, TerminatesAtTheLimitAndKillsTwoSecondsLaterOnce) {
+    Watchdog watchdog(1.5, start);
+    EXPECT_EQ(watchdog.nextDeadline(), start + 1500ms);
+    EXPECT_EQ(watchdog.takeDueSignal(start + 1499ms), std::nullopt);
+    EXPECT_FALSE(watchdog.didFire());
+    EXPECT_EQ(watchdog.takeDueSignal(start + 1600ms), SIGTERM);
+    EXPECT_TRUE(watchdog.didFire());
+    EXPECT_EQ(watchdog.nextDeadline(), start + 3600ms);
+    EXPECT_EQ(watchdog.takeDueSignal(start + 3599ms), std::nullopt);
+    EXPECT_EQ(watchdog.takeDueSignal(start + 3600ms), SIGKILL);
+    EXPECT_EQ(watchdog.takeDueSignal(start + 9000ms), std::nullopt);
+    EXPECT_EQ(watchdog.nextDeadline(), std::nullopt);
+}
+
+TEST(Watchdog, NothingIsDueOnceStopped) {
+    Watchdog unfired(1, start);
+    unfired.stop();
+    EXPECT_EQ(unfired.takeDueSignal(start + 5s), std::nullopt);
+    EXPECT_FALSE(unfired.didFire());
+
+    Watchdog fired(1, start);
+    EXPECT_EQ(fired.takeDueSignal(start + 1s), SIGTERM);
+    fired.stop();
+    EXPECT_EQ(fired.takeDueSignal(start + 5s), std::nullopt);
+    EXPECT_TRUE(fired.didFire());
+}
+
+TEST(Watchdog, LimitsAtTheEdgesOfTheirRange) {
+    constexpr auto infinity = std::numeric_limits<double>::infinity();
+    EXPECT_EQ(Watchdog(std::nullopt, start).limit(), std::nullopt);
+    for (const double endless : {infinity, 1e300, 1e10}) {
+        EXPECT_EQ(Watchdog(endless, start).limit(), std::nullopt) << endless;
+    }
+    for (const double passed : {0.0, -3.0, -infinity, std::numeric_limits<double>::quiet_NaN()}) {
+        EXPECT_EQ(Watchdog(passed, start).takeDueSignal(start), SIGTERM) << passed;
+    }
+}
+
+} // namespace
+} // namespace ramdisk

@@ -4,6 +4,7 @@
 
 #include <fmt/format.h>
 #include <gmock/gmock.h>
+#include <gtest/gtest-spi.h>
 #include <gtest/gtest.h>
 
 #include <random>
@@ -25,6 +26,19 @@ protected:
     test::TemporaryFolder folder;
     std::shared_ptr<ScriptedMac> mac = std::make_shared<ScriptedMac>();
 };
+
+TEST(ScriptedMac, WhatNobodyExpectsFailsTheTest) {
+    EXPECT_NONFATAL_FAILURE(
+        (void)ScriptedMac().run({"/usr/bin/hdiutil", {"burn"}, std::nullopt, std::nullopt}),
+        "no script for: /usr/bin/hdiutil burn");
+    EXPECT_NONFATAL_FAILURE(ScriptedMac().script("/usr/bin/hdiutil burn", {}),
+                            "nobody ran: /usr/bin/hdiutil burn");
+    ScriptedMac mac;
+    mac.secrets.emplace_back("hush");
+    mac.script("/usr/bin/hdiutil hush", {});
+    EXPECT_NONFATAL_FAILURE((void)mac.run({"/usr/bin/hdiutil", {"hush"}, std::nullopt, std::nullopt}),
+                            "a secret in: /usr/bin/hdiutil hush");
+}
 
 TEST_F(WholeMacTests, ACreationRunsTheToolsInTheirOrder) {
     mac->hasDiskImages2 = false;

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <filesystem>
+
+namespace ramdisk {
+
+/// Fills a volume from a folder.
+class FolderCopying {
+public:
+    FolderCopying() = default;
+    FolderCopying(const FolderCopying&) = delete;
+    FolderCopying& operator=(const FolderCopying&) = delete;
+    virtual ~FolderCopying() = default;
+
+    /// Copies what is inside `folder` to the root of the volume mounted at `volume`, with its metadata. What
+    /// is there under other names stays; a failure leaves what was copied so far.
+    /// @throws RamDiskError `contentsTransferFailed`
+    virtual void copy(const std::filesystem::path& folder, const std::filesystem::path& volume) = 0;
+};
+
+} // namespace ramdisk

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+namespace ramdisk {
+
+/// Makes folders on a volume.
+class FolderMaking {
+public:
+    FolderMaking() = default;
+    FolderMaking(const FolderMaking&) = delete;
+    FolderMaking& operator=(const FolderMaking&) = delete;
+    virtual ~FolderMaking() = default;
+
+    /// Makes the folder at `relativePath` below `volume`, with the folders above it, where they are missing.
+    /// Never leaves the volume, whatever links lie on it.
+    /// @throws RamDiskError `folderNotCreated`
+    virtual void make(const std::string& relativePath, const std::filesystem::path& volume) = 0;
+};
+
+} // namespace ramdisk

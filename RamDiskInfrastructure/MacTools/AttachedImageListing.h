@@ -1,0 +1,15 @@
+#pragma once
+
+#include "RamDiskCore/Ports/CommandRunning.h"
+#include "RamDiskInfrastructure/MacTools/AttachedRamImage.h"
+
+#include <vector>
+
+namespace ramdisk {
+
+/// The memory-backed images that are attached now, in the disk-image tool's order. One run of the tool, which
+/// may take 30 seconds.
+/// @throws RamDiskError `inventoryUnavailable`
+[[nodiscard]] std::vector<AttachedRamImage> attachedRamImages(CommandRunning& runner);
+
+} // namespace ramdisk

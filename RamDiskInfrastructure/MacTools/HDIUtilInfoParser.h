@@ -1,0 +1,42 @@
+#pragma once
+
+#include "RamDiskInfrastructure/MacTools/AttachedRamImage.h"
+#include "RamDiskInfrastructure/MacTools/PropertyList.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace ramdisk {
+
+/// Reads what `hdiutil info -plist` prints. Does no I/O.
+class HDIUtilInfoParser {
+public:
+    struct Entity {
+        /// Such as /dev/disk5s1.
+        std::string devEntry;
+        std::optional<std::string> mountPoint;
+    };
+    struct Image {
+        std::optional<std::string> imagePath;
+        std::optional<std::uint64_t> blockCount;
+        std::optional<std::uint64_t> blockSize;
+        std::vector<Entity> systemEntities;
+        std::optional<std::int32_t> helperProcessID;
+    };
+    struct Info {
+        std::vector<Image> images;
+    };
+
+    /// The list of attached images; a key that is missing is no error, and unknown keys are passed over.
+    /// @throws PropertyListError when `data` is no property list or a known key holds another type.
+    [[nodiscard]] static Info info(std::string_view data);
+
+    /// Those images of `info` that live in memory and have a device, in the tool's order.
+    /// @throws PropertyListError as `info`, and when a size is not one that a disk can have.
+    [[nodiscard]] static std::vector<AttachedRamImage> ramImages(std::string_view data);
+};
+
+} // namespace ramdisk

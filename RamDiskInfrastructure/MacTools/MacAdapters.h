@@ -1,0 +1,33 @@
+#pragma once
+
+#include "RamDiskCore/Disks/RamDiskServices.h"
+#include "RamDiskCore/Ports/CommandRunning.h"
+#include "RamDiskCore/Ports/ProcessFootprintReading.h"
+#include "RamDiskInfrastructure/MacTools/MediaIdentifying.h"
+#include "RamDiskInfrastructure/MacTools/PrivateMounts.h"
+#include "RamDiskInfrastructure/MacTools/RamDeviceAllocator.h"
+#include "RamDiskInfrastructure/MacTools/VolumeMarkAccessing.h"
+#include "RamDiskInfrastructure/MacTools/VolumeStatisticsReading.h"
+
+#include <memory>
+
+namespace ramdisk {
+
+/// What the tool-driven adapters need of a Mac: its tools, and what its frameworks tell.
+struct MacAdapters {
+    std::shared_ptr<CommandRunning> runner;
+    RamDeviceAllocator::AttachMethod method = RamDeviceAllocator::AttachMethod::diskImages2;
+    std::shared_ptr<const PrivateMounts> privateMounts;
+    std::shared_ptr<VolumeMarkAccessing> marks;
+    std::shared_ptr<MediaIdentifying> media;
+    std::shared_ptr<const VolumeStatisticsReading> statistics;
+    std::shared_ptr<const ProcessFootprintReading> footprints;
+    std::shared_ptr<const SystemMemoryProviding> memory;
+    std::shared_ptr<const MountedVolumeListing> volumes;
+    std::shared_ptr<PassphraseGenerating> passphrases;
+};
+
+/// The use cases over those adapters.
+[[nodiscard]] RamDiskServices makeMacServices(const MacAdapters& adapters);
+
+} // namespace ramdisk

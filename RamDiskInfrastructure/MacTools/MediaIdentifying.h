@@ -1,0 +1,22 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace ramdisk {
+
+/// Tells one medium from a later one that was given the same device name.
+class MediaIdentifying {
+public:
+    MediaIdentifying() = default;
+    MediaIdentifying(const MediaIdentifying&) = delete;
+    MediaIdentifying& operator=(const MediaIdentifying&) = delete;
+    virtual ~MediaIdentifying() = default;
+
+    /// The identifier of the medium that has the name now; no medium ever gets another's. Absent when there
+    /// is none. Safe from any thread.
+    [[nodiscard]] virtual std::optional<std::uint64_t> identifier(const std::string& bsdName) = 0;
+};
+
+} // namespace ramdisk

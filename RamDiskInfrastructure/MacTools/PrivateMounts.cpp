@@ -1,0 +1,119 @@
+#include "RamDiskInfrastructure/MacTools/PrivateMounts.h"
+
+#include "RamDiskCore/Values/Text.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <string>
+#include <system_error>
+#include <utility>
+
+namespace ramdisk {
+
+namespace {
+
+constexpr int mostClashes = 1000;
+/// Leaves room for a number within the 255 bytes of a file name.
+constexpr std::size_t longestFolderName = 250;
+
+[[noreturn]] void failWith(int code, const char* action, const std::filesystem::path& path) {
+    throw std::system_error(code, std::generic_category(), action + path.string());
+}
+
+FileDescriptor openDirectory(const std::filesystem::path& directory) {
+    return FileDescriptor(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+}
+
+bool lock(const FileDescriptor& directory, int operation) {
+    int status = 0;
+    do {
+        status = ::flock(directory.get(), operation);
+    } while (status != 0 && errno == EINTR);
+    return status == 0;
+}
+
+/// A single path component that neither hides nor climbs.
+std::string folderName(std::string_view volumeName) {
+    std::string name(prefixOfWholeCharacters(trimmed(volumeName), longestFolderName));
+    std::replace(name.begin(), name.end(), '/', ':');
+    const auto visible = name.find_first_not_of('.');
+    return visible == std::string::npos ? "RAMDisk" : name.substr(visible);
+}
+
+std::string standardized(const std::filesystem::path& path) {
+    auto text = path.lexically_normal().string();
+    while (text.size() > 1 && text.back() == '/') {
+        text.pop_back();
+    }
+    return text;
+}
+
+} // namespace
+
+PrivateMounts::MountPoint::MountPoint(std::filesystem::path path, FileDescriptor directoryLock)
+    : path_(std::move(path)),
+      lock_(std::move(directoryLock)) {}
+
+PrivateMounts::MountPoint::MountPoint(MountPoint&& other) noexcept
+    : path_(std::move(other.path_)),
+      lock_(std::move(other.lock_)),
+      isKept_(std::exchange(other.isKept_, true)) {}
+
+PrivateMounts::MountPoint::~MountPoint() {
+    if (!isKept_) {
+        ::rmdir(path_.c_str());
+    }
+}
+
+PrivateMounts::PrivateMounts(std::filesystem::path directory, CloseDevice closeDevice)
+    : directory_(std::move(directory)),
+      closeDevice_(std::move(closeDevice)) {}
+
+bool PrivateMounts::contains(const std::filesystem::path& mountPoint) const {
+    const auto folder = standardized(directory_) + "/";
+    return standardized(mountPoint).compare(0, folder.size(), folder) == 0;
+}
+
+PrivateMounts::MountPoint PrivateMounts::makeMountPoint(std::string_view volumeName) const {
+    std::filesystem::create_directories(directory_);
+    removeEmptyMountPoints();
+    auto directory = openDirectory(directory_);
+    if (directory.get() < 0 || ::fchmod(directory.get(), S_IRWXU) != 0 || !lock(directory, LOCK_SH)) {
+        failWith(errno, "Could not prepare the folder ", directory_);
+    }
+    const auto name = folderName(volumeName);
+    for (int clash = 0; clash < mostClashes; ++clash) {
+        const auto candidate = clash == 0 ? name : name + " " + std::to_string(clash);
+        if (::mkdirat(directory.get(), candidate.c_str(), S_IRWXU) == 0) {
+            return {directory_ / candidate, std::move(directory)};
+        }
+        if (errno != EEXIST) {
+            failWith(errno, "Could not make the folder ", directory_ / candidate);
+        }
+    }
+    failWith(EEXIST, "Could not make the folder ", directory_ / name);
+}
+
+void PrivateMounts::removeEmptyMountPoints() const noexcept {
+    try {
+        const auto directory = openDirectory(directory_);
+        if (directory.get() < 0 || !lock(directory, LOCK_EX | LOCK_NB)) {
+            return;
+        }
+        std::error_code ignored;
+        for (const auto& entry : std::filesystem::directory_iterator(directory_, ignored)) {
+            // Fails for a folder in use and for anything that is not an empty folder, which is all that is
+            // meant.
+            ::unlinkat(directory.get(), entry.path().filename().c_str(), AT_REMOVEDIR);
+        }
+    } catch (const std::exception&) { // NOLINT(bugprone-empty-catch)
+        // A folder that stays is only untidy.
+    }
+}
+
+} // namespace ramdisk

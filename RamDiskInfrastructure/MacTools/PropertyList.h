@@ -1,0 +1,73 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+namespace ramdisk {
+
+/// A text is no property list, or holds another type than the reader needs.
+class PropertyListError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// One value inside a `PropertyList`, which must outlive it.
+///
+/// Every reader checks the type of what it reads: the library underneath would hand out zeros and nulls.
+class PropertyListNode {
+public:
+    /// The value under `key`; absent when the dictionary does not have it.
+    /// @throws PropertyListError when this is no dictionary.
+    [[nodiscard]] std::optional<PropertyListNode> find(const std::string& key) const;
+
+    /// How many elements an array has.
+    /// @throws PropertyListError when this is no array.
+    [[nodiscard]] std::size_t size() const;
+    [[nodiscard]] PropertyListNode at(std::size_t index) const;
+
+    /// @throws PropertyListError when this is no text.
+    [[nodiscard]] std::string string() const;
+
+    /// A count. The library reads -5 as a huge number, so whatever no signed 64-bit number holds is refused.
+    /// @throws PropertyListError when this is no whole number, is negative or is that large.
+    [[nodiscard]] std::uint64_t unsignedInteger() const;
+
+    /// @throws PropertyListError when this is no whole number of 32 bits.
+    [[nodiscard]] std::int32_t signedInteger32() const;
+
+private:
+    friend class PropertyList;
+    PropertyListNode(void* node, std::string name) : node_(node), name_(std::move(name)) {}
+
+    [[nodiscard]] std::uint64_t rawInteger() const;
+    [[noreturn]] void refuse(const char* wanted) const;
+
+    void* node_;
+    /// The key or position by which the parent holds this value, for messages.
+    std::string name_;
+};
+
+/// A property list in the XML or the binary form, owned.
+class PropertyList {
+public:
+    /// @throws PropertyListError
+    [[nodiscard]] static PropertyList parse(std::string_view data);
+
+    [[nodiscard]] PropertyListNode root() const { return {root_.get(), "property list"}; }
+
+private:
+    struct Free {
+        void operator()(void* node) const noexcept;
+    };
+
+    explicit PropertyList(void* root) : root_(root) {}
+
+    std::unique_ptr<void, Free> root_;
+};
+
+} // namespace ramdisk

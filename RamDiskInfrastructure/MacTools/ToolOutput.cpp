@@ -1,0 +1,86 @@
+#include "RamDiskInfrastructure/MacTools/ToolOutput.h"
+
+#include <cstddef>
+#include <cstdint>
+
+namespace ramdisk {
+
+namespace {
+
+constexpr std::int32_t busyExitCode = 16;
+
+bool isDigit(char character) {
+    return character >= '0' && character <= '9';
+}
+
+bool isWordCharacter(char character) {
+    return isDigit(character) || character == '_' || (character >= 'a' && character <= 'z')
+           || (character >= 'A' && character <= 'Z');
+}
+
+bool isWordBoundaryBefore(std::string_view text, std::size_t at) {
+    return at == 0 || !isWordCharacter(text[at - 1]);
+}
+
+/// Whether no word goes on at `at`, given that one ends there.
+bool isWordBoundaryAfter(std::string_view text, std::size_t at) {
+    return at == text.size() || !isWordCharacter(text[at]);
+}
+
+/// The end of disk[0-9]+ at `start`, or `start` when it does not stand there.
+std::size_t endOfDiskName(std::string_view text, std::size_t start) {
+    constexpr std::string_view prefix = "disk";
+    if (text.substr(start, prefix.size()) != prefix) {
+        return start;
+    }
+    auto end = start + prefix.size();
+    while (end < text.size() && isDigit(text[end])) {
+        ++end;
+    }
+    return end == start + prefix.size() ? start : end;
+}
+
+bool containsReturned80(std::string_view text) {
+    constexpr std::string_view phrase = "returned 80";
+    for (auto at = text.find(phrase); at != std::string_view::npos; at = text.find(phrase, at + 1)) {
+        if (isWordBoundaryAfter(text, at + phrase.size())) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool namesBusyError(std::string_view text) {
+    return text.find("Error 80 (") != std::string_view::npos || containsReturned80(text);
+}
+
+} // namespace
+
+std::optional<DeviceIdentifier> firstWholeDisk(std::string_view text) {
+    for (auto at = text.find("disk"); at != std::string_view::npos; at = text.find("disk", at + 1)) {
+        const auto end = endOfDiskName(text, at);
+        if (end != at && isWordBoundaryBefore(text, at) && isWordBoundaryAfter(text, end)) {
+            return DeviceIdentifier::make(text.substr(at, end - at));
+        }
+    }
+    return std::nullopt;
+}
+
+std::optional<DeviceIdentifier> apfsOperationDisk(std::string_view text) {
+    constexpr std::string_view phrase = "Disk from APFS operation: ";
+    for (auto at = text.find(phrase); at != std::string_view::npos; at = text.find(phrase, at + 1)) {
+        const auto start = at + phrase.size();
+        const auto end = endOfDiskName(text, start);
+        if (end != start) {
+            return DeviceIdentifier::make(text.substr(start, end - start));
+        }
+    }
+    return std::nullopt;
+}
+
+bool saysBusy(const CommandOutput& output) {
+    return output.exitCode == busyExitCode || namesBusyError(output.standardError)
+           || namesBusyError(output.standardOutput);
+}
+
+} // namespace ramdisk

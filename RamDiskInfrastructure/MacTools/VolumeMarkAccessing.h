@@ -1,0 +1,29 @@
+#pragma once
+
+#include "RamDiskCore/Values/VolumeMark.h"
+
+#include <filesystem>
+#include <optional>
+#include <string>
+
+namespace ramdisk {
+
+/// Reads and writes the attribute that marks our volumes.
+class VolumeMarkAccessing {
+public:
+    VolumeMarkAccessing() = default;
+    VolumeMarkAccessing(const VolumeMarkAccessing&) = delete;
+    VolumeMarkAccessing& operator=(const VolumeMarkAccessing&) = delete;
+    virtual ~VolumeMarkAccessing() = default;
+
+    /// The mark on the volume's root folder; not set when it cannot be read.
+    [[nodiscard]] virtual VolumeMark::Reading read(const std::filesystem::path& volume) const = 0;
+
+    /// @throws std::system_error
+    virtual void write(const std::filesystem::path& volume, const UUID& instance) = 0;
+};
+
+/// What an attribute's value says; absent stands for a missing attribute.
+[[nodiscard]] VolumeMark::Reading markReading(const std::optional<std::string>& value);
+
+} // namespace ramdisk

@@ -1,0 +1,237 @@
+#include "RamDiskCore/Values/RamDiskError.h"
+#include "RamDiskInfrastructure/MacTools/HDIUtilInfoParser.h"
+#include "RamDiskInfrastructure/MacTools/HDIUtilRamDiskInventory.h"
+#include "RamDiskInfrastructure/MacTools/LsofVolumeUsers.h"
+#include "RamDiskUI/ErrorText.h"
+#include "tests/support/ScriptedMac.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace ramdisk {
+namespace {
+
+using testing::ElementsAre;
+
+std::string listOf(const std::string& images) {
+    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?><plist version=\"1.0\"><dict><key>images</key><array>"
+           + images + "</array></dict></plist>";
+}
+
+/// An image with these keys beside its entities.
+std::string
+image(const std::string& keys,
+      const std::string& entities = "<dict><key>dev-entry</key><string>/dev/disk5</string></dict>") {
+    return "<dict>" + keys + "<key>system-entities</key><array>" + entities + "</array></dict>";
+}
+
+std::string path(const std::string& text) {
+    return "<key>image-path</key><string>" + text + "</string>";
+}
+
+std::string integer(const std::string& key, const std::string& value) {
+    return "<key>" + key + "</key><integer>" + value + "</integer>";
+}
+
+TEST(HDIUtilInfoParser, EmptyAndMissingListsAreEmpty) {
+    EXPECT_TRUE(HDIUtilInfoParser::ramImages(listOf("")).empty());
+    EXPECT_TRUE(
+        HDIUtilInfoParser::ramImages("<plist version=\"1.0\"><dict><key>vendor</key><string>Apple</string>"
+                                     "</dict></plist>")
+            .empty());
+}
+
+TEST(HDIUtilInfoParser, OnlyImagesInMemoryWithADeviceAreTaken) {
+    const auto images = HDIUtilInfoParser::ramImages(listOf(
+        image(path("/Users/me/Other.dmg")) + image("") + image(path("ram:/2048"))
+        + image(path("ram://2048"), "")
+        + image(path("ram://2048"), "<dict><key>dev-entry</key><string>/dev/synthesized</string></dict>")
+        + image(path("ram://16"))));
+    ASSERT_EQ(images.size(), 1U);
+    EXPECT_EQ(images.front().capacity.bytes, 16U * 512U);
+}
+
+TEST(HDIUtilInfoParser, TheVolumeMaySitOnAnotherDiskThanTheImage) {
+    const auto images = HDIUtilInfoParser::ramImages(listOf(image(
+        path("ram://20480") + integer("hdid-pid", "18610"),
+        "<dict><key>content-hint</key><string></string><key>dev-entry</key><string>/dev/disk6</string></dict>"
+        "<dict><key>dev-entry</key><string>/dev/disk9</string></dict>"
+        "<dict><key>dev-entry</key><string>/dev/disk9s1</string><key>mount-point</key>"
+        "<string>/Volumes/R&amp;D</string></dict>"
+        "<dict><key>dev-entry</key><string>/dev/disk9s2</string><key>mount-point</key>"
+        "<string>/Volumes/Second</string></dict>")));
+    ASSERT_EQ(images.size(), 1U);
+    EXPECT_EQ(images.front(), (AttachedRamImage{DeviceIdentifier::wholeDisk(6),
+                                                ByteCount{10485760},
+                                                "/Volumes/R&D",
+                                                18610,
+                                                {"/dev/disk6", "/dev/disk9", "/dev/disk9s1", "/dev/disk9s2"},
+                                                "/dev/disk9s1"}));
+    EXPECT_TRUE(images.front().has(DeviceIdentifier::wholeDisk(9)));
+    EXPECT_FALSE(images.front().has(DeviceIdentifier::wholeDisk(96)));
+}
+
+TEST(HDIUtilInfoParser, CapacityComesFromTheCountsOrElseThePath) {
+    const struct {
+        std::string keys;
+        std::uint64_t capacity;
+    } rows[] = {
+        {path("ram://2048"), 1048576},
+        {path("ram://2048") + integer("blocksize", "4096"), 8388608},
+        {path("ram://2048") + integer("blockcount", "10"), 5120},
+        {path("ram://2048") + integer("blockcount", "10") + integer("blocksize", "1024"), 10240},
+        {path("ram://+8"), 4096},
+        {path("ram://"), 0},
+        {path("ram://-8"), 0},
+        {path("ram://8MB"), 0},
+        {path("ram://99999999999999999999999"), 0},
+        {path("ram://8") + integer("blocksize", "0"), 0},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(HDIUtilInfoParser::ramImages(listOf(image(row.keys))).at(0).capacity.bytes, row.capacity)
+            << row.keys;
+    }
+}
+
+TEST(HDIUtilInfoParser, WhatNoDiskCanBeIsAnErrorAndNeverASize) {
+    const std::string ram = path("ram://2048");
+    const std::string rows[] = {
+        ram + integer("blockcount", "-5"),
+        ram + integer("blockcount", "18446744073709551615"),
+        ram + integer("blockcount", "99999999999999999999999999"),
+        ram + integer("blockcount", "36028797018963968"),
+        ram + integer("blockcount", "9007199254740992") + integer("blocksize", "1099511627776"),
+        ram + integer("blocksize", "-512"),
+        ram + "<key>blockcount</key><string>2048</string>",
+        ram + "<key>blockcount</key><real>2048</real>",
+        ram + integer("hdid-pid", "2147483648"),
+        "<key>image-path</key><integer>3</integer>",
+        path("ram://9223372036854775807"),
+    };
+    for (const auto& keys : rows) {
+        EXPECT_THROW((void)HDIUtilInfoParser::ramImages(listOf(image(keys))), PropertyListError) << keys;
+    }
+    for (const std::string& list :
+         {std::string(), std::string("hdiutil: info failed"), std::string("<plist><dict>"),
+          std::string("bplist00"), std::string("<plist><array/></plist>"), listOf("<string>image</string>"),
+          listOf(image(ram, "<dict><key>mount-point</key><string>/Volumes/A</string></dict>")),
+          std::string("<plist><dict><key>images</key><dict/></dict></plist>")}) {
+        EXPECT_THROW((void)HDIUtilInfoParser::ramImages(list), PropertyListError) << list;
+    }
+    std::string deep;
+    for (int level = 0; level < 200000; ++level) {
+        deep += "<array>";
+    }
+    EXPECT_THROW((void)HDIUtilInfoParser::ramImages("<plist>" + deep), PropertyListError);
+}
+
+class InventoryTests : public testing::Test {
+protected:
+    std::vector<RamDisk> list() { return test::servicesOn(mac, folder.path()).list->list(); }
+
+    test::TemporaryFolder folder;
+    std::shared_ptr<test::ScriptedMac> mac = std::make_shared<test::ScriptedMac>();
+};
+
+TEST_F(InventoryTests, AListedDiskCarriesWhatTheSystemKnowsOfIt) {
+    auto& foreign = mac->attachForeign("ram://4096", "Theirs");
+    foreign.attachment = 77;
+    mac->attachForeign("/Users/me/Other.dmg", "Image");
+    auto& unmounted = mac->attachForeign("ram://2048", "Gone");
+    unmounted.volume.reset();
+    auto& ours = mac->attachForeign("ram://8192", "Ours");
+    const auto instance = UUID::random();
+    ours.volume->mark = instance.text();
+    ours.volume->mountPoint = folder.path() / "Ours";
+
+    const auto disks = list();
+    ASSERT_EQ(disks.size(), 3U);
+    EXPECT_EQ(disks[0], (RamDisk{.device = DeviceIdentifier::wholeDisk(4),
+                                 .name = "Theirs",
+                                 .capacity = ByteCount{2097152},
+                                 .mountPoint = "/Volumes/Theirs",
+                                 .fileSystemName = "Mac OS Extended",
+                                 .fileSystem = FileSystem::hfsPlus,
+                                 .usage = VolumeUsage{ByteCount{1000}, ByteCount{900}},
+                                 .isEncrypted = false,
+                                 .memoryFootprint = ByteCount::of(104, ByteCount::Unit::mebibyte),
+                                 .attachment = 77}));
+    EXPECT_EQ(disks[1], (RamDisk{.device = DeviceIdentifier::wholeDisk(6),
+                                 .name = "Unmounted disk6",
+                                 .capacity = ByteCount{1048576},
+                                 .memoryFootprint = ByteCount::of(106, ByteCount::Unit::mebibyte),
+                                 .attachment = unmounted.attachment}));
+    EXPECT_TRUE(disks[2].isCreatedByRamDisk);
+    EXPECT_EQ(disks[2].instance, instance);
+    EXPECT_EQ(disks[2].access, VolumeAccess::onlyMe);
+}
+
+TEST_F(InventoryTests, AVolumeThatCannotBeAskedIsNamedByItsFolder) {
+    mac->script(
+        "/usr/bin/hdiutil info -plist",
+        {0,
+         listOf(image(path("ram://8"), "<dict><key>dev-entry</key><string>/dev/disk5</string>"
+                                       "<key>mount-point</key><string>/Volumes/Silent/</string></dict>")),
+         "hdiutil: WARNING: noise\n"});
+    const auto disks = list();
+    ASSERT_EQ(disks.size(), 1U);
+    EXPECT_EQ(disks[0].name, "Silent");
+    EXPECT_FALSE(disks[0].usage || disks[0].fileSystem || disks[0].memoryFootprint || disks[0].attachment);
+}
+
+TEST_F(InventoryTests, AListThatCannotBeReadIsAnError) {
+    for (const auto& [output, text] :
+         {std::pair(CommandOutput{1, "", "hdiutil: info failed - error 5\n"},
+                    "Could not read the list of RAM disks: hdiutil: hdiutil: info failed - error 5"),
+          std::pair(CommandOutput{0, "nothing", ""},
+                    "Could not read the list of RAM disks: The property list cannot be read.")}) {
+        mac->script("/usr/bin/hdiutil info -plist", output);
+        try {
+            (void)list();
+            ADD_FAILURE() << text;
+        } catch (const RamDiskError& error) {
+            EXPECT_EQ(errorText(error), text);
+        }
+    }
+}
+
+TEST(LsofVolumeUsers, ProcessesAreReadOnceInOrder) {
+    const struct {
+        const char* text;
+        std::vector<VolumeUser> users;
+    } rows[] = {
+        {"p42\ncPreview\np7\ncFinder\n", {{42, "Preview"}, {7, "Finder"}}},
+        {"p42\ncPreview\nf3\nn/Volumes/A/x\np42\ncPreview\n", {{42, "Preview"}}},
+        {"p+42\ncA B\np-1\ncminus", {{42, "A B"}, {-1, "minus"}}},
+        {"pforty\ncLost\np99999999999\ncLost\np+-3\ncLost\np\ncLost\np8\ncKept\n", {{8, "Kept"}}},
+        {"p1\np2\nctwo\n", {{1, ""}, {2, "two"}}},
+        {"cNobody\n\nR1\n", {}},
+        {"", {}},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(parseLsofFields(row.text), row.users) << row.text;
+    }
+}
+
+TEST(LsofVolumeUsers, NothingOpenIsNoFailure) {
+    const auto mac = std::make_shared<test::ScriptedMac>();
+    LsofVolumeUsers users(mac, "/usr/sbin/lsof");
+    const std::string command = "/usr/sbin/lsof -F pc +f -- /Volumes/A";
+    const auto ask = [&](CommandOutput output) {
+        mac->script(command, std::move(output));
+        return users.users("/Volumes/A");
+    };
+    EXPECT_TRUE(ask({1, "", ""}).empty());
+    EXPECT_TRUE(ask({1, "",
+                     "lsof: WARNING: can't stat() smbfs file system /Volumes/Share\n"
+                     "      Output information may be incomplete.\n"})
+                    .empty());
+    EXPECT_THAT(ask({1, "p3\ncEditor\n", "lsof: WARNING: noise\n"}), ElementsAre(VolumeUser{3, "Editor"}));
+    EXPECT_EQ(mac->commands.back().timeout, 30.0);
+    EXPECT_THROW((void)ask({1, "", "lsof: status error on /Volumes/A: No such file or directory\n"}),
+                 CommandFailure);
+    EXPECT_THROW((void)ask({137, "", "", 9}), CommandFailure);
+}
+
+} // namespace
+} // namespace ramdisk

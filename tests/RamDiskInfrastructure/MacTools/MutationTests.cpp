@@ -1,0 +1,162 @@
+#include "RamDiskInfrastructure/MacTools/HDIUtilInfoParser.h"
+#include "RamDiskInfrastructure/MacTools/LsofVolumeUsers.h"
+#include "RamDiskInfrastructure/MacTools/ToolOutput.h"
+#include "tests/support/ScriptedMac.h"
+
+#include <gtest/gtest.h>
+#include <plist/plist.h>
+
+#include <cstdlib>
+#include <limits>
+#include <random>
+
+namespace ramdisk {
+namespace {
+
+constexpr int mutationCount = 10000;
+
+/// What the tool prints for a RAM disk, an encrypted one and somebody's image.
+std::string realisticList() {
+    test::ScriptedMac mac;
+    mac.attachForeign("ram://4194304", "Build");
+    mac.attachForeign("/Users/me/Other & more.dmg", "Other");
+    auto& image = mac.attachForeign("ram://16384", "Büro");
+    image.container = 9;
+    return mac.run({"/usr/bin/hdiutil", {"info", "-plist"}, std::nullopt, 30.0}).standardOutput;
+}
+
+std::string binaryForm(const std::string& xml) {
+    plist_t root = nullptr;
+    plist_from_xml(xml.c_str(), static_cast<std::uint32_t>(xml.size()), &root);
+    char* bytes = nullptr;
+    std::uint32_t length = 0;
+    plist_to_bin(root, &bytes, &length);
+    std::string result(bytes, length);
+    std::free(bytes);
+    plist_free(root);
+    return result;
+}
+
+/// Damages `text` in one to eight places, as a broken pipe, another version or a hostile volume name would.
+class Mutator {
+public:
+    explicit Mutator(std::uint32_t seed) : random_(seed) {}
+
+    std::string operator()(std::string text) {
+        for (auto count = 1 + below(8); count > 0 && !text.empty(); --count) {
+            const auto at = below(text.size());
+            const auto length = std::min<std::size_t>(1 + below(40), text.size() - at);
+            switch (below(6)) {
+            case 0:
+                text[at] = static_cast<char>(below(256));
+                break;
+            case 1:
+                text.erase(at, length);
+                break;
+            case 2:
+                text.insert(at, text.substr(below(text.size()), length));
+                break;
+            case 3:
+                text.insert(at, fragments_[below(std::size(fragments_))]);
+                break;
+            case 4:
+                replaceNumber(text, at);
+                break;
+            default:
+                text.resize(below(8) == 0 ? at : text.size());
+            }
+        }
+        return text;
+    }
+
+private:
+    std::size_t below(std::size_t limit) {
+        return std::uniform_int_distribution<std::size_t>(0, limit - 1)(random_);
+    }
+
+    void replaceNumber(std::string& text, std::size_t from) {
+        const auto start = text.find_first_of("0123456789", from);
+        if (start != std::string::npos) {
+            const auto end = std::min(text.find_first_not_of("0123456789", start), text.size());
+            text.replace(start, end - start, numbers_[below(std::size(numbers_))]);
+        }
+    }
+
+    std::mt19937 random_;
+    static constexpr const char* numbers_[] = {"-1",
+                                               "-5",
+                                               "0",
+                                               "18446744073709551615",
+                                               "9223372036854775807",
+                                               "99999999999999999999999",
+                                               "4294967296",
+                                               "36028797018963968",
+                                               "0x7fffffffffffffff",
+                                               "1e18"};
+    static constexpr const char* fragments_[] = {"<dict>",
+                                                 "</dict>",
+                                                 "<array>",
+                                                 "</array>",
+                                                 "<key>",
+                                                 "<string>",
+                                                 "<integer>-1</integer>",
+                                                 "<data>####</data>",
+                                                 "<![CDATA[",
+                                                 "<!--",
+                                                 "&#x110000;",
+                                                 "&amp",
+                                                 "\xff\xfe",
+                                                 "<date>x</date>",
+                                                 "<true/>",
+                                                 "disk",
+                                                 "\np",
+                                                 "\nc"};
+};
+
+void expectSaneImages(const std::string& text) {
+    try {
+        for (const auto& image : HDIUtilInfoParser::ramImages(text)) {
+            EXPECT_LE(image.capacity.bytes,
+                      static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max()));
+            EXPECT_EQ(image.mountPoint.has_value(), image.volumeDevicePath.has_value());
+            EXPECT_FALSE(image.devicePaths.empty());
+        }
+    } catch (const PropertyListError&) {
+        SUCCEED();
+    }
+}
+
+TEST(Mutations, ADamagedListIsAnErrorOrAList) {
+    const auto xml = realisticList();
+    const auto binary = binaryForm(xml);
+    ASSERT_EQ(HDIUtilInfoParser::ramImages(xml), HDIUtilInfoParser::ramImages(binary));
+    ASSERT_EQ(HDIUtilInfoParser::ramImages(xml).size(), 2U);
+    Mutator mutate(20240817);
+    for (int round = 0; round < mutationCount && !testing::Test::HasFailure(); ++round) {
+        expectSaneImages(mutate(round % 4 == 0 ? binary : xml));
+    }
+}
+
+TEST(Mutations, DamagedToolTextsNameADiskOrNone) {
+    const std::string texts[] = {
+        "p42\ncPreview\np7\ncFinder\n",
+        "/dev/disk4          \tGUID_partition_scheme          \t\n/dev/disk4s1        \tApple_HFS "
+        "\t/Volumes/A\n",
+        "Started APFS operation on disk4\nDisk from APFS operation: disk9\nFinished APFS operation on "
+        "disk4\n",
+        "\"disk17\" unmounted.\nhdiutil: couldn't eject \"disk17\" - Error 80 (returned 80)\n"};
+    Mutator mutate(19700101);
+    for (int round = 0; round < mutationCount; ++round) {
+        const auto text = mutate(texts[static_cast<std::size_t>(round) % std::size(texts)]);
+        for (const auto& device : {firstWholeDisk(text), apfsOperationDisk(text)}) {
+            EXPECT_TRUE(!device || text.find(device->bsdName()) != std::string::npos);
+        }
+        (void)saysBusy({1, text, text});
+        for (const auto& user : parseLsofFields(text)) {
+            EXPECT_NE(text.find(user.name), std::string::npos);
+        }
+    }
+}
+
+} // namespace
+} // namespace ramdisk

@@ -1,0 +1,260 @@
+#include "RamDiskCore/Values/RamDiskError.h"
+#include "RamDiskUI/ErrorText.h"
+#include "tests/support/ScriptedMac.h"
+
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest-spi.h>
+#include <gtest/gtest.h>
+
+#include <random>
+#include <set>
+
+namespace ramdisk {
+namespace {
+
+using test::ScriptedMac;
+using testing::ElementsAre;
+
+class WholeMacTests : public testing::Test {
+protected:
+    RamDiskServices
+    services(RamDeviceAllocator::AttachMethod method = RamDeviceAllocator::AttachMethod::diskImages2) {
+        return test::servicesOn(mac, folder.path() / "RamDisks", method);
+    }
+
+    test::TemporaryFolder folder;
+    std::shared_ptr<ScriptedMac> mac = std::make_shared<ScriptedMac>();
+};
+
+TEST(ScriptedMac, WhatNobodyExpectsFailsTheTest) {
+    EXPECT_NONFATAL_FAILURE(
+        (void)ScriptedMac().run({"/usr/bin/hdiutil", {"burn"}, std::nullopt, std::nullopt}),
+        "no script for: /usr/bin/hdiutil burn");
+    EXPECT_NONFATAL_FAILURE(ScriptedMac().script("/usr/bin/hdiutil burn", {}),
+                            "nobody ran: /usr/bin/hdiutil burn");
+    ScriptedMac mac;
+    mac.secrets.emplace_back("hush");
+    mac.script("/usr/bin/hdiutil hush", {});
+    EXPECT_NONFATAL_FAILURE((void)mac.run({"/usr/bin/hdiutil", {"hush"}, std::nullopt, std::nullopt}),
+                            "a secret in: /usr/bin/hdiutil hush");
+}
+
+TEST_F(WholeMacTests, ACreationRunsTheToolsInTheirOrder) {
+    mac->hasDiskImages2 = false;
+    const auto result = services().create->execute({.name = "  Build ", .size = ByteCount{1073741824}});
+    EXPECT_EQ(result.ramDisk.name, "Build");
+    EXPECT_EQ(result.ramDisk.capacity.bytes, 1073741824U);
+    EXPECT_TRUE(result.ramDisk.isCreatedByRamDisk);
+    EXPECT_TRUE(result.warnings.empty());
+    EXPECT_THAT(mac->descriptions(),
+                ElementsAre("/usr/sbin/diskutil image attach --noMount ram://2097152",
+                            "/usr/bin/hdiutil attach -nomount ram://2097152",
+                            "/usr/sbin/diskutil erasevolume HFS+ Build /dev/disk4",
+                            "/usr/bin/hdiutil info -plist", "/usr/bin/mdutil -i off /Volumes/Build",
+                            "/usr/bin/hdiutil info -plist"));
+}
+
+TEST_F(WholeMacTests, AFailedStepLeavesNoDevice) {
+    mac->script("/usr/sbin/diskutil erasevolume FAT32 Build /dev/disk4",
+                {1, "", "Error: -69850: Too small\n"});
+    try {
+        (void)services().create->execute({.name = "Build", .fileSystem = FileSystem::fat32});
+        ADD_FAILURE();
+    } catch (const RamDiskError& error) {
+        EXPECT_EQ(errorText(error), "Could not format the RAM disk: diskutil: Error: -69850: Too small");
+    }
+    EXPECT_EQ(mac->descriptions().back(), "/usr/bin/hdiutil detach -force /dev/disk4");
+    EXPECT_TRUE(mac->images.empty());
+}
+
+TEST_F(WholeMacTests, SpotlightThatCannotBeSwitchedOffIsAWarning) {
+    mac->script("/usr/bin/mdutil -i off /Volumes/Build", {1, "", "Error: Operation not permitted.\n"});
+    const auto result = services().create->execute({.name = "Build"});
+    ASSERT_EQ(result.warnings.size(), 1U);
+    EXPECT_EQ(warningText(result.warnings[0]),
+              "Spotlight indexing could not be disabled: mdutil: Error: Operation not permitted.");
+}
+
+TEST_F(WholeMacTests, APlanRunsNothing) {
+    const auto plan = services().create->plan({.name = "Build",
+                                               .fileSystem = FileSystem::apfs,
+                                               .isEncrypted = true,
+                                               .access = VolumeAccess::onlyMe});
+    EXPECT_EQ(plan.steps.size(), 9U);
+    EXPECT_TRUE(mac->commands.empty());
+    EXPECT_TRUE(mac->secrets.empty());
+}
+
+/// One Mac on which our disks and other programs' come and go in a random order.
+class Schedule {
+public:
+    Schedule(std::shared_ptr<ScriptedMac> mac, RamDiskServices services, std::uint32_t seed)
+        : mac_(std::move(mac)),
+          services_(std::move(services)),
+          random_(seed) {
+        mac_->meanwhile = [this] { meddle(); };
+    }
+    Schedule(const Schedule&) = delete;
+    Schedule& operator=(const Schedule&) = delete;
+    ~Schedule() { mac_->meanwhile = nullptr; }
+
+    void step() {
+        switch (below(6)) {
+        case 0:
+        case 1:
+        case 2:
+            create();
+            break;
+        case 3:
+        case 4:
+            ejectOne();
+            break;
+        default:
+            ejectAll();
+        }
+        expectAgreement();
+    }
+
+    std::size_t finish() {
+        for (auto& image : mac_->images) {
+            image.detaching = ScriptedMac::Detaching::works;
+        }
+        EXPECT_TRUE(services_.eject->ejectAll(Force::no).failures.empty());
+        ours_.clear();
+        expectAgreement();
+        return made_;
+    }
+
+private:
+    std::size_t below(std::size_t limit) {
+        return std::uniform_int_distribution<std::size_t>(0, limit - 1)(random_);
+    }
+
+    void meddle() {
+        if (below(4) == 0) {
+            const auto name = fmt::format("Foreign {}", counter_++);
+            foreign_.insert(
+                mac_->attachForeign(below(2) == 0 ? "ram://4096" : "/Users/me/" + name + ".dmg", name).disk);
+        } else if (!foreign_.empty() && below(3) == 0) {
+            const auto gone =
+                std::next(foreign_.begin(), static_cast<std::ptrdiff_t>(below(foreign_.size())));
+            mac_->detachForeign(*gone);
+            foreign_.erase(gone);
+        }
+    }
+
+    void create() {
+        RamDiskSpecification wanted;
+        wanted.name = fmt::format("Disk <{}>", counter_++);
+        wanted.fileSystem = allFileSystems[below(allFileSystems.size())];
+        if (wanted.fileSystem == FileSystem::fat32) {
+            wanted.name = fmt::format("D{}", counter_);
+        }
+        wanted.size = ByteCount{(std::uint64_t{64} << 20U) + below(1U << 20U)};
+        wanted.isEncrypted = supportsEncryption(wanted.fileSystem) && below(2) == 0;
+        wanted.access = below(2) == 0 ? VolumeAccess::onlyMe : VolumeAccess::everyone;
+        wanted.isIndexingEnabled = below(2) == 0;
+        const auto disk = services_.create->execute(wanted).ramDisk;
+        ++made_;
+        EXPECT_EQ(disk.name, wanted.name);
+        EXPECT_EQ(disk.capacity.bytes, (wanted.size.bytes + 511) / 512 * 512);
+        EXPECT_EQ(disk.fileSystem, wanted.fileSystem);
+        EXPECT_EQ(disk.isEncrypted, wanted.isEncrypted);
+        EXPECT_EQ(disk.access, wanted.access);
+        auto* image = mac_->imageOf(disk.device.bsdName());
+        ASSERT_NE(image, nullptr);
+        EXPECT_EQ(image->volume->isIndexed, wanted.isIndexingEnabled);
+        EXPECT_EQ(image->volume->passphrase.has_value(), wanted.isEncrypted);
+        if (wanted.isEncrypted) {
+            EXPECT_EQ(*image->volume->passphrase, mac_->secrets.back());
+        }
+        image->detaching = static_cast<ScriptedMac::Detaching>(below(4));
+        ours_.insert(*disk.attachment);
+    }
+
+    void ejectOne() {
+        const auto disks = services_.list->list();
+        const auto ours = std::find_if(disks.begin(), disks.end(),
+                                       [](const RamDisk& disk) { return disk.isCreatedByRamDisk; });
+        if (ours == disks.end()) {
+            return;
+        }
+        const auto force = below(2) == 0 ? Force::yes : Force::no;
+        try {
+            services_.eject->eject(*ours, force);
+        } catch (const RamDiskError& error) {
+            settle(*ours, error);
+        }
+        ours_.erase(*ours->attachment);
+    }
+
+    void ejectAll() {
+        const auto result = services_.eject->ejectAll(Force::no);
+        EXPECT_EQ(result.ejected.size(), result.outcomes.size());
+        for (const auto& disk : result.ejected) {
+            ours_.erase(*disk.attachment);
+        }
+        for (const auto& failure : result.failures) {
+            settle(failure.ramDisk, failure.error);
+            ours_.erase(*failure.ramDisk.attachment);
+        }
+    }
+
+    /// A failed eject says which it was: gone after all, or busy and to be had once nobody uses it.
+    void settle(const RamDisk& disk, const RamDiskError& error) {
+        auto* image = mac_->imageOf(disk.device.bsdName());
+        const bool isAttached = image != nullptr && image->attachment == disk.attachment;
+        EXPECT_EQ(isAttached, std::holds_alternative<RamDiskError::EjectFailed>(error.value()));
+        if (isAttached) {
+            EXPECT_EQ(std::get<RamDiskError::EjectFailed>(error.value()).obstacle, EjectObstacle::busy);
+            image->detaching = ScriptedMac::Detaching::works;
+            services_.eject->eject(disk, Force::no);
+        }
+    }
+
+    /// What is attached is exactly what the use cases said, and nobody else's disk was touched.
+    void expectAgreement() {
+        std::set<std::uint64_t> attached;
+        std::set<unsigned> foreign;
+        for (const auto& image : mac_->images) {
+            if (image.volume && image.volume->mark) {
+                attached.insert(image.attachment);
+            } else {
+                foreign.insert(image.disk);
+            }
+        }
+        EXPECT_EQ(attached, ours_);
+        EXPECT_EQ(foreign, foreign_);
+    }
+
+    std::shared_ptr<ScriptedMac> mac_;
+    RamDiskServices services_;
+    std::mt19937 random_;
+    std::set<std::uint64_t> ours_;
+    std::set<unsigned> foreign_;
+    std::size_t made_ = 0;
+    int counter_ = 0;
+};
+
+TEST(WholeMac, ForeignDisksComeAndGoUnharmedAroundOurs) {
+    using Method = RamDeviceAllocator::AttachMethod;
+    std::size_t made = 0;
+    for (std::uint32_t seed = 1; seed <= 40 && !testing::Test::HasFailure(); ++seed) {
+        SCOPED_TRACE(seed);
+        const test::TemporaryFolder folder;
+        const auto mac = std::make_shared<ScriptedMac>();
+        const auto mounts = folder.path() / "RamDisks";
+        Schedule schedule(
+            mac, test::servicesOn(mac, mounts, seed % 2 == 0 ? Method::classic : Method::diskImages2), seed);
+        for (int step = 0; step < 25 && !testing::Test::HasFailure(); ++step) {
+            schedule.step();
+        }
+        made += schedule.finish();
+        EXPECT_TRUE(!std::filesystem::exists(mounts) || std::filesystem::is_empty(mounts));
+    }
+    EXPECT_GT(made, 400U);
+}
+
+} // namespace
+} // namespace ramdisk

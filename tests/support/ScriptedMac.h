@@ -1,0 +1,132 @@
+#pragma once
+
+#include "RamDiskCore/Disks/RamDiskServices.h"
+#include "RamDiskCore/Ports/CommandRunning.h"
+#include "RamDiskInfrastructure/MacTools/MediaIdentifying.h"
+#include "RamDiskInfrastructure/MacTools/RamDeviceAllocator.h"
+#include "RamDiskInfrastructure/MacTools/VolumeMarkAccessing.h"
+#include "RamDiskInfrastructure/MacTools/VolumeStatisticsReading.h"
+
+#include <deque>
+#include <filesystem>
+#include <functional>
+#include <list>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace ramdisk::test {
+
+/// A Mac without a Mac: it answers the exact command lines of the disk tools from a state that they change,
+/// in the shape in which the real tools write. A command that it does not know, a script that nobody used,
+/// and a secret in a command line each fail the running test.
+class ScriptedMac final : public CommandRunning {
+public:
+    /// How a detach ends.
+    enum class Detaching { works, busy, busyAfterUnmount, worksButSaysItFailed };
+
+    struct Volume {
+        std::string devicePath;
+        std::string name;
+        FileSystem fileSystem = FileSystem::hfsPlus;
+        std::optional<std::filesystem::path> mountPoint;
+        std::optional<std::string> passphrase;
+        bool isIndexed = true;
+        std::optional<std::string> mark;
+    };
+    struct Image {
+        unsigned disk = 0;
+        std::uint64_t sectors = 0;
+        /// ram:// and the sectors for a RAM disk, a file's path for any other image.
+        std::string path;
+        std::uint64_t attachment = 0;
+        std::optional<unsigned> container;
+        std::optional<Volume> volume;
+        Detaching detaching = Detaching::works;
+
+        [[nodiscard]] std::string name() const { return "disk" + std::to_string(disk); }
+    };
+
+    ScriptedMac() = default;
+    ~ScriptedMac() override;
+
+    [[nodiscard]] CommandOutput run(const SystemCommand& command) override;
+
+    /// Answers the next command of this description with `output` instead of from the state.
+    void script(std::string description, CommandOutput output);
+
+    /// Something that another program attached: mounted, without a mark.
+    Image& attachForeign(const std::string& path, const std::string& volumeName);
+    void detachForeign(unsigned disk);
+
+    [[nodiscard]] Image* imageOf(const std::string& device);
+    [[nodiscard]] Volume* volumeAt(const std::filesystem::path& mountPoint);
+
+    /// Whether the disk utility knows the newer attach.
+    bool hasDiskImages2 = true;
+    /// Runs before each command: what other programs do meanwhile.
+    std::function<void()> meanwhile;
+    /// The texts that no command line may hold.
+    std::vector<std::string> secrets;
+    /// Everything that was run, in order.
+    std::vector<SystemCommand> commands;
+    std::list<Image> images;
+    /// The devices whose nodes were closed to other accounts.
+    std::vector<std::string> closedDevices;
+
+    [[nodiscard]] std::vector<std::string> descriptions() const;
+
+private:
+    struct Script {
+        std::string description;
+        CommandOutput output;
+    };
+
+    [[nodiscard]] CommandOutput hdiutil(const SystemCommand& command);
+    [[nodiscard]] CommandOutput diskutil(const SystemCommand& command);
+    [[nodiscard]] CommandOutput apfs(const SystemCommand& command);
+    [[nodiscard]] CommandOutput mdutil(const SystemCommand& command);
+    [[nodiscard]] CommandOutput attach(const std::string& address, const std::string& warning);
+    [[nodiscard]] CommandOutput detach(const std::string& devicePath, Force force);
+    [[nodiscard]] CommandOutput eraseVolume(const std::vector<std::string>& arguments);
+    [[nodiscard]] CommandOutput mount(const std::string& devicePath, const std::string& mountPoint,
+                                      const std::optional<std::string>& passphrase);
+    [[nodiscard]] CommandOutput unmount(const std::string& devicePath);
+    [[nodiscard]] CommandOutput unknown(const SystemCommand& command) const;
+    [[nodiscard]] std::string infoPropertyList() const;
+    [[nodiscard]] unsigned freeDiskNumber() const;
+    Image& addImage(const std::string& path, std::uint64_t sectors);
+    void mountInVolumes(Volume& volume);
+
+    std::deque<Script> scripts_;
+    std::uint64_t nextAttachment_ = 4294968000;
+};
+
+/// The use cases over a scripted Mac, wired as on a real one. `privateDirectory` is a folder of the test's
+/// own.
+[[nodiscard]] RamDiskServices
+servicesOn(const std::shared_ptr<ScriptedMac>& mac, const std::filesystem::path& privateDirectory,
+           RamDeviceAllocator::AttachMethod method = RamDeviceAllocator::AttachMethod::diskImages2);
+
+/// The scripted Mac's private mounts, marks and media, for adapters tested one by one.
+[[nodiscard]] std::shared_ptr<PrivateMounts> privateMountsOn(const std::shared_ptr<ScriptedMac>& mac,
+                                                             const std::filesystem::path& directory);
+[[nodiscard]] std::shared_ptr<VolumeMarkAccessing> marksOn(const std::shared_ptr<ScriptedMac>& mac);
+[[nodiscard]] std::shared_ptr<MediaIdentifying> mediaOn(const std::shared_ptr<ScriptedMac>& mac);
+
+/// A folder in the temporary folder, removed with all that is in it.
+class TemporaryFolder {
+public:
+    TemporaryFolder();
+    TemporaryFolder(const TemporaryFolder&) = delete;
+    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+    ~TemporaryFolder();
+
+    [[nodiscard]] const std::filesystem::path& path() const noexcept { return path_; }
+
+private:
+    std::filesystem::path path_;
+};
+
+} // namespace ramdisk::test

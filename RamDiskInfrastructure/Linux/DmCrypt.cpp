@@ -1,6 +1,7 @@
 #include "RamDiskInfrastructure/Linux/DmCrypt.h"
 
 #include "RamDiskInfrastructure/Commands/FileDescriptor.h"
+#include "RamDiskInfrastructure/Commands/SecretInput.h"
 #include "RamDiskInfrastructure/Linux/SystemTools.h"
 
 #include <array>
@@ -67,21 +68,10 @@ SystemCommand DmCrypt::openCommand(const std::filesystem::path& device, const st
     return {tool, {"open", "--type", "luks2", "--key-file", "-", device.string(), name}, {}, limitInSeconds};
 }
 
-void DmCrypt::runWithSecret(SystemCommand command, const VolumePassphrase& passphrase) {
-    command.standardInput = std::string(passphrase.value());
-    try {
-        runner_.runChecked(command);
-    } catch (...) {
-        wipe(*command.standardInput);
-        throw;
-    }
-    wipe(*command.standardInput);
-}
-
 std::filesystem::path DmCrypt::makeAndOpen(const std::filesystem::path& device, const std::string& name,
                                            const VolumePassphrase& passphrase) {
-    runWithSecret(formatCommand(device), passphrase);
-    runWithSecret(openCommand(device, name), passphrase);
+    runWithSecretInput(runner_, formatCommand(device), passphrase.value());
+    runWithSecretInput(runner_, openCommand(device, name), passphrase.value());
     return containerPath(name);
 }
 

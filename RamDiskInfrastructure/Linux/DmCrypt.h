@@ -36,8 +36,6 @@ public:
     [[nodiscard]] static std::filesystem::path containerPath(const std::string& name);
 
 private:
-    void runWithSecret(SystemCommand command, const VolumePassphrase& passphrase);
-
     CommandRunning& runner_;
 };
 

@@ -2,7 +2,7 @@
 
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/MacTools/AttachedImageListing.h"
-#include "RamDiskInfrastructure/MacTools/SecretInput.h"
+#include "RamDiskInfrastructure/Commands/SecretInput.h"
 #include "RamDiskInfrastructure/MacTools/ToolOutput.h"
 #include "RamDiskInfrastructure/MacTools/ToolPaths.h"
 

@@ -1,6 +1,7 @@
 #include "RamDiskInfrastructure/MacTools/MacAdapters.h"
 
 #include "RamDiskInfrastructure/MacTools/DiskUtilVolumeFormatter.h"
+#include "RamDiskInfrastructure/MacTools/DiskUtilVolumeRenamer.h"
 #include "RamDiskInfrastructure/MacTools/HDIUtilRamDiskInventory.h"
 #include "RamDiskInfrastructure/MacTools/LsofVolumeUsers.h"
 #include "RamDiskInfrastructure/MacTools/MDUtilIndexController.h"
@@ -17,18 +18,22 @@ RamDiskServices makeMacServices(const MacAdapters& adapters) {
                                   RamDeviceAllocator::attachedInListing(adapters.runner), adapters.media});
     const auto formatter = std::make_shared<DiskUtilVolumeFormatter>(
         DiskUtilVolumeFormatter::Ports{adapters.runner, adapters.privateMounts, adapters.marks});
+    const auto indexing = std::make_shared<MDUtilIndexController>(adapters.runner);
     RamDiskServices services;
     services.validationContext = {adapters.memory, adapters.volumes, nullptr};
     services.create = std::make_shared<CreateRamDiskUseCase>(
         CreateRamDiskUseCase::Ports{.allocator = allocator,
                                     .formatter = formatter,
                                     .inventory = inventory,
-                                    .indexing = std::make_shared<MDUtilIndexController>(adapters.runner),
+                                    .indexing = indexing,
                                     .passphrases = adapters.passphrases,
                                     .contextProvider = services.validationContext,
                                     .validator = services.validator});
     services.list = std::make_shared<ListRamDisksUseCase>(inventory);
     services.eject = std::make_shared<EjectRamDiskUseCase>(allocator, inventory);
+    services.rename = std::make_shared<RenameRamDiskUseCase>(std::make_shared<DiskUtilVolumeRenamer>(adapters.runner),
+                                                             inventory, services.validationContext);
+    services.indexing = indexing;
     services.memoryOverview = std::make_shared<GetMemoryOverviewUseCase>(adapters.memory, inventory);
     services.volumeUsers = std::make_shared<LsofVolumeUsers>(adapters.runner, toolPaths::lsof);
     return services;

@@ -1,4 +1,4 @@
-#include "RamDiskInfrastructure/MacTools/SecretInput.h"
+#include "RamDiskInfrastructure/Commands/SecretInput.h"
 
 #include "RamDiskCore/Values/VolumePassphrase.h"
 

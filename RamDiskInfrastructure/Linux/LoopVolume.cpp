@@ -105,7 +105,7 @@ std::vector<MachineStep> LoopVolume::deviceSteps(const std::shared_ptr<Making>& 
     const auto tag = record.volumeTag();
     const auto room = std::max(record.size, ProcSystemMemoryProvider(host().proc, host().sys).read().physical);
     std::vector<MachineStep> steps{
-        {fmt::format("mkdir {}", record.mountPoint.string()),
+        {fmt::format("mkdir {}", preferredMountPoint(record).string()),
          [making] { making->mountFolder = making->volume.makeMountFolder(); }},
         {fmt::format("memfd_create {}, {} bytes, sparse", tag, room.bytes),
          [making, tag, room] { making->memory = makeMemoryFile(tag, room); }},
@@ -157,7 +157,7 @@ std::vector<MachineStep> LoopVolume::fileSystemSteps(const std::shared_ptr<Makin
                          [this, tag = record.volumeTag()] { DmCrypt(*runner_).closeWhenUnused(tag); }});
     }
     steps.push_back({"prepare and mark its root", [this, making] { prepareRoot(*making); }});
-    steps.push_back({fmt::format("move_mount to {}", record.mountPoint.string()), [making] {
+    steps.push_back({fmt::format("move_mount to {}", preferredMountPoint(record).string()), [making] {
                          making->mount->attach(making->mountFolder.path, making->mountFolder.folder);
                      }});
     return steps;

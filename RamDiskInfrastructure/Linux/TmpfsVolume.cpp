@@ -40,8 +40,9 @@ std::vector<MachineStep> TmpfsVolume::makingSteps(VolumeInMaking& making) const 
     const auto describeMount = fmt::format("fsopen {} as {} with {}, nosuid, nodev", request.fileSystem,
                                            request.source, request.optionText());
     auto& record = making.hold.record;
+    const auto mountPoint = preferredMountPoint(record).string();
     return {
-        {fmt::format("mkdir {}", record.mountPoint.string()),
+        {fmt::format("mkdir {}", mountPoint),
          [&making, parts] { parts->mountFolder = making.makeMountFolder(); }},
         {describeMount, [parts, request, interface = interface_] { parts->mount.emplace(request, interface); }},
         {fmt::format("setxattr user.{} on its root", VolumeMark::attribute),
@@ -50,7 +51,7 @@ std::vector<MachineStep> TmpfsVolume::makingSteps(VolumeInMaking& making) const 
                  writeVolumeMark(parts->mount->root().get(), record.instance);
              }
          }},
-        {fmt::format("move_mount to {}", record.mountPoint.string()),
+        {fmt::format("move_mount to {}", mountPoint),
          [&record, parts] {
              parts->mount->attach(parts->mountFolder.path, parts->mountFolder.folder);
              if (!parts->mount->root()) {

@@ -165,9 +165,7 @@ private:
         addReference(users, texts_.usersReference);
 
         auto& eject = add("eject", "Remove disks; their contents are gone", [this] { return readEject(); });
-        // Without extra arguments the parser leaves "[a,b]" the one name that it is.
-        eject.add_option("REF", texts_.ejectReferences, "Devices, mount points or names")
-            ->allow_extra_args(false);
+        eject.add_option("REF", texts_.ejectReferences, "Devices, mount points or names");
         eject.add_flag("--all", texts_.ejectAll, "Eject all of your disks");
         eject.add_flag("--force", texts_.force, "Eject also what is in use");
 

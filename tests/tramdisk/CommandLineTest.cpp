@@ -139,10 +139,9 @@ TEST_F(CommandLine, AnyNameWorks) {
         zalgo += "\u0301";
         longest += "é";
     }
-    const std::vector<std::string> names{"two words",           "line\nbreak", "\"quoted\" 'twice'",
-                                         "🚀 Raketenstück",      "\xff\xfe",    "$(reboot) %n %s",
-                                         "\033[31mred",         "list",        "[a,b]",
-                                         std::string(255, 'x'), longest,       zalgo};
+    const std::vector<std::string> names{
+        "two words",   "line\nbreak", "\"quoted\" 'twice'",  "🚀 Raketenstück", "\xff\xfe", "$(reboot) %n %s",
+        "\033[31mred", "list",        std::string(255, 'x'), longest,          zalgo};
     for (const auto rung : rungs) {
         machine.environment["TRAMDISK_HOST"] = rawValue(rung);
         for (const auto& name : names) {

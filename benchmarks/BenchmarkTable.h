@@ -27,6 +27,18 @@ struct Timing {
 /// @returns that median ratio.
 double compare(const std::string& title, const Contender& ours, const Contender& peer, int runs);
 
+/// One part of a longer piece of work, done on our side and on the peer's.
+struct Phase {
+    std::string title;
+    std::function<void()> ours;
+    std::function<void()> peer;
+};
+
+/// As `compare`, for work in phases that build upon each other, a row each. Every run does all of them on one
+/// side and then on the other, and the sides take turns at going first, so that neither always finds the
+/// memory that the other has just given back.
+void compareInPhases(const std::vector<Phase>& phases, const std::string& peer, int runs);
+
 /// Prints the heading of the rows that `compare` prints.
 void printHeading(const std::string& subject);
 

@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <memory>
 
 namespace ramdisk::cli {
@@ -20,8 +21,10 @@ struct SpecificationTexts {
     bool indexing = false;
 
     void addTo(CLI::App& app) {
-        app.add_option("--name", name, "Name of the volume (default: the first free of RAMDisk, RAMDisk 2, ...)");
-        app.add_option("--size", size, "Size, such as 512M, 2G or 1.5GB; a bare number means MB (default: 1G)");
+        app.add_option("--name", name,
+                       "Name of the volume (default: the first free of RAMDisk, RAMDisk 2, ...)");
+        app.add_option("--size", size,
+                       "Size, such as 512M, 2G or 1.5GB; a bare number means MB (default: 1G)");
         app.add_option("--format", format, "apfs, apfsx, hfs+, jhfs+, exfat or fat32 (default: hfs+)");
         app.add_flag("--indexing", indexing, "Let the desktop's search index read the volume");
         app.add_option("--access", access, "everyone or onlyMe (default: everyone)");
@@ -55,6 +58,28 @@ struct SpecificationTexts {
     }
 };
 
+/// The arguments in the order that the parser wants, last first. It would take the argument after "--name="
+/// for the name; split in two, such an option has the empty value that was meant.
+std::vector<std::string> reversedArguments(int argumentCount, const char* const* arguments) {
+    std::vector<std::string> list;
+    bool areOptionsOver = false;
+    for (int index = 1; index < argumentCount; ++index) {
+        std::string_view argument = arguments[index];
+        areOptionsOver = areOptionsOver || argument == "--";
+        const bool hasEmptyValue =
+            !areOptionsOver && argument.starts_with("--") && argument.find('=') == argument.size() - 1;
+        if (hasEmptyValue) {
+            argument.remove_suffix(1);
+        }
+        list.emplace_back(argument);
+        if (hasEmptyValue) {
+            list.emplace_back();
+        }
+    }
+    std::reverse(list.begin(), list.end());
+    return list;
+}
+
 /// Everything that the parser writes into.
 struct Texts {
     GlobalOptions global;
@@ -83,7 +108,7 @@ public:
 
     Invocation parse(int argumentCount, const char* const* arguments) {
         try {
-            app_.parse(argumentCount, arguments);
+            app_.parse(reversedArguments(argumentCount, arguments));
         } catch (const CLI::CallForHelp&) {
             return {texts_.global, PrintInvocation{app_.help()}};
         } catch (const CLI::CallForAllHelp&) {
@@ -132,7 +157,9 @@ private:
         addReference(users, texts_.usersReference);
 
         auto& eject = add("eject", "Remove disks; their contents are gone", [this] { return readEject(); });
-        eject.add_option("REF", texts_.ejectReferences, "Devices, mount points or names");
+        // Without extra arguments the parser leaves "[a,b]" the one name that it is.
+        eject.add_option("REF", texts_.ejectReferences, "Devices, mount points or names")
+            ->allow_extra_args(false);
         eject.add_flag("--all", texts_.ejectAll, "Eject all of your disks");
         eject.add_flag("--force", texts_.force, "Eject also what is in use");
 
@@ -166,14 +193,17 @@ private:
         if (chosen.empty() && !argument.starts_with("-")) {
             return fmt::format("“{}” is not a subcommand. Run `tramdisk --help` to see them.", argument);
         }
-        const auto command = chosen.empty() ? std::string("tramdisk") : "tramdisk " + chosen.front()->get_name();
+        const auto command =
+            chosen.empty() ? std::string("tramdisk") : "tramdisk " + chosen.front()->get_name();
         if (argument.starts_with("-")) {
             return fmt::format("“{}” is not an option of `{}`.", argument, command);
         }
         return fmt::format("`{}` takes no further argument “{}”.", command, argument);
     }
 
-    static std::string firstLine(std::string_view text) { return std::string(text.substr(0, text.find('\n'))); }
+    static std::string firstLine(std::string_view text) {
+        return std::string(text.substr(0, text.find('\n')));
+    }
 
     CLI::App app_;
     Texts texts_;

@@ -1,13 +1,12 @@
 #include "tramdisk/Console.h"
 
 #include <fmt/format.h>
+#include <unistd.h>
 #include <utf8proc.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-
-#include <unistd.h>
 
 namespace ramdisk::cli {
 
@@ -23,9 +22,8 @@ template <typename Visit>
 void forEachCodePoint(std::string_view text, Visit visit) {
     while (!text.empty()) {
         utf8proc_int32_t codePoint = -1;
-        const auto length =
-            utf8proc_iterate(reinterpret_cast<const utf8proc_uint8_t*>(text.data()),
-                             static_cast<utf8proc_ssize_t>(text.size()), &codePoint);
+        const auto length = utf8proc_iterate(reinterpret_cast<const utf8proc_uint8_t*>(text.data()),
+                                             static_cast<utf8proc_ssize_t>(text.size()), &codePoint);
         const auto count = length > 0 ? static_cast<std::size_t>(length) : std::size_t{1};
         visit(text.substr(0, count), length > 0 ? codePoint : -1);
         text.remove_prefix(count);
@@ -61,12 +59,16 @@ std::string printable(std::string_view text) {
 }
 
 Console::Console(const GlobalOptions& options)
-    : options_(options), hasColor_(!options.noColor && std::getenv("NO_COLOR") == nullptr
-                                   && isatty(STDOUT_FILENO) != 0) {}
+    : options_(options),
+      hasColor_(!options.noColor && std::getenv("NO_COLOR") == nullptr && isatty(STDOUT_FILENO) != 0) {}
 
-void Console::print(std::string_view text) const { write(stdout, text); }
+void Console::print(std::string_view text) const {
+    write(stdout, text);
+}
 
-void Console::printDocument(std::string_view document) const { write(stdout, document); }
+void Console::printDocument(std::string_view document) const {
+    write(stdout, document);
+}
 
 void Console::confirm(std::string_view text) const {
     if (!options_.quiet && !options_.json) {
@@ -76,7 +78,7 @@ void Console::confirm(std::string_view text) const {
 
 void Console::note(std::string_view text) const {
     if (!options_.quiet) {
-        write(stderr, fmt::format("tramdisk: note: {}", text));
+        write(stderr, fmt::format("tramdisk: note: {}", printable(text)));
     }
 }
 
@@ -86,9 +88,24 @@ void Console::warn(std::string_view text) const {
     }
 }
 
-void Console::fail(std::string_view text) const { write(stderr, fmt::format("tramdisk: {}", text)); }
+void Console::fail(std::string_view text) const {
+    // Paths and the names of programs are others' choice; the line feeds are between our own sentences.
+    std::string shown;
+    for (auto rest = text;;) {
+        const auto end = std::min(rest.find('\n'), rest.size());
+        shown += printable(rest.substr(0, end));
+        if (end == rest.size()) {
+            break;
+        }
+        shown += '\n';
+        rest.remove_prefix(end + 1);
+    }
+    write(stderr, fmt::format("tramdisk: {}", shown));
+}
 
-void Console::hint(std::string_view text) const { write(stderr, text); }
+void Console::hint(std::string_view text) const {
+    write(stderr, text);
+}
 
 void Console::printTable(const std::vector<std::string>& heading,
                          const std::vector<std::vector<std::string>>& rows) const {

@@ -5,11 +5,14 @@
 #include "tramdisk/CommandLine.h"
 #include "tramdisk/Commands.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 #include <nlohmann/json.hpp>
+#include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <string_view>
@@ -74,6 +77,20 @@ ExitStatus carryOutAndTell(const Invocation& invocation, const Console& console)
     return failed;
 }
 
+/// Fills the numbers of closed standard streams, so that no file that is opened later gets what is written to
+/// them. Writing to these still fails.
+void keepStandardDescriptors() {
+    for (;;) {
+        const int file = open("/dev/null", O_RDONLY);
+        if (file > STDERR_FILENO) {
+            close(file);
+        }
+        if (file < 0 || file > STDERR_FILENO) {
+            return;
+        }
+    }
+}
+
 /// A result that could not be written was not delivered.
 int finish(ExitStatus status) {
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
@@ -86,6 +103,9 @@ int finish(ExitStatus status) {
 } // namespace
 
 int main(int argumentCount, char** arguments) {
+    keepStandardDescriptors();
+    // A reader that went away must not stop a disk half way; the lost result is told at the end.
+    std::signal(SIGPIPE, SIG_IGN);
     try {
         const auto invocation = parseCommandLine(argumentCount, arguments);
         return finish(carryOutAndTell(invocation, Console(invocation.global)));
@@ -94,7 +114,7 @@ int main(int argumentCount, char** arguments) {
     } catch (const UsageError& error) {
         GlobalOptions options;
         options.json = std::find(arguments, arguments + argumentCount, std::string_view("--json"))
-                    != arguments + argumentCount;
+                       != arguments + argumentCount;
         const Console console(options);
         printErrorDocument(console, "wrongCommandLine", error.what());
         console.fail(error.what());

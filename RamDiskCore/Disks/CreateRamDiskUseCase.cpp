@@ -39,6 +39,7 @@ CreateRamDiskUseCase::Plan CreateRamDiskUseCase::plan(RamDiskSpecification speci
     if (!specification.isIndexingEnabled) {
         append(ports_.indexing->plan(SearchIndexing::off));
     }
+    append(ports_.allocator->planSettling());
     return plan;
 }
 

@@ -27,8 +27,8 @@ struct ReleaseOutcome {
 /// Hands out memory-backed devices and takes them back.
 ///
 /// A device lives from a successful `allocate` until `release`. Two callers never get the same device. Until
-/// `settle` it belongs to the process that allocated it: should that process die, the next listing removes it.
-/// From `settle` on it outlives every process.
+/// `settle` it belongs to the process that allocated it: should that process die, the next listing removes
+/// it. From `settle` on it outlives every process.
 class RamDeviceAllocating {
 public:
     RamDeviceAllocating() = default;
@@ -47,12 +47,16 @@ public:
 
     /// Gives the memory back. With `Force::yes` open files do not stop it. Where `attachment` is given, a
     /// device of the same name but of another attachment is left alone.
-    /// @throws RamDiskError `ejectFailed` while the device is still attached, `notFound` when it was gone already.
+    /// @throws RamDiskError `ejectFailed` while the device is still attached, `notFound` when it was gone
+    /// already.
     virtual ReleaseOutcome release(const DeviceIdentifier& device, Force force,
                                    std::optional<std::uint64_t> attachment = std::nullopt) = 0;
 
     /// What `allocate` would do, one step a line, for a user who asks before it is done.
     [[nodiscard]] virtual std::vector<std::string> plan(ByteCount size) const = 0;
+
+    /// The same for `settle`; nothing where that does nothing.
+    [[nodiscard]] virtual std::vector<std::string> planSettling() const { return {}; }
 };
 
 /// How many 512-byte sectors hold `size`.

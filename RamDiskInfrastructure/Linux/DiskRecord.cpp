@@ -3,6 +3,8 @@
 #include <nlohmann/json.hpp>
 
 #include <array>
+#include <limits>
+#include <stdexcept>
 
 namespace ramdisk {
 
@@ -10,12 +12,14 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-constexpr std::array kindNames{std::string_view{"tmpfs"}, std::string_view{"loop"}, std::string_view{"folder"}};
+constexpr std::array kindNames{std::string_view{"tmpfs"}, std::string_view{"loop"},
+                               std::string_view{"folder"}};
 constexpr std::array stateNames{std::string_view{"making"}, std::string_view{"settled"},
                                 std::string_view{"detaching"}};
 
 template <typename Enumeration, std::size_t count>
-std::optional<Enumeration> enumeratorNamed(const std::array<std::string_view, count>& names, std::string_view name) {
+std::optional<Enumeration> enumeratorNamed(const std::array<std::string_view, count>& names,
+                                           std::string_view name) {
     for (std::size_t index = 0; index < count; ++index) {
         if (names.at(index) == name) {
             return static_cast<Enumeration>(index);
@@ -58,6 +62,9 @@ std::string decodedText(const Json& json) {
         return json.get<std::string>();
     }
     const auto hex = json.at("bytes").get<std::string>();
+    if (hex.size() % 2 != 0) {
+        throw std::invalid_argument("half a byte");
+    }
     std::string text;
     for (std::size_t index = 0; index + 1 < hex.size(); index += 2) {
         text.push_back(static_cast<char>(std::stoi(hex.substr(index, 2), nullptr, 16)));
@@ -73,6 +80,22 @@ std::uint64_t checkedNumber(const Json& json) {
     return json.get<std::uint64_t>();
 }
 
+uid_t checkedUser(const Json& json) {
+    const auto number = checkedNumber(json);
+    if (number > std::numeric_limits<uid_t>::max()) {
+        throw std::invalid_argument("no user");
+    }
+    return static_cast<uid_t>(number);
+}
+
+/// The name becomes part of a path, and must not lead out of its folder.
+std::string checkedName(std::string name) {
+    if (name == "." || name == ".." || name.find('/') != std::string::npos) {
+        throw std::invalid_argument("no name");
+    }
+    return name;
+}
+
 template <typename Value>
 Value required(std::optional<Value> value) {
     return value ? std::move(*value) : throw std::invalid_argument("unknown value");
@@ -81,11 +104,11 @@ Value required(std::optional<Value> value) {
 DiskRecord decode(const Json& json, const DeviceIdentifier& device) {
     DiskRecord record{device, required(UUID::parse(json.at("uuid").get<std::string>())),
                       required(UUID::parse(json.at("instance").get<std::string>()))};
-    record.owner = static_cast<uid_t>(checkedNumber(json.at("owner")));
+    record.owner = checkedUser(json.at("owner"));
     record.state = required(enumeratorNamed<RecordState>(stateNames, json.at("state").get<std::string>()));
     record.kind = required(enumeratorNamed<VolumeKind>(kindNames, json.at("kind").get<std::string>()));
     record.size = ByteCount{checkedNumber(json.at("size"))};
-    record.name = decodedText(json.at("name"));
+    record.name = checkedName(decodedText(json.at("name")));
     record.fileSystem = required(fileSystemFromRawValue(json.at("fileSystem").get<std::string>()));
     record.access = required(volumeAccessFromRawValue(json.at("access").get<std::string>()));
     record.isEncrypted = json.at("isEncrypted").get<bool>();
@@ -99,8 +122,12 @@ DiskRecord decode(const Json& json, const DeviceIdentifier& device) {
 
 } // namespace
 
-std::string_view rawValue(VolumeKind kind) { return kindNames.at(static_cast<std::size_t>(kind)); }
-std::string_view rawValue(RecordState state) { return stateNames.at(static_cast<std::size_t>(state)); }
+std::string_view rawValue(VolumeKind kind) {
+    return kindNames.at(static_cast<std::size_t>(kind));
+}
+std::string_view rawValue(RecordState state) {
+    return stateNames.at(static_cast<std::size_t>(state));
+}
 
 std::string encodeRecord(const DiskRecord& record) {
     Json json;

@@ -1,20 +1,18 @@
 #include "RamDiskInfrastructure/Linux/DiskRecordStore.h"
 
-#include "RamDiskInfrastructure/Linux/SmallFile.h"
 #include "RamDiskInfrastructure/Linux/SystemCallError.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <charconv>
 #include <chrono>
 #include <stdexcept>
 #include <thread>
-
-#include <fcntl.h>
-#include <sys/file.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace ramdisk {
 
@@ -34,7 +32,7 @@ std::optional<unsigned> numberIn(std::string_view fileName) {
     unsigned number = 0;
     const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
     const bool isCanonical = error == std::errc{} && end == digits.data() + digits.size()
-                          && (digits.size() == 1 || digits.front() != '0');
+                             && (digits.size() == 1 || digits.front() != '0');
     return isCanonical ? std::optional(number) : std::nullopt;
 }
 
@@ -56,10 +54,38 @@ int linkUnnamed(const FileDescriptor& file, const std::filesystem::path& path) {
 }
 
 bool isSameFile(const FileDescriptor& file, const std::filesystem::path& path) {
-    struct stat held{};
-    struct stat named{};
+    struct stat held {};
+    struct stat named {};
     return fstat(file.get(), &held) == 0 && lstat(path.c_str(), &named) == 0 && held.st_dev == named.st_dev
-        && held.st_ino == named.st_ino;
+           && held.st_ino == named.st_ino;
+}
+
+/// No record comes near this size; a hostile one could be larger than the memory.
+constexpr off_t largestRecord = 1 << 16;
+
+/// The record in an open file, if its writer can be believed.
+std::optional<DiskRecord> recordIn(const FileDescriptor& file, const DeviceIdentifier& device,
+                                   uid_t folderOwner) {
+    struct stat status {};
+    if (!file || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode) || status.st_size > largestRecord
+        || (status.st_uid != 0 && status.st_uid != folderOwner)) {
+        return std::nullopt;
+    }
+    std::string text(static_cast<std::size_t>(status.st_size), '\0');
+    if (pread(file.get(), text.data(), text.size(), 0) != status.st_size) {
+        return std::nullopt;
+    }
+    auto record = decodeRecord(text, device);
+    if (record && folderOwner != 0) {
+        if (folderOwner != geteuid() && record->kind != VolumeKind::folder) {
+            // Whoever keeps records of his own may not mount: other kinds are claims on somebody else's
+            // disks.
+            return std::nullopt;
+        }
+        // What a user wrote about himself is no reason to believe that a disk is somebody else's.
+        record->owner = folderOwner;
+    }
+    return record;
 }
 
 } // namespace
@@ -82,8 +108,8 @@ std::vector<unsigned> DiskRecordStore::usedNumbers() const {
 }
 
 std::vector<DiskRecord> DiskRecordStore::readAll() const {
-    struct stat folderStatus{};
-    if (lstat(folder_.c_str(), &folderStatus) != 0 || !S_ISDIR(folderStatus.st_mode)) {
+    const auto owner = folderOwner();
+    if (!owner) {
         return {};
     }
     auto numbers = usedNumbers();
@@ -92,28 +118,31 @@ std::vector<DiskRecord> DiskRecordStore::readAll() const {
     records.reserve(numbers.size());
     for (const unsigned number : numbers) {
         const auto device = DeviceIdentifier::wholeDisk(number);
-        struct stat status{};
-        if (lstat(pathOf(device).c_str(), &status) != 0 || !S_ISREG(status.st_mode)
-            || (status.st_uid != 0 && status.st_uid != folderStatus.st_uid)) {
-            continue;
+        if (auto record = recordIn(openRecord(device), device, *owner)) {
+            record->folder = folder_;
+            records.push_back(std::move(*record));
         }
-        const auto text = tryReadSmallFile(pathOf(device));
-        auto record = text ? decodeRecord(*text, device) : std::nullopt;
-        if (!record) {
-            continue;
-        }
-        if (folderStatus.st_uid != 0) {
-            // What a user wrote about himself is no reason to believe that a disk is somebody else's.
-            record->owner = folderStatus.st_uid;
-        }
-        record->folder = folder_;
-        records.push_back(std::move(*record));
     }
     return records;
 }
 
+std::optional<uid_t> DiskRecordStore::folderOwner() const {
+    struct stat status {};
+    return lstat(folder_.c_str(), &status) == 0 && S_ISDIR(status.st_mode) ? std::optional(status.st_uid)
+                                                                           : std::nullopt;
+}
+
+bool DiskRecordStore::isOwn() const {
+    return folderOwner() == geteuid();
+}
+
+FileDescriptor DiskRecordStore::openRecord(const DeviceIdentifier& device) const {
+    // Without blocking, since what has the name of a record may be a pipe.
+    return FileDescriptor(open(pathOf(device).c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+}
+
 void DiskRecordStore::makeFolder() const {
-    struct stat status{};
+    struct stat status {};
     if (lstat(folder_.c_str(), &status) != 0) {
         std::error_code error;
         std::filesystem::create_directories(folder_.parent_path(), error);
@@ -147,7 +176,8 @@ FileDescriptor DiskRecordStore::writeUnnamed(const DiskRecord& record) const {
     return file;
 }
 
-RecordHold DiskRecordStore::claim(DiskRecord draft, const std::vector<unsigned>& alsoTaken, gid_t group) const {
+RecordHold DiskRecordStore::claim(DiskRecord draft, const std::vector<unsigned>& alsoTaken,
+                                  gid_t group) const {
     makeFolder();
     draft.folder = folder_;
     auto file = writeUnnamed(draft);
@@ -170,17 +200,15 @@ RecordHold DiskRecordStore::claim(DiskRecord draft, const std::vector<unsigned>&
 }
 
 std::optional<RecordHold> DiskRecordStore::tryHold(const DiskRecord& record) const {
-    const auto path = pathOf(record.device);
-    FileDescriptor file(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
-    if (!file || flock(file.get(), LOCK_EX | LOCK_NB) != 0 || !isSameFile(file, path)) {
+    auto file = openRecord(record.device);
+    if (!file || flock(file.get(), LOCK_EX | LOCK_NB) != 0 || !isSameFile(file, pathOf(record.device))) {
         return std::nullopt;
     }
-    const auto text = tryReadSmallFile(path);
-    auto current = text ? decodeRecord(*text, record.device) : std::nullopt;
+    const auto owner = folderOwner();
+    auto current = owner ? recordIn(file, record.device, *owner) : std::nullopt;
     if (!current || current->uuid != record.uuid) {
         return std::nullopt;
     }
-    current->owner = record.owner;
     current->folder = folder_;
     return RecordHold{std::move(*current), std::move(file)};
 }
@@ -191,14 +219,15 @@ std::optional<RecordHold> DiskRecordStore::hold(const DiskRecord& record) const 
         if (auto held = tryHold(record)) {
             return held;
         }
-        const auto text = tryReadSmallFile(pathOf(record.device));
-        const auto current = text ? decodeRecord(*text, record.device) : std::nullopt;
+        const auto owner = folderOwner();
+        const auto current =
+            owner ? recordIn(openRecord(record.device), record.device, *owner) : std::nullopt;
         if (!current || current->uuid != record.uuid) {
             return std::nullopt;
         }
         if (std::chrono::steady_clock::now() > deadline) {
-            throw std::runtime_error(
-                fmt::format("another process has been at work on {} for ten seconds", record.device.bsdName()));
+            throw std::runtime_error(fmt::format("another process has been at work on {} for ten seconds",
+                                                 record.device.bsdName()));
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
@@ -206,12 +235,13 @@ std::optional<RecordHold> DiskRecordStore::hold(const DiskRecord& record) const 
 
 void DiskRecordStore::update(RecordHold& hold) const {
     auto file = writeUnnamed(hold.record);
-    struct stat status{};
+    struct stat status {};
     if (fstat(hold.lock.get(), &status) == 0 && status.st_gid != getegid()
         && fchown(file.get(), static_cast<uid_t>(-1), status.st_gid) != 0) {
         throw SystemCallError("hand over a record in", folder_);
     }
-    const auto temporary = folder_ / fmt::format(".{}.{}.new", hold.record.device.bsdName(), hold.record.uuid.text());
+    const auto temporary =
+        folder_ / fmt::format(".{}.{}.new", hold.record.device.bsdName(), hold.record.uuid.text());
     // Only the holder of the record uses this name: what stands there was left by a holder that was killed.
     unlink(temporary.c_str());
     if (linkUnnamed(file, temporary) != 0) {
@@ -226,7 +256,8 @@ void DiskRecordStore::update(RecordHold& hold) const {
 }
 
 void DiskRecordStore::remove(RecordHold hold) const {
-    const auto temporary = folder_ / fmt::format(".{}.{}.new", hold.record.device.bsdName(), hold.record.uuid.text());
+    const auto temporary =
+        folder_ / fmt::format(".{}.{}.new", hold.record.device.bsdName(), hold.record.uuid.text());
     unlink(temporary.c_str());
     if (unlink(pathOf(hold.record.device).c_str()) != 0 && errno != ENOENT) {
         throw SystemCallError("remove the record", pathOf(hold.record.device));

@@ -27,8 +27,9 @@ public:
 
     [[nodiscard]] const std::filesystem::path& folder() const noexcept { return folder_; }
 
-    /// All records, ordered by device; none when the folder does not exist. Files that are not records, or that
-    /// somebody else than root and the folder's owner wrote, are passed over.
+    /// All records, ordered by device; none when the folder does not exist. Files that are not records, or
+    /// that somebody else than root and the folder's owner wrote, are passed over; so is what another user
+    /// than root claims beyond folders of his own.
     [[nodiscard]] std::vector<DiskRecord> readAll() const;
 
     /// The numbers of all records, readable or not.
@@ -37,7 +38,8 @@ public:
     /// Writes `draft` under the lowest number that is free here and not in `alsoTaken`, and holds it. The
     /// draft's `device` is ignored.
     /// @throws SystemCallError with nothing written.
-    [[nodiscard]] RecordHold claim(DiskRecord draft, const std::vector<unsigned>& alsoTaken, gid_t group) const;
+    [[nodiscard]] RecordHold claim(DiskRecord draft, const std::vector<unsigned>& alsoTaken,
+                                   gid_t group) const;
 
     /// Holds the record if no other process does and it is still the same one, in its newest state.
     [[nodiscard]] std::optional<RecordHold> tryHold(const DiskRecord& record) const;
@@ -58,7 +60,12 @@ public:
     /// @throws SystemCallError
     [[nodiscard]] FileDescriptor lockNames() const;
 
+    /// Whether this process's user keeps the records here, so that it is theirs to put them in order.
+    [[nodiscard]] bool isOwn() const;
+
 private:
+    [[nodiscard]] std::optional<uid_t> folderOwner() const;
+    [[nodiscard]] FileDescriptor openRecord(const DeviceIdentifier& device) const;
     [[nodiscard]] std::filesystem::path pathOf(const DeviceIdentifier& device) const;
     [[nodiscard]] FileDescriptor writeUnnamed(const DiskRecord& record) const;
     void makeFolder() const;

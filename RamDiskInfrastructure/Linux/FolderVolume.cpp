@@ -1,20 +1,18 @@
 #include "RamDiskInfrastructure/Linux/FolderVolume.h"
 
 #include "RamDiskCore/Values/ByteCountFormat.h"
-#include "RamDiskCore/Values/Text.h"
 #include "RamDiskInfrastructure/Linux/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/VolumeMarkLinux.h"
 
-#include <fmt/format.h>
-
-#include <algorithm>
-#include <cstring>
-
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <linux/magic.h>
 #include <sys/stat.h>
 #include <sys/statfs.h>
 #include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
 
 namespace ramdisk {
 
@@ -26,9 +24,10 @@ namespace fs = std::filesystem;
 ByteCount bytesBelow(const fs::path& folder) {
     ByteCount sum;
     std::error_code error;
-    for (fs::recursive_directory_iterator entry(folder, fs::directory_options::skip_permission_denied, error), end;
+    for (fs::recursive_directory_iterator entry(folder, fs::directory_options::skip_permission_denied, error),
+         end;
          !error && entry != end; entry.increment(error)) {
-        struct stat status{};
+        struct stat status {};
         if (lstat(entry->path().c_str(), &status) == 0 && status.st_nlink > 0) {
             const auto links = S_ISDIR(status.st_mode) ? 1U : status.st_nlink;
             sum.bytes += static_cast<std::uint64_t>(status.st_blocks) * 512 / links;
@@ -37,8 +36,21 @@ ByteCount bytesBelow(const fs::path& folder) {
     return sum;
 }
 
+/// Opens the folders below to their owner: package managers seal what they unpack, and nothing can be deleted
+/// from a sealed folder. Follows no links.
+void letOwnerIn(const fs::path& folder) {
+    static_cast<void>(fchmodat(AT_FDCWD, folder.c_str(), 0700, AT_SYMLINK_NOFOLLOW));
+    std::error_code ignored;
+    for (const auto& entry : fs::directory_iterator(folder, ignored)) {
+        struct stat status {};
+        if (lstat(entry.path().c_str(), &status) == 0 && S_ISDIR(status.st_mode)) {
+            letOwnerIn(entry.path());
+        }
+    }
+}
+
 std::optional<ByteCount> freeBytes(const fs::path& folder) {
-    struct statfs volume{};
+    struct statfs volume {};
     if (statfs(folder.c_str(), &volume) != 0 || volume.f_type != TMPFS_MAGIC) {
         return std::nullopt;
     }
@@ -60,9 +72,9 @@ void FolderVolume::requireSupport(const RamDiskSpecification& specification) con
                         host().sharedMemory.string())});
     }
     if (*free < specification.size) {
-        throw RamDiskError(RamDiskError::AllocationFailed{
-            fmt::format("this user may not mount, and {} has only {} free.", host().sharedMemory.string(),
-                        format(*free))});
+        throw RamDiskError(
+            RamDiskError::AllocationFailed{fmt::format("this user may not mount, and {} has only {} free.",
+                                                       host().sharedMemory.string(), format(*free))});
     }
 }
 
@@ -71,7 +83,7 @@ fs::path FolderVolume::outerFolder(const DiskRecord& record) const {
 }
 
 fs::path FolderVolume::preferredMountPoint(const DiskRecord& record) const {
-    return outerFolder(record) / prefixOfWholeCharacters(record.name, 255);
+    return outerFolder(record) / MountFolders::nameFor(record.name);
 }
 
 std::vector<MachineStep> FolderVolume::makingSteps(VolumeInMaking& making) const {
@@ -101,9 +113,10 @@ std::vector<MachineStep> FolderVolume::makingSteps(VolumeInMaking& making) const
 }
 
 bool FolderVolume::isOwnedFolder(const DiskRecord& record) const {
-    struct stat status{};
+    struct stat status {};
     return lstat(outerFolder(record).c_str(), &status) == 0 && S_ISDIR(status.st_mode)
-        && (status.st_uid == record.owner || status.st_uid == 0);
+           && (status.st_uid == record.owner
+               || (status.st_uid == 0 && DiskRecordStore(record.folder).isOwn()));
 }
 
 bool FolderVolume::isLive(const DiskRecord& record, const MountTable& /*mounts*/) const {
@@ -128,12 +141,13 @@ RamDisk FolderVolume::describe(const DiskRecord& record, const MountTable& /*mou
 
 Detached FolderVolume::detach(RecordHold& hold, const DiskRecordStore& store, Force force) const {
     const auto outer = outerFolder(hold.record);
-    const auto users = OpenFiles::find(host().proc, {FilesPlace::Folder{outer}}).users;
-    if (!users.empty() && force == Force::no) {
-        return busy(hold.record, users);
+    const auto openFiles = OpenFiles::find(host().proc, {FilesPlace::Folder{outer}});
+    if (!openFiles.users.empty() && force == Force::no) {
+        return busy(hold.record, openFiles.users);
     }
     // From here on the files go: should this process die half way, the next listing finishes the work.
     hold.record.state = RecordState::detaching;
+    hold.record.heldBytes = openFiles.held.value_or(ByteCount{});
     store.update(hold);
     removeRemains(hold.record);
     if (isOwnedFolder(hold.record)) {
@@ -157,8 +171,12 @@ bool FolderVolume::isWholeAndVisible(const DiskRecord& /*record*/, const MountTa
 
 void FolderVolume::removeRemains(const DiskRecord& record) const {
     if (isOwnedFolder(record)) {
-        std::error_code ignored;
-        fs::remove_all(outerFolder(record), ignored);
+        std::error_code error;
+        fs::remove_all(outerFolder(record), error);
+        if (error) {
+            letOwnerIn(outerFolder(record));
+            fs::remove_all(outerFolder(record), error);
+        }
     }
 }
 

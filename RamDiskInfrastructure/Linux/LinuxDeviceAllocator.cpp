@@ -10,6 +10,8 @@ namespace ramdisk {
 
 namespace {
 
+constexpr const char* settling = "settle the record";
+
 VolumeKind kindOn(HostRung rung) {
     switch (rung) {
     case HostRung::kernel:
@@ -19,8 +21,8 @@ VolumeKind kindOn(HostRung rung) {
     case HostRung::udisks:
         break;
     }
-    throw RamDiskError(RamDiskError::AllocationFailed{
-        "this version cannot ask the desktop’s disk service; set TRAMDISK_HOST to kernel or folder, or unset it."});
+    throw RamDiskError(RamDiskError::AllocationFailed{"this version cannot ask the desktop’s disk service; "
+                                                      "set TRAMDISK_HOST to kernel or folder, or unset it."});
 }
 
 [[noreturn]] void throwNotFound(const DeviceIdentifier& device) {
@@ -72,7 +74,7 @@ void LinuxDeviceAllocator::settle(const DeviceIdentifier& device) {
     }
     try {
         hold->record.state = RecordState::settled;
-        perform({{"settle the record", [&] { context_->ownStore().update(*hold); }}}, context_->observer);
+        perform({{settling, [&] { context_->ownStore().update(*hold); }}}, context_->observer);
     } catch (const std::exception& error) {
         throw RamDiskError(RamDiskError::AllocationFailed{error.what()});
     }
@@ -121,13 +123,14 @@ ReleaseOutcome LinuxDeviceAllocator::releaseHeld(RecordHold hold, Force force) c
     const RecordHealer healer(*context_);
     const auto mounts = MountTable::read(context_->host.proc);
     if (hold.record.state == RecordState::detaching && !volume.isWholeAndVisible(hold.record, mounts)) {
-        volume.removeRemains(hold.record);
+        healer.removeRemains(hold.record);
         if (const auto held = volume.heldMemory(hold.record, mounts)) {
             if (force == Force::yes) {
                 return *held;
             }
             throw RamDiskError(RamDiskError::EjectFailed{
-                device, "it is ejected, but programs have its files open and keep its memory.", EjectObstacle::busy});
+                device, "it is ejected, but programs have its files open and keep its memory.",
+                EjectObstacle::busy});
         }
         healer.discard(std::move(hold));
         return {};
@@ -141,7 +144,7 @@ ReleaseOutcome LinuxDeviceAllocator::releaseHeld(RecordHold hold, Force force) c
         throw RamDiskError(RamDiskError::EjectFailed{device, refused->reason, refused->obstacle});
     }
     if (const auto* held = std::get_if<Detached::Held>(&detached.value)) {
-        volume.removeRemains(hold.record);
+        healer.removeRemains(hold.record);
         return held->outcome;
     }
     healer.discard(std::move(hold));
@@ -166,6 +169,10 @@ std::optional<DiskRecord> LinuxDeviceAllocator::find(const DeviceIdentifier& dev
 std::vector<std::string> LinuxDeviceAllocator::plan(ByteCount size) const {
     std::optional<RecordHold> never;
     return descriptions({claimStep(size, never)});
+}
+
+std::vector<std::string> LinuxDeviceAllocator::planSettling() const {
+    return {settling};
 }
 
 } // namespace ramdisk

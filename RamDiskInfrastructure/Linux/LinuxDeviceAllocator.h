@@ -13,13 +13,15 @@ namespace ramdisk {
 class LinuxDeviceAllocator final : public RamDeviceAllocating {
 public:
     LinuxDeviceAllocator(std::shared_ptr<const LinuxContext> context, std::shared_ptr<DisksInMaking> making)
-        : context_(std::move(context)), making_(std::move(making)) {}
+        : context_(std::move(context)),
+          making_(std::move(making)) {}
 
     [[nodiscard]] DeviceIdentifier allocate(ByteCount size) override;
     void settle(const DeviceIdentifier& device) override;
     ReleaseOutcome release(const DeviceIdentifier& device, Force force,
                            std::optional<std::uint64_t> attachment) override;
     [[nodiscard]] std::vector<std::string> plan(ByteCount size) const override;
+    [[nodiscard]] std::vector<std::string> planSettling() const override;
 
 private:
     [[nodiscard]] MachineStep claimStep(ByteCount size, std::optional<RecordHold>& claimed) const;

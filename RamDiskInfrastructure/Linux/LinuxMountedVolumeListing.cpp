@@ -1,5 +1,7 @@
 #include "RamDiskInfrastructure/Linux/LinuxMountedVolumeListing.h"
 
+#include "RamDiskInfrastructure/Linux/RecordHealer.h"
+
 namespace ramdisk {
 
 namespace {
@@ -15,7 +17,18 @@ bool isBelow(const fs::path& path, const fs::path& folder) {
 std::set<std::string> LinuxMountedVolumeListing::volumeNames(const std::optional<fs::path>& excluding) const {
     std::set<std::string> names;
     std::set<fs::path> ours;
-    for (const auto& record : context_->visibleRecords()) {
+    const auto records = context_->visibleRecords();
+    auto mounts = MountTable::read(context_->host.proc);
+    const RecordHealer healer(*context_);
+    for (const auto& record : records) {
+        if (!healer.stands(record, mounts)) {
+            // Healing may have unmounted it.
+            mounts = MountTable::read(context_->host.proc);
+            continue;
+        }
+        if (record.state == RecordState::detaching) {
+            continue;
+        }
         ours.insert(record.mountPoint);
         if (!record.name.empty() && record.mountPoint != excluding) {
             names.insert(record.name);
@@ -25,7 +38,6 @@ std::set<std::string> LinuxMountedVolumeListing::volumeNames(const std::optional
     if (!context_->host.isIsolated) {
         parents.insert(parents.end(), {"/run/media", "/mnt"});
     }
-    const auto mounts = MountTable::read(context_->host.proc);
     for (const auto& entry : mounts.entries()) {
         if (entry.mountPoint == excluding || ours.contains(entry.mountPoint)) {
             continue;

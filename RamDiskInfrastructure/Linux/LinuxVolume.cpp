@@ -15,15 +15,21 @@ namespace ramdisk {
 bool LinuxVolume::isPristine(const DiskRecord& record) const {
     std::error_code error;
     std::filesystem::directory_iterator entries(record.mountPoint, error);
+    if (error == std::errc::no_such_file_or_directory) {
+        return true;
+    }
     // A folder that cannot be looked into may hold anything.
     return !error && std::all_of(begin(entries), end(entries), [](const auto& entry) {
         const auto name = entry.path().filename();
-        return std::find(indexingMarkers.begin(), indexingMarkers.end(), name.native()) != indexingMarkers.end();
+        return std::find(indexingMarkers.begin(), indexingMarkers.end(), name.native())
+               != indexingMarkers.end();
     });
 }
 
 void LinuxVolume::removeRemains(const DiskRecord& record) const {
-    if (!record.mountPoint.empty()) {
+    // A maker that died may have had no time to mark its folder; later, an unmarked one is somebody else's.
+    if (!record.mountPoint.empty()
+        && (record.state == RecordState::making || MountFolders::mayBeOurs(record.mountPoint))) {
         MountFolders::remove(record.mountPoint);
     }
 }
@@ -64,7 +70,8 @@ const LinuxVolume& LinuxVolumes::of(VolumeKind kind) const {
     case VolumeKind::loop:
         break;
     }
-    throw std::invalid_argument(fmt::format("this version makes no volumes of the kind “{}”", rawValue(kind)));
+    throw std::invalid_argument(
+        fmt::format("this version makes no volumes of the kind “{}”", rawValue(kind)));
 }
 
 } // namespace ramdisk

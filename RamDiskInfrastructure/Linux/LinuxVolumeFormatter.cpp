@@ -6,11 +6,10 @@
 #include "RamDiskInfrastructure/Linux/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/VolumeMarkLinux.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
 
 #include <algorithm>
-
-#include <fcntl.h>
 
 namespace ramdisk {
 
@@ -32,7 +31,8 @@ void LinuxVolumeFormatter::claimName(RecordHold& hold, const RamDiskSpecificatio
     const auto lock = store.lockNames();
     // Validation saw the machine some time ago; from here on nobody else can take the name.
     for (const auto& other : store.readAll()) {
-        if (other.uuid != hold.record.uuid && namesEqual(other.name, specification.name)) {
+        if (other.uuid != hold.record.uuid && other.state != RecordState::detaching
+            && namesEqual(other.name, specification.name)) {
             throw RamDiskError(RamDiskError::InvalidSpecification{
                 {ValidationIssue{ValidationIssue::NameInUse{specification.name}}}});
         }
@@ -41,7 +41,9 @@ void LinuxVolumeFormatter::claimName(RecordHold& hold, const RamDiskSpecificatio
     hold.record.fileSystem = specification.fileSystem;
     hold.record.access = specification.access;
     hold.record.kind = firstKind(specification);
-    hold.record.mountPoint = context_->volumes.of(hold.record.kind).preferredMountPoint(hold.record);
+    if (hold.record.kind == VolumeKind::folder) {
+        hold.record.mountPoint = context_->volumes.of(hold.record.kind).preferredMountPoint(hold.record);
+    }
     store.update(hold);
 }
 
@@ -71,7 +73,8 @@ void LinuxVolumeFormatter::make(RecordHold& hold, const RamDiskSpecification& sp
     perform(context_->volumes.of(hold.record.kind).makingSteps(making), context_->observer);
 }
 
-void LinuxVolumeFormatter::fallBackToFolder(RecordHold& hold, const RamDiskSpecification& specification) const {
+void LinuxVolumeFormatter::fallBackToFolder(RecordHold& hold,
+                                            const RamDiskSpecification& specification) const {
     const auto& folder = context_->volumes.of(VolumeKind::folder);
     folder.requireSupport(specification);
     context_->volumes.of(hold.record.kind).removeRemains(hold.record);
@@ -93,7 +96,8 @@ std::filesystem::path LinuxVolumeFormatter::format(const DeviceIdentifier& devic
         try {
             make(*hold, specification, protection);
         } catch (const SystemCallError& error) {
-            if (!error.isLackOfRights() || context_->host.forcedRung || hold->record.kind == VolumeKind::folder) {
+            if (!error.isLackOfRights() || context_->host.forcedRung
+                || hold->record.kind == VolumeKind::folder) {
                 throw;
             }
             fallBackToFolder(*hold, specification);
@@ -105,8 +109,9 @@ std::filesystem::path LinuxVolumeFormatter::format(const DeviceIdentifier& devic
         throw RamDiskError(RamDiskError::FormattingFailed{error.what()});
     }
     if (hold->record.kind == VolumeKind::folder) {
-        context_->notice(fmt::format("This user may not mount, so the disk is a folder on {}; its size is not enforced.",
-                                     context_->host.sharedMemory.string()));
+        context_->notice(
+            fmt::format("This user may not mount, so the disk is a folder on {}; its size is not enforced.",
+                        context_->host.sharedMemory.string()));
     }
     return hold->record.mountPoint;
 }

@@ -3,14 +3,13 @@
 #include "RamDiskCore/Values/Text.h"
 #include "RamDiskInfrastructure/Linux/SystemCallError.h"
 
-#include <fmt/format.h>
-
-#include <optional>
-
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
+
+#include <optional>
 
 namespace ramdisk {
 
@@ -24,13 +23,15 @@ constexpr const char* folderMark = "user.com.tavrin.ramdisk.mountpoint";
 /// The folder name for a volume name: the same, unless it is longer than a file name may be.
 std::string folderName(std::string_view name, unsigned attempt) {
     const auto suffix = attempt < 2 ? std::string() : fmt::format(" {}", attempt);
-    return std::string(prefixOfWholeCharacters(name, longestFileName - suffix.size())) + suffix;
+    const auto prefix = prefixOfWholeCharacters(name, longestFileName - suffix.size());
+    // One character of many combining marks can alone be longer than a file name.
+    return (prefix.empty() ? "RAMDisk" : std::string(prefix)) + suffix;
 }
 
 bool isOurLeftover(const fs::path& path) {
-    struct stat status{};
+    struct stat status {};
     return lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode) && status.st_uid == geteuid()
-        && lgetxattr(path.c_str(), folderMark, nullptr, 0) >= 0;
+           && lgetxattr(path.c_str(), folderMark, nullptr, 0) >= 0;
 }
 
 } // namespace
@@ -47,7 +48,7 @@ fs::path MountFolders::preferred(std::string_view name, VolumeAccess access) con
 }
 
 void MountFolders::makeParent(const fs::path& parent, VolumeAccess access) const {
-    struct stat status{};
+    struct stat status {};
     if (lstat(parent.c_str(), &status) != 0) {
         std::error_code error;
         fs::create_directories(parent, error);
@@ -55,7 +56,7 @@ void MountFolders::makeParent(const fs::path& parent, VolumeAccess access) const
             throw SystemCallError("make the folder", parent, error.value());
         }
         // Below the home of the user behind sudo, folders are that user's.
-        struct stat home{};
+        struct stat home {};
         const bool isOwnersHome = stat(host_.home.c_str(), &home) == 0 && home.st_uid == host_.owner;
         if (access == VolumeAccess::onlyMe && isOwnersHome && host_.owner != geteuid()
             && lchown(parent.c_str(), host_.owner, host_.ownerGroup) != 0) {
@@ -84,20 +85,20 @@ MountFolders::Made MountFolders::make(std::string_view name, VolumeAccess access
             makeParent(parent, access);
             for (unsigned attempt = 1;; ++attempt) {
                 const auto path = parent / folderName(name, attempt);
-                announce(path);
-                int result = mkdir(path.c_str(), 0755);
-                if (result != 0 && errno == EEXIST) {
-                    // The mark comes first: it rules out nearly every folder at the price of one call.
-                    const bool isFree = isOurLeftover(path) && !isTaken(path) && rmdir(path.c_str()) == 0;
-                    result = isFree ? mkdir(path.c_str(), 0755) : -1;
-                    errno = result == 0 ? 0 : EEXIST;
+                struct stat status {};
+                if (lstat(path.c_str(), &status) == 0
+                    && (!isOurLeftover(path) || isTaken(path) || rmdir(path.c_str()) != 0)) {
+                    // Never announced: what a record names is removed if its maker dies.
+                    continue;
                 }
-                if (result == 0) {
+                announce(path);
+                if (mkdir(path.c_str(), 0755) == 0) {
                     FileDescriptor folder(open(path.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
                     if (!folder) {
                         throw SystemCallError("open the folder", path);
                     }
-                    // Only for the day after a power cut; where attributes are missing, that day has one folder more.
+                    // Only for the day after a power cut; where attributes are missing, that day has one
+                    // folder more.
                     static_cast<void>(lsetxattr(path.c_str(), folderMark, "1", 1, 0));
                     return {path, std::move(folder)};
                 }
@@ -112,6 +113,16 @@ MountFolders::Made MountFolders::make(std::string_view name, VolumeAccess access
     throw *failure;
 }
 
-void MountFolders::remove(const fs::path& path) noexcept { static_cast<void>(rmdir(path.c_str())); }
+std::string MountFolders::nameFor(std::string_view name) {
+    return folderName(name, 1);
+}
+
+bool MountFolders::mayBeOurs(const fs::path& path) noexcept {
+    return lgetxattr(path.c_str(), folderMark, nullptr, 0) >= 0 || errno == ENOTSUP;
+}
+
+void MountFolders::remove(const fs::path& path) noexcept {
+    static_cast<void>(rmdir(path.c_str()));
+}
 
 } // namespace ramdisk

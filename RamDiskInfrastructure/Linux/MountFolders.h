@@ -30,13 +30,20 @@ public:
         FileDescriptor folder;
     };
 
-    /// Makes a folder for a volume called `name`. `announce` hears of every path before it is made, so that a
-    /// record can be written first; `isTaken` tells whether a record of another disk names the path. Callers
-    /// come one at a time, so that nobody takes a folder for a leftover that another call has just made.
+    /// Makes a folder for a volume called `name`. `announce` hears of a path that is free before it is made,
+    /// so that a record can be written first; `isTaken` tells whether a record of another disk names the
+    /// path. Callers come one at a time, so that nobody takes a folder for a leftover that another call has
+    /// just made.
     /// @throws SystemCallError with nothing made.
     [[nodiscard]] Made make(std::string_view name, VolumeAccess access,
                             const std::function<void(const std::filesystem::path&)>& announce,
                             const std::function<bool(const std::filesystem::path&)>& isTaken) const;
+
+    /// The name of a folder for a volume called `name`: the same where a file may be called so.
+    [[nodiscard]] static std::string nameFor(std::string_view name);
+
+    /// Whether the folder carries our mark, or lies where folders carry none.
+    [[nodiscard]] static bool mayBeOurs(const std::filesystem::path& path) noexcept;
 
     /// Removes the folder if it is empty and nothing is mounted there; contents are never deleted.
     static void remove(const std::filesystem::path& path) noexcept;

@@ -2,11 +2,11 @@
 
 #include "RamDiskInfrastructure/Linux/SmallFile.h"
 
+#include <sys/sysmacros.h>
+
 #include <algorithm>
 #include <charconv>
 #include <optional>
-
-#include <sys/sysmacros.h>
 
 namespace ramdisk {
 
@@ -39,6 +39,12 @@ std::string unescaped(std::string_view text) {
     return result;
 }
 
+std::uint64_t number(std::string_view field) {
+    std::uint64_t value = 0;
+    std::from_chars(field.data(), field.data() + field.size(), value);
+    return value;
+}
+
 std::optional<dev_t> deviceNumber(std::string_view field) {
     const auto colon = field.find(':');
     if (colon == std::string_view::npos) {
@@ -56,8 +62,8 @@ std::optional<dev_t> deviceNumber(std::string_view field) {
 
 /// ID PARENT MAJOR:MINOR ROOT MOUNTPOINT OPTIONS [TAG...] - TYPE SOURCE SUPEROPTIONS
 std::optional<MountEntry> parseLine(std::string_view line) {
-    takeField(line);
-    takeField(line);
+    const auto id = number(takeField(line));
+    const auto parent = number(takeField(line));
     const auto device = deviceNumber(takeField(line));
     const auto root = takeField(line);
     const auto mountPoint = takeField(line);
@@ -68,7 +74,12 @@ std::optional<MountEntry> parseLine(std::string_view line) {
     line.remove_prefix(separator + 3);
     const auto fileSystem = takeField(line);
     const auto source = takeField(line);
-    return MountEntry{*device, unescaped(root), unescaped(mountPoint), std::string(fileSystem),
+    return MountEntry{id,
+                      parent,
+                      *device,
+                      unescaped(root),
+                      unescaped(mountPoint),
+                      std::string(fileSystem),
                       unescaped(source)};
 }
 
@@ -98,10 +109,18 @@ std::vector<MountEntry> MountTable::withSource(std::string_view source) const {
 }
 
 const MountEntry* MountTable::topmostAt(const std::filesystem::path& mountPoint) const {
-    const auto found = std::find_if(entries_.rbegin(), entries_.rend(), [&mountPoint](const MountEntry& entry) {
-        return entry.mountPoint.native() == mountPoint.native();
+    std::vector<const MountEntry*> stack;
+    for (const auto& entry : entries_) {
+        if (entry.mountPoint.native() == mountPoint.native()) {
+            stack.push_back(&entry);
+        }
+    }
+    const auto top = std::find_if(stack.rbegin(), stack.rend(), [&stack](const MountEntry* candidate) {
+        return std::none_of(stack.begin(), stack.end(), [candidate](const MountEntry* other) {
+            return other->parent == candidate->id && other != candidate;
+        });
     });
-    return found == entries_.rend() ? nullptr : &*found;
+    return top == stack.rend() ? nullptr : *top;
 }
 
 bool MountTable::shows(dev_t device) const {

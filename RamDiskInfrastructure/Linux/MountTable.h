@@ -1,16 +1,20 @@
 #pragma once
 
+#include <sys/types.h>
+
+#include <cstdint>
 #include <filesystem>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include <sys/types.h>
-
 namespace ramdisk {
 
 /// One mounted file system, as this process's mount namespace shows it.
 struct MountEntry {
+    std::uint64_t id = 0;
+    /// The mount that this one was mounted on.
+    std::uint64_t parent = 0;
     dev_t device = 0;
     /// The folder of the file system that is mounted; "/" except for bind mounts of a part.
     std::string root;
@@ -21,7 +25,8 @@ struct MountEntry {
     friend bool operator==(const MountEntry&, const MountEntry&) = default;
 };
 
-/// All mounts, in the order in which they were made: of several at one path the last is the visible one.
+/// All mounts, in the order in which the kernel tells them. That says nothing of which of several at one path
+/// is the visible one, since a mount can be moved on top of a younger one.
 class MountTable {
 public:
     /// Reads the text of /proc/self/mountinfo. Lines that are not of its shape are left out.

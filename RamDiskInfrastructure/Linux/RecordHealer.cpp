@@ -7,6 +7,10 @@ namespace ramdisk {
 bool RecordHealer::heal(const DiskRecord& record) const noexcept {
     try {
         const auto& store = context_.storeOf(record);
+        if (!store.isOwn()) {
+            // Where somebody else can swap folders for links, nothing is changed unasked.
+            return true;
+        }
         if (auto hold = store.tryHold(record)) {
             healHeld(std::move(*hold));
         }
@@ -16,6 +20,17 @@ bool RecordHealer::heal(const DiskRecord& record) const noexcept {
     } catch (const std::exception&) {
         return true;
     }
+}
+
+bool RecordHealer::stands(const DiskRecord& record, const MountTable& mounts) const noexcept {
+    try {
+        if (record.state == RecordState::settled && context_.volumes.of(record.kind).isLive(record, mounts)) {
+            return true;
+        }
+    } catch (const std::exception&) {
+        return true;
+    }
+    return heal(record);
 }
 
 void RecordHealer::healHeld(RecordHold hold) const {
@@ -28,7 +43,7 @@ void RecordHealer::healHeld(RecordHold hold) const {
             store.update(hold);
             return;
         }
-        volume.removeRemains(hold.record);
+        removeRemains(hold.record);
         if (!volume.isLive(hold.record, mounts) && !volume.heldMemory(hold.record, mounts)) {
             discard(std::move(hold));
         }
@@ -42,21 +57,32 @@ void RecordHealer::healHeld(RecordHold hold) const {
         return;
     }
     // Its maker died just before the end. Nobody was told of the disk, but somebody may have found it.
-    if (volume.isPristine(hold.record)
-        && std::holds_alternative<Detached::Gone>(volume.detach(hold, store, Force::no).value)) {
-        discard(std::move(hold));
-        return;
+    if (volume.isPristine(hold.record)) {
+        const auto detached = volume.detach(hold, store, Force::no).value;
+        if (std::holds_alternative<Detached::Gone>(detached)) {
+            discard(std::move(hold));
+            return;
+        }
+        if (std::holds_alternative<Detached::Held>(detached)) {
+            return;
+        }
     }
     hold.record.state = RecordState::settled;
     store.update(hold);
 }
 
 void RecordHealer::discard(RecordHold hold) const {
-    if (!isMountPointOfAnother(hold.record)) {
-        context_.volumes.of(hold.record.kind).removeRemains(hold.record);
-    }
+    removeRemains(hold.record);
     const auto& store = context_.storeOf(hold.record);
     store.remove(std::move(hold));
+}
+
+void RecordHealer::removeRemains(const DiskRecord& record) const {
+    // So that nobody makes the folder anew between the look and the removal.
+    const auto lock = context_.storeOf(record).lockNames();
+    if (!isMountPointOfAnother(record)) {
+        context_.volumes.of(record.kind).removeRemains(record);
+    }
 }
 
 bool RecordHealer::isMountPointOfAnother(const DiskRecord& record) const {

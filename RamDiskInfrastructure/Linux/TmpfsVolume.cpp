@@ -4,16 +4,15 @@
 #include "RamDiskInfrastructure/Linux/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/VolumeMarkLinux.h"
 
-#include <fmt/format.h>
-
-#include <algorithm>
-#include <cstring>
-
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/statfs.h>
 #include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
 
 namespace ramdisk {
 
@@ -33,7 +32,7 @@ std::uint64_t attachmentFrom(const UUID& uuid) {
 }
 
 std::optional<ByteCount> usedBytes(const std::filesystem::path& mountPoint) {
-    struct statfs volume{};
+    struct statfs volume {};
     if (statfs(mountPoint.c_str(), &volume) != 0) {
         return std::nullopt;
     }
@@ -78,22 +77,24 @@ std::vector<MachineStep> TmpfsVolume::makingSteps(VolumeInMaking& making) const 
     const auto describeMount = fmt::format("fsopen {} as {} with {}, nosuid, nodev", request.fileSystem,
                                            request.source, request.optionText());
     auto& record = making.hold.record;
+    const auto mountPoint = preferredMountPoint(record).string();
     return {
-        {fmt::format("mkdir {}", record.mountPoint.string()),
+        {fmt::format("mkdir {}", mountPoint),
          [&making, parts] { parts->mountFolder = making.makeMountFolder(); }},
-        {describeMount, [parts, request, interface = interface_] { parts->mount.emplace(request, interface); }},
+        {describeMount,
+         [parts, request, interface = interface_] { parts->mount.emplace(request, interface); }},
         {fmt::format("setxattr user.{} on its root", VolumeMark::attribute),
          [&record, parts] {
              if (parts->mount->root()) {
                  writeVolumeMark(parts->mount->root().get(), record.instance);
              }
          }},
-        {fmt::format("move_mount to {}", record.mountPoint.string()),
+        {fmt::format("move_mount to {}", mountPoint),
          [&record, parts] {
              parts->mount->attach(parts->mountFolder.path, parts->mountFolder.folder);
              if (!parts->mount->root()) {
-                 const FileDescriptor root(open(parts->mountFolder.path.c_str(),
-                                                O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+                 const FileDescriptor root(
+                     open(parts->mountFolder.path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
                  if (!root) {
                      throw SystemCallError("open", parts->mountFolder.path);
                  }
@@ -121,7 +122,7 @@ RamDisk TmpfsVolume::describe(const DiskRecord& record, const MountTable& mounts
         return disk;
     }
     disk.attachment = MediaIDs::identifierAt(record.mountPoint).value_or(*disk.attachment);
-    struct statfs volume{};
+    struct statfs volume {};
     if (statfs(record.mountPoint.c_str(), &volume) == 0) {
         const auto block = static_cast<std::uint64_t>(volume.f_bsize);
         disk.capacity = {volume.f_blocks * block};
@@ -145,10 +146,10 @@ Detached TmpfsVolume::detach(RecordHold& hold, const DiskRecordStore& store, For
             return {Detached::Refused{SystemCallError("unmount", path).what()}};
         }
         if (force == Force::no) {
-            return busy(hold.record,
-                        OpenFiles::find(host().proc, {FilesPlace::Device{entry->device}}).users);
+            return busy(hold.record, OpenFiles::find(host().proc, {FilesPlace::Device{entry->device}}).users);
         }
-        // The record must know before the volume is out of sight: afterwards nothing else tells of its memory.
+        // The record must know before the volume is out of sight: afterwards nothing else tells of its
+        // memory.
         hold.record.state = RecordState::detaching;
         hold.record.heldDevice = entry->device;
         hold.record.heldBytes = usedBytes(path).value_or(ByteCount{});
@@ -171,7 +172,8 @@ Detached TmpfsVolume::detach(RecordHold& hold, const DiskRecordStore& store, For
     return {Detached::Gone{}};
 }
 
-std::optional<ReleaseOutcome> TmpfsVolume::heldMemory(const DiskRecord& record, const MountTable& mounts) const {
+std::optional<ReleaseOutcome> TmpfsVolume::heldMemory(const DiskRecord& record,
+                                                      const MountTable& mounts) const {
     if (const auto others = mounts.withSource(record.volumeTag()); !others.empty()) {
         const auto& other = others.front().mountPoint;
         return ReleaseOutcome{usedBytes(other).value_or(record.heldBytes),

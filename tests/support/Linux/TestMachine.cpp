@@ -1,0 +1,253 @@
+#include "tests/support/Linux/TestMachine.h"
+
+#include <fcntl.h>
+#include <grp.h>
+#include <sched.h>
+#include <sys/mman.h>
+#include <sys/mount.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <mutex>
+#include <set>
+#include <sstream>
+#include <stdexcept>
+
+namespace ramdisk::test {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+/// Puts this process where its mounts are nobody else's, with an empty /dev/shm.
+void leaveSharedMounts() {
+    if (geteuid() != 0) {
+        return;
+    }
+    if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
+        throw std::runtime_error("no mount namespace for the tests");
+    }
+    // Copies of disks that stand elsewhere would keep their memory.
+    for (const auto& path : mountsWith(" ramdisk-")) {
+        umount2(path.c_str(), MNT_DETACH);
+    }
+    if (mount("tests", "/dev/shm", "tmpfs", MS_NOSUID | MS_NODEV, "mode=1777") != 0) {
+        throw std::runtime_error("no /dev/shm for the tests");
+    }
+}
+
+void become(uid_t user) {
+    if (user != geteuid() && (setgroups(0, nullptr) != 0 || setgid(user) != 0 || setuid(user) != 0)) {
+        _exit(125);
+    }
+}
+
+std::string contentOf(int file) {
+    std::string text(static_cast<std::size_t>(lseek(file, 0, SEEK_END)), '\0');
+    const auto count = pread(file, text.data(), text.size(), 0);
+    close(file);
+    return count == static_cast<ssize_t>(text.size()) ? text : "(unreadable)";
+}
+
+std::vector<std::string> environmentOf(const TestMachine& machine) {
+    auto variables = machine.environment;
+    const auto folder = machine.folder().string();
+    variables.insert({{"PATH", "/usr/bin:/bin"},
+                      {"HOME", folder + "/home"},
+                      {"XDG_DATA_HOME", folder + "/home/data"},
+                      {"XDG_RUNTIME_DIR", folder + "/run"},
+                      {"TRAMDISK_STATE", folder + "/state"}});
+    for (const char* name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS"}) {
+        if (const char* value = std::getenv(name)) {
+            variables.insert({name, value});
+        }
+    }
+    std::vector<std::string> list;
+    for (const auto& [name, value] : variables) {
+        list.push_back(name);
+        list.back().append("=").append(value);
+    }
+    return list;
+}
+
+std::vector<char*> pointersTo(std::vector<std::string>& texts) {
+    std::vector<char*> pointers;
+    for (auto& text : texts) {
+        pointers.push_back(text.data());
+    }
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
+pid_t launch(const TestMachine& machine, uid_t user, std::vector<std::string> arguments, int out, int err) {
+    arguments.insert(arguments.begin(), TRAMDISK_EXECUTABLE);
+    auto variables = environmentOf(machine);
+    const auto argv = pointersTo(arguments);
+    const auto envp = pointersTo(variables);
+    const pid_t child = fork();
+    if (child == 0) {
+        dup2(out, STDOUT_FILENO);
+        dup2(err, STDERR_FILENO);
+        become(user);
+        execve(argv[0], argv.data(), envp.data());
+        _exit(127);
+    }
+    return child;
+}
+
+} // namespace
+
+TestMachine::TestMachine(uid_t user) : user_(user == 0 ? geteuid() : user) {
+    static std::once_flag once;
+    std::call_once(once, leaveSharedMounts);
+    std::string name = fs::temp_directory_path() / "ramdisk test XXXXXX";
+    if (mkdtemp(name.data()) == nullptr) {
+        throw std::runtime_error("no temporary folder");
+    }
+    folder_ = name;
+    for (const char* part : {"", "home", "run", "state"}) {
+        fs::create_directory(folder_ / part);
+        fs::permissions(folder_ / part, fs::perms(0755));
+        if (chown((folder_ / part).c_str(), user_, user_) != 0 && geteuid() == 0) {
+            throw std::runtime_error("no folder for another user");
+        }
+    }
+}
+
+TestMachine::~TestMachine() {
+    const auto mounts = mountsWith(folder_.filename().string().substr(13));
+    for (auto path = mounts.rbegin(); path != mounts.rend(); ++path) {
+        umount2(path->c_str(), MNT_DETACH);
+    }
+    std::error_code ignored;
+    for (const auto& entry : fs::directory_iterator(records(), ignored)) {
+        if (!entry.is_regular_file() || entry.file_size() > 4096) {
+            continue;
+        }
+        const auto record = nlohmann::json::parse(readFile(entry.path()), nullptr, false);
+        if (record.is_object() && record.contains("uuid") && record["uuid"].is_string()) {
+            fs::remove_all("/dev/shm/ramdisk-" + record["uuid"].get<std::string>(), ignored);
+        }
+    }
+    fs::remove_all(folder_, ignored);
+}
+
+Outcome TestMachine::run(std::vector<std::string> arguments) const {
+    const int out = memfd_create("out", MFD_CLOEXEC);
+    auto outcome = run(std::move(arguments), out);
+    outcome.out = contentOf(out);
+    return outcome;
+}
+
+Outcome TestMachine::run(std::vector<std::string> arguments, int output) const {
+    const int err = memfd_create("err", MFD_CLOEXEC);
+    const int status = waitFor(launch(*this, user_, std::move(arguments), output, err));
+    return {status, {}, contentOf(err)};
+}
+
+pid_t TestMachine::start(std::vector<std::string> arguments) const {
+    const int nowhere = open("/dev/null", O_RDWR | O_CLOEXEC);
+    const auto child = launch(*this, user_, std::move(arguments), nowhere, nowhere);
+    close(nowhere);
+    return child;
+}
+
+std::map<std::string, nlohmann::json> TestMachine::list() const {
+    const auto outcome = run({"list", "--json"});
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    std::map<std::string, nlohmann::json> disks;
+    for (const auto& disk : outcome.json()) {
+        disks[disk.at("name").get<std::string>()] = disk;
+    }
+    return disks;
+}
+
+nlohmann::json TestMachine::create(const std::string& name, const std::vector<std::string>& more) const {
+    std::vector<std::string> arguments{"create", "--json", "--size", "8M", "--name=" + name};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    const auto outcome = run(arguments);
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    return outcome.status == 0 ? outcome.json().at("ramDisk") : nlohmann::json();
+}
+
+LinuxHost TestMachine::host(HostRung rung) const {
+    LinuxHost host;
+    host.owner = user_;
+    host.ownerGroup = user_;
+    host.isRoot = geteuid() == 0;
+    host.mayMount = host.isRoot;
+    host.forcedRung = rung;
+    host.records = records();
+    host.visibleRecords = {records()};
+    host.publicMounts = {media()};
+    host.privateMounts = privateMounts();
+    host.home = folder_ / "home";
+    host.isIsolated = true;
+    return host;
+}
+
+std::vector<std::string> TestMachine::traces() const {
+    auto found = mountsWith(" ramdisk-");
+    for (const auto& folder : {fs::path("/dev/shm"), records(), media(), privateMounts()}) {
+        std::error_code ignored;
+        for (const auto& entry : fs::directory_iterator(folder, ignored)) {
+            if (entry.path().filename() != ".names.lock") {
+                found.push_back(entry.path());
+            }
+        }
+    }
+    return found;
+}
+
+int inChild(uid_t user, const std::function<int()>& body) {
+    const pid_t child = fork();
+    if (child == 0) {
+        become(user);
+        _exit(body());
+    }
+    return waitFor(child);
+}
+
+int waitFor(pid_t child) {
+    int status = 0;
+    if (waitpid(child, &status, 0) != child) {
+        return -1;
+    }
+    return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+}
+
+void writeFile(const fs::path& path, std::string_view text) {
+    std::ofstream(path, std::ios::binary) << text << std::flush;
+}
+
+std::string readFile(const fs::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+std::vector<std::string> mountsWith(std::string_view text) {
+    std::ifstream table("/proc/self/mountinfo");
+    std::vector<std::string> points;
+    for (std::string line; std::getline(table, line);) {
+        if (line.find(text) == std::string::npos) {
+            continue;
+        }
+        std::istringstream fields(line);
+        std::string point;
+        for (int index = 0; index < 5; ++index) {
+            fields >> point;
+        }
+        for (std::size_t escape = 0; (escape = point.find('\\', escape)) != std::string::npos; ++escape) {
+            point.replace(escape, 4, 1,
+                          static_cast<char>(std::stoi(point.substr(escape + 1, 3), nullptr, 8)));
+        }
+        points.push_back(point);
+    }
+    return points;
+}
+
+} // namespace ramdisk::test

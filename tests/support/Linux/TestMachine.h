@@ -1,0 +1,91 @@
+#pragma once
+
+#include "RamDiskInfrastructure/Linux/LinuxHost.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <sys/types.h>
+
+#include <chrono>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace ramdisk::test {
+
+/// An ordinary user that exists everywhere.
+inline constexpr uid_t nobody = 65534;
+
+/// How a child process ended.
+struct Outcome {
+    /// The exit status, or 128 and the number of the signal that ended it.
+    int status = 0;
+    std::string out{};
+    std::string err{};
+
+    [[nodiscard]] nlohmann::json json() const { return nlohmann::json::parse(out); }
+};
+
+/// A machine of its own for one test: a folder with a home, records and mount folders. As root also the
+/// mounts and /dev/shm are its own, so that they vanish with the test process, however it ends.
+class TestMachine {
+public:
+    /// `user` is whom everything belongs to and whose programs `run` starts.
+    explicit TestMachine(uid_t user = 0);
+    TestMachine(const TestMachine&) = delete;
+    TestMachine& operator=(const TestMachine&) = delete;
+    ~TestMachine();
+
+    [[nodiscard]] const std::filesystem::path& folder() const noexcept { return folder_; }
+    [[nodiscard]] std::filesystem::path records() const { return folder_ / "state/disks"; }
+    [[nodiscard]] std::filesystem::path media() const { return folder_ / "state/media"; }
+    [[nodiscard]] std::filesystem::path privateMounts() const { return folder_ / "home/data/RamDisks"; }
+
+    /// Extra variables for the programs that `run` starts.
+    std::map<std::string, std::string> environment;
+
+    /// Runs tramdisk to its end.
+    Outcome run(std::vector<std::string> arguments) const;
+    /// The same with the program's standard output going to `output`.
+    Outcome run(std::vector<std::string> arguments, int output) const;
+    /// Starts tramdisk without waiting, its output thrown away.
+    [[nodiscard]] pid_t start(std::vector<std::string> arguments) const;
+    /// What `tramdisk list --json` shows, by name.
+    [[nodiscard]] std::map<std::string, nlohmann::json> list() const;
+    /// Makes a small disk and gives its description.
+    nlohmann::json create(const std::string& name, const std::vector<std::string>& more = {}) const;
+
+    /// The same machine for adapters inside this process.
+    [[nodiscard]] LinuxHost host(HostRung rung) const;
+
+    /// Whatever disks have left: mounts, folders on /dev/shm, records, mount folders.
+    [[nodiscard]] std::vector<std::string> traces() const;
+
+private:
+    std::filesystem::path folder_;
+    uid_t user_;
+};
+
+/// Runs `body` in a child process as `user`; gives its exit status, or 128 and the signal that ended it.
+int inChild(uid_t user, const std::function<int()>& body);
+/// Waits for a child: its exit status, or 128 and the signal that ended it.
+int waitFor(pid_t child);
+
+void writeFile(const std::filesystem::path& path, std::string_view text);
+[[nodiscard]] std::string readFile(const std::filesystem::path& path);
+
+/// The mount points whose line in the mount table holds `text`.
+[[nodiscard]] std::vector<std::string> mountsWith(std::string_view text);
+
+} // namespace ramdisk::test
+
+/// What mounts, or acts as another user, needs root.
+#define SKIP_UNLESS_ROOT()                                                                                   \
+    if (geteuid() != 0) {                                                                                    \
+        GTEST_SKIP() << "needs root, to mount and to act as another user";                                   \
+    }                                                                                                        \
+    static_assert(true)

@@ -106,6 +106,8 @@ int main(int argumentCount, char** arguments) {
     keepStandardDescriptors();
     // A reader that went away must not stop a disk half way; the lost result is told at the end.
     std::signal(SIGPIPE, SIG_IGN);
+    // Inherited as ignored, it would have the kernel throw away how our tools end.
+    std::signal(SIGCHLD, SIG_DFL);
     try {
         const auto invocation = parseCommandLine(argumentCount, arguments);
         return finish(carryOutAndTell(invocation, Console(invocation.global)));

@@ -107,7 +107,12 @@ ReleaseOutcome LinuxDeviceAllocator::release(const DeviceIdentifier& device, For
 void LinuxDeviceAllocator::abandon(RecordHold hold) const {
     const auto& store = context_->storeOf(hold.record);
     const auto& volume = context_->volumes.of(hold.record.kind);
-    if (volume.isLive(hold.record, MountTable::read(context_->host.proc))) {
+    const auto mounts = MountTable::read(context_->host.proc);
+    if (!volume.visibleAt(hold.record, mounts)) {
+        RecordHealer(*context_).discardUnseen(std::move(hold), mounts);
+        return;
+    }
+    if (volume.isLive(hold.record, mounts)) {
         const auto detached = volume.detach(hold, store, Force::yes);
         if (!std::holds_alternative<Detached::Gone>(detached.value)) {
             // The record stays and with it the trace of what stands; the next listing goes on from there.

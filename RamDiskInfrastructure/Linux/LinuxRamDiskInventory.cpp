@@ -47,7 +47,8 @@ std::vector<RamDisk> LinuxRamDiskInventory::list(Whose whose) const {
             const auto healed = healer.heal(record);
             if (healed && healed->state == RecordState::detaching) {
                 disks.push_back(describeDetaching(*healed));
-            } else if (healed && isLive) {
+            } else if (healed && isLive
+                       && (healed->state == RecordState::settled || volume.visibleAt(*healed, mounts))) {
                 disks.push_back(volume.describe(*healed, mounts));
             }
         }

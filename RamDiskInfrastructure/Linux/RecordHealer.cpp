@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include <sys/mount.h>
+
 namespace ramdisk {
 
 std::optional<DiskRecord> RecordHealer::heal(const DiskRecord& record) const noexcept {
@@ -60,6 +62,11 @@ void RecordHealer::healHeld(RecordHold hold) const {
         healSettled(std::move(hold), mounts);
         return;
     }
+    if (!volume.visibleAt(hold.record, mounts)) {
+        // Its maker died half way, and a tool that it had started may still be at work.
+        discardUnseen(std::move(hold), mounts);
+        return;
+    }
     // Its maker died just before the end. Nobody was told of the disk, but somebody may have found it.
     if (volume.isPristine(hold.record)) {
         const auto detached = volume.detach(hold, store, Force::no).value;
@@ -76,7 +83,8 @@ void RecordHealer::healHeld(RecordHold hold) const {
 }
 
 void RecordHealer::healSettled(RecordHold hold, const MountTable& mounts) const {
-    const auto visible = context_.volumes.of(hold.record.kind).visibleAt(hold.record, mounts);
+    const auto& volume = context_.volumes.of(hold.record.kind);
+    const auto visible = volume.visibleAt(hold.record, mounts);
     if (visible && *visible != hold.record.mountPoint) {
         // The mount was moved, or a renaming was cut short: the folder that it is not on any more is empty.
         const auto other = std::exchange(hold.record.mountPoint, *visible);
@@ -84,12 +92,41 @@ void RecordHealer::healSettled(RecordHold hold, const MountTable& mounts) const 
         context_.storeOf(hold.record).update(hold);
         MountFolders::remove(other);
     } else if (visible && !hold.record.formerMountPoint.empty()) {
-        MountFolders::remove(std::exchange(hold.record.formerMountPoint, {}));
-        context_.storeOf(hold.record).update(hold);
+        finishRenaming(std::move(hold), mounts);
     } else if (!visible && mounts.topmostAt(hold.record.mountPoint) == nullptr) {
-        // Unmounted by other means while in use: only its open files keep it.
+        // Unmounted by other means: if it was in use, only its open files keep it.
+        const auto held = volume.heldMemory(hold.record, mounts);
+        if (!held) {
+            discard(std::move(hold));
+            return;
+        }
+        hold.record.heldBytes = held->stillHeld.value_or(hold.record.heldBytes);
         hold.record.state = RecordState::detaching;
         context_.storeOf(hold.record).update(hold);
+    }
+}
+
+void RecordHealer::finishRenaming(RecordHold hold, const MountTable& mounts) const {
+    const auto former = std::exchange(hold.record.formerMountPoint, {});
+    auto atFormer = hold.record;
+    atFormer.mountPoint = former;
+    if (context_.volumes.of(hold.record.kind).visibleAt(atFormer, mounts) == former
+        && umount2(former.c_str(), UMOUNT_NOFOLLOW) != 0) {
+        // Killed while the volume was in both places, and somebody stands in the former one.
+        if (umount2(hold.record.mountPoint.c_str(), UMOUNT_NOFOLLOW) != 0) {
+            return;
+        }
+        MountFolders::remove(std::exchange(hold.record.mountPoint, former));
+    } else {
+        MountFolders::remove(former);
+    }
+    context_.storeOf(hold.record).update(hold);
+}
+
+void RecordHealer::discardUnseen(RecordHold hold, const MountTable& mounts) const {
+    removeRemains(hold.record);
+    if (!context_.volumes.of(hold.record.kind).heldMemory(hold.record, mounts)) {
+        discard(std::move(hold));
     }
 }
 

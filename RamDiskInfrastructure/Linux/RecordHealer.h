@@ -28,9 +28,15 @@ public:
     /// @throws SystemCallError
     void discard(RecordHold hold) const;
 
+    /// As `discard` for a volume that nobody can see, unless something still keeps its memory: then the record
+    /// stays as the trace of it.
+    /// @throws SystemCallError
+    void discardUnseen(RecordHold hold, const MountTable& mounts) const;
+
 private:
     void healHeld(RecordHold hold) const;
     void healSettled(RecordHold hold, const MountTable& mounts) const;
+    void finishRenaming(RecordHold hold, const MountTable& mounts) const;
     [[nodiscard]] bool isMountPointOfAnother(const DiskRecord& record) const;
 
     const LinuxContext& context_;

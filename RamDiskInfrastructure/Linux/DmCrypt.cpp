@@ -58,7 +58,9 @@ std::filesystem::path DmCrypt::containerPath(const std::string& name) {
 
 SystemCommand DmCrypt::formatCommand(const std::filesystem::path& device) {
     return {tool,
-            {"luksFormat", "--batch-mode", "--type", "luks2", "--cipher", "aes-xts-plain64", "--key-size", "512",
+            {"luksFormat", "--batch-mode", "--type", "luks2",
+             // The usual header takes 16 MiB, more than the smallest disk has; one key needs far less.
+             "--luks2-metadata-size", "16k", "--luks2-keyslots-size", "256k", "--cipher", "aes-xts-plain64", "--key-size", "512",
              "--pbkdf", "pbkdf2", "--pbkdf-force-iterations", leastRounds, "--key-file", "-", device.string()},
             {},
             limitInSeconds};

@@ -70,7 +70,8 @@ void LinuxVolumeRenamer::renameHeld(RecordHold& hold, const std::string& newName
     const auto& store = context_->storeOf(hold.record);
     const auto lock = store.lockNames();
     for (const auto& other : store.readAll()) {
-        if (other.uuid != hold.record.uuid && namesEqual(other.name, newName)) {
+        if (other.uuid != hold.record.uuid && other.state != RecordState::detaching
+            && namesEqual(other.name, newName)) {
             throw RamDiskError(
                 RamDiskError::InvalidSpecification{{ValidationIssue{ValidationIssue::NameInUse{newName}}}});
         }

@@ -25,6 +25,7 @@ namespace {
 
 /// Far beyond what laying a file system onto memory takes; a tool that hangs must not hang us.
 constexpr double makingLimitInSeconds = 300;
+constexpr unsigned loopMajor = 7;
 
 [[noreturn]] void throwUnsupported(const std::string& reason) {
     throw RamDiskError(RamDiskError::FormattingFailed{reason});
@@ -32,7 +33,6 @@ constexpr double makingLimitInSeconds = 300;
 
 /// Whether the mount's device is the loop device, or a container upon it.
 bool liesOn(const MountEntry& entry, unsigned loop, const std::filesystem::path& sys) {
-    constexpr unsigned loopMajor = 7;
     if (entry.device == makedev(loopMajor, loop)) {
         return true;
     }
@@ -179,6 +179,7 @@ void LoopVolume::prepareRoot(Making& making) const {
         root.foldCase();
     }
     if (making.encryption == EncryptionMeans::fscrypt) {
+        root.concealMountPoint();
         mount.narrowTo(root.makeEncryptedFolder(*making.volume.protection.passphrase(), host()));
     }
     LoopVolumeRoot(mount.root()).setMode(record.access == VolumeAccess::onlyMe ? 0700 : 0755);
@@ -216,8 +217,11 @@ std::optional<ReleaseOutcome> LoopVolume::heldMemory(const DiskRecord& record, c
     if (!record.loop || loops().isReleased(*record.loop, record.volumeTag())) {
         return std::nullopt;
     }
-    const auto files = OpenFiles::find(host().proc, {FilesPlace::Device{record.heldDevice}});
-    return ReleaseOutcome{files.held ? files.held : record.heldBytes, ramdisk::describe(files.users)};
+    // A volume that somebody else took out of sight told nobody its number.
+    const auto device = record.heldDevice != 0 ? record.heldDevice : makedev(loopMajor, *record.loop);
+    const auto files = OpenFiles::find(host().proc, {FilesPlace::Device{device}});
+    // What keeps it may be out of our sight, such as a process in a container.
+    return ReleaseOutcome{files.users.empty() ? record.heldBytes : files.held.value_or(record.heldBytes), ramdisk::describe(files.users)};
 }
 
 void LoopVolume::removeRemains(const DiskRecord& record) const {

@@ -65,6 +65,13 @@ void LoopVolumeRoot::setMode(mode_t mode) const {
     }
 }
 
+void LoopVolumeRoot::concealMountPoint() const {
+    const FileDescriptor file(openat(root_.get(), ".", O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
+    if (!file) {
+        throw SystemCallError("open a file on a new volume");
+    }
+}
+
 FileDescriptor LoopVolumeRoot::makeEncryptedFolder(const VolumePassphrase& passphrase, const LinuxHost& host) const {
     if (mkdirat(root_.get(), encryptedFolder, 0700) != 0) {
         throw SystemCallError("make the encrypted folder of a new volume");

@@ -30,7 +30,15 @@ void forEachCodePoint(std::string_view text, Visit visit) {
     }
 }
 
+/// Nearly every cell: one column a byte, nothing to replace.
+bool isPrintableASCII(std::string_view text) {
+    return std::all_of(text.begin(), text.end(), [](char character) { return character >= ' ' && character < 0x7f; });
+}
+
 std::size_t displayWidth(std::string_view text) {
+    if (isPrintableASCII(text)) {
+        return text.size();
+    }
     std::size_t width = 0;
     forEachCodePoint(text, [&](std::string_view, utf8proc_int32_t codePoint) {
         width += codePoint < 0 ? 1U : static_cast<std::size_t>(std::max(utf8proc_charwidth(codePoint), 0));
@@ -50,6 +58,9 @@ std::string trimmedRight(std::string line) {
 } // namespace
 
 std::string printable(std::string_view text) {
+    if (isPrintableASCII(text)) {
+        return std::string(text);
+    }
     std::string result;
     forEachCodePoint(text, [&](std::string_view bytes, utf8proc_int32_t codePoint) {
         const bool isControl = codePoint < 0x20 || (codePoint >= 0x7f && codePoint < 0xa0);

@@ -1,5 +1,7 @@
 #include "RamDiskInfrastructure/Linux/DiskRecord.h"
 
+#include "RamDiskInfrastructure/Linux/FlatObject.h"
+
 #include <nlohmann/json.hpp>
 
 #include <array>
@@ -29,18 +31,6 @@ std::optional<Enumeration> enumeratorNamed(const std::array<std::string_view, co
     return std::nullopt;
 }
 
-/// Names are bytes to the kernel, and JSON takes only UTF-8.
-std::string encodedBytes(const std::string& text) {
-    static constexpr std::string_view digits = "0123456789abcdef";
-    std::string hex;
-    for (const char character : text) {
-        const auto byte = static_cast<unsigned char>(character);
-        hex.push_back(digits[byte >> 4U]);
-        hex.push_back(digits[byte & 15U]);
-    }
-    return hex;
-}
-
 bool isPlainText(const std::string& text) {
     for (const char character : text) {
         if (static_cast<unsigned char>(character) >= 0x80 || static_cast<unsigned char>(character) < 0x20) {
@@ -50,43 +40,18 @@ bool isPlainText(const std::string& text) {
     return true;
 }
 
-/// Plain text as it is, anything else as an object of hexadecimal bytes.
+/// Plain text as it is. Anything else as an object of hexadecimal bytes, since names are bytes to the kernel, and
+/// JSON takes only UTF-8.
 Json encodedText(const std::string& text) {
     if (isPlainText(text)) {
         return text;
     }
-    return Json{{"bytes", encodedBytes(text)}};
+    return Json{{"bytes", hexadecimal(text)}};
 }
 
-std::string decodedText(const Json& json) {
-    if (json.is_string()) {
-        return json.get<std::string>();
-    }
-    const auto hex = json.at("bytes").get<std::string>();
-    if (hex.size() % 2 != 0) {
-        throw std::invalid_argument("half a byte");
-    }
-    std::string text;
-    for (std::size_t index = 0; index + 1 < hex.size(); index += 2) {
-        text.push_back(static_cast<char>(std::stoi(hex.substr(index, 2), nullptr, 16)));
-    }
-    return text;
-}
-
-/// The library converts -1 and 1.5 to unsigned numbers without a word.
-std::uint64_t checkedNumber(const Json& json) {
-    if (!json.is_number_unsigned()) {
-        throw std::invalid_argument("not a whole number");
-    }
-    return json.get<std::uint64_t>();
-}
-
-uid_t checkedUser(const Json& json) {
-    const auto number = checkedNumber(json);
-    if (number > std::numeric_limits<uid_t>::max()) {
-        throw std::invalid_argument("no user");
-    }
-    return static_cast<uid_t>(number);
+uid_t checkedUser(std::uint64_t number) {
+    return number <= std::numeric_limits<uid_t>::max() ? static_cast<uid_t>(number)
+                                                       : throw std::invalid_argument("no user");
 }
 
 /// The name becomes part of a path, and must not lead out of its folder.
@@ -102,27 +67,26 @@ Value required(std::optional<Value> value) {
     return value ? std::move(*value) : throw std::invalid_argument("unknown value");
 }
 
-DiskRecord decode(const Json& json, const DeviceIdentifier& device) {
-    DiskRecord record{device, required(UUID::parse(json.at("uuid").get<std::string>())),
-                      required(UUID::parse(json.at("instance").get<std::string>()))};
-    record.owner = checkedUser(json.at("owner"));
-    record.state = required(enumeratorNamed<RecordState>(stateNames, json.at("state").get<std::string>()));
-    record.kind = required(enumeratorNamed<VolumeKind>(kindNames, json.at("kind").get<std::string>()));
-    record.size = ByteCount{checkedNumber(json.at("size"))};
-    record.name = checkedName(decodedText(json.at("name")));
-    record.fileSystem = required(fileSystemFromRawValue(json.at("fileSystem").get<std::string>()));
-    record.access = required(volumeAccessFromRawValue(json.at("access").get<std::string>()));
-    record.isEncrypted = json.at("isEncrypted").get<bool>();
-    if (json.contains("loop")) {
-        record.loop = static_cast<unsigned>(checkedNumber(json.at("loop")));
+DiskRecord decode(const FlatObject& json, const DeviceIdentifier& device) {
+    DiskRecord record{device, required(UUID::parse(json.text("uuid"))), required(UUID::parse(json.text("instance")))};
+    record.owner = checkedUser(json.number("owner"));
+    record.state = required(enumeratorNamed<RecordState>(stateNames, json.text("state")));
+    record.kind = required(enumeratorNamed<VolumeKind>(kindNames, json.text("kind")));
+    record.size = ByteCount{json.number("size")};
+    record.name = checkedName(json.text("name"));
+    record.fileSystem = required(fileSystemFromRawValue(json.text("fileSystem")));
+    record.access = required(volumeAccessFromRawValue(json.text("access")));
+    record.isEncrypted = json.flag("isEncrypted");
+    if (json.has("loop")) {
+        record.loop = static_cast<unsigned>(json.number("loop"));
     }
-    record.mountPoint = decodedText(json.at("mountPoint"));
-    if (json.contains("formerMountPoint")) {
-        record.formerMountPoint = decodedText(json.at("formerMountPoint"));
+    record.mountPoint = json.text("mountPoint");
+    if (json.has("formerMountPoint")) {
+        record.formerMountPoint = json.text("formerMountPoint");
     }
     if (record.state == RecordState::detaching) {
-        record.heldDevice = checkedNumber(json.at("heldDevice"));
-        record.heldBytes = ByteCount{checkedNumber(json.at("heldBytes"))};
+        record.heldDevice = json.number("heldDevice");
+        record.heldBytes = ByteCount{json.number("heldBytes")};
     }
     return record;
 }
@@ -170,7 +134,7 @@ std::string encodeRecord(const DiskRecord& record) {
 
 std::optional<DiskRecord> decodeRecord(std::string_view text, const DeviceIdentifier& device) {
     try {
-        return decode(Json::parse(text), device);
+        return decode(FlatObject::parse(text), device);
     } catch (const std::exception&) {
         return std::nullopt;
     }

@@ -74,7 +74,8 @@ struct DiskRecord {
     [[nodiscard]] std::uint64_t fallbackAttachment() const;
 
     /// How the kernel shows the volume: the source of its mount, the name of its memory file or of its folder.
-    [[nodiscard]] std::string volumeTag() const { return "ramdisk-" + uuid.text(); }
+    [[nodiscard]] std::string volumeTag() const { return std::string(tagPrefix) + uuid.text(); }
+    static constexpr std::string_view tagPrefix = "ramdisk-";
 
     friend bool operator==(const DiskRecord&, const DiskRecord&) = default;
 };

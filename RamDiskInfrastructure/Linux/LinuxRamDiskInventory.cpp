@@ -38,12 +38,12 @@ std::vector<RamDisk> LinuxRamDiskInventory::list(Whose whose) const {
                 continue;
             }
             const auto& volume = context_->volumes.of(record.kind);
-            const bool isLive = volume.isLive(record, mounts);
             const bool isInOrder = record.state == RecordState::settled && record.formerMountPoint.empty();
-            if (isLive && isInOrder && volume.visibleAt(record, mounts) == record.mountPoint) {
+            if (isInOrder && volume.visibleAt(record, mounts) == record.mountPoint) {
                 disks.push_back(volume.describe(record, mounts));
                 continue;
             }
+            const bool isLive = volume.isLive(record, mounts);
             const auto healed = healer.heal(record);
             if (healed && healed->state == RecordState::detaching) {
                 disks.push_back(describeDetaching(*healed));

@@ -62,7 +62,9 @@ std::vector<MachineStep> TmpfsVolume::makingSteps(VolumeInMaking& making) const 
 }
 
 bool TmpfsVolume::isOurs(const DiskRecord& record, const MountEntry& entry) const {
-    return entry.source == record.volumeTag() && entry.fileSystem == "tmpfs";
+    // Cheap questions first: a long list asks this of every mount.
+    return entry.fileSystem == "tmpfs" && entry.source.starts_with(DiskRecord::tagPrefix)
+        && entry.source == record.volumeTag();
 }
 
 std::string TmpfsVolume::fileSystemName(const DiskRecord& /*record*/) const { return "tmpfs"; }

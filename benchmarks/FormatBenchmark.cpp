@@ -104,7 +104,7 @@ void measureTrees(const BenchmarkState& state, const BareDisk& bare) {
     };
     const auto write = [](const std::string& folder) {
         return [=] {
-            runProgram({"dd", "if=/dev/zero", fmt::format("of={}/large", folder), "bs=1M", "count=384", "conv=fsync"});
+            runProgram({"dd", "if=/dev/zero", fmt::format("of={}/large", folder), "bs=1M", "count=384", "conv=fsync", "status=none"});
         };
     };
     const auto erase = [](const std::string& folder) { return [=] { runShell(fmt::format("rm {}/large", folder)); }; };
@@ -143,7 +143,7 @@ void measureMemory(const BenchmarkState& state) {
         runShell(fmt::format("rm {0}/f; sync -f {0}", folder));
         const auto emptied = held();
         // A tmpfs has nothing to trim, and says so.
-        runShell(fmt::format("fstrim {0} || true", folder));
+        runShell(fmt::format("fstrim {0} 2>/dev/null || true", folder));
         fmt::print("{:<44} {:>10.1f} {:>10.1f} {:>10.1f} {:>10.1f}\n", format.title, empty, filled, emptied, held());
         ejectDisk();
     }

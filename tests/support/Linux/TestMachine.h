@@ -64,8 +64,8 @@ public:
     /// The same machine for adapters inside this process.
     [[nodiscard]] LinuxHost host(HostRung rung) const;
 
-    /// Whatever disks have left: mounts, folders on /dev/shm, records, mount folders, and the loop devices and
-    /// memory files of disks whose records were there when `remember` looked.
+    /// Whatever disks have left: mounts, folders on /dev/shm, records, mount folders, and the loop devices
+    /// and memory files of disks whose records were there when `remember` looked.
     [[nodiscard]] std::vector<std::string> traces() const;
     /// Notes which disks this machine made. `run` and `traces` do it too; it is for what happens in between.
     void remember() const;

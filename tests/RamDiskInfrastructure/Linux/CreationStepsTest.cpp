@@ -25,12 +25,29 @@ struct Services {
     RamDiskServices services;
 };
 
-RamDiskSpecification small(const std::string& name, VolumeAccess access = VolumeAccess::everyone) {
+/// One way of making a disk.
+struct Way {
+    const char* name;
+    HostRung rung;
+    FileSystem format;
+    bool isEncrypted = false;
+    VolumeAccess access = VolumeAccess::everyone;
+};
+
+RamDiskSpecification small(const std::string& name, const Way& way) {
     RamDiskSpecification specification;
     specification.name = name;
-    specification.size = ByteCount::of(8, ByteCount::Unit::mebibyte);
-    specification.access = access;
+    specification.size = ByteCount::of(16, ByteCount::Unit::mebibyte);
+    specification.fileSystem = way.format;
+    specification.isEncrypted = way.isEncrypted;
+    specification.access = way.access;
     return specification;
+}
+
+constexpr Way tmpfs{"KernelHFSPlus", HostRung::kernel, FileSystem::hfsPlus};
+
+RamDiskSpecification small(const std::string& name) {
+    return small(name, tmpfs);
 }
 
 std::string withoutUUIDs(const std::string& text) {
@@ -39,35 +56,44 @@ std::string withoutUUIDs(const std::string& text) {
 }
 
 /// The steps that a creation performs.
-std::vector<std::string> stepsOf(const test::TestMachine& machine, HostRung rung) {
+std::vector<std::string> stepsOf(const test::TestMachine& machine, const Way& way) {
     std::vector<std::string> steps;
-    Services real(machine, rung);
+    Services real(machine, way.rung);
     real.context->observer = [&steps](std::string_view step) {
         steps.push_back(withoutUUIDs(std::string(step)));
     };
-    const auto made = real.services.create->execute(small("Scratch")).ramDisk;
+    const auto made = real.services.create->execute(small("Scratch", way)).ramDisk;
     real.services.eject->eject(made, Force::no);
     return steps;
 }
 
-class EveryStep : public testing::TestWithParam<HostRung> {
+class EveryStep : public testing::TestWithParam<Way> {
 protected:
     void SetUp() override {
-        if (GetParam() == HostRung::kernel) {
+        if (GetParam().rung == HostRung::kernel) {
             SKIP_UNLESS_ROOT();
         }
     }
 };
-INSTANTIATE_TEST_SUITE_P(Rungs, EveryStep, testing::Values(HostRung::kernel, HostRung::folder),
-                         [](const auto& row) { return std::string(rawValue(row.param)); });
+INSTANTIATE_TEST_SUITE_P(Ways, EveryStep,
+                         testing::Values(tmpfs,
+                                         Way{"KernelHFSPlusOnlyMe", HostRung::kernel, FileSystem::hfsPlus,
+                                             false, VolumeAccess::onlyMe},
+                                         Way{"KernelJournaled", HostRung::kernel,
+                                             FileSystem::journaledHFSPlus},
+                                         Way{"KernelAPFSEncrypted", HostRung::kernel, FileSystem::apfs, true},
+                                         Way{"KernelAPFSXOnlyMe", HostRung::kernel,
+                                             FileSystem::apfsCaseSensitive, false, VolumeAccess::onlyMe},
+                                         Way{"FolderHFSPlus", HostRung::folder, FileSystem::hfsPlus}),
+                         [](const auto& row) { return std::string(row.param.name); });
 
 TEST_P(EveryStep, IsPlannedAsItIsPerformedAndPlanningDoesNothing) {
     const test::TestMachine machine;
-    Services services(machine, GetParam());
+    Services services(machine, GetParam().rung);
     bool wasObserved = false;
     services.context->observer = [&](std::string_view) { wasObserved = true; };
     std::vector<std::string> planned;
-    for (const auto& step : services.services.create->plan(small("Scratch")).steps) {
+    for (const auto& step : services.services.create->plan(small("Scratch", GetParam())).steps) {
         // Indexing is switched off by the use case itself, whose failure there is only a warning.
         if (step.find(".nomedia") == std::string::npos) {
             planned.push_back(withoutUUIDs(step));
@@ -83,15 +109,16 @@ TEST_P(EveryStep, ThatFailsLeavesNothingAndTellsItsOwnError) {
     const auto count = stepsOf(machine, GetParam()).size();
     ASSERT_GE(count, 5U);
     for (std::size_t failing = 0; failing < count; ++failing) {
-        Services services(machine, GetParam());
+        Services services(machine, GetParam().rung);
         std::size_t step = 0;
         services.context->observer = [&](std::string_view) {
+            machine.remember();
             if (step++ == failing) {
                 throw std::runtime_error("step fails");
             }
         };
         try {
-            services.services.create->execute(small("Scratch"));
+            services.services.create->execute(small("Scratch", GetParam()));
             ADD_FAILURE() << "step " << failing << " did not fail";
         } catch (const RamDiskError& error) {
             const bool isFirstOrLast = failing == 0 || failing + 1 == count;
@@ -108,23 +135,23 @@ TEST_P(EveryStep, ThatIsKilledLeavesNothingAfterTheNextListing) {
     const test::TestMachine machine;
     const auto count = stepsOf(machine, GetParam()).size();
     for (std::size_t killed = 0; killed < count; ++killed) {
-        Services services(machine, GetParam());
+        Services services(machine, GetParam().rung);
         std::size_t step = 0;
         services.context->observer = [&](std::string_view) {
             if (step++ == killed) {
                 raise(SIGKILL);
             }
         };
-        const auto access = killed % 2 == 0 ? VolumeAccess::everyone : VolumeAccess::onlyMe;
         ASSERT_EQ(test::inChild(geteuid(),
                                 [&] {
-                                    services.services.create->execute(small("Scratch", access));
+                                    services.services.create->execute(small("Scratch", GetParam()));
                                     return 0;
                                 }),
                   128 + SIGKILL);
+        machine.remember();
         // The name is free at once, whether or not anybody listed first.
-        Services next(machine, GetParam());
-        const auto made = next.services.create->execute(small("Scratch", access)).ramDisk;
+        Services next(machine, GetParam().rung);
+        const auto made = next.services.create->execute(small("Scratch", GetParam())).ramDisk;
         EXPECT_EQ(made.mountPoint->filename(), "Scratch") << killed;
         next.services.eject->eject(made, Force::no);
         EXPECT_THAT(next.services.list->list(), IsEmpty()) << killed;
@@ -135,7 +162,7 @@ TEST_P(EveryStep, ThatIsKilledLeavesNothingAfterTheNextListing) {
 TEST_P(EveryStep, OfAnAbandonedDiskThatSomebodyUsesIsKept) {
     const test::TestMachine machine;
     const auto count = stepsOf(machine, GetParam()).size();
-    Services services(machine, GetParam());
+    Services services(machine, GetParam().rung);
     std::size_t step = 0;
     const auto host = services.context->host;
     services.context->observer = [&](std::string_view) {
@@ -146,12 +173,13 @@ TEST_P(EveryStep, OfAnAbandonedDiskThatSomebodyUsesIsKept) {
         test::writeFile(records.at(0).mountPoint / "mine", "precious");
         raise(SIGKILL);
     };
-    ASSERT_EQ(test::inChild(geteuid(), [&] { return services.services.create->execute(small("Found")), 0; }),
+    ASSERT_EQ(test::inChild(geteuid(),
+                            [&] { return services.services.create->execute(small("Found", GetParam())), 0; }),
               128 + SIGKILL);
-    const auto disks = Services(machine, GetParam()).services.list->list();
+    const auto disks = Services(machine, GetParam().rung).services.list->list();
     ASSERT_EQ(disks.size(), 1U);
     EXPECT_EQ(test::readFile(*disks[0].mountPoint / "mine"), "precious");
-    Services(machine, GetParam()).services.eject->eject(disks[0], Force::no);
+    Services(machine, GetParam().rung).services.eject->eject(disks[0], Force::no);
     EXPECT_THAT(machine.traces(), IsEmpty());
 }
 

@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <fstream>
@@ -23,6 +24,18 @@ namespace fs = std::filesystem;
 
 namespace {
 
+/// What is behind each loop device that carries something.
+std::map<std::string, std::string> loopDevices() {
+    std::map<std::string, std::string> devices;
+    for (const auto& entry : fs::directory_iterator("/sys/block")) {
+        const auto file = readFile(entry.path() / "loop/backing_file");
+        if (!file.empty()) {
+            devices[entry.path().filename()] = file;
+        }
+    }
+    return devices;
+}
+
 /// Puts this process where its mounts are nobody else's, with an empty /dev/shm.
 void leaveSharedMounts() {
     if (geteuid() != 0) {
@@ -32,7 +45,14 @@ void leaveSharedMounts() {
         throw std::runtime_error("no mount namespace for the tests");
     }
     // Copies of disks that stand elsewhere would keep their memory.
-    for (const auto& path : mountsWith(" ramdisk-")) {
+    auto copies = mountsWith(" ramdisk-");
+    for (const auto& [device, file] : loopDevices()) {
+        const auto more = mountsWith(" /dev/" + device + " ");
+        if (file.starts_with("/memfd:ramdisk-")) {
+            copies.insert(copies.end(), more.begin(), more.end());
+        }
+    }
+    for (const auto& path : copies) {
         umount2(path.c_str(), MNT_DETACH);
     }
     if (mount("tests", "/dev/shm", "tmpfs", MS_NOSUID | MS_NODEV, "mode=1777") != 0) {
@@ -123,17 +143,26 @@ TestMachine::~TestMachine() {
     for (auto path = mounts.rbegin(); path != mounts.rend(); ++path) {
         umount2(path->c_str(), MNT_DETACH);
     }
+    remember();
+    std::error_code ignored;
+    for (const auto& tag : tags_) {
+        fs::remove_all("/dev/shm/" + tag, ignored);
+    }
+    fs::remove_all(folder_, ignored);
+}
+
+void TestMachine::remember() const {
+    const std::lock_guard lock(mutex_);
     std::error_code ignored;
     for (const auto& entry : fs::directory_iterator(records(), ignored)) {
-        if (!entry.is_regular_file() || entry.file_size() > 4096) {
+        if (!entry.is_regular_file(ignored) || entry.file_size(ignored) > 4096) {
             continue;
         }
         const auto record = nlohmann::json::parse(readFile(entry.path()), nullptr, false);
         if (record.is_object() && record.contains("uuid") && record["uuid"].is_string()) {
-            fs::remove_all("/dev/shm/ramdisk-" + record["uuid"].get<std::string>(), ignored);
+            tags_.insert("ramdisk-" + record["uuid"].get<std::string>());
         }
     }
-    fs::remove_all(folder_, ignored);
 }
 
 Outcome TestMachine::run(std::vector<std::string> arguments) const {
@@ -145,7 +174,9 @@ Outcome TestMachine::run(std::vector<std::string> arguments) const {
 
 Outcome TestMachine::run(std::vector<std::string> arguments, int output) const {
     const int err = memfd_create("err", MFD_CLOEXEC);
+    remember();
     const int status = waitFor(launch(*this, user_, std::move(arguments), output, err));
+    remember();
     return {status, {}, contentOf(err)};
 }
 
@@ -191,7 +222,21 @@ LinuxHost TestMachine::host(HostRung rung) const {
 }
 
 std::vector<std::string> TestMachine::traces() const {
+    remember();
     auto found = mountsWith(" ramdisk-");
+    for (const auto& [device, file] : loopDevices()) {
+        if (std::any_of(tags_.begin(), tags_.end(),
+                        [&](const auto& tag) { return file.starts_with("/memfd:" + tag); })) {
+            found.push_back(device);
+        }
+    }
+    for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
+        std::error_code ignored;
+        const auto target = fs::read_symlink(entry.path(), ignored).string();
+        if (target.starts_with("/memfd:ramdisk-")) {
+            found.push_back(target);
+        }
+    }
     for (const auto& folder : {fs::path("/dev/shm"), records(), media(), privateMounts()}) {
         std::error_code ignored;
         for (const auto& entry : fs::directory_iterator(folder, ignored)) {

@@ -10,7 +10,9 @@
 #include <filesystem>
 #include <functional>
 #include <map>
+#include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -62,10 +64,15 @@ public:
     /// The same machine for adapters inside this process.
     [[nodiscard]] LinuxHost host(HostRung rung) const;
 
-    /// Whatever disks have left: mounts, folders on /dev/shm, records, mount folders.
+    /// Whatever disks have left: mounts, folders on /dev/shm, records, mount folders, and the loop devices
+    /// and memory files of disks whose records were there when `remember` looked.
     [[nodiscard]] std::vector<std::string> traces() const;
+    /// Notes which disks this machine made. `run` and `traces` do it too; it is for what happens in between.
+    void remember() const;
 
 private:
+    mutable std::mutex mutex_;
+    mutable std::set<std::string> tags_;
     std::filesystem::path folder_;
     uid_t user_;
 };

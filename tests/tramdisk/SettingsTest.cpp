@@ -84,7 +84,7 @@ TEST_F(Settings, AreTheDefaultsOfNewDisksAndOptionsOverruleThem) {
     static_cast<void>(run({"settings", "set", "isEncryptionEnabledByDefault", "true"}));
     const auto refused = run({"validate"});
     EXPECT_EQ(refused.exitCode, 1);
-    EXPECT_THAT(refused.standardOutput, HasSubstr("exFAT can’t be encrypted."));
+    EXPECT_THAT(refused.standardOutput, HasSubstr("ExFAT can’t be encrypted."));
     EXPECT_THAT(run({"validate", "--no-encrypt"}).standardOutput, Not(HasSubstr("encrypted")));
     EXPECT_THAT(run({"validate", "--format", "apfs"}).standardOutput, Not(HasSubstr("encrypted")));
     static_cast<void>(run({"settings", "set", "defaultSize", "1K"}));

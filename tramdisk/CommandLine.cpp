@@ -19,24 +19,34 @@ struct SpecificationTexts {
     std::optional<std::string> format;
     std::optional<std::string> access;
     bool indexing = false;
+    bool noIndexing = false;
     bool encrypt = false;
+    bool noEncrypt = false;
 
     void addTo(CLI::App& app) {
-        app.add_option("--name", name,
-                       "Name of the volume (default: the first free of RAMDisk, RAMDisk 2, ...)");
-        app.add_option("--size", size,
-                       "Size, such as 512M, 2G or 1.5GB; a bare number means MB (default: 1G)");
-        app.add_option("--format", format, "apfs, apfsx, hfs+, jhfs+, exfat or fat32 (default: hfs+)");
-        app.add_flag("--encrypt", encrypt, "Encrypt the volume (apfs and apfsx)");
-        app.add_flag("--indexing", indexing, "Let the desktop's search index read the volume");
-        app.add_option("--access", access, "everyone or onlyMe (default: everyone)");
+        app.add_option("--name", name, "Name of the volume (default: the first free of RAMDisk, RAMDisk 2, ...)");
+        app.add_option("--size", size, "Size, such as 512M, 2G or 1.5GB; a bare number means MB (default: as in the settings)");
+        app.add_option("--format", format, "apfs, apfsx, hfs+, jhfs+, exfat or fat32");
+        addSwitch(app, "encrypt", encrypt, noEncrypt, "Encrypt the volume (apfs and apfsx)");
+        addSwitch(app, "indexing", indexing, noIndexing, "Let the desktop's search index read the volume");
+        app.add_option("--access", access, "everyone or onlyMe");
+    }
+
+    /// An option that overrules a setting, either way.
+    static void addSwitch(CLI::App& app, const std::string& name, bool& on, bool& off, const char* help) {
+        auto* without = app.add_flag("--no-" + name, off, "Not so, whatever the settings say");
+        app.add_flag("--" + name, on, help)->excludes(without);
+    }
+
+    static std::optional<bool> switched(bool on, bool off) {
+        return on || off ? std::optional(on) : std::nullopt;
     }
 
     [[nodiscard]] SpecificationOptions read() const {
         SpecificationOptions options;
         options.name = name;
-        options.isEncrypted = encrypt;
-        options.isIndexingEnabled = indexing;
+        options.isEncrypted = switched(encrypt, noEncrypt);
+        options.isIndexingEnabled = switched(indexing, noIndexing);
         if (size) {
             try {
                 options.size = ByteCount::parse(*size, ByteCount::Unit::mebibyte);
@@ -99,6 +109,9 @@ struct Texts {
     bool indexingOn = false;
     bool indexingOff = false;
     bool force = false;
+    std::string settingsAction = "list";
+    std::optional<std::string> settingsKey;
+    std::optional<std::string> settingsValue;
 };
 
 class Parser {
@@ -182,10 +195,48 @@ private:
             ->excludes(off);
 
         add("memory", "Show how the memory is used", [] { return MemoryInvocation{}; });
+
+        auto& settings = add("settings", "Show and change the settings", [this] { return readSettings(); });
+        settings.add_option("ACTION", texts_.settingsAction, "list, get KEY, set KEY VALUE or unset KEY");
+        settings.add_option("KEY", texts_.settingsKey, "The name of a setting");
+        settings.add_option("VALUE", texts_.settingsValue, "What to set it to");
     }
 
     static void addReference(CLI::App& app, std::string& reference) {
         app.add_option("REF", reference, "A device, a mount point or a name")->required();
+    }
+
+    Command readSettings() const {
+        const auto& action = texts_.settingsAction;
+        if (action != "list" && action != "get" && action != "set" && action != "unset") {
+            throw UsageError(fmt::format("“{}” is nothing to do with settings. Use list, get, set or unset.", action));
+        }
+        const bool needsKey = action != "list";
+        const bool needsValue = action == "set";
+        if (needsKey != texts_.settingsKey.has_value() || needsValue != texts_.settingsValue.has_value()) {
+            throw UsageError(fmt::format("Use `tramdisk settings {}{}{}`.", action, needsKey ? " KEY" : "",
+                                         needsValue ? " VALUE" : ""));
+        }
+        if (!needsKey) {
+            return SettingsListInvocation{};
+        }
+        const auto setting = Setting::named(*texts_.settingsKey);
+        if (!setting) {
+            throw UsageError(fmt::format("“{}” is not a setting. Run `tramdisk settings list` to see them.",
+                                         *texts_.settingsKey));
+        }
+        if (action == "get") {
+            return SettingsGetInvocation{*setting};
+        }
+        if (action == "unset") {
+            return SettingsUnsetInvocation{*setting};
+        }
+        auto value = setting->valueFrom(*texts_.settingsValue);
+        if (!value) {
+            throw UsageError(fmt::format("“{}” is not a value of {}. Use {}.", *texts_.settingsValue,
+                                         setting->name(), setting->allowedValues()));
+        }
+        return SettingsSetInvocation{*setting, std::move(*value)};
     }
 
     Command readConfigure() const {

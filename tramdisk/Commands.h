@@ -1,6 +1,7 @@
 #pragma once
 
 #include "RamDiskCore/Disks/RamDiskServices.h"
+#include "RamDiskInfrastructure/PlatformStores.h"
 #include "tramdisk/Console.h"
 #include "tramdisk/Invocation.h"
 
@@ -9,6 +10,7 @@ namespace ramdisk::cli {
 /// What every subcommand works with.
 struct CommandContext {
     const RamDiskServices& services;
+    const PlatformStores& stores;
     const Console& console;
 };
 
@@ -25,5 +27,9 @@ ExitStatus run(const EjectInvocation& invocation, const CommandContext& context)
 ExitStatus run(const RenameInvocation& invocation, const CommandContext& context);
 ExitStatus run(const ConfigureInvocation& invocation, const CommandContext& context);
 ExitStatus run(const MemoryInvocation& invocation, const CommandContext& context);
+ExitStatus run(const SettingsListInvocation& invocation, const CommandContext& context);
+ExitStatus run(const SettingsGetInvocation& invocation, const CommandContext& context);
+ExitStatus run(const SettingsSetInvocation& invocation, const CommandContext& context);
+ExitStatus run(const SettingsUnsetInvocation& invocation, const CommandContext& context);
 
 } // namespace ramdisk::cli

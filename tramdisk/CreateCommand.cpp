@@ -37,10 +37,10 @@ bool isOnlyNameInUse(const RamDiskError& error) {
 }
 
 /// A name that we suggested may be gone by the time it is taken; then the next free one is suggested.
-CreateRamDiskResult createDisk(const SpecificationOptions& options, const RamDiskServices& services) {
+CreateRamDiskResult createDisk(const SpecificationOptions& options, const CommandContext& context) {
     for (int attempt = 0;; ++attempt) {
         try {
-            return services.create->execute(specificationFrom(options, services));
+            return context.services.create->execute(specificationFrom(options, context));
         } catch (const RamDiskError& error) {
             if (options.name || attempt >= 1000 || !isOnlyNameInUse(error)) {
                 throw;
@@ -50,7 +50,7 @@ CreateRamDiskResult createDisk(const SpecificationOptions& options, const RamDis
 }
 
 ExitStatus printPlan(const CreateInvocation& invocation, const CommandContext& context) {
-    const auto plan = context.services.create->plan(specificationFrom(invocation.specification, context.services));
+    const auto plan = context.services.create->plan(specificationFrom(invocation.specification, context));
     if (context.console.wantsJSON()) {
         context.console.printDocument(
             compactText({{"plan", plan.steps}, {"warnings", warningsJSON(plan.warnings)}}));
@@ -75,7 +75,7 @@ ExitStatus run(const CreateInvocation& invocation, const CommandContext& context
     if (invocation.isDryRun) {
         return printPlan(invocation, context);
     }
-    const auto result = createDisk(invocation.specification, context.services);
+    const auto result = createDisk(invocation.specification, context);
     tellWarnings(result.warnings, context.console);
     if (context.console.wantsJSON()) {
         context.console.printDocument(compactText({{"ramDisk", toJson(result.ramDisk)},

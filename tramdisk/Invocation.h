@@ -6,6 +6,7 @@
 #include "RamDiskCore/Values/FileSystem.h"
 #include "RamDiskCore/Values/RamDiskReference.h"
 #include "RamDiskCore/Values/VolumeAccess.h"
+#include "tramdisk/Setting.h"
 
 #include <optional>
 #include <string>
@@ -26,8 +27,8 @@ struct SpecificationOptions {
     std::optional<std::string> name;
     std::optional<ByteCount> size;
     std::optional<FileSystem> fileSystem;
-    bool isEncrypted = false;
-    bool isIndexingEnabled = false;
+    std::optional<bool> isEncrypted;
+    std::optional<bool> isIndexingEnabled;
     std::optional<VolumeAccess> access;
 };
 
@@ -60,6 +61,17 @@ struct ConfigureInvocation {
     std::optional<SearchIndexing> indexing;
 };
 struct MemoryInvocation {};
+struct SettingsListInvocation {};
+struct SettingsGetInvocation {
+    Setting setting;
+};
+struct SettingsSetInvocation {
+    Setting setting;
+    DefaultsValue value;
+};
+struct SettingsUnsetInvocation {
+    Setting setting;
+};
 /// Help or the version was asked for.
 struct PrintInvocation {
     std::string text;
@@ -69,7 +81,9 @@ struct PrintInvocation {
 struct Invocation {
     GlobalOptions global;
     std::variant<PrintInvocation, CreateInvocation, ValidateInvocation, ListInvocation, ShowInvocation,
-                 UsersInvocation, EjectInvocation, RenameInvocation, ConfigureInvocation, MemoryInvocation>
+                 UsersInvocation, EjectInvocation, RenameInvocation, ConfigureInvocation, MemoryInvocation,
+                 SettingsListInvocation, SettingsGetInvocation, SettingsSetInvocation,
+                 SettingsUnsetInvocation>
         command;
 };
 

@@ -6,17 +6,19 @@
 
 namespace ramdisk::cli {
 
-RamDiskSpecification specificationFrom(const SpecificationOptions& options, const RamDiskServices& services) {
+RamDiskSpecification specificationFrom(const SpecificationOptions& options, const CommandContext& context) {
+    const auto preferences = context.stores.preferences->load();
     RamDiskSpecification specification;
-    specification.size = options.size.value_or(specification.size);
-    specification.fileSystem = options.fileSystem.value_or(specification.fileSystem);
-    specification.access = options.access.value_or(specification.access);
-    specification.isEncrypted = options.isEncrypted;
-    specification.isIndexingEnabled = options.isIndexingEnabled;
+    specification.size = options.size.value_or(preferences.defaultSize);
+    specification.fileSystem = options.fileSystem.value_or(preferences.defaultFileSystem);
+    specification.access = options.access.value_or(preferences.newDiskAccess);
+    specification.isEncrypted = options.isEncrypted.value_or(preferences.isEncryptionEnabledByDefault);
+    specification.isIndexingEnabled =
+        options.isIndexingEnabled.value_or(preferences.isIndexingEnabledByDefault);
     if (options.name) {
         specification.name = *options.name;
     } else {
-        const auto mounted = services.validationContext.volumes->volumeNames(std::nullopt);
+        const auto mounted = context.services.validationContext.volumes->volumeNames(std::nullopt);
         const std::vector<std::string> taken(mounted.begin(), mounted.end());
         specification.name = VolumeNameSuggester::suggest(RamDiskSpecification::defaultName, taken);
     }

@@ -23,7 +23,7 @@ Json reportJSON(const ValidationReport& report) {
 } // namespace
 
 ExitStatus run(const ValidateInvocation& invocation, const CommandContext& context) {
-    const auto specification = specificationFrom(invocation.specification, context.services);
+    const auto specification = specificationFrom(invocation.specification, context);
     const auto report =
         context.services.validator.validate(specification, context.services.validationContext.current());
     const auto status = report.isValid() ? succeeded : failed;

@@ -1,5 +1,6 @@
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/PlatformServices.h"
+#include "RamDiskInfrastructure/PlatformStores.h"
 #include "RamDiskInfrastructure/Stores/ValueJSON.h"
 #include "RamDiskUI/ErrorText.h"
 #include "tramdisk/CommandLine.h"
@@ -49,7 +50,8 @@ ExitStatus carryOut(const Invocation& invocation, const Console& console) {
         return succeeded;
     }
     const auto services = makeRamDiskServices([&console](const std::string& text) { console.note(text); });
-    const CommandContext context{services, console};
+    const auto stores = makePlatformStores();
+    const CommandContext context{services, stores, console};
     return std::visit(
         [&context](const auto& command) {
             if constexpr (std::is_same_v<std::decay_t<decltype(command)>, PrintInvocation>) {

@@ -3,6 +3,11 @@
 #include "RamDiskInfrastructure/Linux/SystemCallError.h"
 
 #include <fmt/format.h>
+#include <linux/capability.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <array>
 #include <charconv>
@@ -10,12 +15,6 @@
 #include <fstream>
 #include <stdexcept>
 #include <string>
-
-#include <linux/capability.h>
-#include <pwd.h>
-#include <sys/stat.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 
 namespace ramdisk {
 
@@ -75,10 +74,12 @@ std::filesystem::path homeFolder() {
     return entry == nullptr ? "/" : entry->pw_dir;
 }
 
-std::filesystem::path runtimeFolder(uid_t user) { return fmt::format("/run/user/{}", user); }
+std::filesystem::path runtimeFolder(uid_t user) {
+    return fmt::format("/run/user/{}", user);
+}
 
 bool isFolder(const std::filesystem::path& path) {
-    struct stat status{};
+    struct stat status {};
     return lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
@@ -95,7 +96,8 @@ std::filesystem::path userRecords(const std::optional<std::filesystem::path>& ru
 }
 
 /// The records of users who mount without root, for root's listing.
-void appendUsersRecords(std::vector<std::filesystem::path>& folders, const std::filesystem::path& sharedMemory) {
+void appendUsersRecords(std::vector<std::filesystem::path>& folders,
+                        const std::filesystem::path& sharedMemory) {
     std::error_code ignored;
     for (const auto& entry : std::filesystem::directory_iterator("/run/user", ignored)) {
         if (isFolder(entry.path() / "tavrin-ramdisk")) {
@@ -111,7 +113,9 @@ void appendUsersRecords(std::vector<std::filesystem::path>& folders, const std::
 
 } // namespace
 
-std::string_view rawValue(HostRung rung) { return rungNames.at(static_cast<std::size_t>(rung)); }
+std::string_view rawValue(HostRung rung) {
+    return rungNames.at(static_cast<std::size_t>(rung));
+}
 
 std::optional<HostRung> hostRungFromRawValue(std::string_view raw) {
     for (std::size_t index = 0; index < rungNames.size(); ++index) {
@@ -143,7 +147,10 @@ LinuxHost LinuxHost::current() {
     }
     host.home = homeFolder();
     const auto runtime = xdgFolder("XDG_RUNTIME_DIR");
-    host.privateMounts = xdgFolder("XDG_DATA_HOME").value_or(host.home / ".local/share") / "RamDisks";
+    const auto data = xdgFolder("XDG_DATA_HOME").value_or(host.home / ".local/share");
+    host.privateMounts = data / "RamDisks";
+    host.applicationSupport = data / "Tavrin RamDisk";
+    host.configuration = xdgFolder("XDG_CONFIG_HOME").value_or(host.home / ".config") / "tavrin-ramdisk";
 
     if (const auto state = trustedEnvironmentValue("TRAMDISK_STATE")) {
         const auto folder = std::filesystem::absolute(*state).lexically_normal();

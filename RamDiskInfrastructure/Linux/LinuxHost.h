@@ -1,11 +1,11 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <filesystem>
 #include <optional>
 #include <string_view>
 #include <vector>
-
-#include <sys/types.h>
 
 namespace ramdisk {
 
@@ -46,6 +46,10 @@ struct LinuxHost {
     /// Parent of the mount folders that only the user may enter.
     std::filesystem::path privateMounts;
     std::filesystem::path home;
+    /// Where lists and saved files are kept between launches.
+    std::filesystem::path applicationSupport;
+    /// Where the user defaults are kept.
+    std::filesystem::path configuration;
 
     /// Whether everything is kept below one folder, apart from the machine's other disks.
     bool isIsolated = false;

@@ -1,15 +1,15 @@
-#include "RamDiskInfrastructure/PlatformServices.h"
-
-#include "RamDiskInfrastructure/Linux/LinuxServices.h"
 #include "RamDiskInfrastructure/Linux/IndexingMarkers.h"
 #include "RamDiskInfrastructure/Linux/LinuxDeviceAllocator.h"
 #include "RamDiskInfrastructure/Linux/LinuxMountedVolumeListing.h"
 #include "RamDiskInfrastructure/Linux/LinuxRamDiskInventory.h"
+#include "RamDiskInfrastructure/Linux/LinuxServices.h"
 #include "RamDiskInfrastructure/Linux/LinuxVolumeFormatter.h"
 #include "RamDiskInfrastructure/Linux/LinuxVolumeRenamer.h"
 #include "RamDiskInfrastructure/Linux/LinuxVolumeUsers.h"
 #include "RamDiskInfrastructure/Linux/ProcSystemMemoryProvider.h"
+#include "RamDiskInfrastructure/PlatformServices.h"
 #include "RamDiskInfrastructure/Secrets/SecureRandomPassphraseGenerator.h"
+#include "RamDiskInfrastructure/Stores/FileProfileRepository.h"
 
 namespace ramdisk {
 
@@ -20,20 +20,19 @@ RamDiskServices makeRamDiskServices(const std::shared_ptr<const LinuxContext>& c
     const auto memory = std::make_shared<ProcSystemMemoryProvider>(context->host.proc, context->host.sys);
     const auto indexing = std::make_shared<MarkerFileIndexController>();
     const ValidationContextProvider validationContext{
-        memory, std::make_shared<LinuxMountedVolumeListing>(context), nullptr};
+        memory, std::make_shared<LinuxMountedVolumeListing>(context),
+        std::make_shared<FileProfileRepository>(context->host.applicationSupport)};
     RamDiskServices services;
     services.create = std::make_shared<CreateRamDiskUseCase>(CreateRamDiskUseCase::Ports{
-        allocator, std::make_shared<LinuxVolumeFormatter>(context, making), inventory,
-        indexing, std::make_shared<SecureRandomPassphraseGenerator>(),
-        validationContext, services.validator});
+        allocator, std::make_shared<LinuxVolumeFormatter>(context, making), inventory, indexing,
+        std::make_shared<SecureRandomPassphraseGenerator>(), validationContext, services.validator});
     services.list = std::make_shared<ListRamDisksUseCase>(inventory);
     services.eject = std::make_shared<EjectRamDiskUseCase>(allocator, inventory);
-    services.rename = std::make_shared<RenameRamDiskUseCase>(std::make_shared<LinuxVolumeRenamer>(context), inventory,
-                                                             validationContext);
+    services.rename = std::make_shared<RenameRamDiskUseCase>(std::make_shared<LinuxVolumeRenamer>(context),
+                                                             inventory, validationContext);
     services.indexing = indexing;
     services.memoryOverview = std::make_shared<GetMemoryOverviewUseCase>(memory, inventory);
-    services.volumeUsers =
-        std::make_shared<LinuxVolumeUsers>(context->runner, context->host.proc);
+    services.volumeUsers = std::make_shared<LinuxVolumeUsers>(context->runner, context->host.proc);
     services.validationContext = validationContext;
     return services;
 }

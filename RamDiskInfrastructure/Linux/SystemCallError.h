@@ -1,28 +1,4 @@
 #pragma once
 
-#include <cerrno>
-#include <filesystem>
-#include <string>
-#include <system_error>
-
-namespace ramdisk {
-
-/// The error of a failed system call, saying what was being done to which path: "could not mount “/media/X”:
-/// Operation not permitted". Keeps the errno in `code()`.
-class SystemCallError : public std::system_error {
-public:
-    /// With the calling thread's errno unless another is given.
-    SystemCallError(const std::string& doing, const std::filesystem::path& path, int error = errno);
-    explicit SystemCallError(const std::string& doing, int error = errno);
-
-    /// The sentence without the library's additions.
-    [[nodiscard]] const char* what() const noexcept override { return text_.c_str(); }
-
-    /// Whether the caller lacked the right, or the kernel the call, so that another way may still serve.
-    [[nodiscard]] bool isLackOfRights() const noexcept;
-
-private:
-    std::string text_;
-};
-
-} // namespace ramdisk
+// The error is every POSIX platform's; the adapters of this one find it here.
+#include "RamDiskInfrastructure/Commands/SystemCallError.h" // IWYU pragma: export

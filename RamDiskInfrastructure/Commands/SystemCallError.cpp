@@ -1,4 +1,4 @@
-#include "RamDiskInfrastructure/Linux/SystemCallError.h"
+#include "RamDiskInfrastructure/Commands/SystemCallError.h"
 
 #include <fmt/format.h>
 

@@ -1,0 +1,39 @@
+#pragma once
+
+#include "RamDiskCore/Values/UUID.h"
+
+#include <filesystem>
+#include <functional>
+#include <future>
+
+namespace ramdisk {
+
+/// Tells where the saved files of startup disks lie and keeps two processes from working on the same ones.
+/// Each disk has locks of its own, so that saving one does not hold up another.
+class ContentStorageLocating {
+public:
+    ContentStorageLocating() = default;
+    ContentStorageLocating(const ContentStorageLocating&) = delete;
+    ContentStorageLocating& operator=(const ContentStorageLocating&) = delete;
+    virtual ~ContentStorageLocating() = default;
+
+    /// The image with the saved files of a profile; it need not exist.
+    [[nodiscard]] virtual std::filesystem::path imageLocation(const UUID& profile) const = 0;
+
+    /// Where files wait that were copied out of a disk during a resize; it need not exist.
+    [[nodiscard]] virtual std::filesystem::path unfinishedResizes() const = 0;
+
+    /// Runs `body` when nobody else works on the profile's saved files, without holding a thread until then.
+    /// The future ends when the lock is free again, and holds what went wrong.
+    [[nodiscard]] virtual std::future<void> withLock(const UUID& profile,
+                                                     std::function<void()> body) const = 0;
+    /// Whether somebody works on the profile's saved files now. False when that cannot be told.
+    [[nodiscard]] virtual bool isLocked(const UUID& profile) const = 0;
+
+    /// The same for the profile's unfinished resize.
+    [[nodiscard]] virtual std::future<void> withResizeLock(const UUID& profile,
+                                                           std::function<void()> body) const = 0;
+    [[nodiscard]] virtual bool isResizeLocked(const UUID& profile) const = 0;
+};
+
+} // namespace ramdisk

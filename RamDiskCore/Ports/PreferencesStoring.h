@@ -1,0 +1,29 @@
+#pragma once
+
+#include "RamDiskCore/Preferences/PreferencesSnapshot.h"
+
+namespace ramdisk {
+
+/// Keeps the user's settings.
+class PreferencesStoring {
+public:
+    PreferencesStoring() = default;
+    PreferencesStoring(const PreferencesStoring&) = delete;
+    PreferencesStoring& operator=(const PreferencesStoring&) = delete;
+    virtual ~PreferencesStoring() = default;
+
+    /// The settings as they are stored now. A setting that is not stored, or whose stored value cannot be
+    /// meant, has its default. Never fails.
+    [[nodiscard]] virtual PreferencesSnapshot load() const = 0;
+
+    /// Stores every setting.
+    /// @throws std::exception with nothing stored.
+    virtual void store(const PreferencesSnapshot& snapshot) = 0;
+
+    /// Stores the settings in which `after` differs from `before`, and leaves the others as somebody else may
+    /// have set them meanwhile.
+    /// @throws std::exception with nothing stored.
+    virtual void storeChanges(const PreferencesSnapshot& before, const PreferencesSnapshot& after) = 0;
+};
+
+} // namespace ramdisk

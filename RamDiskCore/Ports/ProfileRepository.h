@@ -1,0 +1,32 @@
+#pragma once
+
+#include "RamDiskCore/Startup/RamDiskProfile.h"
+
+#include <functional>
+#include <vector>
+
+namespace ramdisk {
+
+/// Keeps the startup disks.
+///
+/// Other processes work on the same list: it is read anew at every call, and only `update` changes it. A
+/// crash during a change leaves either the old list or the new one.
+class ProfileRepository {
+public:
+    using List = std::vector<RamDiskProfile>;
+
+    ProfileRepository() = default;
+    ProfileRepository(const ProfileRepository&) = delete;
+    ProfileRepository& operator=(const ProfileRepository&) = delete;
+    virtual ~ProfileRepository() = default;
+
+    /// The stored list; empty when there is none or it cannot be read. Never waits for a change under way.
+    [[nodiscard]] virtual List load() const = 0;
+
+    /// Replaces the list by what `transform` makes of it, while nobody else can change it. What the transform
+    /// throws is passed on, with nothing stored.
+    /// @throws std::system_error when the list could not be stored.
+    virtual void update(const std::function<List(List)>& transform) = 0;
+};
+
+} // namespace ramdisk

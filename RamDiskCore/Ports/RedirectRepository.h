@@ -1,0 +1,38 @@
+#pragma once
+
+#include "RamDiskCore/Redirects/FolderRedirect.h"
+
+#include <functional>
+#include <future>
+#include <vector>
+
+namespace ramdisk {
+
+/// Keeps the folder redirects.
+///
+/// Putting a redirect in place takes several steps, each recorded before the next one, so that a crash at any
+/// point can be undone from the list. That is why a change is not one transform but a whole piece of work.
+class RedirectRepository {
+public:
+    using List = std::vector<FolderRedirect>;
+
+    RedirectRepository() = default;
+    RedirectRepository(const RedirectRepository&) = delete;
+    RedirectRepository& operator=(const RedirectRepository&) = delete;
+    virtual ~RedirectRepository() = default;
+
+    /// The stored list; empty when there is none or it cannot be read. Never waits for a change under way.
+    [[nodiscard]] virtual List load() const = 0;
+
+    /// Replaces the stored list. Called inside the body of an `update`, as often as there are steps to
+    /// record.
+    /// @throws std::system_error when the list could not be stored; the old one stands.
+    virtual void save(const List& list) = 0;
+
+    /// Runs `body` when nobody else is at work on the list, without holding a thread until then. The future
+    /// ends when the list is free again, and holds what the body threw. The body does not wait for the future
+    /// of another update.
+    [[nodiscard]] virtual std::future<void> update(std::function<void()> body) = 0;
+};
+
+} // namespace ramdisk

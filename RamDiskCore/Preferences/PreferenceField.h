@@ -1,0 +1,41 @@
+#pragma once
+
+#include "RamDiskCore/Preferences/DefaultsValue.h"
+#include "RamDiskCore/Preferences/PreferencesSnapshot.h"
+
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace ramdisk {
+
+/// One setting: its names, and how it travels between a snapshot, the user defaults and a command line.
+struct PreferenceField {
+    /// The name of the snapshot's field, which users type and exported settings hold.
+    std::string_view name;
+    /// The key under which it is stored.
+    std::string_view defaultsKey;
+    /// What a user can set it to, in words.
+    std::string allowedValues;
+
+    /// Reads a stored value into the snapshot. False, with the snapshot as it was, when the value is of
+    /// another type or not known.
+    bool (*read)(const DefaultsValue& stored, PreferencesSnapshot& snapshot);
+    DefaultsValue (*stored)(const PreferencesSnapshot& snapshot);
+
+    /// The same for a value as it is typed. Null where a value has too much inside to be typed as a word.
+    bool (*readText)(std::string_view text, PreferencesSnapshot& snapshot);
+    std::string (*text)(const PreferencesSnapshot& snapshot);
+
+    /// Whether the snapshots agree on this setting.
+    [[nodiscard]] bool isEqual(const PreferencesSnapshot& left, const PreferencesSnapshot& right) const;
+    [[nodiscard]] bool differsFromDefault(const PreferencesSnapshot& snapshot) const;
+};
+
+/// All settings, in their order.
+[[nodiscard]] std::span<const PreferenceField> preferenceFields();
+
+/// Null when there is no such setting.
+[[nodiscard]] const PreferenceField* preferenceFieldNamed(std::string_view name);
+
+} // namespace ramdisk

@@ -1,0 +1,35 @@
+#pragma once
+
+#include "RamDiskCore/Ports/ContentStorageLocating.h"
+#include "RamDiskCore/Ports/DiskOrderStoring.h"
+#include "RamDiskCore/Ports/PreferencesStoring.h"
+#include "RamDiskCore/Ports/ProfileRepository.h"
+#include "RamDiskCore/Ports/RedirectRepository.h"
+#include "RamDiskCore/Ports/TemplateRepository.h"
+#include "RamDiskCore/Ports/UserDefaultsStoring.h"
+
+#include <filesystem>
+#include <functional>
+#include <memory>
+
+namespace ramdisk {
+
+/// Everything that is kept between launches. Making it opens no file and starts no thread.
+struct PlatformStores {
+    std::shared_ptr<UserDefaultsStoring> defaults;
+    std::shared_ptr<PreferencesStoring> preferences;
+    std::shared_ptr<DiskOrderStoring> diskOrder;
+    std::shared_ptr<ProfileRepository> profiles;
+    std::shared_ptr<TemplateRepository> templates;
+    std::shared_ptr<RedirectRepository> redirects;
+    std::shared_ptr<ContentStorageLocating> contentStorage;
+};
+
+/// The stores of this user on this platform.
+[[nodiscard]] PlatformStores makePlatformStores();
+
+/// The stores in an application support folder, over the given user defaults.
+[[nodiscard]] PlatformStores makeStores(const std::filesystem::path& applicationSupport,
+                                        std::shared_ptr<UserDefaultsStoring> defaults);
+
+} // namespace ramdisk

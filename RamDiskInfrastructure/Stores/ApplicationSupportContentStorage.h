@@ -1,0 +1,34 @@
+#pragma once
+
+#include "RamDiskCore/Ports/ContentStorageLocating.h"
+#include "RamDiskInfrastructure/Tasks/TaskScheduling.h"
+
+#include <memory>
+
+namespace ramdisk {
+
+/// The folder "Saved Contents": an image and a lock file per startup disk, named by its identifier, and the
+/// folder "Unfinished Resizes". Folders are made when a lock in them is first taken.
+class ApplicationSupportContentStorage final : public ContentStorageLocating {
+public:
+    /// @param folder the application support folder.
+    /// @param tasks runs the bodies under locks, and outlives the futures given out.
+    ApplicationSupportContentStorage(const std::filesystem::path& folder,
+                                     std::shared_ptr<TaskScheduling> tasks);
+
+    [[nodiscard]] const std::filesystem::path& directory() const noexcept { return directory_; }
+
+    [[nodiscard]] std::filesystem::path imageLocation(const UUID& profile) const override;
+    [[nodiscard]] std::filesystem::path unfinishedResizes() const override;
+    [[nodiscard]] std::future<void> withLock(const UUID& profile, std::function<void()> body) const override;
+    [[nodiscard]] bool isLocked(const UUID& profile) const override;
+    [[nodiscard]] std::future<void> withResizeLock(const UUID& profile,
+                                                   std::function<void()> body) const override;
+    [[nodiscard]] bool isResizeLocked(const UUID& profile) const override;
+
+private:
+    std::filesystem::path directory_;
+    std::shared_ptr<TaskScheduling> tasks_;
+};
+
+} // namespace ramdisk

@@ -1,0 +1,107 @@
+#include "RamDiskInfrastructure/Stores/FileLock.h"
+
+#include "RamDiskInfrastructure/Commands/SystemCallError.h"
+#include "RamDiskInfrastructure/Stores/StoredFile.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+
+#include <algorithm>
+#include <memory>
+
+namespace ramdisk {
+
+namespace {
+
+constexpr mode_t lockMode = 0600;
+
+/// One body that waits for a lock, kept by whichever task is to try next.
+struct Waiter {
+    FileLock lock;
+    TaskScheduling& tasks;
+    std::function<void()> body;
+    std::chrono::milliseconds nextWait = FileLock::firstWait;
+    std::promise<void> done{};
+};
+
+void attempt(const std::shared_ptr<Waiter>& waiter) {
+    try {
+        auto hold = waiter->lock.tryAcquire();
+        if (!hold) {
+            const auto wait = waiter->nextWait;
+            waiter->nextWait = std::min(wait * 2, FileLock::longestWait);
+            waiter->tasks.postAfter(wait, [waiter] { attempt(waiter); });
+            return;
+        }
+        waiter->body();
+        hold.reset();
+        waiter->done.set_value();
+    } catch (...) {
+        waiter->done.set_exception(std::current_exception());
+    }
+}
+
+} // namespace
+
+FileDescriptor FileLock::open() const {
+    for (;;) {
+        FileDescriptor existing(::open(file_.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC));
+        if (existing) {
+            return existing;
+        }
+        if (errno == ENOENT) {
+            makeFolders(file_.parent_path());
+            FileDescriptor made(
+                ::open(file_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, lockMode));
+            if (made) {
+                giveToOwnerOf(file_.parent_path(), made);
+                return made;
+            }
+            if (errno == EEXIST) {
+                continue;
+            }
+        }
+        if (errno != EINTR) {
+            throw SystemCallError("open the lock", file_);
+        }
+    }
+}
+
+FileDescriptor FileLock::acquire() const {
+    auto lock = open();
+    while (flock(lock.get(), LOCK_EX) != 0) {
+        if (errno != EINTR) {
+            throw SystemCallError("lock", file_);
+        }
+    }
+    return lock;
+}
+
+std::optional<FileDescriptor> FileLock::tryAcquire() const {
+    auto lock = open();
+    if (flock(lock.get(), LOCK_EX | LOCK_NB) == 0) {
+        return lock;
+    }
+    if (errno != EWOULDBLOCK && errno != EINTR) {
+        throw SystemCallError("lock", file_);
+    }
+    return std::nullopt;
+}
+
+std::future<void> FileLock::withLock(TaskScheduling& tasks, std::function<void()> body) const {
+    const auto waiter = std::make_shared<Waiter>(Waiter{*this, tasks, std::move(body)});
+    auto future = waiter->done.get_future();
+    tasks.post([waiter] { attempt(waiter); });
+    return future;
+}
+
+bool FileLock::isHeld() const noexcept {
+    try {
+        const auto probe = open();
+        return flock(probe.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+    } catch (const std::exception&) {
+        return false;
+    }
+}
+
+} // namespace ramdisk

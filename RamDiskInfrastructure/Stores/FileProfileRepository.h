@@ -1,0 +1,27 @@
+#pragma once
+
+#include "RamDiskCore/Ports/ProfileRepository.h"
+#include "RamDiskCore/Ports/StartupDiskNaming.h"
+#include "RamDiskInfrastructure/Stores/LockedJSONFile.h"
+
+#include <filesystem>
+#include <memory>
+
+namespace ramdisk {
+
+/// Keeps the startup disks in "Startup Disks.json". Opens no file before it is asked.
+class FileProfileRepository final : public ProfileRepository, public StartupDiskNaming {
+public:
+    /// @param defaults where earlier versions kept the list; null where there were none.
+    explicit FileProfileRepository(const std::filesystem::path& folder,
+                                   std::shared_ptr<UserDefaultsStoring> defaults = nullptr);
+
+    [[nodiscard]] List load() const override;
+    void update(const std::function<List(List)>& transform) override;
+    [[nodiscard]] std::set<std::string> startupDiskNames() const override;
+
+private:
+    LockedJSONFile<RamDiskProfile> file_;
+};
+
+} // namespace ramdisk

@@ -1,0 +1,18 @@
+#include "RamDiskInfrastructure/Stores/FileTemplateRepository.h"
+
+namespace ramdisk {
+
+FileTemplateRepository::FileTemplateRepository(const std::filesystem::path& folder,
+                                               std::shared_ptr<UserDefaultsStoring> defaults)
+    : file_({folder / "Templates.json", FileLock(folder / "Templates.lock")},
+            legacyList("diskTemplates", std::move(defaults))) {}
+
+FileTemplateRepository::List FileTemplateRepository::load() const {
+    return file_.load();
+}
+
+void FileTemplateRepository::update(const std::function<List(List)>& transform) {
+    file_.update(transform);
+}
+
+} // namespace ramdisk

@@ -1,0 +1,11 @@
+#pragma once
+
+#include "RamDiskInfrastructure/Commands/FileDescriptor.h"
+
+namespace ramdisk {
+
+/// Waits until what was written through the descriptor, a file's or a folder's, would survive a power cut.
+/// @returns 0, or the errno of the failure.
+[[nodiscard]] int flushToDisk(const FileDescriptor& file) noexcept;
+
+} // namespace ramdisk

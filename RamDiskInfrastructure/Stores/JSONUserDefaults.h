@@ -1,0 +1,31 @@
+#pragma once
+
+#include "RamDiskCore/Ports/UserDefaultsStoring.h"
+#include "RamDiskInfrastructure/Stores/LockedFile.h"
+
+#include <nlohmann/json_fwd.hpp>
+
+#include <filesystem>
+#include <string>
+
+namespace ramdisk {
+
+/// User defaults for platforms that have none: one JSON object in a file per domain, changed under its lock.
+///
+/// Changes are atomic and durable like those of the stored lists. A file that is no JSON object counts as
+/// empty and is set aside by the next change. Values that this system cannot read, null among them, are left
+/// in the file as they are and count as not set.
+class JSONUserDefaults final : public UserDefaultsStoring {
+public:
+    /// The file is DOMAIN.json in `folder`, beside DOMAIN.lock.
+    JSONUserDefaults(const std::filesystem::path& folder, const std::string& domain);
+
+    [[nodiscard]] std::map<std::string, DefaultsValue> values() const override;
+    [[nodiscard]] std::optional<DefaultsValue> value(const std::string& key) const override;
+    void apply(const DefaultsChanges& changes) override;
+
+private:
+    LockedFile file_;
+};
+
+} // namespace ramdisk

@@ -1,0 +1,57 @@
+#pragma once
+
+#include "RamDiskInfrastructure/Stores/FileLock.h"
+
+#include <chrono>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace ramdisk {
+
+/// What stands in the place of a file that is to be replaced.
+enum class FormerContent {
+    /// Nothing, or what the reader understood.
+    readable,
+    /// Something that he did not, so that it is worth keeping.
+    unreadable,
+};
+
+/// A small file that several processes read, and change under a lock; the common ground of the stored lists
+/// and of the user defaults.
+class LockedFile {
+public:
+    using Clock = std::chrono::system_clock::time_point (*)();
+
+    LockedFile(std::filesystem::path file, FileLock lock, Clock clock = std::chrono::system_clock::now)
+        : file_(std::move(file)),
+          lock_(std::move(lock)),
+          clock_(clock) {}
+
+    [[nodiscard]] const std::filesystem::path& file() const noexcept { return file_; }
+    [[nodiscard]] const FileLock& lock() const noexcept { return lock_; }
+
+    /// The content, read without the lock; absent when there is no file or it cannot be read.
+    [[nodiscard]] std::optional<std::string> read() const;
+
+    /// Whether anything stands under the file's name.
+    [[nodiscard]] bool exists() const;
+
+    /// Removes what killed processes left of their changes. Changes under way are left alone.
+    void clearUp() const noexcept;
+
+    /// Replaces the content, atomically and durably. What nobody could read is first set aside in the same
+    /// folder, as NAME.unreadable-SECONDS.json.
+    /// @throws std::system_error with the former content in its place.
+    void replace(std::string_view content, FormerContent former) const;
+
+private:
+    void setAside() const;
+
+    std::filesystem::path file_;
+    FileLock lock_;
+    Clock clock_;
+};
+
+} // namespace ramdisk

@@ -1,0 +1,93 @@
+#pragma once
+
+#include "RamDiskInfrastructure/Stores/LockedFile.h"
+#include "RamDiskInfrastructure/Stores/RecordJSON.h"
+#include "RamDiskInfrastructure/Stores/UserDefaultsJSONList.h"
+
+#include <functional>
+#include <optional>
+#include <utility>
+#include <vector>
+
+namespace ramdisk {
+
+/// A list of records in one JSON file that several processes change.
+///
+/// Nothing is kept in memory: every call reads the file anew. Readers take no lock, since the file is only
+/// ever replaced as a whole; changes are made one after the other under the lock. A process that is killed at
+/// any point, and a power cut, leave either the list before its change or the one after it. A file that does
+/// not decode, for damage or a missing field, counts as an empty list and is set aside by the next change,
+/// never overwritten. Until there is a file, the list is the legacy one, where that is given.
+template <typename Element>
+class LockedJSONFile {
+public:
+    using List = std::vector<Element>;
+
+    LockedJSONFile(LockedFile file, std::optional<UserDefaultsJSONList> legacy = std::nullopt)
+        : file_(std::move(file)),
+          legacy_(std::move(legacy)) {}
+
+    [[nodiscard]] const FileLock& lock() const noexcept { return file_.lock(); }
+
+    /// The list, empty when it cannot be read. Takes no lock.
+    [[nodiscard]] List load() const { return read().list; }
+
+    /// Replaces the list by what `transform` makes of it, holding the lock. What the transform throws is
+    /// passed on, with nothing written.
+    /// @throws std::system_error with the former list in its place.
+    void update(const std::function<List(List)>& transform) const {
+        const auto hold = file_.lock().acquire();
+        file_.clearUp();
+        migrateIfNeeded();
+        auto current = read();
+        file_.replace(encodeList(transform(std::move(current.list))), current.former);
+    }
+
+    /// Replaces the list without taking the lock, for who holds it already.
+    /// @throws std::system_error with the former list in its place.
+    void write(const List& list) const {
+        const auto text = encodeList(list);
+        file_.replace(text, read().former);
+    }
+
+    /// Removes what killed processes left of their changes. Part of every `update`.
+    void clearUp() const noexcept { file_.clearUp(); }
+
+    /// Moves the legacy list into the file, once, where there is no file yet. The caller holds the lock.
+    /// @throws std::exception when the list could not be written; it stays where it was.
+    void migrateIfNeeded() const {
+        if (!legacy_ || file_.exists()) {
+            return;
+        }
+        if (const auto list = legacyList(); !list.empty()) {
+            file_.replace(encodeList(list), FormerContent::readable);
+        }
+        legacy_->remove();
+    }
+
+private:
+    struct Content {
+        List list;
+        FormerContent former;
+    };
+
+    [[nodiscard]] Content read() const {
+        if (const auto text = file_.read()) {
+            auto list = decodeList<Element>(*text);
+            return list ? Content{std::move(*list), FormerContent::readable}
+                        : Content{{}, FormerContent::unreadable};
+        }
+        // What is there and cannot even be read may be whole, and worth as much as a damaged list.
+        return {legacyList(), file_.exists() ? FormerContent::unreadable : FormerContent::readable};
+    }
+
+    [[nodiscard]] List legacyList() const {
+        const auto text = legacy_ ? legacy_->text() : std::nullopt;
+        return text ? decodeList<Element>(*text).value_or(List{}) : List{};
+    }
+
+    LockedFile file_;
+    std::optional<UserDefaultsJSONList> legacy_;
+};
+
+} // namespace ramdisk

@@ -1,0 +1,43 @@
+#pragma once
+
+#include "RamDiskCore/Redirects/FolderRedirect.h"
+#include "RamDiskCore/Startup/RamDiskProfile.h"
+#include "RamDiskCore/Templates/DiskTemplate.h"
+#include "RamDiskInfrastructure/Stores/ValueJSON.h"
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+/// The stored records as JSON, their fields in their order.
+namespace ramdisk {
+
+[[nodiscard]] Json toJson(const RamDiskProfile& value);
+[[nodiscard]] Json toJson(const RamDiskSetup& value);
+[[nodiscard]] Json toJson(const DiskTemplate& value);
+[[nodiscard]] Json toJson(const RedirectTarget& value);
+[[nodiscard]] Json toJson(const RedirectRestoreState& value);
+[[nodiscard]] Json toJson(const FolderRedirect& value);
+
+/// Each throws a DecodingError when a required field is missing or holds what cannot be meant. Fields that
+/// are not known are passed over, since a newer version may have written them.
+[[nodiscard]] ByteCount byteCountFrom(const Json& json);
+[[nodiscard]] RamDiskSpecification specificationFrom(const Json& json);
+[[nodiscard]] RamDiskProfile profileFrom(const Json& json);
+[[nodiscard]] RamDiskSetup setupFrom(const Json& json);
+[[nodiscard]] DiskTemplate templateFrom(const Json& json);
+[[nodiscard]] RedirectTarget redirectTargetFrom(const Json& json);
+[[nodiscard]] RedirectRestoreState restoreStateFrom(const Json& json);
+[[nodiscard]] FolderRedirect redirectFrom(const Json& json);
+
+/// A stored list: one compact array.
+/// @throws std::invalid_argument when a text of a record is not UTF-8, which JSON cannot hold.
+template <typename Element>
+[[nodiscard]] std::string encodeList(const std::vector<Element>& list);
+
+/// Absent when the text is no such array, or one of its records does not decode.
+template <typename Element>
+[[nodiscard]] std::optional<std::vector<Element>> decodeList(std::string_view text);
+
+} // namespace ramdisk

@@ -7,8 +7,8 @@
 
 namespace ramdisk {
 
-/// Identifies a mounted volume independently of its path, so that a later check can tell whether the path still
-/// shows the same medium.
+/// Identifies a mounted volume independently of its path, so that a later check can tell whether the path
+/// still shows the same medium.
 struct MountedVolume {
     /// The type as the operating system's mount table has it, such as "apfs" or "tmpfs".
     std::string fileSystem;

@@ -1,18 +1,19 @@
 #include "benchmarks/BenchmarkState.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
 #include <fmt/ranges.h>
-#include <sched.h>
-#include <spawn.h>
-#include <sys/mount.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
 #include <stdexcept>
 #include <system_error>
+
+#include <fcntl.h>
+#include <sched.h>
+#include <spawn.h>
+#include <sys/mount.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace ramdisk::benchmarks {
 

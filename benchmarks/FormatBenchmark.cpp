@@ -1,5 +1,5 @@
-// The formats on a loop device: making them against the same bare commands, work on them against the file system
-// that those commands make, and the memory that they hold.
+// The formats on a loop device: making them against the same bare commands, work on them against the file
+// system that those commands make, and the memory that they hold.
 
 #include "RamDiskInfrastructure/Linux/SmallFile.h"
 #include "benchmarks/BenchmarkState.h"
@@ -104,10 +104,13 @@ void measureTrees(const BenchmarkState& state, const BareDisk& bare) {
     };
     const auto write = [](const std::string& folder) {
         return [=] {
-            runProgram({"dd", "if=/dev/zero", fmt::format("of={}/large", folder), "bs=1M", "count=384", "conv=fsync", "status=none"});
+            runProgram({"dd", "if=/dev/zero", fmt::format("of={}/large", folder), "bs=1M", "count=384",
+                        "conv=fsync", "status=none"});
         };
     };
-    const auto erase = [](const std::string& folder) { return [=] { runShell(fmt::format("rm {}/large", folder)); }; };
+    const auto erase = [](const std::string& folder) {
+        return [=] { runShell(fmt::format("rm {}/large", folder)); };
+    };
     for (const auto& format : formats()) {
         printHeading(fmt::format("Work on {} of 1 GB, against a bare ext4 on a loop device", format.title));
         makeDisk(format, "1G");
@@ -130,8 +133,8 @@ double sharedMemory() {
 }
 
 void measureMemory(const BenchmarkState& state) {
-    fmt::print("\nMemory held by a disk of 512 MB [MiB]\n{:<44} {:>10} {:>10} {:>10} {:>10}\n", "", "empty", "filled",
-               "emptied", "trimmed");
+    fmt::print("\nMemory held by a disk of 512 MB [MiB]\n{:<44} {:>10} {:>10} {:>10} {:>10}\n", "", "empty",
+               "filled", "emptied", "trimmed");
     const auto folder = state.mountPoint("Bench").string();
     for (const auto& format : formats()) {
         const auto before = sharedMemory();
@@ -144,7 +147,8 @@ void measureMemory(const BenchmarkState& state) {
         const auto emptied = held();
         // A tmpfs has nothing to trim, and says so.
         runShell(fmt::format("fstrim {0} 2>/dev/null || true", folder));
-        fmt::print("{:<44} {:>10.1f} {:>10.1f} {:>10.1f} {:>10.1f}\n", format.title, empty, filled, emptied, held());
+        fmt::print("{:<44} {:>10.1f} {:>10.1f} {:>10.1f} {:>10.1f}\n", format.title, empty, filled, emptied,
+                   held());
         ejectDisk();
     }
 }

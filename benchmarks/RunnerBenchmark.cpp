@@ -4,16 +4,17 @@
 #include "RamDiskInfrastructure/Commands/ProcessCommandRunner.h"
 #include "benchmarks/BenchmarkTable.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <stdexcept>
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 extern "C" char** environ; // NOLINT: POSIX declares it in no header
 

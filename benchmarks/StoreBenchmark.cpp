@@ -6,15 +6,16 @@
 #include "RamDiskInfrastructure/Stores/StoredFile.h"
 #include "benchmarks/BenchmarkTable.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <stdexcept>
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace {
 

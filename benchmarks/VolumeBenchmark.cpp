@@ -4,10 +4,7 @@
 #include "benchmarks/BenchmarkState.h"
 #include "benchmarks/BenchmarkTable.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <array>
 #include <cerrno>
@@ -17,6 +14,10 @@
 #include <string>
 #include <system_error>
 #include <vector>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 

@@ -24,8 +24,11 @@ struct SpecificationTexts {
     bool noEncrypt = false;
 
     void addTo(CLI::App& app) {
-        app.add_option("--name", name, "Name of the volume (default: the first free of RAMDisk, RAMDisk 2, ...)");
-        app.add_option("--size", size, "Size, such as 512M, 2G or 1.5GB; a bare number means MB (default: as in the settings)");
+        app.add_option("--name", name,
+                       "Name of the volume (default: the first free of RAMDisk, RAMDisk 2, ...)");
+        app.add_option(
+            "--size", size,
+            "Size, such as 512M, 2G or 1.5GB; a bare number means MB (default: as in the settings)");
         app.add_option("--format", format, "apfs, apfsx, hfs+, jhfs+, exfat or fat32");
         addSwitch(app, "encrypt", encrypt, noEncrypt, "Encrypt the volume (apfs and apfsx)");
         addSwitch(app, "indexing", indexing, noIndexing, "Let the desktop's search index read the volume");
@@ -190,7 +193,8 @@ private:
 
         auto& configure = add("configure", "Change a standing disk", [this] { return readConfigure(); });
         addReference(configure, texts_.configureReference);
-        auto* off = configure.add_flag("--no-indexing", texts_.indexingOff, "Keep the search index off the volume");
+        auto* off =
+            configure.add_flag("--no-indexing", texts_.indexingOff, "Keep the search index off the volume");
         configure.add_flag("--indexing", texts_.indexingOn, "Let the desktop's search index read the volume")
             ->excludes(off);
 
@@ -209,7 +213,8 @@ private:
     Command readSettings() const {
         const auto& action = texts_.settingsAction;
         if (action != "list" && action != "get" && action != "set" && action != "unset") {
-            throw UsageError(fmt::format("“{}” is nothing to do with settings. Use list, get, set or unset.", action));
+            throw UsageError(
+                fmt::format("“{}” is nothing to do with settings. Use list, get, set or unset.", action));
         }
         const bool needsKey = action != "list";
         const bool needsValue = action == "set";

@@ -1,12 +1,13 @@
 #include "tramdisk/Console.h"
 
 #include <fmt/format.h>
-#include <unistd.h>
 #include <utf8proc.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+
+#include <unistd.h>
 
 namespace ramdisk::cli {
 
@@ -32,7 +33,8 @@ void forEachCodePoint(std::string_view text, Visit visit) {
 
 /// Nearly every cell: one column a byte, nothing to replace.
 bool isPrintableASCII(std::string_view text) {
-    return std::all_of(text.begin(), text.end(), [](char character) { return character >= ' ' && character < 0x7f; });
+    return std::all_of(text.begin(), text.end(),
+                       [](char character) { return character >= ' ' && character < 0x7f; });
 }
 
 std::size_t displayWidth(std::string_view text) {

@@ -30,7 +30,8 @@ public:
     void hint(std::string_view text) const;
 
     /// Aligned columns under a heading; control characters in cells are made harmless.
-    void printTable(const std::vector<std::string>& heading, const std::vector<std::vector<std::string>>& rows) const;
+    void printTable(const std::vector<std::string>& heading,
+                    const std::vector<std::vector<std::string>>& rows) const;
     /// Names and values in two columns.
     void printFields(const std::vector<std::pair<std::string, std::string>>& fields) const;
 

@@ -31,9 +31,9 @@ void tellWarnings(const std::vector<CreationWarning>& warnings, const Console& c
 bool isOnlyNameInUse(const RamDiskError& error) {
     const auto* invalid = std::get_if<RamDiskError::InvalidSpecification>(&error.value());
     return invalid != nullptr
-        && std::all_of(invalid->issues.begin(), invalid->issues.end(), [](const ValidationIssue& issue) {
-               return std::holds_alternative<ValidationIssue::NameInUse>(issue.value);
-           });
+           && std::all_of(invalid->issues.begin(), invalid->issues.end(), [](const ValidationIssue& issue) {
+                  return std::holds_alternative<ValidationIssue::NameInUse>(issue.value);
+              });
 }
 
 /// A name that we suggested may be gone by the time it is taken; then the next free one is suggested.
@@ -65,8 +65,9 @@ ExitStatus printPlan(const CreateInvocation& invocation, const CommandContext& c
 
 std::string readyText(const RamDisk& disk) {
     const auto where = disk.mountPoint ? disk.mountPoint->string() : std::string("nowhere");
-    return fmt::format("“{}” is ready at {} ({}, {}, {}).", printable(disk.name), printable(where), disk.device.bsdName(),
-                       format(disk.capacity), disk.fileSystemName.value_or("unknown format"));
+    return fmt::format("“{}” is ready at {} ({}, {}, {}).", printable(disk.name), printable(where),
+                       disk.device.bsdName(), format(disk.capacity),
+                       disk.fileSystemName.value_or("unknown format"));
 }
 
 } // namespace

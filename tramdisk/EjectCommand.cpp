@@ -14,7 +14,8 @@ namespace ramdisk::cli {
 namespace {
 
 /// The disks that were named, each once. A name that means nothing stops the call before anything is ejected.
-std::vector<RamDisk> resolveAll(const std::vector<RamDiskReference>& references, const RamDiskServices& services) {
+std::vector<RamDisk> resolveAll(const std::vector<RamDiskReference>& references,
+                                const RamDiskServices& services) {
     std::vector<RamDisk> disks;
     for (const auto& reference : references) {
         auto disk = services.list->resolve(reference);
@@ -42,8 +43,9 @@ std::optional<std::string> heldText(const RamDisk& disk, const ReleaseOutcome& o
     if (!outcome.stillHeld) {
         return std::nullopt;
     }
-    return fmt::format("“{}” is ejected, but {} of its memory stays in use until its last file is closed: {}.",
-                       printable(disk.name), format(*outcome.stillHeld), fmt::join(outcome.holders, ", "));
+    return fmt::format(
+        "“{}” is ejected, but {} of its memory stays in use until its last file is closed: {}.",
+        printable(disk.name), format(*outcome.stillHeld), fmt::join(outcome.holders, ", "));
 }
 
 Json resultJSON(const BatchEjectResult& result) {
@@ -56,7 +58,8 @@ Json resultJSON(const BatchEjectResult& result) {
         }
     }
     for (const auto& failure : result.failures) {
-        json["failures"].push_back({{"ramDisk", toJson(failure.ramDisk)}, {"text", errorText(failure.error)}});
+        json["failures"].push_back(
+            {{"ramDisk", toJson(failure.ramDisk)}, {"text", errorText(failure.error)}});
     }
     if (!notes.empty()) {
         json["notes"] = notes;
@@ -83,8 +86,8 @@ void tell(const BatchEjectResult& result, const Console& console) {
 
 ExitStatus run(const EjectInvocation& invocation, const CommandContext& context) {
     const bool isAll = invocation.references.empty();
-    const auto result = isAll ? context.services.eject->ejectAll(invocation.force)
-                              : ejectNamed(invocation, context.services);
+    const auto result =
+        isAll ? context.services.eject->ejectAll(invocation.force) : ejectNamed(invocation, context.services);
     if (context.console.wantsJSON()) {
         context.console.printDocument(compactText(resultJSON(result)));
     }

@@ -9,7 +9,9 @@ namespace ramdisk::cli {
 namespace {
 
 std::vector<std::string> row(const RamDisk& disk) {
-    const auto size = [](const std::optional<ByteCount>& value) { return value ? format(*value) : std::string("-"); };
+    const auto size = [](const std::optional<ByteCount>& value) {
+        return value ? format(*value) : std::string("-");
+    };
     return {disk.device.bsdName(),
             disk.name,
             format(disk.capacity),
@@ -40,7 +42,8 @@ ExitStatus run(const ListInvocation& /*invocation*/, const CommandContext& conte
     for (const auto& disk : disks) {
         rows.push_back(row(disk));
     }
-    context.console.printTable({"DEVICE", "NAME", "SIZE", "USED", "FREE", "FORMAT", "ACCESS", "MOUNT POINT"}, rows);
+    context.console.printTable({"DEVICE", "NAME", "SIZE", "USED", "FREE", "FORMAT", "ACCESS", "MOUNT POINT"},
+                               rows);
     return succeeded;
 }
 

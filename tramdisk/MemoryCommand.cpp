@@ -38,8 +38,8 @@ ExitStatus run(const MemoryInvocation& /*invocation*/, const CommandContext& con
         {"Available", format(system.available)},
         {"Kernel, compressed", format({system.wired.bytes + system.compressed.bytes})},
         {"Swap", format(system.swapUsed)},
-        {"RAM disks", fmt::format("{} ({} used of {})", overview.ramDiskCount, format(overview.usedByRamDisks),
-                                  format(overview.reservedByRamDisks))},
+        {"RAM disks", fmt::format("{} ({} used of {})", overview.ramDiskCount,
+                                  format(overview.usedByRamDisks), format(overview.reservedByRamDisks))},
         {"Without RAM disks", format(overview.withoutRamDisks())},
     });
     return succeeded;

@@ -12,7 +12,8 @@ ExitStatus run(const RenameInvocation& invocation, const CommandContext& context
     if (context.console.wantsJSON()) {
         context.console.printDocument(compactText(toJson(renamed)));
     }
-    context.console.confirm(fmt::format("“{}” is now “{}”, at {}.", printable(disk.name), printable(renamed.name),
+    context.console.confirm(fmt::format("“{}” is now “{}”, at {}.", printable(disk.name),
+                                        printable(renamed.name),
                                         printable(renamed.mountPoint.value_or("").string())));
     return succeeded;
 }

@@ -10,9 +10,8 @@ namespace {
 
 std::vector<std::pair<std::string, std::string>> fields(const RamDisk& disk) {
     const auto yesNo = [](bool value) { return value ? "yes" : "no"; };
-    std::vector<std::pair<std::string, std::string>> rows{{"Device", disk.device.bsdName()},
-                                                          {"Name", disk.name},
-                                                          {"Size", format(disk.capacity)}};
+    std::vector<std::pair<std::string, std::string>> rows{
+        {"Device", disk.device.bsdName()}, {"Name", disk.name}, {"Size", format(disk.capacity)}};
     rows.emplace_back("Mount point", disk.mountPoint ? disk.mountPoint->string() : "(not mounted)");
     if (disk.fileSystemName) {
         rows.emplace_back("Format", *disk.fileSystemName);

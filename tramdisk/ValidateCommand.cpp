@@ -37,7 +37,8 @@ ExitStatus run(const ValidateInvocation& invocation, const CommandContext& conte
     }
     std::vector<std::vector<std::string>> rows;
     for (const auto& issue : report.issues) {
-        rows.push_back({std::string(rawValue(issue.field())), std::string(rawValue(issue.severity())), issueText(issue)});
+        rows.push_back({std::string(rawValue(issue.field())), std::string(rawValue(issue.severity())),
+                        issueText(issue)});
     }
     context.console.printTable({"FIELD", "SEVERITY", "ISSUE"}, rows);
     return status;

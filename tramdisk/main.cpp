@@ -6,17 +6,18 @@
 #include "tramdisk/CommandLine.h"
 #include "tramdisk/Commands.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 #include <nlohmann/json.hpp>
-#include <unistd.h>
 
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <string_view>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace {
 

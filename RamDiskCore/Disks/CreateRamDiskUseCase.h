@@ -19,8 +19,8 @@ namespace ramdisk {
 /// Makes a RAM disk: validated, allocated, formatted, mounted, marked and listed.
 ///
 /// It either gives a whole disk or throws and leaves nothing: a step that fails after the allocation releases
-/// the device by force, and the caller sees the error of that step, never one of the clean-up. When the process
-/// dies on the way, the allocator's next listing cleans up.
+/// the device by force, and the caller sees the error of that step, never one of the clean-up. When the
+/// process dies on the way, the allocator's next listing cleans up.
 class CreateRamDiskUseCase {
 public:
     struct Ports {
@@ -52,7 +52,8 @@ public:
 
 private:
     [[nodiscard]] std::vector<CreationWarning> requireValid(RamDiskSpecification& specification) const;
-    [[nodiscard]] CreateRamDiskResult fill(const DeviceIdentifier& device, const RamDiskSpecification& specification,
+    [[nodiscard]] CreateRamDiskResult fill(const DeviceIdentifier& device,
+                                           const RamDiskSpecification& specification,
                                            const VolumeProtection& protection,
                                            std::vector<CreationWarning> warnings);
 

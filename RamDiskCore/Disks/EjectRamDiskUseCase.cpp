@@ -9,14 +9,15 @@ namespace {
 /// Two listings speak of the same disk unless both know the attachment and they differ.
 bool isSameAttachment(const RamDisk& left, const RamDisk& right) {
     return left.device == right.device
-        && (!left.attachment || !right.attachment || left.attachment == right.attachment);
+           && (!left.attachment || !right.attachment || left.attachment == right.attachment);
 }
 
 } // namespace
 
 EjectRamDiskUseCase::EjectRamDiskUseCase(std::shared_ptr<RamDeviceAllocating> allocator,
                                          std::shared_ptr<RamDiskInventory> inventory)
-    : allocator_(std::move(allocator)), inventory_(std::move(inventory)) {}
+    : allocator_(std::move(allocator)),
+      inventory_(std::move(inventory)) {}
 
 ReleaseOutcome EjectRamDiskUseCase::eject(const RamDisk& disk, Force force) {
     const auto listed = inventory_->list();

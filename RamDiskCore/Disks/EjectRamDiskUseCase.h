@@ -8,7 +8,8 @@
 
 namespace ramdisk {
 
-/// Ejects disks: the volume goes, the memory comes back. Saving what is on them first is the caller's business.
+/// Ejects disks: the volume goes, the memory comes back. Saving what is on them first is the caller's
+/// business.
 class EjectRamDiskUseCase {
 public:
     EjectRamDiskUseCase(std::shared_ptr<RamDeviceAllocating> allocator,

@@ -18,7 +18,9 @@ std::filesystem::path standardized(const std::filesystem::path& path) {
 struct Matches {
     const RamDisk& disk;
 
-    bool operator()(const RamDiskReference::Device& reference) const { return disk.device == reference.device; }
+    bool operator()(const RamDiskReference::Device& reference) const {
+        return disk.device == reference.device;
+    }
     bool operator()(const RamDiskReference::MountPoint& reference) const {
         return disk.mountPoint && standardized(*disk.mountPoint) == standardized(reference.path);
     }
@@ -32,7 +34,9 @@ struct Matches {
 ListRamDisksUseCase::ListRamDisksUseCase(std::shared_ptr<RamDiskInventory> inventory)
     : inventory_(std::move(inventory)) {}
 
-std::vector<RamDisk> ListRamDisksUseCase::list() const { return inventory_->list(); }
+std::vector<RamDisk> ListRamDisksUseCase::list() const {
+    return inventory_->list();
+}
 
 RamDisk ListRamDisksUseCase::resolve(const RamDiskReference& reference) const {
     std::vector<RamDisk> matches;

@@ -14,7 +14,9 @@ namespace ramdisk {
 RenameRamDiskUseCase::RenameRamDiskUseCase(std::shared_ptr<VolumeRenaming> renamer,
                                            std::shared_ptr<RamDiskInventory> inventory,
                                            ValidationContextProvider contextProvider)
-    : renamer_(std::move(renamer)), inventory_(std::move(inventory)), contextProvider_(std::move(contextProvider)) {}
+    : renamer_(std::move(renamer)),
+      inventory_(std::move(inventory)),
+      contextProvider_(std::move(contextProvider)) {}
 
 RamDisk RenameRamDiskUseCase::execute(const RamDisk& disk, std::string_view newName) {
     if (!disk.mountPoint) {
@@ -31,8 +33,9 @@ RamDisk RenameRamDiskUseCase::execute(const RamDisk& disk, std::string_view newN
     }
     renamer_->rename(disk, specification.name);
     const auto listed = inventory_->list();
-    const auto found = std::find_if(listed.begin(), listed.end(),
-                                    [&disk](const RamDisk& candidate) { return candidate.device == disk.device; });
+    const auto found = std::find_if(listed.begin(), listed.end(), [&disk](const RamDisk& candidate) {
+        return candidate.device == disk.device;
+    });
     if (found == listed.end()) {
         throw RamDiskError(RamDiskError::NotFound{RamDiskReference{RamDiskReference::Device{disk.device}}});
     }

@@ -15,8 +15,8 @@ public:
     MountedVolumeListing& operator=(const MountedVolumeListing&) = delete;
     virtual ~MountedVolumeListing() = default;
 
-    /// Every mounted volume's name, without that of the volume mounted at exactly `excluding`. Volumes without
-    /// a readable name are left out.
+    /// Every mounted volume's name, without that of the volume mounted at exactly `excluding`. Volumes
+    /// without a readable name are left out.
     [[nodiscard]] virtual std::set<std::string>
     volumeNames(const std::optional<std::filesystem::path>& excluding) const = 0;
 };

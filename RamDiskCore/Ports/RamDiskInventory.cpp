@@ -2,6 +2,8 @@
 
 namespace ramdisk {
 
-std::vector<RamDisk> RamDiskInventory::listOwn() { return list(); }
+std::vector<RamDisk> RamDiskInventory::listOwn() {
+    return list();
+}
 
 } // namespace ramdisk

@@ -20,8 +20,8 @@ namespace ramdisk {
 /// What kept a device from being released, as far as it decides what to advise the user.
 enum class EjectObstacle { busy, other };
 
-/// Every failure of a disk operation. The text that users read comes from `errorText` alone; a `reason` is the
-/// text of the underlying failure and is inserted there as it is.
+/// Every failure of a disk operation. The text that users read comes from `errorText` alone; a `reason` is
+/// the text of the underlying failure and is inserted there as it is.
 class RamDiskError : public std::exception {
 public:
     struct InvalidSpecification {
@@ -92,7 +92,8 @@ public:
     };
     struct NotEnoughSpaceForBenchmark {
         ByteCount needed;
-        friend bool operator==(const NotEnoughSpaceForBenchmark&, const NotEnoughSpaceForBenchmark&) = default;
+        friend bool operator==(const NotEnoughSpaceForBenchmark&,
+                               const NotEnoughSpaceForBenchmark&) = default;
     };
     struct EraseFailed {
         std::string reason;
@@ -150,15 +151,14 @@ public:
         friend bool operator==(const ImageLeftOpen&, const ImageLeftOpen&) = default;
     };
 
-    using Case = std::variant<InvalidSpecification, NotFound, AmbiguousReference, AllocationFailed,
-                              FormattingFailed, EjectFailed, InventoryUnavailable, NotMounted,
-                              ContentsTransferFailed, SavedContentsKeyMissing, SavedContentsNotRestored,
-                              RedirectTaken, RedirectNameTaken, NewSizeTooSmall, ResizeFailed,
-                              NotEnoughSpaceForBenchmark, EraseFailed, TemplateNotFound, BuiltInTemplate,
-                              FolderNotCreated, BeingFilled, PartlyFilled, IncorrectPassphrase,
-                              FilesKeptChanging, TemplateNameMissing, ImageEjected, DiskEjected,
-                              ImageUnreadable, NamesMerged, ImageOpenAlready, ImageStateUnknown,
-                              ImageLeftOpen>;
+    using Case =
+        std::variant<InvalidSpecification, NotFound, AmbiguousReference, AllocationFailed, FormattingFailed,
+                     EjectFailed, InventoryUnavailable, NotMounted, ContentsTransferFailed,
+                     SavedContentsKeyMissing, SavedContentsNotRestored, RedirectTaken, RedirectNameTaken,
+                     NewSizeTooSmall, ResizeFailed, NotEnoughSpaceForBenchmark, EraseFailed, TemplateNotFound,
+                     BuiltInTemplate, FolderNotCreated, BeingFilled, PartlyFilled, IncorrectPassphrase,
+                     FilesKeptChanging, TemplateNameMissing, ImageEjected, DiskEjected, ImageUnreadable,
+                     NamesMerged, ImageOpenAlready, ImageStateUnknown, ImageLeftOpen>;
 
     /// Whether `T` is one of the cases.
     template <typename T>
@@ -169,8 +169,8 @@ public:
     // Implicit, so that a case stands for its error: `throw RamDiskError(RamDiskError::ImageEjected{})`.
     RamDiskError(Case value) : value_(std::move(value)) {} // NOLINT(google-explicit-constructor)
     template <typename OneCase>
-        requires isOneCase<std::remove_cvref_t<OneCase>>
-    RamDiskError(OneCase&& value) // NOLINT(google-explicit-constructor,bugprone-forwarding-reference-overload)
+    requires isOneCase<std::remove_cvref_t<OneCase>> RamDiskError(
+        OneCase&& value) // NOLINT(google-explicit-constructor,bugprone-forwarding-reference-overload)
         : value_(std::forward<OneCase>(value)) {}
 
     [[nodiscard]] const Case& value() const noexcept { return value_; }

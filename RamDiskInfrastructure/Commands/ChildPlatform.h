@@ -2,10 +2,10 @@
 
 #include "RamDiskInfrastructure/Commands/FileDescriptor.h"
 
+#include <string_view>
+
 #include <spawn.h>
 #include <sys/types.h>
-
-#include <string_view>
 
 // What running a child needs of the platform: one implementation a system, chosen by the build.
 

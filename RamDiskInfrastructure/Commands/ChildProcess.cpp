@@ -2,14 +2,14 @@
 
 #include "RamDiskInfrastructure/Commands/ChildPlatform.h"
 
-#include <fcntl.h>
-#include <spawn.h>
-#include <sys/wait.h>
-
 #include <array>
 #include <csignal>
 #include <string_view>
 #include <system_error>
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
 
 extern "C" char** environ; // NOLINT: POSIX declares it in no header
 

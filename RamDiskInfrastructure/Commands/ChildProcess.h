@@ -3,9 +3,9 @@
 #include "RamDiskCore/Ports/SystemCommand.h"
 #include "RamDiskInfrastructure/Commands/FileDescriptor.h"
 
-#include <sys/types.h>
-
 #include <optional>
+
+#include <sys/types.h>
 
 namespace ramdisk {
 

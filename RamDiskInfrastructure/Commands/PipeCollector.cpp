@@ -2,12 +2,12 @@
 
 #include "RamDiskInfrastructure/Commands/ChildPlatform.h"
 
-#include <sys/ioctl.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
 #include <system_error>
+
+#include <sys/ioctl.h>
+#include <unistd.h>
 
 namespace ramdisk {
 

@@ -5,13 +5,13 @@
 #include "RamDiskInfrastructure/Commands/PipeCollector.h"
 #include "RamDiskInfrastructure/Commands/Watchdog.h"
 
-#include <poll.h>
-
 #include <algorithm>
 #include <array>
 #include <limits>
 #include <string_view>
 #include <system_error>
+
+#include <poll.h>
 
 namespace ramdisk {
 

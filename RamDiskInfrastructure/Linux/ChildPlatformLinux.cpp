@@ -1,13 +1,13 @@
 #include "RamDiskInfrastructure/Commands/ChildPlatform.h"
 
-#include <fcntl.h>
-#include <sys/syscall.h>
-#include <unistd.h>
-
 #include <array>
 #include <csignal>
 #include <ctime>
 #include <system_error>
+
+#include <fcntl.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 namespace ramdisk {
 

@@ -33,10 +33,9 @@ void DetachedMount::openContext() {
         throw SystemCallError(fmt::format("mount a {}", request_.fileSystem));
     }
     const auto set = [&](const std::string& key, const std::string& value) {
-        const int result =
-            value.empty()
-                ? fsconfig(context.get(), FSCONFIG_SET_FLAG, key.c_str(), nullptr, 0)
-                : fsconfig(context.get(), FSCONFIG_SET_STRING, key.c_str(), value.c_str(), 0);
+        const int result = value.empty()
+                               ? fsconfig(context.get(), FSCONFIG_SET_FLAG, key.c_str(), nullptr, 0)
+                               : fsconfig(context.get(), FSCONFIG_SET_STRING, key.c_str(), value.c_str(), 0);
         if (result != 0) {
             throw SystemCallError(fmt::format("set the option {} of a {}", key, request_.fileSystem));
         }
@@ -74,12 +73,12 @@ void DetachedMount::narrowTo(FileDescriptor folder) {
 void DetachedMount::attach(const std::filesystem::path& path, const FileDescriptor& folder) {
     int result = 0;
     if (mount_) {
-        result = move_mount(mount_.get(), "", folder.get(), "",
-                            MOVE_MOUNT_F_EMPTY_PATH | MOVE_MOUNT_T_EMPTY_PATH);
+        result =
+            move_mount(mount_.get(), "", folder.get(), "", MOVE_MOUNT_F_EMPTY_PATH | MOVE_MOUNT_T_EMPTY_PATH);
     } else {
         const auto target = fmt::format("/proc/self/fd/{}", folder.get());
-        result = mount(request_.source.c_str(), target.c_str(), request_.fileSystem.c_str(), MS_NOSUID | MS_NODEV,
-                       request_.optionText().c_str());
+        result = mount(request_.source.c_str(), target.c_str(), request_.fileSystem.c_str(),
+                       MS_NOSUID | MS_NODEV, request_.optionText().c_str());
     }
     if (result != 0) {
         throw SystemCallError("mount", path);

@@ -9,7 +9,8 @@
 
 namespace ramdisk {
 
-/// How to make a mount. Kernels before 5.2, and sandboxes that filter the newer calls, have the classic one only.
+/// How to make a mount. Kernels before 5.2, and sandboxes that filter the newer calls, have the classic one
+/// only.
 enum class MountInterface { descriptors, classic };
 
 /// What to mount.
@@ -24,9 +25,9 @@ struct MountRequest {
     [[nodiscard]] std::string optionText() const;
 };
 
-/// A mounted file system that nobody can see yet: set up through its descriptor and then attached to a folder in
-/// one step. Until then the kernel takes it away when the process dies. With the classic interface there is
-/// nothing before `attach`.
+/// A mounted file system that nobody can see yet: set up through its descriptor and then attached to a folder
+/// in one step. Until then the kernel takes it away when the process dies. With the classic interface there
+/// is nothing before `attach`.
 class DetachedMount {
 public:
     /// Mounts nosuid and nodev. Falls back to the classic interface where the kernel lacks the other.

@@ -40,8 +40,8 @@ bool isPlainText(const std::string& text) {
     return true;
 }
 
-/// Plain text as it is. Anything else as an object of hexadecimal bytes, since names are bytes to the kernel, and
-/// JSON takes only UTF-8.
+/// Plain text as it is. Anything else as an object of hexadecimal bytes, since names are bytes to the kernel,
+/// and JSON takes only UTF-8.
 Json encodedText(const std::string& text) {
     if (isPlainText(text)) {
         return text;
@@ -68,7 +68,8 @@ Value required(std::optional<Value> value) {
 }
 
 DiskRecord decode(const FlatObject& json, const DeviceIdentifier& device) {
-    DiskRecord record{device, required(UUID::parse(json.text("uuid"))), required(UUID::parse(json.text("instance")))};
+    DiskRecord record{device, required(UUID::parse(json.text("uuid"))),
+                      required(UUID::parse(json.text("instance")))};
     record.owner = checkedUser(json.number("owner"));
     record.state = required(enumeratorNamed<RecordState>(stateNames, json.text("state")));
     record.kind = required(enumeratorNamed<VolumeKind>(kindNames, json.text("kind")));

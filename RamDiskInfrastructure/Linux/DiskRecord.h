@@ -36,8 +36,8 @@ enum class RecordState {
 };
 
 /// What is remembered of an attached disk, beyond what the kernel shows: one file in a folder that is gone at
-/// reboot, as the disks are. The kernel has the last word: a record whose `uuid` no mount, loop device or folder
-/// shows speaks of nothing.
+/// reboot, as the disks are. The kernel has the last word: a record whose `uuid` no mount, loop device or
+/// folder shows speaks of nothing.
 struct DiskRecord {
     /// The name of the record's file; not stored inside it.
     DeviceIdentifier device;
@@ -55,7 +55,8 @@ struct DiskRecord {
     bool isEncrypted = false;
     /// The number of the loop device, once there is one.
     std::optional<unsigned> loop = std::nullopt;
-    /// Empty until it is chosen. Written before the folder is made, so that a crash in between leaves a trace.
+    /// Empty until it is chosen. Written before the folder is made, so that a crash in between leaves a
+    /// trace.
     std::filesystem::path mountPoint{};
     /// While a renaming moves the mount: where it was before. Empty at all other times.
     std::filesystem::path formerMountPoint{};
@@ -73,7 +74,8 @@ struct DiskRecord {
     /// Tells this disk from others where the kernel numbers no attachments: nobody else draws our identifier.
     [[nodiscard]] std::uint64_t fallbackAttachment() const;
 
-    /// How the kernel shows the volume: the source of its mount, the name of its memory file or of its folder.
+    /// How the kernel shows the volume: the source of its mount, the name of its memory file or of its
+    /// folder.
     [[nodiscard]] std::string volumeTag() const { return std::string(tagPrefix) + uuid.text(); }
     static constexpr std::string_view tagPrefix = "ramdisk-";
 
@@ -86,7 +88,8 @@ struct DiskRecord {
 /// The record as its file holds it: one compact JSON object.
 [[nodiscard]] std::string encodeRecord(const DiskRecord& record);
 
-/// Reads what `encodeRecord` wrote. Absent for anything else, so that a foreign or damaged file is passed over.
+/// Reads what `encodeRecord` wrote. Absent for anything else, so that a foreign or damaged file is passed
+/// over.
 [[nodiscard]] std::optional<DiskRecord> decodeRecord(std::string_view text, const DeviceIdentifier& device);
 
 } // namespace ramdisk

@@ -2,17 +2,18 @@
 
 #include "RamDiskInfrastructure/Linux/SystemCallError.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
-#include <sys/file.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <charconv>
 #include <chrono>
 #include <stdexcept>
 #include <thread>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace ramdisk {
 

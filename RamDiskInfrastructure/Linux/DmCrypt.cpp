@@ -50,7 +50,9 @@ bool kernelHasTarget() {
 
 } // namespace
 
-bool DmCrypt::isSupported() { return findSystemTool("cryptsetup").has_value() && kernelHasTarget(); }
+bool DmCrypt::isSupported() {
+    return findSystemTool("cryptsetup").has_value() && kernelHasTarget();
+}
 
 std::filesystem::path DmCrypt::containerPath(const std::string& name) {
     return std::filesystem::path("/dev/mapper") / name;
@@ -60,8 +62,9 @@ SystemCommand DmCrypt::formatCommand(const std::filesystem::path& device) {
     return {tool,
             {"luksFormat", "--batch-mode", "--type", "luks2",
              // The usual header takes 16 MiB, more than the smallest disk has; one key needs far less.
-             "--luks2-metadata-size", "16k", "--luks2-keyslots-size", "256k", "--cipher", "aes-xts-plain64", "--key-size", "512",
-             "--pbkdf", "pbkdf2", "--pbkdf-force-iterations", leastRounds, "--key-file", "-", device.string()},
+             "--luks2-metadata-size", "16k", "--luks2-keyslots-size", "256k", "--cipher", "aes-xts-plain64",
+             "--key-size", "512", "--pbkdf", "pbkdf2", "--pbkdf-force-iterations", leastRounds, "--key-file",
+             "-", device.string()},
             {},
             limitInSeconds};
 }

@@ -17,8 +17,8 @@ public:
     /// control node proves nothing: containers show it without being let in.
     [[nodiscard]] static bool isSupported();
 
-    /// Makes a container on the device and opens it; a tool that dies half way leaves it closed or open, which
-    /// `close` puts right.
+    /// Makes a container on the device and opens it; a tool that dies half way leaves it closed or open,
+    /// which `close` puts right.
     /// @returns the device of the open container.
     /// @throws CommandFailure, CommandTimeout, std::system_error
     std::filesystem::path makeAndOpen(const std::filesystem::path& device, const std::string& name,
@@ -30,7 +30,8 @@ public:
 
     /// The commands of `makeAndOpen`, without their input.
     [[nodiscard]] static SystemCommand formatCommand(const std::filesystem::path& device);
-    [[nodiscard]] static SystemCommand openCommand(const std::filesystem::path& device, const std::string& name);
+    [[nodiscard]] static SystemCommand openCommand(const std::filesystem::path& device,
+                                                   const std::string& name);
 
     /// Where an open container of this name stands.
     [[nodiscard]] static std::filesystem::path containerPath(const std::string& name);

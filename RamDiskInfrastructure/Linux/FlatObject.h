@@ -9,8 +9,8 @@
 
 namespace ramdisk {
 
-/// The members of a JSON object of texts, numbers and flags, read in one pass. A list of many disks reads many
-/// records, and a tree of nodes for each would cost more than everything else that the list does.
+/// The members of a JSON object of texts, numbers and flags, read in one pass. A list of many disks reads
+/// many records, and a tree of nodes for each would cost more than everything else that the list does.
 ///
 /// A text that JSON cannot hold stands as an object with the one member "bytes", in hexadecimal.
 class FlatObject {

@@ -1,18 +1,19 @@
 #include "RamDiskInfrastructure/Linux/FolderVolume.h"
 
 #include "RamDiskCore/Values/ByteCountFormat.h"
-#include "RamDiskInfrastructure/Linux/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/SmallFile.h"
+#include "RamDiskInfrastructure/Linux/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/VolumeMarkLinux.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
+
+#include <algorithm>
+
+#include <fcntl.h>
 #include <linux/magic.h>
 #include <sys/stat.h>
 #include <sys/statfs.h>
 #include <unistd.h>
-
-#include <algorithm>
 
 namespace ramdisk {
 
@@ -84,7 +85,7 @@ fs::path FolderVolume::outerFolder(const DiskRecord& record) const {
 
 fs::path FolderVolume::innerFolder(const DiskRecord& record) const {
     const auto preferred = preferredMountPoint(record);
-    struct stat status{};
+    struct stat status {};
     if (lstat(preferred.c_str(), &status) == 0) {
         return preferred;
     }
@@ -116,9 +117,7 @@ std::vector<MachineStep> FolderVolume::makingSteps(VolumeInMaking& making) const
         {fmt::format("mkdir {}", outer.string()), [=] { make(outer, 0711); }},
         {fmt::format("mkdir {}", inner.string()), [=] { make(inner, 0755); }},
         {fmt::format("setxattr user.{} on it", VolumeMark::attribute),
-         [&record, inner] {
-             writeVolumeMark(openFolder(inner).get(), record.instance);
-         }},
+         [&record, inner] { writeVolumeMark(openFolder(inner).get(), record.instance); }},
     };
 }
 
@@ -172,7 +171,8 @@ std::optional<ReleaseOutcome> FolderVolume::heldMemory(const DiskRecord& record,
     return outcomeOf(OpenFiles::find(host().proc, {FilesPlace::Folder{outerFolder(record)}}));
 }
 
-std::optional<fs::path> FolderVolume::visibleAt(const DiskRecord& record, const MountTable& /*mounts*/) const {
+std::optional<fs::path> FolderVolume::visibleAt(const DiskRecord& record,
+                                                const MountTable& /*mounts*/) const {
     // Its files are deleted one by one: once that has begun, it must end.
     if (record.state == RecordState::detaching || !isOwnedFolder(record)) {
         return std::nullopt;

@@ -3,13 +3,14 @@
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/Linux/SystemCallError.h"
 
+#include <sodium.h>
+
 #include <array>
 #include <cstring>
 #include <string_view>
 #include <utility>
 
 #include <linux/fscrypt.h>
-#include <sodium.h>
 #include <sys/ioctl.h>
 #include <sys/prctl.h>
 #include <unistd.h>
@@ -49,10 +50,13 @@ struct Key {
 
 /// HMAC with SHA-512 over the parts in turn.
 template <typename... Parts>
-void authenticate(std::string_view secret, std::array<unsigned char, keyBytes>& result, const Parts&... parts) {
+void authenticate(std::string_view secret, std::array<unsigned char, keyBytes>& result,
+                  const Parts&... parts) {
     crypto_auth_hmacsha512_state state;
     crypto_auth_hmacsha512_init(&state, reinterpret_cast<const unsigned char*>(secret.data()), secret.size());
-    (crypto_auth_hmacsha512_update(&state, reinterpret_cast<const unsigned char*>(parts.data()), parts.size()), ...);
+    (crypto_auth_hmacsha512_update(&state, reinterpret_cast<const unsigned char*>(parts.data()),
+                                   parts.size()),
+     ...);
     crypto_auth_hmacsha512_final(&state, result.data());
     sodium_memzero(&state, sizeof state);
 }
@@ -64,7 +68,8 @@ void deriveKey(const VolumePassphrase& passphrase, Key& key) {
     static constexpr std::string_view purpose = "fscrypt master key";
     Key pseudoRandom;
     authenticate(salt, pseudoRandom.bytes, passphrase.value());
-    authenticate({reinterpret_cast<const char*>(pseudoRandom.bytes.data()), keyBytes}, key.bytes, purpose, "\x01"sv);
+    authenticate({reinterpret_cast<const char*>(pseudoRandom.bytes.data()), keyBytes}, key.bytes, purpose,
+                 "\x01"sv);
 }
 
 /// The argument of FS_IOC_ADD_ENCRYPTION_KEY, whose key follows the fixed part.
@@ -129,6 +134,8 @@ void Fscrypt::unlock(int rootDescriptor, int folderDescriptor, const VolumePassp
     }
 }
 
-bool Fscrypt::isSupported(const char* feature) { return access(feature, F_OK) == 0; }
+bool Fscrypt::isSupported(const char* feature) {
+    return access(feature, F_OK) == 0;
+}
 
 } // namespace ramdisk

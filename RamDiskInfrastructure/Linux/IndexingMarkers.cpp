@@ -16,7 +16,7 @@ namespace ramdisk {
 
 void MarkerFileIndexController::set(SearchIndexing indexing, const std::filesystem::path& volume) {
     const auto root = openFolder(volume);
-    struct stat status{};
+    struct stat status {};
     if (fstat(root.get(), &status) != 0) {
         throw SystemCallError("open", volume);
     }
@@ -37,13 +37,14 @@ void MarkerFileIndexController::set(SearchIndexing indexing, const std::filesyst
 }
 
 std::optional<SearchIndexing> MarkerFileIndexController::state(const std::filesystem::path& volume) {
-    struct stat status{};
+    struct stat status {};
     if (lstat(volume.c_str(), &status) != 0) {
         throw SystemCallError("look at", volume);
     }
-    const auto count = std::count_if(indexingMarkers.begin(), indexingMarkers.end(), [&](std::string_view marker) {
-        return lstat((volume / marker).c_str(), &status) == 0;
-    });
+    const auto count =
+        std::count_if(indexingMarkers.begin(), indexingMarkers.end(), [&](std::string_view marker) {
+            return lstat((volume / marker).c_str(), &status) == 0;
+        });
     if (count == 0) {
         return SearchIndexing::on;
     }

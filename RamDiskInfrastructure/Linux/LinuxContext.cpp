@@ -11,7 +11,9 @@ LinuxContext::LinuxContext(LinuxHost aHost)
     : LinuxContext(std::move(aHost), std::make_shared<ProcessCommandRunner>()) {}
 
 LinuxContext::LinuxContext(LinuxHost aHost, std::shared_ptr<CommandRunning> aRunner)
-    : host(std::move(aHost)), runner(std::move(aRunner)), volumes(host, runner) {
+    : host(std::move(aHost)),
+      runner(std::move(aRunner)),
+      volumes(host, runner) {
     for (const auto& folder : host.visibleRecords) {
         stores.emplace_back(folder);
     }

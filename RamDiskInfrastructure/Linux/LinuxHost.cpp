@@ -3,11 +3,6 @@
 #include "RamDiskInfrastructure/Linux/SystemCallError.h"
 
 #include <fmt/format.h>
-#include <linux/capability.h>
-#include <pwd.h>
-#include <sys/stat.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 
 #include <array>
 #include <charconv>
@@ -15,6 +10,12 @@
 #include <fstream>
 #include <stdexcept>
 #include <string>
+
+#include <linux/capability.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 namespace ramdisk {
 

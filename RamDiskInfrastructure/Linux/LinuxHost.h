@@ -1,11 +1,11 @@
 #pragma once
 
-#include <sys/types.h>
-
 #include <filesystem>
 #include <optional>
 #include <string_view>
 #include <vector>
+
+#include <sys/types.h>
 
 namespace ramdisk {
 

@@ -11,7 +11,8 @@ namespace ramdisk {
 /// mounted where desktops and administrators mount media. System mounts such as /proc have no such name.
 class LinuxMountedVolumeListing final : public MountedVolumeListing {
 public:
-    explicit LinuxMountedVolumeListing(std::shared_ptr<const LinuxContext> context) : context_(std::move(context)) {}
+    explicit LinuxMountedVolumeListing(std::shared_ptr<const LinuxContext> context)
+        : context_(std::move(context)) {}
 
     [[nodiscard]] std::set<std::string>
     volumeNames(const std::optional<std::filesystem::path>& excluding) const override;

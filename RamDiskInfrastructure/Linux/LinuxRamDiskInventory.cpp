@@ -19,8 +19,12 @@ RamDisk describeDetaching(const DiskRecord& record) {
 
 } // namespace
 
-std::vector<RamDisk> LinuxRamDiskInventory::list() { return list(Whose::everybodys); }
-std::vector<RamDisk> LinuxRamDiskInventory::listOwn() { return list(Whose::own); }
+std::vector<RamDisk> LinuxRamDiskInventory::list() {
+    return list(Whose::everybodys);
+}
+std::vector<RamDisk> LinuxRamDiskInventory::listOwn() {
+    return list(Whose::own);
+}
 
 std::vector<RamDisk> LinuxRamDiskInventory::list(Whose whose) const {
     try {

@@ -80,7 +80,8 @@ public:
     [[nodiscard]] bool isPristine(const DiskRecord& record) const;
 
     /// Takes the live volume away. `hold` is updated where the record must know more than before.
-    [[nodiscard]] virtual Detached detach(RecordHold& hold, const DiskRecordStore& store, Force force) const = 0;
+    [[nodiscard]] virtual Detached detach(RecordHold& hold, const DiskRecordStore& store,
+                                          Force force) const = 0;
 
     /// What still keeps the memory of a volume that was detached while in use; absent when it is back.
     [[nodiscard]] virtual std::optional<ReleaseOutcome> heldMemory(const DiskRecord& record,
@@ -91,8 +92,8 @@ public:
     [[nodiscard]] virtual std::optional<std::filesystem::path> visibleAt(const DiskRecord& record,
                                                                          const MountTable& mounts) const = 0;
 
-    /// Removes what a volume that is no longer live may have left: its mount folder. Never deletes contents of
-    /// anything but the volume itself.
+    /// Removes what a volume that is no longer live may have left: its mount folder. Never deletes contents
+    /// of anything but the volume itself.
     virtual void removeRemains(const DiskRecord& record) const;
 
 protected:

@@ -3,14 +3,15 @@
 #include "RamDiskCore/Ports/RamDeviceAllocating.h"
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskCore/Values/Text.h"
-#include "RamDiskInfrastructure/Linux/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/SmallFile.h"
+#include "RamDiskInfrastructure/Linux/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/VolumeMarkLinux.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
 
 #include <algorithm>
+
+#include <fcntl.h>
 
 namespace ramdisk {
 

@@ -14,7 +14,8 @@ namespace ramdisk {
 class LinuxVolumeFormatter final : public VolumeFormatting, public VolumeMarking {
 public:
     LinuxVolumeFormatter(std::shared_ptr<const LinuxContext> context, std::shared_ptr<DisksInMaking> making)
-        : context_(std::move(context)), making_(std::move(making)) {}
+        : context_(std::move(context)),
+          making_(std::move(making)) {}
 
     void requireSupport(const RamDiskSpecification& specification) const override;
     [[nodiscard]] std::filesystem::path format(const DeviceIdentifier& device,
@@ -25,7 +26,8 @@ public:
 
 private:
     [[nodiscard]] VolumeKind firstKind(const RamDiskSpecification& specification) const;
-    [[nodiscard]] MachineStep claimNameStep(RecordHold& hold, const RamDiskSpecification& specification) const;
+    [[nodiscard]] MachineStep claimNameStep(RecordHold& hold,
+                                            const RamDiskSpecification& specification) const;
     void claimName(RecordHold& hold, const RamDiskSpecification& specification) const;
     [[nodiscard]] MountFolders::Made makeMountFolder(RecordHold& hold) const;
     void make(RecordHold& hold, const RamDiskSpecification& specification,

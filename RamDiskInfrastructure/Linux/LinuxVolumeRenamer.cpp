@@ -26,10 +26,13 @@ Moved moveMountBetween(const fs::path& from, const MountFolders::Made& to) {
     if (move_mount(AT_FDCWD, from.c_str(), to.folder.get(), "", MOVE_MOUNT_T_EMPTY_PATH) == 0) {
         return Moved::yes;
     }
-    // Below a mount that is shared with other namespaces nothing may be moved; a second mount may be made, and
-    // the first one taken away while nobody stands in it.
+    // Below a mount that is shared with other namespaces nothing may be moved; a second mount may be made,
+    // and the first one taken away while nobody stands in it.
     FileDescriptor second(open_tree(AT_FDCWD, from.c_str(), OPEN_TREE_CLONE | OPEN_TREE_CLOEXEC));
-    if (!second || move_mount(second.get(), "", to.folder.get(), "", MOVE_MOUNT_F_EMPTY_PATH | MOVE_MOUNT_T_EMPTY_PATH) != 0) {
+    if (!second
+        || move_mount(second.get(), "", to.folder.get(), "",
+                      MOVE_MOUNT_F_EMPTY_PATH | MOVE_MOUNT_T_EMPTY_PATH)
+               != 0) {
         return Moved::no;
     }
     // An open descriptor of the mount would keep it busy.
@@ -96,25 +99,27 @@ void LinuxVolumeRenamer::moveMount(RecordHold& hold) const {
         return;
     }
     record.formerMountPoint = former;
-    const auto made = MountFolders(context_->host)
-                          .make(
-                              record.name, record.access,
-                              [&](const fs::path& path) {
-                                  record.mountPoint = path;
-                                  store.update(hold);
-                              },
-                              [&](const fs::path& path) {
-                                  const auto records = store.readAll();
-                                  return std::any_of(records.begin(), records.end(), [&](const DiskRecord& other) {
-                                      return other.uuid != record.uuid && other.mountPoint == path;
-                                  });
-                              });
+    const auto made =
+        MountFolders(context_->host)
+            .make(
+                record.name, record.access,
+                [&](const fs::path& path) {
+                    record.mountPoint = path;
+                    store.update(hold);
+                },
+                [&](const fs::path& path) {
+                    const auto records = store.readAll();
+                    return std::any_of(records.begin(), records.end(), [&](const DiskRecord& other) {
+                        return other.uuid != record.uuid && other.mountPoint == path;
+                    });
+                });
     if (moveMountBetween(former, made) == Moved::yes) {
         MountFolders::remove(former);
     } else {
         MountFolders::remove(made.path);
         record.mountPoint = former;
-        context_->notice(fmt::format("“{}” is in use, so it stays at {} until it is ejected.", record.name, former.string()));
+        context_->notice(fmt::format("“{}” is in use, so it stays at {} until it is ejected.", record.name,
+                                     former.string()));
     }
     record.formerMountPoint.clear();
     store.update(hold);

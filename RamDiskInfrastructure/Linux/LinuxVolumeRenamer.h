@@ -9,9 +9,10 @@ namespace ramdisk {
 
 /// Renames a disk: its record, its label where the format has one, and the folder that it is found at.
 ///
-/// A mount in use can be moved only where the system does not share its mounts with others; elsewhere the disk
-/// takes its new name at once and its folder when it is made again, and the user is told. A process killed on
-/// the way leaves the disk mounted in one of the two places and the record in step after the next listing.
+/// A mount in use can be moved only where the system does not share its mounts with others; elsewhere the
+/// disk takes its new name at once and its folder when it is made again, and the user is told. A process
+/// killed on the way leaves the disk mounted in one of the two places and the record in step after the next
+/// listing.
 class LinuxVolumeRenamer final : public VolumeRenaming {
 public:
     explicit LinuxVolumeRenamer(std::shared_ptr<const LinuxContext> context) : context_(std::move(context)) {}

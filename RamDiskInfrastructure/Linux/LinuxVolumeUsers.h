@@ -12,7 +12,8 @@ namespace ramdisk {
 class LinuxVolumeUsers final : public VolumeUsersListing {
 public:
     LinuxVolumeUsers(std::shared_ptr<CommandRunning> runner, std::filesystem::path proc)
-        : runner_(std::move(runner)), proc_(std::move(proc)) {}
+        : runner_(std::move(runner)),
+          proc_(std::move(proc)) {}
 
     [[nodiscard]] std::vector<VolumeUser> users(const std::filesystem::path& mountPoint) override;
 

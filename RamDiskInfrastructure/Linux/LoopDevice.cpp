@@ -27,7 +27,9 @@ FileDescriptor makeMemoryFile(const std::string& tag, ByteCount size) {
     return file;
 }
 
-std::filesystem::path LoopDevice::pathOf(unsigned number) { return fmt::format("/dev/loop{}", number); }
+std::filesystem::path LoopDevice::pathOf(unsigned number) {
+    return fmt::format("/dev/loop{}", number);
+}
 
 LoopDevice LoopDevice::attach(const FileDescriptor& memory, const std::string& tag, ByteCount capacity) {
     const FileDescriptor control(open("/dev/loop-control", O_RDWR | O_CLOEXEC));
@@ -48,7 +50,8 @@ LoopDevice LoopDevice::attach(const FileDescriptor& memory, const std::string& t
         config.fd = static_cast<__u32>(memory.get());
         config.info.lo_sizelimit = capacity.bytes;
         config.info.lo_flags = LO_FLAGS_AUTOCLEAR;
-        std::memcpy(config.info.lo_file_name, tag.data(), std::min<std::size_t>(tag.size(), LO_NAME_SIZE - 1));
+        std::memcpy(config.info.lo_file_name, tag.data(),
+                    std::min<std::size_t>(tag.size(), LO_NAME_SIZE - 1));
         if (ioctl(device.get(), LOOP_CONFIGURE, &config) == 0) {
             return {static_cast<unsigned>(number), std::move(device)};
         }

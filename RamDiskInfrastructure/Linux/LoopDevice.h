@@ -13,13 +13,15 @@ namespace ramdisk {
 /// @throws SystemCallError
 [[nodiscard]] FileDescriptor makeMemoryFile(const std::string& tag, ByteCount size);
 
-/// A block device upon a file in memory, which the device alone keeps alive. The kernel takes it away when its
-/// last user is gone: this object while the volume is being made, then the mount. A killed process leaves none.
+/// A block device upon a file in memory, which the device alone keeps alive. The kernel takes it away when
+/// its last user is gone: this object while the volume is being made, then the mount. A killed process leaves
+/// none.
 class LoopDevice {
 public:
     /// Puts `capacity` bytes of `memory` behind a free loop device. The rest of the file is room to grow.
     /// @throws SystemCallError
-    [[nodiscard]] static LoopDevice attach(const FileDescriptor& memory, const std::string& tag, ByteCount capacity);
+    [[nodiscard]] static LoopDevice attach(const FileDescriptor& memory, const std::string& tag,
+                                           ByteCount capacity);
 
     [[nodiscard]] unsigned number() const noexcept { return number_; }
     [[nodiscard]] std::filesystem::path path() const { return pathOf(number_); }
@@ -42,8 +44,8 @@ struct LoopDevices {
     /// The device's size; absent when nothing is behind it.
     [[nodiscard]] std::optional<ByteCount> size(unsigned number) const;
 
-    /// As `carries` is false, waiting up to a second: the kernel clears a device a moment after its last user,
-    /// and programs that look at new devices may hold it a little longer.
+    /// As `carries` is false, waiting up to a second: the kernel clears a device a moment after its last
+    /// user, and programs that look at new devices may hold it a little longer.
     [[nodiscard]] bool isReleased(unsigned number, const std::string& tag) const;
 };
 

@@ -13,14 +13,16 @@ namespace {
 constexpr std::size_t longestExtLabel = 16;
 constexpr auto smallDisk = ByteCount::of(64, ByteCount::Unit::mebibyte);
 
-std::vector<std::string> extArguments(const DiskRecord& record, EncryptionMeans encryption, const LinuxHost& host) {
+std::vector<std::string> extArguments(const DiskRecord& record, EncryptionMeans encryption,
+                                      const LinuxHost& host) {
     // The journal is taken from the user's space: as small as the file system allows on a small disk, where
     // only small blocks let it be small.
     const bool isSmall = record.size < smallDisk;
     std::vector<std::string> arguments{
         "-q", "-F", "-m", "0", "-b", isSmall ? "1024" : "4096", "-J", isSmall ? "size=1" : "size=4",
         // Fresh memory is zero, so nothing needs to be written or discarded beforehand.
-        "-E", fmt::format("nodiscard,assume_storage_prezeroed=1,root_owner={}:{}", host.owner, host.ownerGroup)};
+        "-E",
+        fmt::format("nodiscard,assume_storage_prezeroed=1,root_owner={}:{}", host.owner, host.ownerGroup)};
     if (encryption == EncryptionMeans::fscrypt) {
         arguments.insert(arguments.end(), {"-O", "encrypt"});
     }
@@ -83,7 +85,7 @@ std::vector<std::pair<std::string, std::string>> LoopFormat::mountOptions(const 
 bool foldsCase(const DiskRecord& record, EncryptionMeans encryption, const LinuxHost& host) {
     const auto feature = host.sys / "fs/ext4/features/casefold";
     return record.fileSystem == FileSystem::apfs && encryption != EncryptionMeans::fscrypt
-        && access(feature.c_str(), F_OK) == 0;
+           && access(feature.c_str(), F_OK) == 0;
 }
 
 } // namespace ramdisk

@@ -41,7 +41,7 @@ struct LoopFormat {
 
     /// What the mount needs to be told.
     [[nodiscard]] std::vector<std::pair<std::string, std::string>> mountOptions(const DiskRecord& record,
-                                                                               const LinuxHost& host) const;
+                                                                                const LinuxHost& host) const;
 };
 
 /// Whether volumes of this record's format take names that differ only in case for one another here.

@@ -36,7 +36,8 @@ bool liesOn(const MountEntry& entry, unsigned loop, const std::filesystem::path&
     if (entry.device == makedev(loopMajor, loop)) {
         return true;
     }
-    const auto slave = sys / fmt::format("dev/block/{}:{}/slaves/loop{}", major(entry.device), minor(entry.device), loop);
+    const auto slave =
+        sys / fmt::format("dev/block/{}:{}/slaves/loop{}", major(entry.device), minor(entry.device), loop);
     return access(slave.c_str(), F_OK) == 0;
 }
 
@@ -49,7 +50,8 @@ EncryptionMeans availableEncryption() {
     return Fscrypt::isSupported() ? EncryptionMeans::fscrypt : EncryptionMeans::none;
 }
 
-/// What the steps of one making hand to each other. The plan of a making that never happens has only the texts.
+/// What the steps of one making hand to each other. The plan of a making that never happens has only the
+/// texts.
 struct LoopVolume::Making {
     VolumeInMaking& volume;
     LoopFormat format;
@@ -72,11 +74,13 @@ void LoopVolume::requireSupport(const RamDiskSpecification& specification) const
             static_cast<void>(runner_->run({*modprobe, {"-q", format.kernelType}, {}, 30.0}));
         }
         if (!kernelListsFileSystem(format.kernelType, host().proc)) {
-            throwUnsupported(fmt::format("this kernel has no {} file system, which {} needs.", format.kernelType, name));
+            throwUnsupported(
+                fmt::format("this kernel has no {} file system, which {} needs.", format.kernelType, name));
         }
     }
     if (!findSystemTool(format.tool)) {
-        throwUnsupported(fmt::format("{} needs the tool {}, of the package {}.", name, format.tool, format.package));
+        throwUnsupported(
+            fmt::format("{} needs the tool {}, of the package {}.", name, format.tool, format.package));
     }
     if (access("/dev/loop-control", R_OK | W_OK) != 0) {
         throwUnsupported(fmt::format("{} needs loop devices, and /dev/loop-control cannot be opened.", name));
@@ -92,8 +96,8 @@ EncryptionMeans LoopVolume::encryption(const DiskRecord& record) const {
 
 std::vector<MachineStep> LoopVolume::makingSteps(VolumeInMaking& volume) const {
     const auto& record = volume.hold.record;
-    auto making = std::make_shared<Making>(
-        Making{volume, LoopFormat::of(record.fileSystem), encryption(record)});
+    auto making =
+        std::make_shared<Making>(Making{volume, LoopFormat::of(record.fileSystem), encryption(record)});
     auto steps = deviceSteps(making);
     auto more = fileSystemSteps(making);
     std::move(more.begin(), more.end(), std::back_inserter(steps));
@@ -103,13 +107,15 @@ std::vector<MachineStep> LoopVolume::makingSteps(VolumeInMaking& volume) const {
 std::vector<MachineStep> LoopVolume::deviceSteps(const std::shared_ptr<Making>& making) const {
     const auto& record = making->record();
     const auto tag = record.volumeTag();
-    const auto room = std::max(record.size, ProcSystemMemoryProvider(host().proc, host().sys).read().physical);
+    const auto room =
+        std::max(record.size, ProcSystemMemoryProvider(host().proc, host().sys).read().physical);
     std::vector<MachineStep> steps{
         {fmt::format("mkdir {}", preferredMountPoint(record).string()),
          [making] { making->mountFolder = making->volume.makeMountFolder(); }},
         {fmt::format("memfd_create {}, {} bytes, sparse", tag, room.bytes),
          [making, tag, room] { making->memory = makeMemoryFile(tag, room); }},
-        {fmt::format("LOOP_CONFIGURE a free loop device with the first {} bytes of it, autoclear", record.size.bytes),
+        {fmt::format("LOOP_CONFIGURE a free loop device with the first {} bytes of it, autoclear",
+                     record.size.bytes),
          [making, tag] {
              making->loop = LoopDevice::attach(making->memory, tag, making->record().size);
              // The device keeps the memory; a descriptor of ours would keep it beyond the device's end.
@@ -117,15 +123,16 @@ std::vector<MachineStep> LoopVolume::deviceSteps(const std::shared_ptr<Making>& 
              making->device = making->loop->path();
              making->record().loop = making->loop->number();
              making->volume.saveRecord();
-             if (making->record().access == VolumeAccess::onlyMe && chmod(making->device.c_str(), 0600) != 0) {
+             if (making->record().access == VolumeAccess::onlyMe
+                 && chmod(making->device.c_str(), 0600) != 0) {
                  throw SystemCallError("keep private the device", making->device);
              }
          }},
     };
     if (making->encryption == EncryptionMeans::luks) {
         steps.push_back({"cryptsetup luksFormat and open it, the key on standard input", [this, making, tag] {
-                             making->device = DmCrypt(*runner_).makeAndOpen(making->device, tag,
-                                                                            *making->volume.protection.passphrase());
+                             making->device = DmCrypt(*runner_).makeAndOpen(
+                                 making->device, tag, *making->volume.protection.passphrase());
                          }});
     }
     return steps;
@@ -135,8 +142,9 @@ std::vector<MachineStep> LoopVolume::fileSystemSteps(const std::shared_ptr<Makin
     const auto& record = making->record();
     const auto options = making->format.mountOptions(record, host());
     std::vector<MachineStep> steps{
-        {fmt::format("{} {}", making->format.tool,
-                     fmt::join(making->format.arguments(record, making->encryption, "the device", host()), " ")),
+        {fmt::format(
+             "{} {}", making->format.tool,
+             fmt::join(making->format.arguments(record, making->encryption, "the device", host()), " ")),
          [this, making] {
              const auto tool = findSystemTool(making->format.tool).value_or(making->format.tool);
              runner_->runChecked({tool,
@@ -187,7 +195,8 @@ void LoopVolume::prepareRoot(Making& making) const {
 }
 
 bool LoopVolume::isOurs(const DiskRecord& record, const MountEntry& entry) const {
-    return record.loop && liesOn(entry, *record.loop, host().sys) && loops().carries(*record.loop, record.volumeTag());
+    return record.loop && liesOn(entry, *record.loop, host().sys)
+           && loops().carries(*record.loop, record.volumeTag());
 }
 
 bool LoopVolume::isLive(const DiskRecord& record, const MountTable& /*mounts*/) const {
@@ -210,7 +219,8 @@ void LoopVolume::stopWriters(const std::filesystem::path& mountPoint) const {
     LoopVolumeRoot::shutDown(mountPoint);
 }
 
-std::optional<ReleaseOutcome> LoopVolume::heldMemory(const DiskRecord& record, const MountTable& mounts) const {
+std::optional<ReleaseOutcome> LoopVolume::heldMemory(const DiskRecord& record,
+                                                     const MountTable& mounts) const {
     if (const auto others = mountsOf(record, mounts); !others.empty()) {
         return heldByMount(others.front(), record);
     }
@@ -221,7 +231,8 @@ std::optional<ReleaseOutcome> LoopVolume::heldMemory(const DiskRecord& record, c
     const auto device = record.heldDevice != 0 ? record.heldDevice : makedev(loopMajor, *record.loop);
     const auto files = OpenFiles::find(host().proc, {FilesPlace::Device{device}});
     // What keeps it may be out of our sight, such as a process in a container.
-    return ReleaseOutcome{files.users.empty() ? record.heldBytes : files.held.value_or(record.heldBytes), ramdisk::describe(files.users)};
+    return ReleaseOutcome{files.users.empty() ? record.heldBytes : files.held.value_or(record.heldBytes),
+                          ramdisk::describe(files.users)};
 }
 
 void LoopVolume::removeRemains(const DiskRecord& record) const {
@@ -231,6 +242,11 @@ void LoopVolume::removeRemains(const DiskRecord& record) const {
         } catch (const std::exception&) { // NOLINT(bugprone-empty-catch)
             // Still in use, or closing already: what remains is told by the device that it stands on.
         }
+    }
+    if (record.access == VolumeAccess::onlyMe && record.loop
+        && !loops().carries(*record.loop, record.volumeTag())) {
+        // The node outlives the disk and is the next one's, who may want the mode that it usually has.
+        static_cast<void>(chmod(LoopDevice::pathOf(*record.loop).c_str(), 0660));
     }
     LinuxVolume::removeRemains(record);
 }

@@ -20,8 +20,11 @@ using EncryptionProbe = std::function<EncryptionMeans()>;
 /// keeps alive. The file has room for the whole machine's memory, the device shows only the disk's size.
 class LoopVolume final : public MountedLinuxVolume {
 public:
-    LoopVolume(LinuxHost host, std::shared_ptr<CommandRunning> runner, EncryptionProbe probe = availableEncryption)
-        : MountedLinuxVolume(std::move(host)), runner_(std::move(runner)), probe_(std::move(probe)) {}
+    LoopVolume(LinuxHost host, std::shared_ptr<CommandRunning> runner,
+               EncryptionProbe probe = availableEncryption)
+        : MountedLinuxVolume(std::move(host)),
+          runner_(std::move(runner)),
+          probe_(std::move(probe)) {}
 
     void requireSupport(const RamDiskSpecification& specification) const override;
     [[nodiscard]] std::vector<MachineStep> makingSteps(VolumeInMaking& making) const override;

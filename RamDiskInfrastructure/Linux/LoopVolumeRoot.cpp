@@ -26,7 +26,7 @@ constexpr const char* encryptedFolder = "volume";
 } // namespace
 
 void LoopVolumeRoot::freeReservedClusters(const std::filesystem::path& sys) const {
-    struct stat status{};
+    struct stat status {};
     if (fstat(root_.get(), &status) != 0) {
         throw SystemCallError("look at a new volume");
     }
@@ -72,11 +72,13 @@ void LoopVolumeRoot::concealMountPoint() const {
     }
 }
 
-FileDescriptor LoopVolumeRoot::makeEncryptedFolder(const VolumePassphrase& passphrase, const LinuxHost& host) const {
+FileDescriptor LoopVolumeRoot::makeEncryptedFolder(const VolumePassphrase& passphrase,
+                                                   const LinuxHost& host) const {
     if (mkdirat(root_.get(), encryptedFolder, 0700) != 0) {
         throw SystemCallError("make the encrypted folder of a new volume");
     }
-    FileDescriptor folder(openat(root_.get(), encryptedFolder, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    FileDescriptor folder(
+        openat(root_.get(), encryptedFolder, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     if (!folder) {
         throw SystemCallError("open the encrypted folder of a new volume");
     }

@@ -31,14 +31,16 @@ public:
     void setMode(mode_t mode) const;
 
     /// Has the file system note nothing telling as the place of its mount: ext4 writes that in the clear when
-    /// its first file is opened, and the place holds the disk's name. Called while the volume is out of sight.
+    /// its first file is opened, and the place holds the disk's name. Called while the volume is out of
+    /// sight.
     /// @throws SystemCallError
     void concealMountPoint() const;
 
-    /// Makes a folder whose contents are encrypted, to be used as the volume's root: the file system's own root
-    /// cannot be.
+    /// Makes a folder whose contents are encrypted, to be used as the volume's root: the file system's own
+    /// root cannot be.
     /// @throws SystemCallError
-    [[nodiscard]] FileDescriptor makeEncryptedFolder(const VolumePassphrase& passphrase, const LinuxHost& host) const;
+    [[nodiscard]] FileDescriptor makeEncryptedFolder(const VolumePassphrase& passphrase,
+                                                     const LinuxHost& host) const;
 
     /// Sets the label as far as the file system takes it: it is an ornament, the record holds the name.
     static void setLabel(const std::filesystem::path& mountPoint, const std::string& name);

@@ -30,24 +30,27 @@ std::optional<std::uint64_t> numberIn(const std::filesystem::path& file) {
 
 } // namespace
 
-std::optional<std::uint64_t> MediaIDs::identifier(std::string_view blockDevice, const std::filesystem::path& sys) {
+std::optional<std::uint64_t> MediaIDs::identifier(std::string_view blockDevice,
+                                                  const std::filesystem::path& sys) {
     return numberIn(sys / "block" / blockDevice / "diskseq");
 }
 
 std::optional<std::uint64_t> MediaIDs::identifierAt(const std::filesystem::path& location) {
-    struct statx status{};
+    struct statx status {};
     if (statx(AT_FDCWD, location.c_str(), AT_NO_AUTOMOUNT, STATX_TYPE | uniqueMountID, &status) != 0) {
         return std::nullopt;
     }
     // Major number 0 is for file systems without a device.
     if (status.stx_dev_major != 0) {
-        return numberIn(fmt::format("/sys/dev/block/{}:{}/diskseq", status.stx_dev_major, status.stx_dev_minor));
+        return numberIn(
+            fmt::format("/sys/dev/block/{}:{}/diskseq", status.stx_dev_major, status.stx_dev_minor));
     }
-    return (status.stx_mask & uniqueMountID) != 0 ? std::optional<std::uint64_t>(status.stx_mnt_id) : std::nullopt;
+    return (status.stx_mask & uniqueMountID) != 0 ? std::optional<std::uint64_t>(status.stx_mnt_id)
+                                                  : std::nullopt;
 }
 
 std::optional<MountedVolume> MountedVolume::at(const std::filesystem::path& location) {
-    struct stat status{};
+    struct stat status {};
     if (stat(location.c_str(), &status) != 0) {
         return std::nullopt;
     }

@@ -9,7 +9,8 @@ namespace ramdisk {
 
 /// Identifiers of media that are not given out twice, unlike device numbers and names.
 struct MediaIDs {
-    /// The sequence number of a block device such as "loop3", counted up whenever new media are put behind it.
+    /// The sequence number of a block device such as "loop3", counted up whenever new media are put behind
+    /// it.
     [[nodiscard]] static std::optional<std::uint64_t> identifier(std::string_view blockDevice,
                                                                  const std::filesystem::path& sys = "/sys");
 

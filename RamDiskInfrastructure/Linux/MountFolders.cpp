@@ -3,13 +3,14 @@
 #include "RamDiskCore/Values/Text.h"
 #include "RamDiskInfrastructure/Linux/SystemCallError.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
+
+#include <optional>
+
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
-
-#include <optional>
 
 namespace ramdisk {
 

@@ -2,11 +2,11 @@
 
 #include "RamDiskInfrastructure/Linux/SmallFile.h"
 
-#include <sys/sysmacros.h>
-
 #include <algorithm>
 #include <charconv>
 #include <optional>
+
+#include <sys/sysmacros.h>
 
 namespace ramdisk {
 

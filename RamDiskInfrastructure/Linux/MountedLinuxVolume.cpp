@@ -14,7 +14,7 @@
 namespace ramdisk {
 
 std::optional<ByteCount> usedBytes(const std::filesystem::path& mountPoint) {
-    struct statfs volume{};
+    struct statfs volume {};
     if (statfs(mountPoint.c_str(), &volume) != 0) {
         return std::nullopt;
     }
@@ -25,11 +25,14 @@ std::filesystem::path MountedLinuxVolume::preferredMountPoint(const DiskRecord& 
     return MountFolders(host()).preferred(record.name, record.access);
 }
 
-std::optional<ByteCount> MountedLinuxVolume::deviceSize(const DiskRecord& /*record*/) const { return std::nullopt; }
+std::optional<ByteCount> MountedLinuxVolume::deviceSize(const DiskRecord& /*record*/) const {
+    return std::nullopt;
+}
 
 void MountedLinuxVolume::stopWriters(const std::filesystem::path& /*mountPoint*/) const {}
 
-std::vector<MountEntry> MountedLinuxVolume::mountsOf(const DiskRecord& record, const MountTable& mounts) const {
+std::vector<MountEntry> MountedLinuxVolume::mountsOf(const DiskRecord& record,
+                                                     const MountTable& mounts) const {
     std::vector<MountEntry> found;
     std::copy_if(mounts.entries().begin(), mounts.entries().end(), std::back_inserter(found),
                  [&](const MountEntry& entry) { return isOurs(record, entry); });
@@ -66,7 +69,7 @@ RamDisk MountedLinuxVolume::describe(const DiskRecord& record, const MountTable&
     }
     disk.mountPoint = visible;
     disk.attachment = MediaIDs::identifierAt(*visible).value_or(*disk.attachment);
-    struct statfs volume{};
+    struct statfs volume {};
     if (statfs(visible->c_str(), &volume) == 0) {
         const auto block = static_cast<std::uint64_t>(volume.f_bsize);
         const ByteCount total{volume.f_blocks * block};
@@ -81,9 +84,9 @@ Detached MountedLinuxVolume::detach(RecordHold& hold, const DiskRecordStore& sto
     const auto mounts = MountTable::read(host().proc);
     const auto visible = visibleAt(hold.record, mounts);
     if (!visible) {
-        return {Detached::Refused{
-            fmt::format("“{}” does not show the volume: another one is mounted over it.",
-                        hold.record.mountPoint.string())}};
+        return {
+            Detached::Refused{fmt::format("“{}” does not show the volume: another one is mounted over it.",
+                                          hold.record.mountPoint.string())}};
     }
     hold.record.mountPoint = *visible;
     hold.record.heldDevice = mounts.topmostAt(*visible)->device;
@@ -92,7 +95,8 @@ Detached MountedLinuxVolume::detach(RecordHold& hold, const DiskRecordStore& sto
             return {Detached::Refused{SystemCallError("unmount", *visible).what()}};
         }
         if (force == Force::no) {
-            return busy(hold.record, OpenFiles::find(host().proc, {FilesPlace::Device{hold.record.heldDevice}}).users);
+            return busy(hold.record,
+                        OpenFiles::find(host().proc, {FilesPlace::Device{hold.record.heldDevice}}).users);
         }
         // The record must know before the volume is out of sight: afterwards little else tells of its memory.
         hold.record.state = RecordState::detaching;

@@ -16,7 +16,8 @@ public:
                                                                  const MountTable& mounts) const override;
 
 protected:
-    /// Whether the entry is a mount of this record's volume; decided by what only its maker can have put there.
+    /// Whether the entry is a mount of this record's volume; decided by what only its maker can have put
+    /// there.
     [[nodiscard]] virtual bool isOurs(const DiskRecord& record, const MountEntry& entry) const = 0;
 
     /// The format as a listing tells it.

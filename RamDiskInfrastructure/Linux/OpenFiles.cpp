@@ -32,7 +32,8 @@ std::string linkTarget(const fs::path& link) {
 
 bool isBelow(std::string_view path, std::string_view folder) {
     return path.starts_with(folder)
-        && (path.size() == folder.size() || path[folder.size()] == '/' || path.substr(folder.size()) == " (deleted)");
+           && (path.size() == folder.size() || path[folder.size()] == '/'
+               || path.substr(folder.size()) == " (deleted)");
 }
 
 /// Collects the open files of one place.
@@ -67,15 +68,15 @@ public:
 
 private:
     bool isHit(const fs::path& link) {
-        struct stat status{};
+        struct stat status {};
         if (const auto* device = std::get_if<FilesPlace::Device>(&place_.value)) {
             if (stat(link.c_str(), &status) != 0 || status.st_dev != device->number) {
                 return false;
             }
-            struct statfs volume{};
+            struct statfs volume {};
             if (!heldByFileSystem_ && statfs(link.c_str(), &volume) == 0) {
-                heldByFileSystem_ =
-                    ByteCount{(volume.f_blocks - volume.f_bfree) * static_cast<std::uint64_t>(volume.f_bsize)};
+                heldByFileSystem_ = ByteCount{(volume.f_blocks - volume.f_bfree)
+                                              * static_cast<std::uint64_t>(volume.f_bsize)};
             }
             return true;
         }
@@ -98,7 +99,8 @@ private:
             const auto field = fmt::format(" {:02x}:{:02x} ", major(device->number), minor(device->number));
             return text->find(field) != std::string::npos;
         }
-        return text->find(std::get<FilesPlace::Folder>(place_.value).path.native() + "/") != std::string::npos;
+        return text->find(std::get<FilesPlace::Folder>(place_.value).path.native() + "/")
+               != std::string::npos;
     }
 
     const FilesPlace& place_;
@@ -128,8 +130,9 @@ OpenFiles OpenFiles::find(const fs::path& proc, const FilesPlace& place) {
             result.users.push_back({processID, commandName(entry.path())});
         }
     }
-    std::sort(result.users.begin(), result.users.end(),
-              [](const VolumeUser& left, const VolumeUser& right) { return left.processID < right.processID; });
+    std::sort(result.users.begin(), result.users.end(), [](const VolumeUser& left, const VolumeUser& right) {
+        return left.processID < right.processID;
+    });
     result.held = result.users.empty() ? ByteCount{} : search.held();
     return result;
 }

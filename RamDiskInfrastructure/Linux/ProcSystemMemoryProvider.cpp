@@ -50,7 +50,8 @@ MemoryPressureLevel pressureFrom(const std::optional<std::string>& stalls, const
         if (stalledShare(*stalls, "full") >= 5) {
             return MemoryPressureLevel::critical;
         }
-        return stalledShare(*stalls, "some") >= 10 ? MemoryPressureLevel::warning : MemoryPressureLevel::normal;
+        return stalledShare(*stalls, "some") >= 10 ? MemoryPressureLevel::warning
+                                                   : MemoryPressureLevel::normal;
     }
     if (memory.available.bytes < memory.physical.bytes / 20) {
         return MemoryPressureLevel::critical;
@@ -83,8 +84,9 @@ ByteCount heldByZram(const std::filesystem::path& sys) {
 ByteCount installedMemory() {
     const auto pages = sysconf(_SC_PHYS_PAGES);
     const auto pageSize = sysconf(_SC_PAGESIZE);
-    return {pages > 0 && pageSize > 0 ? static_cast<std::uint64_t>(pages) * static_cast<std::uint64_t>(pageSize)
-                                      : 0};
+    return {pages > 0 && pageSize > 0
+                ? static_cast<std::uint64_t>(pages) * static_cast<std::uint64_t>(pageSize)
+                : 0};
 }
 
 } // namespace

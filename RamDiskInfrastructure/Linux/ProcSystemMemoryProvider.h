@@ -9,8 +9,10 @@ namespace ramdisk {
 /// Reads the machine's memory from /proc and /sys.
 class ProcSystemMemoryProvider final : public SystemMemoryProviding {
 public:
-    explicit ProcSystemMemoryProvider(std::filesystem::path proc = "/proc", std::filesystem::path sys = "/sys")
-        : proc_(std::move(proc)), sys_(std::move(sys)) {}
+    explicit ProcSystemMemoryProvider(std::filesystem::path proc = "/proc",
+                                      std::filesystem::path sys = "/sys")
+        : proc_(std::move(proc)),
+          sys_(std::move(sys)) {}
 
     [[nodiscard]] SystemMemory read() const override;
 

@@ -28,8 +28,8 @@ public:
     /// @throws SystemCallError
     void discard(RecordHold hold) const;
 
-    /// As `discard` for a volume that nobody can see, unless something still keeps its memory: then the record
-    /// stays as the trace of it.
+    /// As `discard` for a volume that nobody can see, unless something still keeps its memory: then the
+    /// record stays as the trace of it.
     /// @throws SystemCallError
     void discardUnseen(RecordHold hold, const MountTable& mounts) const;
 

@@ -44,7 +44,8 @@ std::vector<MachineStep> TmpfsVolume::makingSteps(VolumeInMaking& making) const 
     return {
         {fmt::format("mkdir {}", mountPoint),
          [&making, parts] { parts->mountFolder = making.makeMountFolder(); }},
-        {describeMount, [parts, request, interface = interface_] { parts->mount.emplace(request, interface); }},
+        {describeMount,
+         [parts, request, interface = interface_] { parts->mount.emplace(request, interface); }},
         {fmt::format("setxattr user.{} on its root", VolumeMark::attribute),
          [&record, parts] {
              if (parts->mount->root()) {
@@ -64,16 +65,19 @@ std::vector<MachineStep> TmpfsVolume::makingSteps(VolumeInMaking& making) const 
 bool TmpfsVolume::isOurs(const DiskRecord& record, const MountEntry& entry) const {
     // Cheap questions first: a long list asks this of every mount.
     return entry.fileSystem == "tmpfs" && entry.source.starts_with(DiskRecord::tagPrefix)
-        && entry.source == record.volumeTag();
+           && entry.source == record.volumeTag();
 }
 
-std::string TmpfsVolume::fileSystemName(const DiskRecord& /*record*/) const { return "tmpfs"; }
+std::string TmpfsVolume::fileSystemName(const DiskRecord& /*record*/) const {
+    return "tmpfs";
+}
 
 bool TmpfsVolume::isLive(const DiskRecord& record, const MountTable& mounts) const {
     return !mountsOf(record, mounts).empty();
 }
 
-std::optional<ReleaseOutcome> TmpfsVolume::heldMemory(const DiskRecord& record, const MountTable& mounts) const {
+std::optional<ReleaseOutcome> TmpfsVolume::heldMemory(const DiskRecord& record,
+                                                      const MountTable& mounts) const {
     if (const auto others = mountsOf(record, mounts); !others.empty()) {
         return heldByMount(others.front(), record);
     }

@@ -9,7 +9,8 @@ namespace ramdisk {
 class TmpfsVolume final : public MountedLinuxVolume {
 public:
     explicit TmpfsVolume(LinuxHost host, MountInterface interface = MountInterface::descriptors)
-        : MountedLinuxVolume(std::move(host)), interface_(interface) {}
+        : MountedLinuxVolume(std::move(host)),
+          interface_(interface) {}
 
     void requireSupport(const RamDiskSpecification& specification) const override;
     [[nodiscard]] std::vector<MachineStep> makingSteps(VolumeInMaking& making) const override;
@@ -20,7 +21,8 @@ public:
 private:
     [[nodiscard]] bool isOurs(const DiskRecord& record, const MountEntry& entry) const override;
     [[nodiscard]] std::string fileSystemName(const DiskRecord& record) const override;
-    [[nodiscard]] MountRequest request(const DiskRecord& record, const RamDiskSpecification& specification) const;
+    [[nodiscard]] MountRequest request(const DiskRecord& record,
+                                       const RamDiskSpecification& specification) const;
 
     MountInterface interface_;
 };

@@ -12,14 +12,16 @@ namespace ramdisk {
 namespace {
 
 /// Linux lets users set attributes in this namespace only.
-std::string attributeName() { return std::string("user.") + VolumeMark::attribute; }
+std::string attributeName() {
+    return std::string("user.") + VolumeMark::attribute;
+}
 
 } // namespace
 
 void writeVolumeMark(int rootDescriptor, const UUID& instance) {
     const auto text = instance.text();
-    if (fsetxattr(rootDescriptor, attributeName().c_str(), text.data(), text.size(), 0) != 0 && errno != ENOTSUP
-        && errno != EPERM) {
+    if (fsetxattr(rootDescriptor, attributeName().c_str(), text.data(), text.size(), 0) != 0
+        && errno != ENOTSUP && errno != EPERM) {
         throw SystemCallError("mark the volume");
     }
 }

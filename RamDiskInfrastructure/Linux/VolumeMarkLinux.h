@@ -6,8 +6,9 @@
 
 namespace ramdisk {
 
-/// Writes the mark with this identifier onto an open root folder. Where the file system keeps no user attributes
-/// nothing is written: there the disk's record, with the identifier that the kernel shows, is the mark.
+/// Writes the mark with this identifier onto an open root folder. Where the file system keeps no user
+/// attributes nothing is written: there the disk's record, with the identifier that the kernel shows, is the
+/// mark.
 /// @throws SystemCallError for any other failure.
 void writeVolumeMark(int rootDescriptor, const UUID& instance);
 

@@ -2,11 +2,11 @@
 
 #include "RamDiskInfrastructure/MacServices/CoreFoundationValue.h"
 
-#include <CoreFoundation/CoreFoundation.h>
-
 #include <stdexcept>
 #include <utility>
 #include <vector>
+
+#include <CoreFoundation/CoreFoundation.h>
 
 namespace ramdisk {
 

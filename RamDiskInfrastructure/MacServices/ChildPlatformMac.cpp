@@ -1,11 +1,11 @@
 #include "RamDiskInfrastructure/Commands/ChildPlatform.h"
 
+#include <array>
+#include <system_error>
+
 #include <fcntl.h>
 #include <sys/event.h>
 #include <unistd.h>
-
-#include <array>
-#include <system_error>
 
 namespace ramdisk {
 

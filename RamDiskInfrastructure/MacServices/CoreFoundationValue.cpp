@@ -1,8 +1,8 @@
 #include "RamDiskInfrastructure/MacServices/CoreFoundationValue.h"
 
-#include <limits.h>
-
 #include <array>
+
+#include <limits.h>
 
 namespace ramdisk {
 

@@ -1,11 +1,11 @@
 #pragma once
 
-#include <CoreFoundation/CoreFoundation.h>
-
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <utility>
+
+#include <CoreFoundation/CoreFoundation.h>
 
 namespace ramdisk {
 

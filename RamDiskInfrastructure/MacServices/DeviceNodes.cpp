@@ -1,8 +1,8 @@
 #include "RamDiskInfrastructure/MacServices/DeviceNodes.h"
 
-#include <sys/stat.h>
-
 #include <string>
+
+#include <sys/stat.h>
 
 namespace ramdisk {
 

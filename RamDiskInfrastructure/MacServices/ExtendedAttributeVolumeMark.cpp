@@ -1,10 +1,10 @@
 #include "RamDiskInfrastructure/MacServices/ExtendedAttributeVolumeMark.h"
 
-#include <sys/xattr.h>
-
 #include <array>
 #include <cerrno>
 #include <system_error>
+
+#include <sys/xattr.h>
 
 namespace ramdisk {
 

@@ -1,10 +1,10 @@
 #include "RamDiskInfrastructure/MacServices/HomeFolder.h"
 
-#include <pwd.h>
-#include <unistd.h>
-
 #include <cstdlib>
 #include <stdexcept>
+
+#include <pwd.h>
+#include <unistd.h>
 
 namespace ramdisk {
 

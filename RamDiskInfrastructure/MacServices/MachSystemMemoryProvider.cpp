@@ -2,12 +2,12 @@
 
 #include "RamDiskInfrastructure/MacTools/HostMemory.h"
 
+#include <cstdint>
+#include <optional>
+
 #include <mach/mach.h>
 #include <sys/sysctl.h>
 #include <unistd.h>
-
-#include <cstdint>
-#include <optional>
 
 namespace ramdisk {
 

@@ -1,9 +1,9 @@
 #include "RamDiskInfrastructure/MacServices/MediaIDs.h"
 
+#include <type_traits>
+
 #include <CoreFoundation/CoreFoundation.h>
 #include <IOKit/IOKitLib.h>
-
-#include <type_traits>
 
 namespace ramdisk {
 

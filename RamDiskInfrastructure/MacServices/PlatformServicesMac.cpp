@@ -10,6 +10,7 @@
 #include "RamDiskInfrastructure/MacTools/MacAdapters.h"
 #include "RamDiskInfrastructure/PlatformServices.h"
 #include "RamDiskInfrastructure/Secrets/SecureRandomPassphraseGenerator.h"
+#include "RamDiskInfrastructure/Stores/FileProfileRepository.h"
 
 namespace ramdisk {
 
@@ -23,17 +24,19 @@ std::shared_ptr<MediaIdentifying> mediaIDs() {
 } // namespace
 
 RamDiskServices makeRamDiskServices(std::function<void(std::string)> /*notice*/) {
-    return makeMacServices({.runner = std::make_shared<ProcessCommandRunner>(),
-                            .method = RamDeviceAllocator::AttachMethod::diskImages2,
-                            .privateMounts = std::make_shared<PrivateMounts>(
-                                homeFolder() / "Library" / "RamDisks", closeDeviceNodes),
-                            .marks = std::make_shared<ExtendedAttributeVolumeMark>(),
-                            .media = mediaIDs(),
-                            .statistics = std::make_shared<URLVolumeStatistics>(),
-                            .footprints = std::make_shared<ProcessFootprintReader>(),
-                            .memory = std::make_shared<MachSystemMemoryProvider>(),
-                            .volumes = std::make_shared<FileManagerMountedVolumeListing>(),
-                            .passphrases = std::make_shared<SecureRandomPassphraseGenerator>()});
+    return makeMacServices(
+        {.runner = std::make_shared<ProcessCommandRunner>(),
+         .method = RamDeviceAllocator::AttachMethod::diskImages2,
+         .privateMounts =
+             std::make_shared<PrivateMounts>(homeFolder() / "Library" / "RamDisks", closeDeviceNodes),
+         .marks = std::make_shared<ExtendedAttributeVolumeMark>(),
+         .media = mediaIDs(),
+         .statistics = std::make_shared<URLVolumeStatistics>(),
+         .footprints = std::make_shared<ProcessFootprintReader>(),
+         .memory = std::make_shared<MachSystemMemoryProvider>(),
+         .volumes = std::make_shared<FileManagerMountedVolumeListing>(),
+         .passphrases = std::make_shared<SecureRandomPassphraseGenerator>(),
+         .startupDisks = std::make_shared<FileProfileRepository>(applicationSupportFolder())});
 }
 
 } // namespace ramdisk

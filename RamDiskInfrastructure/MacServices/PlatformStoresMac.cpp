@@ -5,8 +5,7 @@
 namespace ramdisk {
 
 PlatformStores makePlatformStores() {
-    return makeStores(homeFolder() / "Library/Application Support/Tavrin RamDisk",
-                      std::make_shared<CFUserDefaults>("com.tavrin.RamDisk"));
+    return makeStores(applicationSupportFolder(), std::make_shared<CFUserDefaults>("com.tavrin.RamDisk"));
 }
 
 } // namespace ramdisk

@@ -1,8 +1,8 @@
 #include "RamDiskInfrastructure/MacTools/DiskUtilVolumeFormatter.h"
 
 #include "RamDiskCore/Values/RamDiskError.h"
-#include "RamDiskInfrastructure/MacTools/AttachedImageListing.h"
 #include "RamDiskInfrastructure/Commands/SecretInput.h"
+#include "RamDiskInfrastructure/MacTools/AttachedImageListing.h"
 #include "RamDiskInfrastructure/MacTools/ToolOutput.h"
 #include "RamDiskInfrastructure/MacTools/ToolPaths.h"
 

@@ -3,11 +3,11 @@
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/Commands/FileDescriptor.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-
 #include <cerrno>
 #include <system_error>
+
+#include <fcntl.h>
+#include <sys/stat.h>
 
 namespace ramdisk {
 

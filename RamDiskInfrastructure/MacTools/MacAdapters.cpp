@@ -20,7 +20,7 @@ RamDiskServices makeMacServices(const MacAdapters& adapters) {
         DiskUtilVolumeFormatter::Ports{adapters.runner, adapters.privateMounts, adapters.marks});
     const auto indexing = std::make_shared<MDUtilIndexController>(adapters.runner);
     RamDiskServices services;
-    services.validationContext = {adapters.memory, adapters.volumes, nullptr};
+    services.validationContext = {adapters.memory, adapters.volumes, adapters.startupDisks};
     services.create = std::make_shared<CreateRamDiskUseCase>(
         CreateRamDiskUseCase::Ports{.allocator = allocator,
                                     .formatter = formatter,
@@ -31,8 +31,8 @@ RamDiskServices makeMacServices(const MacAdapters& adapters) {
                                     .validator = services.validator});
     services.list = std::make_shared<ListRamDisksUseCase>(inventory);
     services.eject = std::make_shared<EjectRamDiskUseCase>(allocator, inventory);
-    services.rename = std::make_shared<RenameRamDiskUseCase>(std::make_shared<DiskUtilVolumeRenamer>(adapters.runner),
-                                                             inventory, services.validationContext);
+    services.rename = std::make_shared<RenameRamDiskUseCase>(
+        std::make_shared<DiskUtilVolumeRenamer>(adapters.runner), inventory, services.validationContext);
     services.indexing = indexing;
     services.memoryOverview = std::make_shared<GetMemoryOverviewUseCase>(adapters.memory, inventory);
     services.volumeUsers = std::make_shared<LsofVolumeUsers>(adapters.runner, toolPaths::lsof);

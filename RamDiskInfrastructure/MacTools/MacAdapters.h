@@ -25,6 +25,8 @@ struct MacAdapters {
     std::shared_ptr<const SystemMemoryProviding> memory;
     std::shared_ptr<const MountedVolumeListing> volumes;
     std::shared_ptr<PassphraseGenerating> passphrases;
+    /// Null where none are kept.
+    std::shared_ptr<const StartupDiskNaming> startupDisks = nullptr;
 };
 
 /// The use cases over those adapters.

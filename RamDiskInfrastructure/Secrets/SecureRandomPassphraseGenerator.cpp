@@ -15,7 +15,8 @@ namespace {
 constexpr std::size_t secretBytes = 32;
 
 std::string base64(const std::string& bytes) {
-    static constexpr std::string_view alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    static constexpr std::string_view alphabet =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
     std::string text;
     // At its final size from the start: a growing string would leave copies of the secret behind.
     text.reserve((bytes.size() + 2) / 3 * 4);

@@ -3,11 +3,11 @@
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Stores/StoredFile.h"
 
-#include <fcntl.h>
-#include <sys/file.h>
-
 #include <algorithm>
 #include <memory>
+
+#include <fcntl.h>
+#include <sys/file.h>
 
 namespace ramdisk {
 

@@ -3,9 +3,10 @@
 #include "RamDiskInfrastructure/Stores/StoredFile.h"
 
 #include <fmt/format.h>
-#include <sys/stat.h>
 
 #include <cstdio>
+
+#include <sys/stat.h>
 
 namespace ramdisk {
 

@@ -4,9 +4,13 @@
 
 namespace ramdisk {
 
-Json toJson(ByteCount value) { return {{"bytes", value.bytes}}; }
+Json toJson(ByteCount value) {
+    return {{"bytes", value.bytes}};
+}
 
-Json toJson(const DeviceIdentifier& value) { return {{"bsdName", value.bsdName()}}; }
+Json toJson(const DeviceIdentifier& value) {
+    return {{"bsdName", value.bsdName()}};
+}
 
 Json toJson(const VolumeUsage& value) {
     return {{"total", toJson(value.total)}, {"available", toJson(value.available)}};
@@ -56,9 +60,9 @@ Json toJson(const RamDiskSpecification& value) {
 }
 
 Json toJson(const SystemMemory& value) {
-    return {{"physical", toJson(value.physical)},     {"available", toJson(value.available)},
-            {"wired", toJson(value.wired)},           {"compressed", toJson(value.compressed)},
-            {"swapUsed", toJson(value.swapUsed)},     {"swapOuts", value.swapOuts},
+    return {{"physical", toJson(value.physical)},  {"available", toJson(value.available)},
+            {"wired", toJson(value.wired)},        {"compressed", toJson(value.compressed)},
+            {"swapUsed", toJson(value.swapUsed)},  {"swapOuts", value.swapOuts},
             {"pressure", rawValue(value.pressure)}};
 }
 
@@ -69,8 +73,12 @@ Json toJson(const MemoryOverview& value) {
             {"usedByRamDisks", toJson(value.usedByRamDisks)}};
 }
 
-Json toJson(const VolumeUser& value) { return {{"processID", value.processID}, {"name", value.name}}; }
+Json toJson(const VolumeUser& value) {
+    return {{"processID", value.processID}, {"name", value.name}};
+}
 
-std::string compactText(const Json& json) { return json.dump(-1, ' ', false, Json::error_handler_t::replace); }
+std::string compactText(const Json& json) {
+    return json.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
 
 } // namespace ramdisk

@@ -1,8 +1,5 @@
 #pragma once
 
-#include <stdlib.h> // NOLINT: mkdtemp
-#include <unistd.h>
-
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -10,6 +7,9 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+
+#include <stdlib.h> // NOLINT: mkdtemp
+#include <unistd.h>
 
 namespace ramdisk::test {
 

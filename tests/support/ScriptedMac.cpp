@@ -6,11 +6,12 @@
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <algorithm>
 #include <fstream>
 #include <system_error>
+
+#include <stdlib.h>
 
 namespace ramdisk::test {
 

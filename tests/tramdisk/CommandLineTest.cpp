@@ -1,10 +1,11 @@
 #include "tests/support/Linux/TestMachine.h"
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
-#include <unistd.h>
 
 #include <cstdlib>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace ramdisk::test {
 namespace {

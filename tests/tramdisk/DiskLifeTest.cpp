@@ -1,17 +1,18 @@
 #include "tests/support/Linux/TestMachine.h"
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
-#include <sys/mount.h>
-#include <sys/statvfs.h>
-#include <sys/xattr.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <csignal>
 #include <set>
 #include <thread>
+
+#include <fcntl.h>
+#include <sys/mount.h>
+#include <sys/statvfs.h>
+#include <sys/xattr.h>
+#include <unistd.h>
 
 namespace ramdisk::test {
 namespace {

@@ -1,13 +1,14 @@
 #include "tests/support/Linux/TestMachine.h"
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
-#include <sys/prctl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <csignal>
 #include <thread>
+
+#include <fcntl.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace ramdisk::test {
 namespace {

@@ -1,6 +1,7 @@
 #include "tests/support/Linux/TestMachine.h"
 
 #include <gmock/gmock.h>
+
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>

@@ -1,13 +1,7 @@
 #include "tests/support/Linux/TestMachine.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
 #include <gmock/gmock.h>
-#include <sys/mount.h>
-#include <sys/stat.h>
-#include <sys/sysmacros.h>
-#include <sys/xattr.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -16,6 +10,13 @@
 #include <fstream>
 #include <sstream>
 #include <thread>
+
+#include <fcntl.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <sys/xattr.h>
+#include <unistd.h>
 
 namespace ramdisk::test {
 namespace {

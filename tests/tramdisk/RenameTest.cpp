@@ -1,16 +1,17 @@
 #include "tests/support/Linux/TestMachine.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
 #include <gmock/gmock.h>
-#include <linux/fs.h>
-#include <sys/ioctl.h>
-#include <sys/mount.h>
-#include <unistd.h>
 
 #include <array>
 #include <csignal>
 #include <thread>
+
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
+#include <sys/mount.h>
+#include <unistd.h>
 
 namespace ramdisk::test {
 namespace {

@@ -2,10 +2,8 @@
 
 #include "RamDiskInfrastructure/Commands/FileDescriptor.h"
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <array>
 #include <atomic>
@@ -15,6 +13,9 @@
 #include <cstdlib>
 #include <system_error>
 #include <thread>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace ramdisk {
 namespace {

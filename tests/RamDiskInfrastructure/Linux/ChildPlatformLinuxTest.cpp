@@ -1,14 +1,15 @@
 #include "RamDiskInfrastructure/Commands/ProcessCommandRunner.h"
 
 #include <gtest/gtest.h>
+
+#include <array>
+#include <thread>
+
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
-
-#include <array>
-#include <thread>
 
 namespace ramdisk {
 namespace {

@@ -3,12 +3,13 @@
 #include "tests/support/Linux/TestMachine.h"
 
 #include <gmock/gmock.h>
-#include <sys/mount.h>
-#include <unistd.h>
 
 #include <csignal>
 #include <regex>
 #include <stdexcept>
+
+#include <sys/mount.h>
+#include <unistd.h>
 
 namespace ramdisk {
 namespace {

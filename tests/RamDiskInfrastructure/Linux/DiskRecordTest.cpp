@@ -2,12 +2,13 @@
 #include "tests/support/Linux/TestMachine.h"
 
 #include <gmock/gmock.h>
-#include <unistd.h>
 
 #include <csignal>
 #include <random>
 #include <set>
 #include <thread>
+
+#include <unistd.h>
 
 namespace ramdisk {
 namespace {

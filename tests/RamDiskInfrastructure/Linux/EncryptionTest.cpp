@@ -9,8 +9,9 @@
 #include "RamDiskInfrastructure/Linux/SystemTools.h"
 #include "tests/support/Linux/TestMachine.h"
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
+
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 

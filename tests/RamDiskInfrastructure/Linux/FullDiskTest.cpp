@@ -2,6 +2,7 @@
 #include "tests/support/ScratchFolder.h"
 
 #include <gtest/gtest.h>
+
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/wait.h>

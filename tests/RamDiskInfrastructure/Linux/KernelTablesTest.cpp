@@ -3,6 +3,7 @@
 #include "tests/support/Linux/TestMachine.h"
 
 #include <gtest/gtest.h>
+
 #include <sys/sysmacros.h>
 
 namespace ramdisk {

@@ -5,10 +5,11 @@
 #include "tests/support/ScratchFolder.h"
 
 #include <gmock/gmock.h>
-#include <sys/stat.h>
 
 #include <atomic>
 #include <map>
+
+#include <sys/stat.h>
 
 namespace ramdisk::test {
 namespace {

@@ -7,6 +7,7 @@
 #include "tests/support/ScratchFolder.h"
 
 #include <gmock/gmock.h>
+
 #include <sys/stat.h>
 
 namespace ramdisk::test {

@@ -117,8 +117,9 @@ TEST(RecordJSON, RefusesWhatCannotBeMeant) {
              {"}]", "}"}}) {
         EXPECT_FALSE(decodeList<RamDiskProfile>(replaced(std::string(profileText), from, to))) << to;
     }
-    for (const std::string_view target : {"{}", "[]", R"({"npmCache":{},"xcodeDerivedData":{}})",
-                                     R"({"npmCache":1})", R"({"cache":{"_0":"yarn"}})", R"({"folder":{}})"}) {
+    for (const std::string_view target :
+         {"{}", "[]", R"({"npmCache":{},"xcodeDerivedData":{}})", R"({"npmCache":1})",
+          R"({"cache":{"_0":"yarn"}})", R"({"folder":{}})"}) {
         EXPECT_THROW(static_cast<void>(redirectTargetFrom(Json::parse(target))), DecodingError) << target;
     }
 }

@@ -4,12 +4,13 @@
 #include "tests/support/ScratchFolder.h"
 
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/wait.h>
 
 #include <algorithm>
 #include <random>
 #include <set>
+
+#include <signal.h>
+#include <sys/wait.h>
 
 namespace ramdisk::test {
 namespace {

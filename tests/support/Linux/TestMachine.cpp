@@ -1,13 +1,5 @@
 #include "tests/support/Linux/TestMachine.h"
 
-#include <fcntl.h>
-#include <grp.h>
-#include <sched.h>
-#include <sys/mman.h>
-#include <sys/mount.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
 #include <cstdlib>
@@ -17,6 +9,14 @@
 #include <set>
 #include <sstream>
 #include <stdexcept>
+
+#include <fcntl.h>
+#include <grp.h>
+#include <sched.h>
+#include <sys/mman.h>
+#include <sys/mount.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace ramdisk::test {
 
@@ -217,6 +217,7 @@ LinuxHost TestMachine::host(HostRung rung) const {
     host.publicMounts = {media()};
     host.privateMounts = privateMounts();
     host.home = folder_ / "home";
+    host.applicationSupport = folder_ / "home/data/Tavrin RamDisk";
     host.isIsolated = true;
     return host;
 }

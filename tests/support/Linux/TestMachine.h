@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
-#include <sys/types.h>
 
 #include <chrono>
 #include <filesystem>
@@ -16,6 +15,8 @@
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include <sys/types.h>
 
 namespace ramdisk::test {
 

@@ -2,14 +2,12 @@
 
 #include "RamDiskCore/Ports/RamDeviceAllocating.h"
 #include "RamDiskCore/Values/RamDiskError.h"
-#include "RamDiskCore/Values/Text.h"
+#include "RamDiskInfrastructure/Linux/DiskPlaces.h"
 #include "RamDiskInfrastructure/Linux/SmallFile.h"
 #include "RamDiskInfrastructure/Linux/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/VolumeMarkLinux.h"
 
 #include <fmt/format.h>
-
-#include <algorithm>
 
 #include <fcntl.h>
 
@@ -35,13 +33,7 @@ void LinuxVolumeFormatter::claimName(RecordHold& hold, const RamDiskSpecificatio
     const auto& store = context_->ownStore();
     const auto lock = store.lockNames();
     // Validation saw the machine some time ago; from here on nobody else can take the name.
-    for (const auto& other : store.readAll()) {
-        if (other.uuid != hold.record.uuid && other.state != RecordState::detaching
-            && namesEqual(other.name, specification.name)) {
-            throw RamDiskError(RamDiskError::InvalidSpecification{
-                {ValidationIssue{ValidationIssue::NameInUse{specification.name}}}});
-        }
-    }
+    requireFreeName(store, hold.record, specification.name);
     hold.record.name = specification.name;
     hold.record.fileSystem = specification.fileSystem;
     hold.record.access = specification.access;
@@ -53,30 +45,14 @@ void LinuxVolumeFormatter::claimName(RecordHold& hold, const RamDiskSpecificatio
     store.update(hold);
 }
 
-MountFolders::Made LinuxVolumeFormatter::makeMountFolder(RecordHold& hold) const {
-    const auto& store = context_->ownStore();
-    const auto lock = store.lockNames();
-    return MountFolders(context_->host)
-        .make(
-            hold.record.name, hold.record.access,
-            [&](const std::filesystem::path& path) {
-                if (hold.record.mountPoint != path) {
-                    hold.record.mountPoint = path;
-                    store.update(hold);
-                }
-            },
-            [&](const std::filesystem::path& path) {
-                const auto records = store.readAll();
-                return std::any_of(records.begin(), records.end(), [&](const DiskRecord& other) {
-                    return other.uuid != hold.record.uuid && other.mountPoint == path;
-                });
-            });
-}
-
 void LinuxVolumeFormatter::make(RecordHold& hold, const RamDiskSpecification& specification,
                                 const VolumeProtection& protection) const {
-    VolumeInMaking making{hold, specification, protection, [&] { context_->ownStore().update(hold); },
-                          [&] { return makeMountFolder(hold); }};
+    const auto& store = context_->ownStore();
+    const auto makeFolder = [&] {
+        const auto lock = store.lockNames();
+        return makeMountFolder(context_->host, store, hold);
+    };
+    VolumeInMaking making{hold, specification, protection, [&] { store.update(hold); }, makeFolder};
     perform(context_->volumes.of(hold.record.kind).makingSteps(making), context_->observer);
 }
 

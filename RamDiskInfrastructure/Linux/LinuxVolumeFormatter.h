@@ -29,7 +29,6 @@ private:
     [[nodiscard]] MachineStep claimNameStep(RecordHold& hold,
                                             const RamDiskSpecification& specification) const;
     void claimName(RecordHold& hold, const RamDiskSpecification& specification) const;
-    [[nodiscard]] MountFolders::Made makeMountFolder(RecordHold& hold) const;
     void make(RecordHold& hold, const RamDiskSpecification& specification,
               const VolumeProtection& protection) const;
     void fallBackToFolder(RecordHold& hold, const RamDiskSpecification& specification) const;

@@ -1,13 +1,12 @@
 #include "RamDiskInfrastructure/Linux/LinuxVolumeRenamer.h"
 
 #include "RamDiskCore/Values/RamDiskError.h"
-#include "RamDiskCore/Values/Text.h"
+#include "RamDiskInfrastructure/Linux/DiskPlaces.h"
 #include "RamDiskInfrastructure/Linux/LoopVolumeRoot.h"
 #include "RamDiskInfrastructure/Linux/SystemCallError.h"
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <cstdio>
 
 #include <fcntl.h>
@@ -72,22 +71,16 @@ void LinuxVolumeRenamer::rename(const RamDisk& volume, const std::string& newNam
 void LinuxVolumeRenamer::renameHeld(RecordHold& hold, const std::string& newName) const {
     const auto& store = context_->storeOf(hold.record);
     const auto lock = store.lockNames();
-    for (const auto& other : store.readAll()) {
-        if (other.uuid != hold.record.uuid && other.state != RecordState::detaching
-            && namesEqual(other.name, newName)) {
-            throw RamDiskError(
-                RamDiskError::InvalidSpecification{{ValidationIssue{ValidationIssue::NameInUse{newName}}}});
-        }
-    }
+    requireFreeName(store, hold.record, newName);
     hold.record.name = newName;
     if (hold.record.kind == VolumeKind::folder) {
         moveFolder(hold);
         return;
     }
+    moveMount(hold);
     if (hold.record.kind == VolumeKind::loop && !hold.record.isEncrypted) {
         LoopVolumeRoot::setLabel(hold.record.mountPoint, newName);
     }
-    moveMount(hold);
 }
 
 void LinuxVolumeRenamer::moveMount(RecordHold& hold) const {
@@ -99,20 +92,7 @@ void LinuxVolumeRenamer::moveMount(RecordHold& hold) const {
         return;
     }
     record.formerMountPoint = former;
-    const auto made =
-        MountFolders(context_->host)
-            .make(
-                record.name, record.access,
-                [&](const fs::path& path) {
-                    record.mountPoint = path;
-                    store.update(hold);
-                },
-                [&](const fs::path& path) {
-                    const auto records = store.readAll();
-                    return std::any_of(records.begin(), records.end(), [&](const DiskRecord& other) {
-                        return other.uuid != record.uuid && other.mountPoint == path;
-                    });
-                });
+    const auto made = makeMountFolder(context_->host, store, hold);
     if (moveMountBetween(former, made) == Moved::yes) {
         MountFolders::remove(former);
     } else {

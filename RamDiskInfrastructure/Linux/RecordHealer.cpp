@@ -1,5 +1,7 @@
 #include "RamDiskInfrastructure/Linux/RecordHealer.h"
 
+#include "RamDiskInfrastructure/Linux/DiskPlaces.h"
+
 #include <algorithm>
 #include <utility>
 
@@ -138,17 +140,11 @@ void RecordHealer::discard(RecordHold hold) const {
 
 void RecordHealer::removeRemains(const DiskRecord& record) const {
     // So that nobody makes the folder anew between the look and the removal.
-    const auto lock = context_.storeOf(record).lockNames();
-    if (!isMountPointOfAnother(record)) {
+    const auto& store = context_.storeOf(record);
+    const auto lock = store.lockNames();
+    if (!isMountPointOfAnother(store, record, record.mountPoint)) {
         context_.volumes.of(record.kind).removeRemains(record);
     }
-}
-
-bool RecordHealer::isMountPointOfAnother(const DiskRecord& record) const {
-    const auto records = context_.storeOf(record).readAll();
-    return std::any_of(records.begin(), records.end(), [&record](const DiskRecord& other) {
-        return other.uuid != record.uuid && other.mountPoint == record.mountPoint;
-    });
 }
 
 } // namespace ramdisk

@@ -37,7 +37,6 @@ private:
     void healHeld(RecordHold hold) const;
     void healSettled(RecordHold hold, const MountTable& mounts) const;
     void finishRenaming(RecordHold hold, const MountTable& mounts) const;
-    [[nodiscard]] bool isMountPointOfAnother(const DiskRecord& record) const;
 
     const LinuxContext& context_;
 };

@@ -4,7 +4,8 @@ repository=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 script=$(basename "$0")
 
 build_packages=(g++ cmake ninja-build ccache mold pkg-config
-    nlohmann-json3-dev libfmt-dev libcli11-dev libutf8proc-dev libplist-dev libsodium-dev)
+    nlohmann-json3-dev libfmt-dev libcli11-dev libutf8proc-dev libplist-dev libsodium-dev
+    libxxhash-dev libsecret-1-dev libsystemd-dev)
 # What the tools call when they run.
 runtime_packages=(e2fsprogs lsof)
 test_packages=(libgtest-dev libgmock-dev)

@@ -1,0 +1,93 @@
+#pragma once
+
+#include "RamDiskCore/Ports/TransferProgress.h"
+#include "RamDiskCore/Startup/SavedContents.h"
+#include "RamDiskCore/Values/RamDisk.h"
+#include "RamDiskCore/Values/VolumeProtection.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <vector>
+
+namespace ramdisk {
+
+/// Whether a copy is read back and compared before it counts.
+enum class Verification { no, yes };
+
+/// What became of a save that did not fail.
+enum class SaveOutcome {
+    saved,
+    /// The latest copy holds exactly what is on the disk, and was left as it is.
+    nothingChanged,
+};
+
+/// What a restore does with what is on the disk.
+enum class RestoreMode {
+    /// It stays, except for what the copy holds under the same name.
+    fill,
+    /// Everything on the disk is replaced by the copy.
+    replace,
+};
+
+struct SaveRequest {
+    /// The disk to save, mounted.
+    RamDisk disk;
+    SavedCopyFiles files;
+    /// How many copies are kept besides the latest.
+    std::uint32_t previousCopies = 0;
+    /// What guards the image.
+    VolumeProtection protection{};
+    Verification verification = Verification::no;
+};
+
+struct RestoreRequest {
+    /// The latest copy or an earlier one.
+    std::filesystem::path image;
+    SavedCopyFiles files;
+    /// The disk to fill, mounted.
+    RamDisk disk;
+    VolumeProtection protection{};
+    RestoreMode mode = RestoreMode::fill;
+};
+
+/// Saves the files of disks into images and puts them back.
+///
+/// An image is never changed in place: a save that fails, or whose process dies at any point, leaves the
+/// latest copy and the earlier ones as they were, and what it left behind besides is removed by the next
+/// operation on the same files. Two operations on the same files at a time are the caller's to prevent,
+/// across processes; operations on different ones are independent.
+class ContentArchiving {
+public:
+    ContentArchiving() = default;
+    ContentArchiving(const ContentArchiving&) = delete;
+    ContentArchiving& operator=(const ContentArchiving&) = delete;
+    virtual ~ContentArchiving() = default;
+
+    /// Makes the files on the disk the latest copy. When it returns, the copy is on the system disk and
+    /// survives a power cut; the former latest is kept as an earlier copy as long as `previousCopies` says.
+    /// @throws RamDiskError `filesKeptChanging`, `diskEjected`, `incorrectPassphrase`,
+    ///         `contentsTransferFailed`, all with the copies as they were.
+    virtual SaveOutcome save(const SaveRequest& request, const ProgressObserver& observer) = 0;
+
+    /// Puts the files of a copy onto the disk. An earlier copy takes the place of the latest afterwards, and
+    /// the latest becomes an earlier one.
+    /// @throws RamDiskError `imageEjected`, `imageUnreadable`, `imageOpenAlready`, `imageStateUnknown`,
+    ///         `incorrectPassphrase`, `namesMerged`, `contentsTransferFailed`. The image is as it was; on the
+    ///         disk is what was copied so far.
+    virtual RestoredVolume restore(const RestoreRequest& request, const ProgressObserver& observer) = 0;
+
+    /// The copies, the latest first, then from the newest to the oldest. Empty when nothing was saved.
+    /// @throws std::exception when the folder cannot be read.
+    [[nodiscard]] virtual std::vector<SavedCopy> copies(const SavedCopyFiles& files) = 0;
+
+    /// What the volume in an image holds.
+    /// @throws RamDiskError as `restore`.
+    [[nodiscard]] virtual SavedVolume describe(const std::filesystem::path& image,
+                                               const VolumeProtection& protection) = 0;
+
+    /// Deletes the latest copy, the earlier ones and everything else that was made beside them.
+    /// @throws std::exception when some of it stays.
+    virtual void remove(const SavedCopyFiles& files) = 0;
+};
+
+} // namespace ramdisk

@@ -1,0 +1,37 @@
+#pragma once
+
+#include "RamDiskCore/Values/VolumePassphrase.h"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace ramdisk {
+
+/// Keeps passphrases where only the user can read them. An account is the name under which one is kept.
+class SecretStoring {
+public:
+    SecretStoring() = default;
+    SecretStoring(const SecretStoring&) = delete;
+    SecretStoring& operator=(const SecretStoring&) = delete;
+    virtual ~SecretStoring() = default;
+
+    /// Absent only when the store was asked and has none: a store that is locked, silent or missing is an
+    /// error, so that nobody takes a secret that could not be read for one that is not there.
+    /// @throws std::exception
+    [[nodiscard]] virtual std::optional<VolumePassphrase> read(const std::string& account) = 0;
+
+    /// Keeps `secret`, in place of a former one. When it returns the secret is kept for good.
+    /// @throws std::exception with the former secret still kept.
+    virtual void store(const std::string& account, const VolumePassphrase& secret) = 0;
+
+    /// Forgets the secret; that there is none is no failure.
+    /// @throws std::exception
+    virtual void remove(const std::string& account) = 0;
+
+    /// Every account that has a secret.
+    /// @throws std::exception
+    [[nodiscard]] virtual std::vector<std::string> accounts() = 0;
+};
+
+} // namespace ramdisk

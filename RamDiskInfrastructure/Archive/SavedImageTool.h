@@ -1,0 +1,90 @@
+#pragma once
+
+#include "RamDiskCore/Ports/ContentArchiving.h"
+
+#include <filesystem>
+#include <memory>
+
+namespace ramdisk {
+
+/// A disk's volume that is being saved. While it lives, the volume may count as in use.
+class SaveSource {
+public:
+    enum class Status { unchanged, changed };
+
+    SaveSource() = default;
+    SaveSource(const SaveSource&) = delete;
+    SaveSource& operator=(const SaveSource&) = delete;
+    virtual ~SaveSource() = default;
+
+    /// Takes the status of every item on the volume and compares it with the one taken before, if there is
+    /// one: `changed` the first time.
+    /// @throws std::exception when the volume cannot be read.
+    virtual Status takeStatus(const ProgressObserver& observer) = 0;
+
+    /// Whether the volume is still mounted where it was.
+    [[nodiscard]] virtual bool isPresent() const = 0;
+};
+
+/// A new image that is being filled. Destroyed before `close`, it is closed by force; its file is the
+/// caller's to delete.
+class PartialImage {
+public:
+    PartialImage() = default;
+    PartialImage(const PartialImage&) = delete;
+    PartialImage& operator=(const PartialImage&) = delete;
+    virtual ~PartialImage() = default;
+
+    /// Makes the image hold what the source held when its last status was taken. Called again after a later
+    /// status, it brings the image up to it.
+    /// @throws std::exception
+    virtual void fill(SaveSource& source, const ProgressObserver& observer) = 0;
+
+    /// Closes the image. When it returns, the image's file is whole and on the system disk.
+    /// @throws std::exception
+    virtual void close() = 0;
+};
+
+/// The platform's half of saving: what images are, and how they are opened and filled. When a copy counts,
+/// what it is called and how long it is kept is `SavedContentsArchiver`'s.
+class SavedImageTool {
+public:
+    SavedImageTool() = default;
+    SavedImageTool(const SavedImageTool&) = delete;
+    SavedImageTool& operator=(const SavedImageTool&) = delete;
+    virtual ~SavedImageTool() = default;
+
+    /// How often a copy is brought up to what changed meanwhile before the save gives up.
+    [[nodiscard]] virtual int rounds() const noexcept = 0;
+
+    /// @throws RamDiskError `diskEjected` when the volume is not mounted; std::exception
+    [[nodiscard]] virtual std::unique_ptr<SaveSource> openSource(const SaveRequest& request) = 0;
+
+    /// Whether the image at `request.files.latest` holds exactly what the source's last status says. When in
+    /// doubt it does not.
+    [[nodiscard]] virtual bool isUpToDate(const SaveRequest& request, SaveSource& source) = 0;
+
+    /// Makes the image file at `partial`, possibly from an earlier copy, and opens it.
+    /// @throws std::exception; a file that is there then is the caller's to delete.
+    [[nodiscard]] virtual std::unique_ptr<PartialImage>
+    begin(const std::filesystem::path& partial, const SaveRequest& request, SaveSource& source) = 0;
+
+    /// Reads a closed image back and compares everything in it with what was saved.
+    /// @throws RamDiskError `contentsTransferFailed` telling what differs; std::exception
+    virtual void verify(const std::filesystem::path& image, const VolumeProtection& protection) = 0;
+
+    /// Gives up a copy that is no longer kept; the tool may use its file as the start of the next one, under
+    /// a name for which `isSpare` is true. Never throws: what cannot be removed stays for the next time.
+    virtual void retire(const std::filesystem::path& image, const SavedCopyFiles& files) noexcept = 0;
+
+    /// Copies what is in the image onto the disk. @returns whether the image could be closed.
+    /// @throws as `ContentArchiving::restore`.
+    enum class Closing { closed, leftOpen };
+    virtual Closing restore(const RestoreRequest& request, const ProgressObserver& observer) = 0;
+
+    /// @throws as `ContentArchiving::describe`.
+    [[nodiscard]] virtual SavedVolume describe(const std::filesystem::path& image,
+                                               const VolumeProtection& protection) = 0;
+};
+
+} // namespace ramdisk

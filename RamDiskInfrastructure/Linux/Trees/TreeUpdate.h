@@ -1,0 +1,29 @@
+#pragma once
+
+#include "RamDiskInfrastructure/Linux/Trees/TreeManifest.h"
+
+namespace ramdisk {
+
+/// What happens to items of the target that the source does not have.
+enum class Extras { keep, remove };
+
+/// Makes one tree the same as another, writing what differs and nothing else: contents, modes, owners, times,
+/// hard links, symbolic links, extended attributes, ACLs, holes, FIFOs and the root's own metadata. No link
+/// is followed out of either tree, whoever changes them meanwhile.
+struct TreeUpdate {
+    /// The open root folder of the tree to copy, and what it holds.
+    const FileDescriptor& source;
+    const TreeManifest& sourceManifest;
+    /// The open root folder of the tree to change, and what it holds now; an empty manifest for an empty
+    /// folder.
+    const FileDescriptor& target;
+    const TreeManifest& targetManifest;
+    Extras extras = Extras::remove;
+
+    /// Changes the target. An item of the source that vanished since its manifest was made is left out.
+    /// @throws RamDiskError `namesMerged` when the target took two names for one; SystemCallError naming the
+    ///         item; the target is then half changed.
+    void perform(const ProgressObserver& observer) const;
+};
+
+} // namespace ramdisk

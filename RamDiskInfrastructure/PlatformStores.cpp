@@ -16,6 +16,7 @@ PlatformStores makeStores(const std::filesystem::path& applicationSupport,
                           std::shared_ptr<UserDefaultsStoring> defaults) {
     const auto tasks = std::make_shared<TaskPool>();
     PlatformStores stores;
+    stores.applicationSupport = applicationSupport;
     stores.preferences = std::make_shared<PreferencesDefaults>(defaults);
     stores.diskOrder = std::make_shared<UserDefaultsDiskOrderStore>(defaults);
     stores.profiles = std::make_shared<FileProfileRepository>(applicationSupport, defaults);

@@ -16,6 +16,8 @@ namespace ramdisk {
 
 /// Everything that is kept between launches. Making it opens no file and starts no thread.
 struct PlatformStores {
+    /// The folder that most of it lies in.
+    std::filesystem::path applicationSupport;
     std::shared_ptr<UserDefaultsStoring> defaults;
     std::shared_ptr<PreferencesStoring> preferences;
     std::shared_ptr<DiskOrderStoring> diskOrder;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "RamDiskCore/Disks/RamDiskServices.h"
+#include "RamDiskCore/Startup/RamDiskSessionServices.h"
 #include "RamDiskInfrastructure/PlatformStores.h"
 #include "tramdisk/Console.h"
 #include "tramdisk/Invocation.h"
@@ -10,6 +10,7 @@ namespace ramdisk::cli {
 /// What every subcommand works with.
 struct CommandContext {
     const RamDiskServices& services;
+    const RamDiskSessionServices& session;
     const PlatformStores& stores;
     const Console& console;
 };
@@ -27,6 +28,22 @@ ExitStatus run(const EjectInvocation& invocation, const CommandContext& context)
 ExitStatus run(const RenameInvocation& invocation, const CommandContext& context);
 ExitStatus run(const ConfigureInvocation& invocation, const CommandContext& context);
 ExitStatus run(const MemoryInvocation& invocation, const CommandContext& context);
+ExitStatus run(const StartupListInvocation& invocation, const CommandContext& context);
+ExitStatus run(const StartupAddInvocation& invocation, const CommandContext& context);
+ExitStatus run(const StartupRemoveInvocation& invocation, const CommandContext& context);
+ExitStatus run(const StartupCreateInvocation& invocation, const CommandContext& context);
+ExitStatus run(const SaveInvocation& invocation, const CommandContext& context);
+ExitStatus run(const CopiesInvocation& invocation, const CommandContext& context);
+ExitStatus run(const LoadInvocation& invocation, const CommandContext& context);
+ExitStatus run(const SessionRunInvocation& invocation, const CommandContext& context);
+ExitStatus run(const SessionStatusInvocation& invocation, const CommandContext& context);
+ExitStatus run(const RedirectsListInvocation& invocation, const CommandContext& context);
+ExitStatus run(const RedirectsAddInvocation& invocation, const CommandContext& context);
+ExitStatus run(const RedirectsRemoveInvocation& invocation, const CommandContext& context);
+ExitStatus run(const RedirectsRepairInvocation& invocation, const CommandContext& context);
+ExitStatus run(const TemplatesListInvocation& invocation, const CommandContext& context);
+ExitStatus run(const TemplatesSaveInvocation& invocation, const CommandContext& context);
+ExitStatus run(const TemplatesRemoveInvocation& invocation, const CommandContext& context);
 ExitStatus run(const SettingsListInvocation& invocation, const CommandContext& context);
 ExitStatus run(const SettingsGetInvocation& invocation, const CommandContext& context);
 ExitStatus run(const SettingsSetInvocation& invocation, const CommandContext& context);

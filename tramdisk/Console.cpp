@@ -75,6 +75,18 @@ Console::Console(const GlobalOptions& options)
     : options_(options),
       hasColor_(!options.noColor && std::getenv("NO_COLOR") == nullptr && isatty(STDOUT_FILENO) != 0) {}
 
+std::optional<bool> Console::ask(std::string_view question) {
+    if (isatty(STDIN_FILENO) == 0 || isatty(STDERR_FILENO) == 0) {
+        return std::nullopt;
+    }
+    fmt::print(stderr, "{} [y/N] ", printable(question));
+    std::string answer;
+    for (int character = std::getchar(); character != EOF && character != '\n'; character = std::getchar()) {
+        answer += static_cast<char>(character);
+    }
+    return answer == "y" || answer == "Y" || answer == "yes";
+}
+
 void Console::print(std::string_view text) const {
     write(stdout, text);
 }

@@ -2,6 +2,7 @@
 
 #include "tramdisk/Invocation.h"
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -14,6 +15,10 @@ public:
     explicit Console(const GlobalOptions& options);
 
     [[nodiscard]] bool wantsJSON() const noexcept { return options_.json; }
+    [[nodiscard]] const GlobalOptions& options() const noexcept { return options_; }
+
+    /// Asks a question on the terminal; only "y" and "yes" mean yes. Absent when nobody is there to answer.
+    [[nodiscard]] static std::optional<bool> ask(std::string_view question);
 
     /// A result that was asked for.
     void print(std::string_view text) const;

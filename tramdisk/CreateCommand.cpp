@@ -1,8 +1,11 @@
 #include "RamDiskCore/Values/ByteCountFormat.h"
 #include "RamDiskInfrastructure/Stores/ValueJSON.h"
 #include "RamDiskUI/ErrorText.h"
+#include "RamDiskUI/SessionText.h"
 #include "tramdisk/Commands.h"
-#include "tramdisk/SpecificationDefaults.h"
+#include "tramdisk/RedirectTargetText.h"
+#include "tramdisk/SessionJSON.h"
+#include "tramdisk/SetupDefaults.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -37,20 +40,43 @@ bool isOnlyNameInUse(const RamDiskError& error) {
 }
 
 /// A name that we suggested may be gone by the time it is taken; then the next free one is suggested.
-CreateRamDiskResult createDisk(const SpecificationOptions& options, const CommandContext& context) {
+RamDiskSetupResult createDisk(const CreateInvocation& invocation, const CommandContext& context) {
     for (int attempt = 0;; ++attempt) {
         try {
-            return context.services.create->execute(specificationFrom(options, context));
+            return context.session.setUp->execute(
+                setupFrom(invocation.setup, invocation.templateTitle, context));
         } catch (const RamDiskError& error) {
-            if (options.name || attempt >= 1000 || !isOnlyNameInUse(error)) {
+            if (invocation.setup.specification.name || attempt >= 1000 || !isOnlyNameInUse(error)) {
                 throw;
             }
         }
     }
 }
 
+/// What follows once the disk stands, one step a line.
+std::vector<std::string> plannedSurroundings(const RamDiskSetup& setup) {
+    std::vector<std::string> steps;
+    if (setup.createsAtLaunch) {
+        steps.push_back(
+            fmt::format("store it as a startup disk{}", setup.keepsFiles ? " that keeps its files" : ""));
+    }
+    if (setup.seedFolder) {
+        steps.push_back(fmt::format("copy the contents of {} onto it", setup.seedFolder->string()));
+    }
+    for (const auto& folder : setup.folders) {
+        steps.push_back(fmt::format("make the folder {} on it", folder));
+    }
+    for (const auto& target : setup.redirects) {
+        steps.push_back(fmt::format("keep {} on it", targetText(target)));
+    }
+    return steps;
+}
+
 ExitStatus printPlan(const CreateInvocation& invocation, const CommandContext& context) {
-    const auto plan = context.services.create->plan(specificationFrom(invocation.specification, context));
+    const auto setup = setupFrom(invocation.setup, invocation.templateTitle, context);
+    auto plan = context.services.create->plan(setup.specification);
+    const auto surroundings = plannedSurroundings(setup);
+    plan.steps.insert(plan.steps.end(), surroundings.begin(), surroundings.end());
     if (context.console.wantsJSON()) {
         context.console.printDocument(
             compactText({{"plan", plan.steps}, {"warnings", warningsJSON(plan.warnings)}}));
@@ -76,14 +102,21 @@ ExitStatus run(const CreateInvocation& invocation, const CommandContext& context
     if (invocation.isDryRun) {
         return printPlan(invocation, context);
     }
-    const auto result = createDisk(invocation.specification, context);
-    tellWarnings(result.warnings, context.console);
+    const auto result = createDisk(invocation, context);
+    const auto& disk = result.creation.ramDisk;
+    tellWarnings(result.creation.warnings, context.console);
     if (context.console.wantsJSON()) {
-        context.console.printDocument(compactText({{"ramDisk", toJson(result.ramDisk)},
-                                                   {"warnings", warningsJSON(result.warnings)},
-                                                   {"problems", Json::array()}}));
+        context.console.printDocument(compactText({{"ramDisk", toJson(disk)},
+                                                   {"warnings", warningsJSON(result.creation.warnings)},
+                                                   {"problems", toJSON(result.problems)}}));
     }
-    context.console.confirm(readyText(result.ramDisk));
+    context.console.confirm(readyText(disk));
+    if (!result.problems.empty()) {
+        context.console.warn(printable(setupProblemsTitle(disk.name)));
+        for (const auto& problem : result.problems) {
+            context.console.warn(printable(problemText(problem)));
+        }
+    }
     return succeeded;
 }
 

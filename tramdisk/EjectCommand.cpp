@@ -1,7 +1,8 @@
 #include "RamDiskCore/Values/ByteCountFormat.h"
 #include "RamDiskInfrastructure/Stores/ValueJSON.h"
 #include "RamDiskUI/ErrorText.h"
-#include "tramdisk/Commands.h"
+#include "tramdisk/KeptDisks.h"
+#include "tramdisk/ProgressLine.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -26,14 +27,29 @@ std::vector<RamDisk> resolveAll(const std::vector<RamDiskReference>& references,
     return disks;
 }
 
-BatchEjectResult ejectNamed(const EjectInvocation& invocation, const RamDiskServices& services) {
+/// All of the caller's disks that this system made.
+std::vector<RamDisk> allDisks(const RamDiskServices& services) {
+    auto disks = services.list->listOwn();
+    std::erase_if(disks, [](const RamDisk& disk) { return !disk.isCreatedByRamDisk; });
+    return disks;
+}
+
+/// Ejects the disks one after another; one disk's failure never stops the others.
+BatchEjectResult ejectEach(std::vector<RamDisk> disks, const EjectInvocation& invocation,
+                           const CommandContext& context) {
     BatchEjectResult result;
-    for (auto& disk : resolveAll(invocation.references, services)) {
-        try {
-            result.outcomes.push_back(services.eject->eject(disk, invocation.force));
+    for (auto& disk : disks) {
+        auto left = [&] {
+            ProgressLine progress(context.console.options(), "Saving");
+            return context.session.lifecycle->leave(disk, invocation.saving, invocation.force,
+                                                    progress.observer(disk.name));
+        }();
+        tellRedirectFailures(left.redirectFailures, context);
+        if (left.saveError || left.ejectError) {
+            result.failures.push_back({std::move(disk), left.saveError ? *left.saveError : *left.ejectError});
+        } else {
+            result.outcomes.push_back(std::move(left.outcome));
             result.ejected.push_back(std::move(disk));
-        } catch (const RamDiskError& error) {
-            result.failures.push_back({std::move(disk), error});
         }
     }
     return result;
@@ -87,7 +103,8 @@ void tell(const BatchEjectResult& result, const Console& console) {
 ExitStatus run(const EjectInvocation& invocation, const CommandContext& context) {
     const bool isAll = invocation.references.empty();
     const auto result =
-        isAll ? context.services.eject->ejectAll(invocation.force) : ejectNamed(invocation, context.services);
+        ejectEach(isAll ? allDisks(context.services) : resolveAll(invocation.references, context.services),
+                  invocation, context);
     if (context.console.wantsJSON()) {
         context.console.printDocument(compactText(resultJSON(result)));
     }

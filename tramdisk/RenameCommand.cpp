@@ -8,7 +8,9 @@ namespace ramdisk::cli {
 
 ExitStatus run(const RenameInvocation& invocation, const CommandContext& context) {
     const auto disk = context.services.list->resolve(invocation.reference);
-    const auto renamed = context.services.rename->execute(disk, invocation.newName);
+    RamDiskChanges changes;
+    changes.name = invocation.newName;
+    const auto renamed = context.session.configure->execute(disk, std::move(changes)).ramDisk;
     if (context.console.wantsJSON()) {
         context.console.printDocument(compactText(toJson(renamed)));
     }

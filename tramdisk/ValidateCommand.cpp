@@ -1,7 +1,8 @@
+#include "RamDiskCore/Validation/DiskFolders.h"
 #include "RamDiskInfrastructure/Stores/ValueJSON.h"
 #include "RamDiskUI/ErrorText.h"
 #include "tramdisk/Commands.h"
-#include "tramdisk/SpecificationDefaults.h"
+#include "tramdisk/SetupDefaults.h"
 
 #include <nlohmann/json.hpp>
 
@@ -23,9 +24,12 @@ Json reportJSON(const ValidationReport& report) {
 } // namespace
 
 ExitStatus run(const ValidateInvocation& invocation, const CommandContext& context) {
-    const auto specification = specificationFrom(invocation.specification, context);
-    const auto report =
-        context.services.validator.validate(specification, context.services.validationContext.current());
+    const auto setup = setupFrom(invocation.setup, invocation.templateTitle, context);
+    auto report = context.services.validator.validate(setup.specification,
+                                                      context.services.validationContext.current());
+    for (auto& issue : DiskFolders::check(setup.folders).issues) {
+        report.issues.push_back(std::move(issue));
+    }
     const auto status = report.isValid() ? succeeded : failed;
     if (context.console.wantsJSON()) {
         context.console.printDocument(compactText(reportJSON(report)));

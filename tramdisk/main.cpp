@@ -1,6 +1,8 @@
 #include "RamDiskCore/Values/RamDiskError.h"
+#include "RamDiskInfrastructure/PlatformRedirects.h"
 #include "RamDiskInfrastructure/PlatformServices.h"
 #include "RamDiskInfrastructure/PlatformStores.h"
+#include "RamDiskInfrastructure/SessionServices.h"
 #include "RamDiskInfrastructure/Stores/ValueJSON.h"
 #include "RamDiskUI/ErrorText.h"
 #include "tramdisk/CommandLine.h"
@@ -52,7 +54,8 @@ ExitStatus carryOut(const Invocation& invocation, const Console& console) {
     }
     const auto services = makeRamDiskServices([&console](const std::string& text) { console.note(text); });
     const auto stores = makePlatformStores();
-    const CommandContext context{services, stores, console};
+    const auto session = makeSessionServices(services, stores, makeFolderRedirecting());
+    const CommandContext context{services, session, stores, console};
     return std::visit(
         [&context](const auto& command) {
             if constexpr (std::is_same_v<std::decay_t<decltype(command)>, PrintInvocation>) {
@@ -67,6 +70,8 @@ ExitStatus carryOut(const Invocation& invocation, const Console& console) {
 ExitStatus carryOutAndTell(const Invocation& invocation, const Console& console) {
     try {
         return carryOut(invocation, console);
+    } catch (const UsageError&) {
+        throw;
     } catch (const RamDiskError& error) {
         printErrorDocument(console, error.caseName(), lineText(error));
         console.fail(lineText(error));

@@ -10,8 +10,8 @@ namespace ramdisk {
 
 CreateRamDiskUseCase::CreateRamDiskUseCase(Ports ports) : ports_(std::move(ports)) {}
 
-CreateRamDiskResult CreateRamDiskUseCase::execute(RamDiskSpecification specification) {
-    auto warnings = requireValid(specification);
+CreateRamDiskResult CreateRamDiskUseCase::execute(RamDiskSpecification specification, Purpose purpose) {
+    auto warnings = requireValid(specification, purpose);
     VolumeProtection protection;
     if (specification.isEncrypted) {
         protection.value = VolumeProtection::Encrypted{ports_.passphrases->generate()};
@@ -30,7 +30,7 @@ CreateRamDiskResult CreateRamDiskUseCase::execute(RamDiskSpecification specifica
 }
 
 CreateRamDiskUseCase::Plan CreateRamDiskUseCase::plan(RamDiskSpecification specification) const {
-    Plan plan{requireValid(specification), {}};
+    Plan plan{requireValid(specification, Purpose::requested), {}};
     auto append = [&steps = plan.steps](std::vector<std::string> more) {
         std::move(more.begin(), more.end(), std::back_inserter(steps));
     };
@@ -43,9 +43,14 @@ CreateRamDiskUseCase::Plan CreateRamDiskUseCase::plan(RamDiskSpecification speci
     return plan;
 }
 
-std::vector<CreationWarning> CreateRamDiskUseCase::requireValid(RamDiskSpecification& specification) const {
+std::vector<CreationWarning> CreateRamDiskUseCase::requireValid(RamDiskSpecification& specification,
+                                                                Purpose purpose) const {
     specification.name = std::string(trimmed(specification.name));
-    const auto report = ports_.validator.validate(specification, ports_.contextProvider.current());
+    auto context = ports_.contextProvider.current();
+    if (purpose == Purpose::startupDisk) {
+        context.startupDiskNames.clear();
+    }
+    const auto report = ports_.validator.validate(specification, context);
     if (!report.isValid()) {
         throw RamDiskError(RamDiskError::InvalidSpecification{report.errors()});
     }

@@ -40,18 +40,22 @@ public:
         std::vector<std::string> steps;
     };
 
+    /// Whose wish a disk is. The names of startup disks are kept free for them, and for them alone.
+    enum class Purpose { requested, startupDisk };
+
     explicit CreateRamDiskUseCase(Ports ports);
 
     /// @throws RamDiskError `invalidSpecification`, `allocationFailed`, `formattingFailed`,
     ///         `inventoryUnavailable`, and `notFound` when the finished disk is not listed.
-    CreateRamDiskResult execute(RamDiskSpecification specification);
+    CreateRamDiskResult execute(RamDiskSpecification specification, Purpose purpose = Purpose::requested);
 
     /// Everything up to the point where the machine would be changed, and then a description of the rest.
     /// @throws RamDiskError as `execute` would before it allocates.
     [[nodiscard]] Plan plan(RamDiskSpecification specification) const;
 
 private:
-    [[nodiscard]] std::vector<CreationWarning> requireValid(RamDiskSpecification& specification) const;
+    [[nodiscard]] std::vector<CreationWarning> requireValid(RamDiskSpecification& specification,
+                                                            Purpose purpose) const;
     [[nodiscard]] CreateRamDiskResult fill(const DeviceIdentifier& device,
                                            const RamDiskSpecification& specification,
                                            const VolumeProtection& protection,

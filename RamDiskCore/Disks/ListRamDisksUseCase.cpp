@@ -38,6 +38,10 @@ std::vector<RamDisk> ListRamDisksUseCase::list() const {
     return inventory_->list();
 }
 
+std::vector<RamDisk> ListRamDisksUseCase::listOwn() const {
+    return inventory_->listOwn();
+}
+
 RamDisk ListRamDisksUseCase::resolve(const RamDiskReference& reference) const {
     std::vector<RamDisk> matches;
     for (auto& disk : list()) {

@@ -16,6 +16,10 @@ public:
     /// @throws RamDiskError `inventoryUnavailable`
     [[nodiscard]] std::vector<RamDisk> list() const;
 
+    /// The disks of this user alone.
+    /// @throws RamDiskError `inventoryUnavailable`
+    [[nodiscard]] std::vector<RamDisk> listOwn() const;
+
     /// The one disk that `reference` names, in a fresh list.
     /// @throws RamDiskError `notFound`, `ambiguousReference`, `inventoryUnavailable`
     [[nodiscard]] RamDisk resolve(const RamDiskReference& reference) const;

@@ -5,7 +5,14 @@
 #include "RamDiskCore/Disks/ListRamDisksUseCase.h"
 #include "RamDiskCore/Disks/RenameRamDiskUseCase.h"
 #include "RamDiskCore/Memory/GetMemoryOverviewUseCase.h"
+#include "RamDiskCore/Ports/ContentArchiving.h"
+#include "RamDiskCore/Ports/FolderCopying.h"
+#include "RamDiskCore/Ports/FolderMaking.h"
+#include "RamDiskCore/Ports/MemoryTrimming.h"
+#include "RamDiskCore/Ports/PassphraseGenerating.h"
+#include "RamDiskCore/Ports/VolumeAccessControlling.h"
 #include "RamDiskCore/Ports/VolumeUsersListing.h"
+#include "RamDiskCore/Ports/WriteBlocking.h"
 
 #include <memory>
 
@@ -14,13 +21,21 @@ namespace ramdisk {
 /// Everything that acts on disks, built once at the start of a process by its platform's factory and handed
 /// to whoever needs it. Owns the use cases and adapters for the life of the process.
 struct RamDiskServices {
+    std::shared_ptr<RamDiskInventory> inventory;
     std::shared_ptr<CreateRamDiskUseCase> create;
     std::shared_ptr<ListRamDisksUseCase> list;
     std::shared_ptr<EjectRamDiskUseCase> eject;
     std::shared_ptr<RenameRamDiskUseCase> rename;
     std::shared_ptr<SearchIndexControlling> indexing;
     std::shared_ptr<GetMemoryOverviewUseCase> memoryOverview;
+    std::shared_ptr<VolumeAccessControlling> access;
     std::shared_ptr<VolumeUsersListing> volumeUsers;
+    std::shared_ptr<FolderCopying> folderCopier;
+    std::shared_ptr<FolderMaking> folderMaker;
+    std::shared_ptr<ContentArchiving> archiver;
+    std::shared_ptr<PassphraseGenerating> passphrases;
+    std::shared_ptr<WriteBlocking> writeBlocking;
+    std::shared_ptr<MemoryTrimming> memoryTrimming;
     ValidationContextProvider validationContext;
     RamDiskSpecificationValidator validator;
 };

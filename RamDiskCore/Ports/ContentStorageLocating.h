@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <functional>
 #include <future>
+#include <optional>
 
 namespace ramdisk {
 
@@ -34,6 +35,19 @@ public:
     [[nodiscard]] virtual std::future<void> withResizeLock(const UUID& profile,
                                                            std::function<void()> body) const = 0;
     [[nodiscard]] virtual bool isResizeLocked(const UUID& profile) const = 0;
+
+    /// The disk whose files the profile's saved copies are, by the identifier in its mark. Absent when that
+    /// was never noted, or the note cannot be read.
+    [[nodiscard]] virtual std::optional<UUID> boundInstance(const UUID& profile) const = 0;
+    /// Notes it, safely on the system disk.
+    /// @throws std::exception
+    virtual void bind(const UUID& profile, const UUID& instance) = 0;
+
+    /// The disk onto which saved files were being copied when this was last noted: work under way while the
+    /// profile is locked, work that broke off otherwise.
+    [[nodiscard]] virtual std::optional<UUID> instanceBeingFilled(const UUID& profile) const = 0;
+    /// @throws std::exception
+    virtual void setInstanceBeingFilled(const UUID& profile, const std::optional<UUID>& instance) = 0;
 };
 
 } // namespace ramdisk

@@ -1,6 +1,8 @@
 #include "RamDiskInfrastructure/Stores/ApplicationSupportContentStorage.h"
 
+#include "RamDiskCore/Values/Text.h"
 #include "RamDiskInfrastructure/Stores/FileLock.h"
+#include "RamDiskInfrastructure/Stores/StoredFile.h"
 
 namespace ramdisk {
 
@@ -8,6 +10,17 @@ namespace {
 
 FileLock lockIn(const std::filesystem::path& folder, const UUID& profile) {
     return FileLock(folder / (profile.text() + ".lock"));
+}
+
+std::optional<UUID> storedIdentifier(const std::filesystem::path& file) {
+    const auto text = readStoredFile(file);
+    return text ? UUID::parse(trimmed(*text)) : std::nullopt;
+}
+
+void storeIdentifier(const std::filesystem::path& file, const UUID& identifier) {
+    makeFolders(file.parent_path());
+    removeAbandonedVersions(file);
+    PreparedFile(file, identifier.text()).takePlace();
 }
 
 } // namespace
@@ -41,6 +54,28 @@ std::future<void> ApplicationSupportContentStorage::withResizeLock(const UUID& p
 
 bool ApplicationSupportContentStorage::isResizeLocked(const UUID& profile) const {
     return lockIn(unfinishedResizes(), profile).isHeld();
+}
+
+std::optional<UUID> ApplicationSupportContentStorage::boundInstance(const UUID& profile) const {
+    return storedIdentifier(directory_ / (profile.text() + ".bound"));
+}
+
+void ApplicationSupportContentStorage::bind(const UUID& profile, const UUID& instance) {
+    storeIdentifier(directory_ / (profile.text() + ".bound"), instance);
+}
+
+std::optional<UUID> ApplicationSupportContentStorage::instanceBeingFilled(const UUID& profile) const {
+    return storedIdentifier(directory_ / (profile.text() + ".filling"));
+}
+
+void ApplicationSupportContentStorage::setInstanceBeingFilled(const UUID& profile,
+                                                              const std::optional<UUID>& instance) {
+    const auto file = directory_ / (profile.text() + ".filling");
+    if (instance) {
+        storeIdentifier(file, *instance);
+    } else {
+        std::filesystem::remove(file);
+    }
 }
 
 } // namespace ramdisk

@@ -25,6 +25,10 @@ public:
     [[nodiscard]] std::future<void> withResizeLock(const UUID& profile,
                                                    std::function<void()> body) const override;
     [[nodiscard]] bool isResizeLocked(const UUID& profile) const override;
+    [[nodiscard]] std::optional<UUID> boundInstance(const UUID& profile) const override;
+    void bind(const UUID& profile, const UUID& instance) override;
+    [[nodiscard]] std::optional<UUID> instanceBeingFilled(const UUID& profile) const override;
+    void setInstanceBeingFilled(const UUID& profile, const std::optional<UUID>& instance) override;
 
 private:
     std::filesystem::path directory_;

@@ -1,0 +1,47 @@
+#pragma once
+
+#include "RamDiskCore/Disks/CreateRamDiskResult.h"
+#include "RamDiskCore/Redirects/RedirectFailure.h"
+#include "RamDiskCore/Values/RamDiskError.h"
+
+#include <exception>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+namespace ramdisk {
+
+/// Something around a new disk that did not work. The disk itself stands.
+struct RamDiskSetupProblem {
+    /// The startup disk's record could not be stored.
+    struct ProfileNotSaved {
+        std::exception_ptr error;
+    };
+    /// The initial contents could not be copied, or not all of them.
+    struct SeedNotCopied {
+        std::exception_ptr error;
+    };
+    struct FolderNotCreated {
+        RamDiskError error;
+    };
+    struct RedirectFailed {
+        RedirectFailure failure;
+    };
+    /// The list of redirects could not be stored.
+    struct RedirectsNotSaved {
+        std::exception_ptr error;
+    };
+
+    std::variant<ProfileNotSaved, SeedNotCopied, FolderNotCreated, RedirectFailed, RedirectsNotSaved> value;
+
+    /// The name of the case as scripts read it.
+    [[nodiscard]] std::string_view caseName() const noexcept;
+};
+
+struct RamDiskSetupResult {
+    CreateRamDiskResult creation;
+    /// In the order of the steps.
+    std::vector<RamDiskSetupProblem> problems;
+};
+
+} // namespace ramdisk

@@ -1,0 +1,45 @@
+#include "RamDiskCore/Disks/SetupSteps.h"
+
+#include "RamDiskCore/Validation/DiskFolders.h"
+
+#include <utility>
+
+namespace ramdisk {
+
+std::vector<std::string> checkedFolders(const std::vector<std::string>& entries) {
+    auto checked = DiskFolders::check(entries);
+    if (!checked.issues.empty()) {
+        throw RamDiskError(RamDiskError::InvalidSpecification{std::move(checked.issues)});
+    }
+    return std::move(checked.folders);
+}
+
+void makeFolders(FolderMaking& maker, const std::vector<std::string>& folders, const RamDisk& disk,
+                 std::vector<RamDiskSetupProblem>& problems) {
+    for (const auto& folder : folders) {
+        try {
+            maker.make(folder, disk.mountPoint.value());
+        } catch (const RamDiskError& error) {
+            problems.push_back({RamDiskSetupProblem::FolderNotCreated{error}});
+        } catch (const std::exception& error) {
+            problems.push_back({RamDiskSetupProblem::FolderNotCreated{
+                RamDiskError(RamDiskError::FolderNotCreated{folder, error.what()})}});
+        }
+    }
+}
+
+void addRedirects(FolderRedirectsUseCase& redirects, const std::vector<RedirectTarget>& targets,
+                  const RamDisk& disk, std::vector<RamDiskSetupProblem>& problems) {
+    if (targets.empty()) {
+        return;
+    }
+    try {
+        for (auto& failure : redirects.add(disk, targets)) {
+            problems.push_back({RamDiskSetupProblem::RedirectFailed{std::move(failure)}});
+        }
+    } catch (const std::exception&) {
+        problems.push_back({RamDiskSetupProblem::RedirectsNotSaved{std::current_exception()}});
+    }
+}
+
+} // namespace ramdisk

@@ -1,0 +1,16 @@
+#pragma once
+
+#include "RamDiskCore/Startup/RamDiskProfile.h"
+#include "RamDiskCore/Values/RamDisk.h"
+
+namespace ramdisk {
+
+/// A mounted disk and the record of the startup disk that it was made from.
+struct KeptDisk {
+    RamDisk disk;
+    RamDiskProfile profile;
+
+    friend bool operator==(const KeptDisk&, const KeptDisk&) = default;
+};
+
+} // namespace ramdisk

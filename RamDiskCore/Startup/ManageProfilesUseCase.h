@@ -1,0 +1,45 @@
+#pragma once
+
+#include "RamDiskCore/Ports/ContentArchiving.h"
+#include "RamDiskCore/Ports/ContentStorageLocating.h"
+#include "RamDiskCore/Ports/ProfileRepository.h"
+#include "RamDiskCore/Ports/SecretStoring.h"
+
+#include <memory>
+#include <optional>
+#include <string_view>
+#include <vector>
+
+namespace ramdisk {
+
+/// Keeps the list of startup disks. What belongs to a record, its saved contents and their key, goes with it.
+class ManageProfilesUseCase {
+public:
+    ManageProfilesUseCase(std::shared_ptr<ProfileRepository> repository,
+                          std::shared_ptr<ContentStorageLocating> storage,
+                          std::shared_ptr<SecretStoring> secrets, std::shared_ptr<ContentArchiving> archiver);
+
+    [[nodiscard]] std::vector<RamDiskProfile> list() const;
+
+    /// The startup disk of this name, whether it is mounted or not.
+    [[nodiscard]] std::optional<RamDiskProfile> named(std::string_view name) const;
+
+    /// Stores the record in place of the one with the same identifier, or as a new one.
+    /// @throws RamDiskError `invalidSpecification` when another startup disk has the name; std::exception
+    /// when
+    ///         the list could not be stored. Nothing has changed then.
+    void store(const RamDiskProfile& profile);
+
+    /// Deletes the saved contents, the record and the key, in this order: a crash in between leaves a record
+    /// without saved contents, never saved contents that nobody knows of. Waits for a save under way.
+    /// @throws std::exception; what is left then is still listed.
+    void remove(const RamDiskProfile& profile);
+
+private:
+    std::shared_ptr<ProfileRepository> repository_;
+    std::shared_ptr<ContentStorageLocating> storage_;
+    std::shared_ptr<SecretStoring> secrets_;
+    std::shared_ptr<ContentArchiving> archiver_;
+};
+
+} // namespace ramdisk

@@ -1,0 +1,300 @@
+#include "RamDiskCore/Startup/SessionLifecycleUseCase.h"
+
+#include "RamDiskCore/Startup/TransferError.h"
+#include "RamDiskCore/Values/Text.h"
+
+#include <algorithm>
+#include <future>
+#include <iterator>
+#include <mutex>
+
+namespace ramdisk {
+
+namespace {
+
+RamDiskSpecification specificationOf(const RamDiskProfile& profile) {
+    return {profile.name,        profile.size,  profile.fileSystem, profile.isIndexingEnabled,
+            profile.isEncrypted, profile.access};
+}
+
+/// An observer of one disk's copying, out of one for all.
+ProgressObserver observerFor(const std::string& name, const SessionLifecycleUseCase::Observer& observer) {
+    if (!observer) {
+        return {};
+    }
+    return [name, &observer](const TransferProgress& progress) { observer(name, progress); };
+}
+
+/// One call at a time, for an observer of disks that are worked on side by side.
+SessionLifecycleUseCase::Observer oneAtATime(const SessionLifecycleUseCase::Observer& observer,
+                                             std::mutex& mutex) {
+    if (!observer) {
+        return {};
+    }
+    return [&observer, &mutex](const std::string& name, const TransferProgress& progress) {
+        const std::lock_guard lock(mutex);
+        observer(name, progress);
+    };
+}
+
+/// Runs `work` on every element side by side and gives the results in the elements' order.
+template <typename Element, typename Work>
+auto sideBySide(const std::vector<Element>& elements, const Work& work) {
+    using Result = std::invoke_result_t<const Work&, const Element&>;
+    std::vector<std::future<Result>> running;
+    running.reserve(elements.size());
+    for (const auto& element : elements) {
+        running.push_back(std::async(std::launch::async, [&work, &element] { return work(element); }));
+    }
+    std::vector<Result> results;
+    results.reserve(running.size());
+    for (auto& one : running) {
+        results.push_back(one.get());
+    }
+    return results;
+}
+
+void append(std::vector<RedirectFailure>& list, std::vector<RedirectFailure> more) {
+    std::move(more.begin(), more.end(), std::back_inserter(list));
+}
+
+} // namespace
+
+SessionLifecycleUseCase::SessionLifecycleUseCase(RamDiskServices services,
+                                                 std::shared_ptr<ManageProfilesUseCase> profiles,
+                                                 std::shared_ptr<ProfileContentsUseCase> contents,
+                                                 std::shared_ptr<FolderRedirectsUseCase> redirects)
+    : services_(std::move(services)),
+      profiles_(std::move(profiles)),
+      contents_(std::move(contents)),
+      redirects_(std::move(redirects)) {}
+
+std::optional<KeptDisk> SessionLifecycleUseCase::kept(const RamDisk& disk) const {
+    if (!disk.isCreatedByRamDisk) {
+        return std::nullopt;
+    }
+    if (auto profile = profiles_->named(disk.name)) {
+        return KeptDisk{disk, std::move(*profile)};
+    }
+    // Renamed by a process that did not live to tell the record.
+    for (auto& profile : profiles_->list()) {
+        KeptDisk candidate{disk, std::move(profile)};
+        if (contents_->isBound(candidate)) {
+            return candidate;
+        }
+    }
+    return std::nullopt;
+}
+
+std::vector<KeptDisk> SessionLifecycleUseCase::keptDisks() const {
+    std::vector<KeptDisk> found;
+    for (const auto& disk : services_.list->listOwn()) {
+        auto one = disk.mountPoint ? kept(disk) : std::nullopt;
+        if (one) {
+            found.push_back(std::move(*one));
+        }
+    }
+    return found;
+}
+
+LaunchReport SessionLifecycleUseCase::launch(const Observer& observer) {
+    LaunchReport report;
+    report.redirectFailures = redirects_->repair();
+    std::mutex mutex;
+    const auto shared = oneAtATime(observer, mutex);
+    std::mutex failuresMutex;
+    report.outcomes = sideBySide(profiles_->list(), [&](const RamDiskProfile& profile) {
+        std::vector<RedirectFailure> failures;
+        auto outcome = create(profile, failures, shared);
+        const std::lock_guard lock(failuresMutex);
+        append(report.redirectFailures, std::move(failures));
+        return outcome;
+    });
+    return report;
+}
+
+StartupOutcome SessionLifecycleUseCase::create(const RamDiskProfile& profile,
+                                               std::vector<RedirectFailure>& redirectFailures,
+                                               const Observer& observer) {
+    std::optional<StartupOutcome> outcome;
+    try {
+        contents_->whileLocked(profile,
+                               [&] { outcome = createLocked(profile, observerFor(profile.name, observer)); });
+        if (outcome->disk() != nullptr) {
+            append(redirectFailures, applyRedirects(*outcome->disk()));
+        }
+    } catch (const std::exception& error) {
+        if (!outcome || outcome->disk() == nullptr) {
+            return {StartupOutcome::Failed{profile, transferError(error)}};
+        }
+        // The list of redirects could not be stored; the disk itself is ready.
+        return {StartupOutcome::FoldersNotCreated{*outcome->disk(), false, {transferError(error)}}};
+    }
+    return std::move(*outcome);
+}
+
+StartupOutcome SessionLifecycleUseCase::createLocked(const RamDiskProfile& profile,
+                                                     const ProgressObserver& observer) {
+    for (auto& standing : keptDisks()) {
+        if (standing.profile.id == profile.id) {
+            return takeUp(standing, observer);
+        }
+    }
+    const auto made =
+        services_.create->execute(specificationOf(profile), CreateRamDiskUseCase::Purpose::startupDisk);
+    const KeptDisk fresh{made.ramDisk, profile};
+    if (!profile.keepsContents) {
+        return furnish(fresh, false);
+    }
+    try {
+        return furnish(fresh, contents_->restore(fresh, observer));
+    } catch (const std::exception& error) {
+        return afterFailedRestore(fresh, error);
+    }
+}
+
+std::vector<RedirectFailure> SessionLifecycleUseCase::applyRedirects(const RamDisk& disk) {
+    // Most disks have none, and taking the lock on the list is what then costs most.
+    return redirects_->redirects(disk.name).empty() ? std::vector<RedirectFailure>{}
+                                                    : redirects_->apply(disk);
+}
+
+/// A disk that stands when the session starts: complete, or left half filled by one that was killed.
+StartupOutcome SessionLifecycleUseCase::takeUp(const KeptDisk& kept, const ProgressObserver& observer) {
+    // A session that was killed while it ejected the disk may have left it closed to writing.
+    services_.writeBlocking->allow(kept.disk);
+    if (!kept.profile.keepsContents) {
+        return {StartupOutcome::AlreadyMounted{kept.disk}};
+    }
+    try {
+        if (contents_->isPartlyFilled(kept)) {
+            return furnish(kept, contents_->restore(kept, observer));
+        }
+        contents_->requireBound(kept);
+        return {StartupOutcome::AlreadyMounted{kept.disk}};
+    } catch (const std::exception& error) {
+        return {StartupOutcome::RestoreFailed{kept.disk, transferError(error)}};
+    }
+}
+
+StartupOutcome SessionLifecycleUseCase::afterFailedRestore(const KeptDisk& kept,
+                                                           const std::exception& error) {
+    auto reason = transferError(error);
+    if (!contents_->isPartlyFilled(kept)) {
+        return {StartupOutcome::RestoreFailed{kept.disk, std::move(reason)}};
+    }
+    // Half of the files look like all of them to who does not know.
+    try {
+        services_.eject->eject(kept.disk, Force::no);
+        return {StartupOutcome::Failed{kept.profile, std::move(reason)}};
+    } catch (const std::exception&) {
+        return {StartupOutcome::RestoreFailed{kept.disk, std::move(reason)}};
+    }
+}
+
+/// What is put onto a new disk besides its saved files.
+StartupOutcome SessionLifecycleUseCase::furnish(const KeptDisk& kept, bool restoredContents) {
+    std::vector<RamDiskError> errors;
+    const auto& volume = *kept.disk.mountPoint;
+    if (kept.profile.seedFolder && !restoredContents) {
+        try {
+            services_.folderCopier->copy(*kept.profile.seedFolder, volume);
+        } catch (const std::exception& error) {
+            errors.push_back(transferError(error));
+        }
+    }
+    for (const auto& folder : kept.profile.folders) {
+        try {
+            services_.folderMaker->make(folder, volume);
+        } catch (const std::exception& error) {
+            errors.push_back(transferError(error));
+        }
+    }
+    if (!errors.empty()) {
+        return {StartupOutcome::FoldersNotCreated{kept.disk, restoredContents, std::move(errors)}};
+    }
+    return {StartupOutcome::Created{kept.disk, restoredContents}};
+}
+
+ShutdownReport SessionLifecycleUseCase::quit(Force force, const Observer& observer) {
+    const auto disks = keptDisks();
+    std::mutex mutex;
+    const auto shared = oneAtATime(observer, mutex);
+    const auto results = sideBySide(disks, [&](const KeptDisk& kept) {
+        return leave(kept.disk, SaveBeforeEject::yes, force, observerFor(kept.disk.name, shared));
+    });
+    ShutdownReport report;
+    for (std::size_t index = 0; index < disks.size(); ++index) {
+        const auto& disk = disks[index].disk;
+        const auto& result = results[index];
+        if (result.isSaved) {
+            report.saved.push_back(disk);
+        }
+        if (result.saveError) {
+            report.saveFailures.push_back({disk, *result.saveError});
+        } else if (result.ejectError) {
+            report.ejectFailures.push_back({disk, *result.ejectError});
+        } else {
+            report.ejected.push_back(disk);
+        }
+    }
+    return report;
+}
+
+LeaveResult SessionLifecycleUseCase::leave(const RamDisk& disk, SaveBeforeEject saving, Force force,
+                                           const ProgressObserver& observer) {
+    LeaveResult result;
+    const auto startupDisk = disk.mountPoint ? kept(disk) : std::nullopt;
+    const bool saves = saving == SaveBeforeEject::yes && startupDisk && startupDisk->profile.keepsContents;
+    try {
+        if (saves) {
+            // The long part first, while everything is still in its place.
+            result.save = contents_->save(*startupDisk, Verification::no, observer);
+            result.isSaved = true;
+        }
+    } catch (const std::exception& error) {
+        result.saveError = transferError(error);
+        return result;
+    }
+    try {
+        if (!redirects_->redirects(disk.name).empty()) {
+            append(result.redirectFailures, redirects_->undo(disk.name));
+        }
+        if (!saves || saveForGood(*startupDisk, result, observer)) {
+            result.outcome = services_.eject->eject(disk, force);
+            return result;
+        }
+    } catch (const std::exception& error) {
+        const auto* ours = dynamic_cast<const RamDiskError*>(&error);
+        result.ejectError =
+            ours != nullptr
+                ? *ours
+                : RamDiskError(RamDiskError::EjectFailed{disk.device, error.what(), EjectObstacle::other});
+    }
+    services_.writeBlocking->allow(disk);
+    try {
+        append(result.redirectFailures, applyRedirects(disk));
+    } catch (const std::exception&) { // NOLINT(bugprone-empty-catch)
+        // Why the disk stays is what the user must see; the redirects are undone and lose nothing.
+    }
+    return result;
+}
+
+/// Saves what changed since the last save, with writing barred where that is possible, so that nothing can
+/// change any more before the disk goes.
+bool SessionLifecycleUseCase::saveForGood(const KeptDisk& kept, LeaveResult& result,
+                                          const ProgressObserver& observer) {
+    try {
+        static_cast<void>(services_.writeBlocking->block(kept.disk));
+        if (contents_->save(kept, Verification::no, observer) == SaveOutcome::saved) {
+            result.save = SaveOutcome::saved;
+        }
+        return true;
+    } catch (const std::exception& error) {
+        result.isSaved = false;
+        result.saveError = transferError(error);
+        return false;
+    }
+}
+
+} // namespace ramdisk

@@ -1,0 +1,31 @@
+#pragma once
+
+#include "RamDiskCore/Values/RamDisk.h"
+#include "RamDiskCore/Values/RamDiskError.h"
+
+#include <vector>
+
+namespace ramdisk {
+
+/// What became of the startup disks at quit. A disk that could not be saved is not ejected.
+struct ShutdownReport {
+    struct Failure {
+        RamDisk ramDisk;
+        RamDiskError error;
+        friend bool operator==(const Failure&, const Failure&) = default;
+    };
+
+    /// The disks whose files are in their saved copies now.
+    std::vector<RamDisk> saved;
+    std::vector<RamDisk> ejected;
+    std::vector<Failure> saveFailures;
+    std::vector<Failure> ejectFailures;
+
+    [[nodiscard]] bool needsAttention() const noexcept {
+        return !saveFailures.empty() || !ejectFailures.empty();
+    }
+
+    friend bool operator==(const ShutdownReport&, const ShutdownReport&) = default;
+};
+
+} // namespace ramdisk

@@ -1,0 +1,38 @@
+#include "RamDiskCore/Startup/StartupOutcome.h"
+
+#include <array>
+
+namespace ramdisk {
+
+namespace {
+
+struct DiskOf {
+    const RamDisk* operator()(const StartupOutcome::Failed&) const { return nullptr; }
+    template <typename OneCase>
+    const RamDisk* operator()(const OneCase& outcome) const {
+        return &outcome.disk;
+    }
+};
+
+} // namespace
+
+const RamDisk* StartupOutcome::disk() const noexcept {
+    return std::visit(DiskOf{}, value);
+}
+
+const std::string& StartupOutcome::name() const noexcept {
+    const auto* failed = std::get_if<Failed>(&value);
+    return failed != nullptr ? failed->profile.name : disk()->name;
+}
+
+bool StartupOutcome::needsAttention() const noexcept {
+    return !std::holds_alternative<Created>(value) && !std::holds_alternative<AlreadyMounted>(value);
+}
+
+std::string_view StartupOutcome::caseName() const noexcept {
+    constexpr std::array<std::string_view, std::variant_size_v<decltype(value)>> names{
+        "created", "alreadyMounted", "restoreFailed", "foldersNotCreated", "failed"};
+    return names[value.index()];
+}
+
+} // namespace ramdisk

@@ -1,0 +1,60 @@
+#pragma once
+
+#include "RamDiskCore/Startup/RamDiskProfile.h"
+#include "RamDiskCore/Values/RamDisk.h"
+#include "RamDiskCore/Values/RamDiskError.h"
+
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+namespace ramdisk {
+
+/// What became of one startup disk at launch.
+struct StartupOutcome {
+    struct Created {
+        RamDisk disk;
+        /// Whether its saved files were put back; there may have been none.
+        bool restoredContents = false;
+        friend bool operator==(const Created&, const Created&) = default;
+    };
+    /// It stood already, so nothing was made.
+    struct AlreadyMounted {
+        RamDisk disk;
+        friend bool operator==(const AlreadyMounted&, const AlreadyMounted&) = default;
+    };
+    /// It stands, without its saved files. They are kept, and what is on the disk is not saved over them.
+    struct RestoreFailed {
+        RamDisk disk;
+        RamDiskError error;
+        friend bool operator==(const RestoreFailed&, const RestoreFailed&) = default;
+    };
+    /// It stands, without some of what was to be put onto it besides its saved files.
+    struct FoldersNotCreated {
+        RamDisk disk;
+        bool restoredContents = false;
+        std::vector<RamDiskError> errors;
+        friend bool operator==(const FoldersNotCreated&, const FoldersNotCreated&) = default;
+    };
+    struct Failed {
+        RamDiskProfile profile;
+        RamDiskError error;
+        friend bool operator==(const Failed&, const Failed&) = default;
+    };
+
+    std::variant<Created, AlreadyMounted, RestoreFailed, FoldersNotCreated, Failed> value;
+
+    /// The disk that stands; null when none does.
+    [[nodiscard]] const RamDisk* disk() const noexcept;
+    /// What the disk is called, whether it stands or not.
+    [[nodiscard]] const std::string& name() const noexcept;
+    /// Whether the user has to be told that something is wrong.
+    [[nodiscard]] bool needsAttention() const noexcept;
+    /// The name of the case as scripts read it.
+    [[nodiscard]] std::string_view caseName() const noexcept;
+
+    friend bool operator==(const StartupOutcome&, const StartupOutcome&) = default;
+};
+
+} // namespace ramdisk

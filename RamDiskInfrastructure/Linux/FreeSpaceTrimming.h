@@ -1,0 +1,13 @@
+#pragma once
+
+#include "RamDiskCore/Ports/MemoryTrimming.h"
+
+namespace ramdisk {
+
+/// Has ext4 tell the memory file below it which blocks are free (FITRIM). A tmpfs needs no such thing.
+class FreeSpaceTrimming final : public MemoryTrimming {
+public:
+    void trim(const RamDisk& disk) noexcept override;
+};
+
+} // namespace ramdisk

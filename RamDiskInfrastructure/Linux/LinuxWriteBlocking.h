@@ -1,0 +1,18 @@
+#pragma once
+
+#include "RamDiskCore/Ports/WriteBlocking.h"
+
+namespace ramdisk {
+
+/// Makes the mount of a volume read-only, which the kernel refuses while a file is open for writing. The
+/// files stay what they are for programs that read them.
+///
+/// Should this process die in between, the disk stays read-only until somebody ejects it or the next session
+/// starts. Kernels before 5.12 cannot do it.
+class LinuxWriteBlocking final : public WriteBlocking {
+public:
+    [[nodiscard]] bool block(const RamDisk& disk) override;
+    void allow(const RamDisk& disk) noexcept override;
+};
+
+} // namespace ramdisk

@@ -1,0 +1,82 @@
+#include "RamDiskInfrastructure/Stores/RunningSession.h"
+
+#include "RamDiskInfrastructure/Stores/FileLock.h"
+#include "RamDiskInfrastructure/Stores/StoredFile.h"
+
+#include <nlohmann/json.hpp>
+
+#include <array>
+
+#include <unistd.h>
+
+namespace ramdisk {
+
+namespace {
+
+constexpr std::array phases{SessionPhase::launching, SessionPhase::running, SessionPhase::quitting};
+
+FileLock lockIn(const std::filesystem::path& folder) {
+    return FileLock(folder / "Session.lock");
+}
+
+std::filesystem::path stateFile(const std::filesystem::path& folder) {
+    return folder / "Session.json";
+}
+
+} // namespace
+
+std::string_view rawValue(SessionPhase phase) {
+    constexpr std::array<std::string_view, phases.size()> names{"launching", "running", "quitting"};
+    return names[static_cast<std::size_t>(phase)];
+}
+
+std::optional<RunningSession> RunningSession::begin(const std::filesystem::path& applicationSupport) {
+    auto lock = lockIn(applicationSupport).tryAcquire();
+    if (!lock) {
+        return std::nullopt;
+    }
+    RunningSession session(stateFile(applicationSupport), std::move(*lock));
+    session.tell(SessionPhase::launching);
+    return session;
+}
+
+std::optional<SessionState> RunningSession::find(const std::filesystem::path& applicationSupport) {
+    if (!lockIn(applicationSupport).isHeld()) {
+        return std::nullopt;
+    }
+    SessionState state;
+    const auto text = readStoredFile(stateFile(applicationSupport));
+    const auto json = nlohmann::json::parse(text.value_or(""), nullptr, false);
+    if (json.is_object() && json.contains("processID") && json["processID"].is_number_integer()) {
+        state.processID = json["processID"].get<std::int32_t>();
+    }
+    for (const auto phase : phases) {
+        if (json.is_object() && json.value("phase", "") == rawValue(phase)) {
+            state.phase = phase;
+        }
+    }
+    return state;
+}
+
+RunningSession::RunningSession(std::filesystem::path file, FileDescriptor lock)
+    : file_(std::move(file)),
+      lock_(std::move(lock)) {}
+
+RunningSession::~RunningSession() {
+    if (lock_) {
+        std::error_code ignored;
+        std::filesystem::remove(file_, ignored);
+    }
+}
+
+void RunningSession::tell(SessionPhase phase) const noexcept {
+    try {
+        removeAbandonedVersions(file_);
+        PreparedFile(file_, nlohmann::json{{"processID", getpid()}, {"phase", rawValue(phase)}}.dump())
+            .takePlace();
+    } catch (const std::exception&) { // NOLINT(bugprone-empty-catch)
+        // Only `session status` knows less then.
+    }
+}
+
+} // namespace ramdisk

@@ -1,0 +1,50 @@
+#pragma once
+
+#include "RamDiskInfrastructure/Commands/FileDescriptor.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace ramdisk {
+
+/// What a running session is doing.
+enum class SessionPhase { launching, running, quitting };
+
+[[nodiscard]] std::string_view rawValue(SessionPhase phase);
+
+struct SessionState {
+    std::int32_t processID = 0;
+    SessionPhase phase = SessionPhase::launching;
+
+    friend bool operator==(const SessionState&, const SessionState&) = default;
+};
+
+/// The right to be this user's session, of which there is one at a time. It ends with the process, however
+/// that ends; what it told of itself is believed only while it lives.
+class RunningSession {
+public:
+    /// Absent when another process is the session.
+    /// @throws std::system_error
+    [[nodiscard]] static std::optional<RunningSession> begin(const std::filesystem::path& applicationSupport);
+
+    /// What the session of this user is doing; absent when there is none.
+    [[nodiscard]] static std::optional<SessionState> find(const std::filesystem::path& applicationSupport);
+
+    RunningSession(RunningSession&&) noexcept = default;
+    RunningSession& operator=(RunningSession&&) = delete;
+    ~RunningSession();
+
+    /// Lets others know. That it could not be told stops nothing.
+    void tell(SessionPhase phase) const noexcept;
+
+private:
+    RunningSession(std::filesystem::path file, FileDescriptor lock);
+
+    std::filesystem::path file_;
+    FileDescriptor lock_;
+};
+
+} // namespace ramdisk

@@ -1,0 +1,89 @@
+#include "RamDiskUI/SessionText.h"
+
+#include "RamDiskUI/ErrorText.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+namespace ramdisk {
+
+namespace {
+
+std::string textOf(const std::exception_ptr& pointer) {
+    try {
+        std::rethrow_exception(pointer);
+    } catch (const std::exception& error) {
+        return errorText(error);
+    }
+}
+
+struct ProblemText {
+    std::string operator()(const RamDiskSetupProblem::ProfileNotSaved& problem) const {
+        return "It will not be created at launch: " + textOf(problem.error);
+    }
+    std::string operator()(const RamDiskSetupProblem::SeedNotCopied& problem) const {
+        return "The initial contents could not be copied: " + textOf(problem.error);
+    }
+    std::string operator()(const RamDiskSetupProblem::FolderNotCreated& problem) const {
+        return errorText(problem.error);
+    }
+    std::string operator()(const RamDiskSetupProblem::RedirectFailed& problem) const {
+        return "Folders could not be moved to the RAM disk: " + problem.failure.message;
+    }
+    std::string operator()(const RamDiskSetupProblem::RedirectsNotSaved& problem) const {
+        return "The list of moved folders could not be saved: " + textOf(problem.error);
+    }
+};
+
+struct OutcomeText {
+    std::string operator()(const StartupOutcome::Created& outcome) const {
+        return fmt::format("“{}” is ready{}.", outcome.disk.name,
+                           outcome.restoredContents ? ", with its saved files" : "");
+    }
+    std::string operator()(const StartupOutcome::AlreadyMounted& outcome) const {
+        return fmt::format("“{}” is mounted already.", outcome.disk.name);
+    }
+    std::string operator()(const StartupOutcome::RestoreFailed& outcome) const {
+        return fmt::format("“{}”: saved contents could not be restored. {}", outcome.disk.name,
+                           errorText(outcome.error));
+    }
+    std::string operator()(const StartupOutcome::FoldersNotCreated& outcome) const {
+        std::vector<std::string> texts;
+        for (const auto& error : outcome.errors) {
+            texts.push_back(errorText(error));
+        }
+        return fmt::format("“{}”: {}", outcome.disk.name, fmt::join(texts, " "));
+    }
+    std::string operator()(const StartupOutcome::Failed& outcome) const {
+        return fmt::format("“{}”: {}", outcome.profile.name, errorText(outcome.error));
+    }
+};
+
+} // namespace
+
+std::string setupProblemsTitle(std::string_view diskName) {
+    return fmt::format("“{}” is ready, but not everything worked", diskName);
+}
+
+std::string problemText(const RamDiskSetupProblem& problem) {
+    return std::visit(ProblemText{}, problem.value);
+}
+
+std::string outcomeText(const StartupOutcome& outcome) {
+    return std::visit(OutcomeText{}, outcome.value);
+}
+
+std::vector<std::string> attentionLines(const ShutdownReport& report) {
+    std::vector<std::string> lines;
+    for (const auto& failure : report.saveFailures) {
+        lines.push_back(
+            fmt::format("“{}”: contents not saved. {}", failure.ramDisk.name, errorText(failure.error)));
+    }
+    for (const auto& failure : report.ejectFailures) {
+        lines.push_back(
+            fmt::format("“{}”: still in use. {}", failure.ramDisk.name, errorText(failure.error)));
+    }
+    return lines;
+}
+
+} // namespace ramdisk

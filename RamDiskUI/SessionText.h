@@ -1,0 +1,29 @@
+#pragma once
+
+#include "RamDiskCore/Disks/RamDiskSetupResult.h"
+#include "RamDiskCore/Startup/ShutdownReport.h"
+#include "RamDiskCore/Startup/StartupOutcome.h"
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+/// What users are told of set-ups, launches and quits.
+namespace ramdisk {
+
+inline constexpr std::string_view launchAttentionTitle = "Some startup disks need attention";
+inline constexpr std::string_view quitAttentionTitle = "Some RAM disks need attention before quitting";
+inline constexpr std::string_view stillWorkingTitle = "RamDisk is still saving or ejecting disks";
+inline constexpr std::string_view stillWorkingText = "Quitting now may leave kept files unsaved.";
+
+/// “NAME” is ready, but not everything worked
+[[nodiscard]] std::string setupProblemsTitle(std::string_view diskName);
+[[nodiscard]] std::string problemText(const RamDiskSetupProblem& problem);
+
+/// Why the outcome needs attention; for one that does not, what happened.
+[[nodiscard]] std::string outcomeText(const StartupOutcome& outcome);
+
+/// One line per disk that could not be saved, then one per disk that could not be ejected.
+[[nodiscard]] std::vector<std::string> attentionLines(const ShutdownReport& report);
+
+} // namespace ramdisk

@@ -1,0 +1,47 @@
+#include "tramdisk/KeptDisks.h"
+
+#include "RamDiskCore/Values/RamDiskError.h"
+
+#include <fmt/format.h>
+
+#include <stdexcept>
+
+namespace ramdisk::cli {
+
+KeptDisk resolveKept(const RamDiskReference& reference, const CommandContext& context) {
+    const auto disk = context.services.list->resolve(reference);
+    if (!disk.mountPoint) {
+        throw RamDiskError(RamDiskError::NotMounted{disk.device});
+    }
+    auto kept = context.session.lifecycle->kept(disk);
+    if (!kept) {
+        throw std::runtime_error(
+            fmt::format("“{}” is no startup disk. Make it one with `tramdisk startup add`.", disk.name));
+    }
+    return std::move(*kept);
+}
+
+RamDiskProfile resolveProfile(const RamDiskReference& reference, const CommandContext& context) {
+    if (const auto* name = std::get_if<RamDiskReference::Name>(&reference.value)) {
+        if (auto profile = context.session.profiles->named(name->name)) {
+            return std::move(*profile);
+        }
+    }
+    return resolveKept(reference, context).profile;
+}
+
+RamDiskProfile startupDiskNamed(const std::string& name, const CommandContext& context) {
+    auto profile = context.session.profiles->named(name);
+    if (!profile) {
+        throw std::runtime_error(fmt::format("There is no startup disk named “{}”.", name));
+    }
+    return std::move(*profile);
+}
+
+void tellRedirectFailures(const std::vector<RedirectFailure>& failures, const CommandContext& context) {
+    for (const auto& failure : failures) {
+        context.console.warn(printable(failure.message));
+    }
+}
+
+} // namespace ramdisk::cli

@@ -1,0 +1,24 @@
+#pragma once
+
+#include "tramdisk/Commands.h"
+
+namespace ramdisk::cli {
+
+/// The disk that is meant, with its startup disk's record.
+/// @throws RamDiskError as `ListRamDisksUseCase::resolve`, `notMounted`; std::runtime_error when it is no
+/// startup
+///         disk.
+[[nodiscard]] KeptDisk resolveKept(const RamDiskReference& reference, const CommandContext& context);
+
+/// The startup disk that is meant, mounted or not.
+/// @throws RamDiskError `notFound`; std::runtime_error when the disk is no startup disk.
+[[nodiscard]] RamDiskProfile resolveProfile(const RamDiskReference& reference, const CommandContext& context);
+
+/// The startup disk of this name.
+/// @throws std::runtime_error
+[[nodiscard]] RamDiskProfile startupDiskNamed(const std::string& name, const CommandContext& context);
+
+/// Tells each failure as a warning.
+void tellRedirectFailures(const std::vector<RedirectFailure>& failures, const CommandContext& context);
+
+} // namespace ramdisk::cli

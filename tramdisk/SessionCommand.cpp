@@ -1,0 +1,154 @@
+#include "RamDiskInfrastructure/PlatformShutdown.h"
+#include "RamDiskInfrastructure/Stores/RunningSession.h"
+#include "RamDiskUI/SessionText.h"
+#include "tramdisk/KeptDisks.h"
+#include "tramdisk/ProgressLine.h"
+#include "tramdisk/SessionJSON.h"
+#include "tramdisk/SessionSignals.h"
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include <chrono>
+#include <cstdio>
+#include <stdexcept>
+
+namespace ramdisk::cli {
+
+namespace {
+
+constexpr std::chrono::minutes trimmingInterval{10};
+
+LaunchReport launch(const CommandContext& context) {
+    auto report = [&] {
+        ProgressLine progress(context.console.options(), "Filling");
+        return context.session.lifecycle->launch(
+            [&progress](const std::string& name, const TransferProgress& state) {
+                progress.show(name, state);
+            });
+    }();
+    tellRedirectFailures(report.redirectFailures, context);
+    bool isTitleTold = false;
+    for (const auto& outcome : report.outcomes) {
+        if (!outcome.needsAttention()) {
+            context.console.confirm(printable(outcomeText(outcome)));
+            continue;
+        }
+        if (!isTitleTold) {
+            context.console.fail(launchAttentionTitle);
+            isTitleTold = true;
+        }
+        context.console.fail(outcomeText(outcome));
+    }
+    return report;
+}
+
+/// Until it is asked to end; meanwhile deleted files give their memory back now and then.
+void waitForEnd(SessionSignals& signals, const CommandContext& context) {
+    while (signals.wait(trimmingInterval) == SessionEvent::timePassed) {
+        try {
+            for (const auto& disk : context.services.list->listOwn()) {
+                context.services.memoryTrimming->trim(disk);
+            }
+        } catch (const std::exception&) { // NOLINT(bugprone-empty-catch)
+            // The list could not be read just now; the next time will do.
+        }
+    }
+}
+
+ShutdownReport quit(const CommandContext& context) {
+    auto report = [&] {
+        ProgressLine progress(context.console.options(), "Saving");
+        return context.session.lifecycle->quit(
+            Force::no, [&progress](const std::string& name, const TransferProgress& state) {
+                progress.show(name, state);
+            });
+    }();
+    for (const auto& disk : report.ejected) {
+        context.console.confirm(fmt::format("“{}” is ejected.", printable(disk.name)));
+    }
+    if (report.needsAttention()) {
+        context.console.fail(quitAttentionTitle);
+        for (const auto& line : attentionLines(report)) {
+            context.console.fail(line);
+        }
+    }
+    return report;
+}
+
+Json documentOf(const LaunchReport& launched, const ShutdownReport& report) {
+    Json json{{"launch", Json::array()}, {"redirectFailures", Json::array()}, {"shutdown", toJSON(report)}};
+    for (const auto& outcome : launched.outcomes) {
+        json["launch"].push_back(toJSON(outcome));
+    }
+    for (const auto& failure : launched.redirectFailures) {
+        json["redirectFailures"].push_back(toJSON(failure));
+    }
+    return json;
+}
+
+/// Has the machine wait for us, as long as it does.
+void delayShutdown(ShutdownDelaying& delay, const CommandContext& context) {
+    const auto outcome = delay.start([](ShutdownNotice notice) {
+        if (notice == ShutdownNotice::begun) {
+            SessionSignals::request();
+        }
+    });
+    if (const auto* delayed = std::get_if<ShutdownDelayed>(&outcome)) {
+        const auto seconds = std::chrono::duration<double>(delayed->limit).count();
+        context.console.note(fmt::format(
+            "A shutdown of the machine waits up to {:g} seconds for files to be saved.", seconds));
+    } else {
+        context.console.note(std::get<ShutdownNotDelayed>(outcome).reason);
+    }
+}
+
+} // namespace
+
+ExitStatus run(const SessionRunInvocation& /*invocation*/, const CommandContext& context) {
+    const auto session = RunningSession::begin(context.stores.applicationSupport);
+    if (!session) {
+        const auto other = RunningSession::find(context.stores.applicationSupport);
+        throw std::runtime_error(
+            fmt::format("A session is running already (process {}).", other ? other->processID : 0));
+    }
+    // Before the first disk is made, so that none is left standing.
+    SessionSignals signals;
+    const auto delay = makeShutdownDelay();
+    delayShutdown(*delay, context);
+    const auto launched = launch(context);
+    session->tell(SessionPhase::running);
+    context.console.confirm("Running; ends on SIGTERM or SIGINT.");
+    static_cast<void>(std::fflush(stdout));
+    waitForEnd(signals, context);
+    session->tell(SessionPhase::quitting);
+    const auto report = quit(context);
+    delay->stop();
+    if (context.console.wantsJSON()) {
+        context.console.printDocument(compactText(documentOf(launched, report)));
+    }
+    return report.needsAttention() ? failed : succeeded;
+}
+
+ExitStatus run(const SessionStatusInvocation& /*invocation*/, const CommandContext& context) {
+    const auto state = RunningSession::find(context.stores.applicationSupport);
+    if (context.console.wantsJSON()) {
+        Json json{{"isRunning", state.has_value()}};
+        if (state) {
+            json["processID"] = state->processID;
+            json["phase"] = rawValue(state->phase);
+        }
+        context.console.printDocument(compactText(json));
+    } else if (!state) {
+        context.console.print("No session is running.");
+    } else if (state->phase == SessionPhase::quitting) {
+        context.console.print(stillWorkingTitle);
+        context.console.print(stillWorkingText);
+    } else {
+        context.console.print(
+            fmt::format("A session is running (process {}, {}).", state->processID, rawValue(state->phase)));
+    }
+    return succeeded;
+}
+
+} // namespace ramdisk::cli

@@ -1,0 +1,70 @@
+#include "tramdisk/SessionJSON.h"
+
+#include "RamDiskUI/ErrorText.h"
+#include "RamDiskUI/SessionText.h"
+
+#include <nlohmann/json.hpp>
+
+#include <chrono>
+
+namespace ramdisk::cli {
+
+namespace {
+
+Json failuresJSON(const std::vector<ShutdownReport::Failure>& failures) {
+    auto list = Json::array();
+    for (const auto& failure : failures) {
+        list.push_back({{"ramDisk", toJson(failure.ramDisk)}, {"text", errorText(failure.error)}});
+    }
+    return list;
+}
+
+Json disksJSON(const std::vector<RamDisk>& disks) {
+    auto list = Json::array();
+    for (const auto& disk : disks) {
+        list.push_back(toJson(disk));
+    }
+    return list;
+}
+
+} // namespace
+
+Json toJSON(const StartupOutcome& outcome) {
+    Json json{{"case", outcome.caseName()}, {"name", outcome.name()}, {"text", outcomeText(outcome)}};
+    if (const auto* disk = outcome.disk()) {
+        json["ramDisk"] = toJson(*disk);
+    }
+    return json;
+}
+
+Json toJSON(const ShutdownReport& report) {
+    return {{"saved", disksJSON(report.saved)},
+            {"ejected", disksJSON(report.ejected)},
+            {"saveFailures", failuresJSON(report.saveFailures)},
+            {"ejectFailures", failuresJSON(report.ejectFailures)}};
+}
+
+Json toJSON(const SavedCopy& copy) {
+    // Dates are seconds since 1 January 2001, as in the stored lists.
+    constexpr std::int64_t referenceDate = 978307200;
+    const auto seconds =
+        std::chrono::duration_cast<std::chrono::seconds>(copy.savedAt.time_since_epoch()).count();
+    return {{"image", copy.image.string()},
+            {"savedAt", seconds - referenceDate},
+            {"size", toJson(copy.size)},
+            {"isLatest", copy.isLatest}};
+}
+
+Json toJSON(const RedirectFailure& failure) {
+    return {{"redirect", toJson(failure.redirect)}, {"text", failure.message}};
+}
+
+Json toJSON(const std::vector<RamDiskSetupProblem>& problems) {
+    auto list = Json::array();
+    for (const auto& problem : problems) {
+        list.push_back({{"case", problem.caseName()}, {"text", problemText(problem)}});
+    }
+    return list;
+}
+
+} // namespace ramdisk::cli

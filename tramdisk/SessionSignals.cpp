@@ -1,0 +1,70 @@
+#include "tramdisk/SessionSignals.h"
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <system_error>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+namespace ramdisk::cli {
+
+namespace {
+
+constexpr std::array caught{SIGTERM, SIGINT, SIGHUP};
+
+// A signal handler can reach nothing else.
+std::array<int, 2> wakeUp{-1, -1};
+
+void noteSignal(int /*signal*/) {
+    const int before = errno;
+    const char byte = 1;
+    static_cast<void>(write(wakeUp[1], &byte, 1));
+    errno = before;
+}
+
+} // namespace
+
+SessionSignals::SessionSignals() {
+    if (pipe(wakeUp.data()) != 0) {
+        throw std::system_error(errno, std::generic_category(), "make a pipe for signals");
+    }
+    for (const int end : wakeUp) {
+        static_cast<void>(fcntl(end, F_SETFD, FD_CLOEXEC));
+        static_cast<void>(fcntl(end, F_SETFL, O_NONBLOCK));
+    }
+    struct sigaction action {};
+    action.sa_handler = noteSignal;
+    action.sa_flags = SA_RESTART;
+    for (const int signal : caught) {
+        static_cast<void>(sigaction(signal, &action, nullptr));
+    }
+}
+
+SessionSignals::~SessionSignals() {
+    for (const int signal : caught) {
+        static_cast<void>(std::signal(signal, SIG_DFL));
+    }
+    for (int& end : wakeUp) {
+        close(end);
+        end = -1;
+    }
+}
+
+SessionEvent SessionSignals::wait(std::chrono::milliseconds limit) {
+    pollfd readable{wakeUp[0], POLLIN, 0};
+    if (poll(&readable, 1, static_cast<int>(limit.count())) <= 0) {
+        return SessionEvent::timePassed;
+    }
+    std::array<char, 16> bytes{};
+    static_cast<void>(read(wakeUp[0], bytes.data(), bytes.size()));
+    return SessionEvent::endRequested;
+}
+
+void SessionSignals::request() noexcept {
+    noteSignal(0);
+}
+
+} // namespace ramdisk::cli

@@ -1,0 +1,79 @@
+#include "tramdisk/SetupTexts.h"
+
+#include <memory>
+
+namespace ramdisk::cli {
+
+namespace {
+
+struct Texts {
+    std::string reference;
+    std::string target;
+    std::string title;
+};
+
+Parser::Command readRedirects(const CLI::App& redirects, const Texts& texts) {
+    if (redirects.got_subcommand("add")) {
+        return RedirectsAddInvocation{RamDiskReference::parse(texts.reference), readTarget(texts.target)};
+    }
+    if (redirects.got_subcommand("remove")) {
+        return RedirectsRemoveInvocation{RamDiskReference::parse(texts.reference), readTarget(texts.target)};
+    }
+    if (redirects.got_subcommand("repair")) {
+        return RedirectsRepairInvocation{};
+    }
+    return RedirectsListInvocation{};
+}
+
+void addRedirects(Parser& parser) {
+    const auto texts = std::make_shared<Texts>();
+    const auto app = std::make_shared<CLI::App*>(nullptr);
+    auto& redirects = parser.add("redirects", "The tools' folders that are kept on disks",
+                                 [texts, app] { return readRedirects(**app, *texts); });
+    *app = &redirects;
+    redirects.require_subcommand(0, 1);
+    redirects.add_subcommand("list", "List them");
+    const auto addPair = [&](const char* name, const char* help) {
+        auto& subcommand = *redirects.add_subcommand(name, help);
+        addReference(subcommand, texts->reference);
+        subcommand.add_option("TARGET", texts->target, "xcode, npm, tmp, cache:NAME or folder:PATH")
+            ->required();
+    };
+    addPair("add", "Keep a tool's folder on a disk");
+    addPair("remove", "Put it back and forget it");
+    redirects.add_subcommand("repair", "Put back what an interrupted change or a lost disk left");
+}
+
+Parser::Command readTemplates(const CLI::App& templates, const Texts& texts) {
+    if (templates.got_subcommand("save")) {
+        return TemplatesSaveInvocation{texts.title, RamDiskReference::parse(texts.reference)};
+    }
+    if (templates.got_subcommand("remove")) {
+        return TemplatesRemoveInvocation{texts.title};
+    }
+    return TemplatesListInvocation{};
+}
+
+void addTemplates(Parser& parser) {
+    const auto texts = std::make_shared<Texts>();
+    const auto app = std::make_shared<CLI::App*>(nullptr);
+    auto& templates = parser.add("templates", "Named set-ups for new disks",
+                                 [texts, app] { return readTemplates(**app, *texts); });
+    *app = &templates;
+    templates.require_subcommand(0, 1);
+    templates.add_subcommand("list", "List them");
+    auto& save = *templates.add_subcommand("save", "Save a disk's set-up as a template");
+    save.add_option("TITLE", texts->title, "The template's title")->required();
+    save.add_option("--from", texts->reference, "The disk: a device, a mount point or a name")->required();
+    auto& remove = *templates.add_subcommand("remove", "Remove one of your own templates");
+    remove.add_option("TITLE", texts->title, "The template's title")->required();
+}
+
+} // namespace
+
+void addSurroundingsSubcommands(Parser& parser) {
+    addRedirects(parser);
+    addTemplates(parser);
+}
+
+} // namespace ramdisk::cli

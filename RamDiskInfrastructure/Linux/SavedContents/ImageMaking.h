@@ -5,6 +5,7 @@
 #include "RamDiskCore/Values/VolumeProtection.h"
 #include "RamDiskInfrastructure/Linux/LoopDevice.h"
 
+#include <compare>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -30,6 +31,8 @@ struct ImageGeometry {
     [[nodiscard]] std::vector<std::string> arguments(const std::string& diskName,
                                                      const VolumeProtection& protection,
                                                      const std::string& device) const;
+
+    friend auto operator<=>(const ImageGeometry&, const ImageGeometry&) = default;
 };
 
 /// Lays an empty file system onto the device.

@@ -8,6 +8,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -40,7 +42,7 @@ LoopPartialImage::LoopPartialImage(std::filesystem::path partial, const SaveRequ
       host_(host),
       runner_(std::move(runner)) {
     const auto& wanted = source.manifest();
-    geometry_ = ImageGeometry::of(request.disk.capacity, wanted.itemCount(), wanted.byteCount());
+    geometry_ = geometryFor(wanted);
     try {
         image_ = startFromEarlier(wanted);
         if (!image_) {
@@ -51,6 +53,10 @@ LoopPartialImage::LoopPartialImage(std::filesystem::path partial, const SaveRequ
     } catch (const std::exception& error) {
         throwTransferFailure(error);
     }
+}
+
+ImageGeometry LoopPartialImage::geometryFor(const TreeManifest& wanted) const {
+    return ImageGeometry::of(request_.disk.capacity, wanted.itemCount(), wanted.byteCount());
 }
 
 std::optional<ImageFile> LoopPartialImage::takeEarlierFile() {
@@ -130,8 +136,9 @@ void LoopPartialImage::fill(SaveSource& source, const ProgressObserver& observer
             // The image is full, not the system disk: what is written to that one fails later, in `close`.
             image_.reset();
             unlink(partial_.c_str());
-            geometry_ = geometry_.doubled();
-            image_ = startFromNothing(geometry_, mounted.manifest());
+            const auto& wanted = mounted.manifest();
+            geometry_ = std::max(geometry_.doubled(), geometryFor(wanted));
+            image_ = startFromNothing(geometry_, wanted);
             fillOnce(mounted, observer);
         }
     } catch (const RamDiskError&) {

@@ -23,6 +23,7 @@ public:
     void close() override;
 
 private:
+    [[nodiscard]] ImageGeometry geometryFor(const TreeManifest& wanted) const;
     [[nodiscard]] std::optional<OpenImage> startFromEarlier(const TreeManifest& wanted);
     [[nodiscard]] std::optional<ImageFile> takeEarlierFile();
     [[nodiscard]] OpenImage startFromNothing(const ImageGeometry& geometry, const TreeManifest& wanted);

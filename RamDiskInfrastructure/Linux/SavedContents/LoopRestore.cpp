@@ -2,11 +2,9 @@
 
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/Linux/ProcSystemMemoryProvider.h"
+#include "RamDiskInfrastructure/Linux/SavedContents/SavedRoot.h"
 #include "RamDiskInfrastructure/Linux/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/Trees/TreeUpdate.h"
-#include "RamDiskInfrastructure/Linux/VolumeMarkLinux.h"
-
-#include <sys/stat.h>
 
 namespace ramdisk {
 
@@ -69,23 +67,9 @@ void LoopRestore::copy(const OpenImage& image, const MountedDisk& disk,
         throw RamDiskError(RamDiskError::NamesMerged{});
     }
     const auto present = TreeManifest::scan(disk.root(), {});
+    keepDisksOwn(*saved, present, request_.disk.access);
     const auto extras = request_.mode == RestoreMode::fill ? Extras::keep : Extras::remove;
     TreeUpdate{image.contents(), *saved, disk.root(), present, extras}.perform(observer);
-    keepDisksOwn(disk);
-}
-
-void LoopRestore::keepDisksOwn(const MountedDisk& disk) const {
-    // The mark tells this disk from the one that was saved.
-    if (request_.disk.instance) {
-        writeVolumeMark(disk.root().get(), *request_.disk.instance);
-    }
-    struct stat status {};
-    const int root = disk.root().get();
-    // Who may open the disk is decided when it is made.
-    if (request_.disk.access == VolumeAccess::onlyMe && fstat(root, &status) == 0
-        && (status.st_mode & 0077U) != 0 && fchmod(root, status.st_mode & 07700U) != 0) {
-        throw SystemCallError("keep private the files that were put back");
-    }
 }
 
 } // namespace ramdisk

@@ -17,7 +17,6 @@ public:
 
 private:
     void copy(const OpenImage& image, const MountedDisk& disk, const ProgressObserver& observer) const;
-    void keepDisksOwn(const MountedDisk& disk) const;
 
     const RestoreRequest& request_;
     const LinuxHost& host_;

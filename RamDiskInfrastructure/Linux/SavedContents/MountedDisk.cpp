@@ -1,6 +1,7 @@
 #include "RamDiskInfrastructure/Linux/SavedContents/MountedDisk.h"
 
 #include "RamDiskCore/Values/RamDiskError.h"
+#include "RamDiskInfrastructure/Linux/SavedContents/SavedRoot.h"
 #include "RamDiskInfrastructure/Linux/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/VolumeMarkLinux.h"
 
@@ -44,7 +45,7 @@ std::array<std::string, 2> probeNames() {
 MountedDisk MountedDisk::open(const RamDisk& disk, const LinuxHost& host) {
     if (host.firstRung() != HostRung::kernel) {
         throw RamDiskError(RamDiskError::ContentsTransferFailed{
-            "keeping a disk's files needs the right to mount, which this process does not have."});
+            "keeping files needs the right to mount, which this process does not have."});
     }
     if (!disk.mountPoint) {
         throw RamDiskError(RamDiskError::DiskEjected{});
@@ -91,6 +92,7 @@ bool MountedDisk::mergesNames() const {
 
 SaveSource::Status MountedSource::takeStatus(const ProgressObserver& observer) {
     auto now = TreeManifest::scan(disk_.root(), observer);
+    forgetMark(now);
     const bool isSame = manifest_ && !now.firstDifference(*manifest_);
     manifest_ = std::move(now);
     return isSame ? Status::unchanged : Status::changed;
@@ -98,7 +100,7 @@ SaveSource::Status MountedSource::takeStatus(const ProgressObserver& observer) {
 
 const TreeManifest& MountedSource::manifest() {
     if (!manifest_) {
-        manifest_ = TreeManifest::scan(disk_.root(), {});
+        static_cast<void>(takeStatus({}));
     }
     return *manifest_;
 }

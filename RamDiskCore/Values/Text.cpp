@@ -220,6 +220,12 @@ std::string foldedName(std::string_view name) {
     return folded ? *std::move(folded) : std::string(name);
 }
 
+std::string caseFolded(std::string_view name) {
+    auto folded =
+        mapped(name, UTF8PROC_STABLE | UTF8PROC_DECOMPOSE | UTF8PROC_CASEFOLD | UTF8PROC_IGNORE);
+    return folded ? *std::move(folded) : std::string(name);
+}
+
 bool namesEqual(std::string_view left, std::string_view right) {
     if (isASCII(left) && isASCII(right)) {
         left = trimmed(left);

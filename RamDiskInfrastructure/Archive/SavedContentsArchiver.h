@@ -1,8 +1,8 @@
 #pragma once
 
+#include "RamDiskInfrastructure/Archive/SavedCopyFolder.h"
 #include "RamDiskInfrastructure/Archive/SavedImageTool.h"
 
-#include <functional>
 #include <memory>
 #include <string_view>
 
@@ -19,9 +19,10 @@ namespace ramdisk {
 class SavedContentsArchiver final : public ContentArchiving {
 public:
     /// Told before each step of a save or a rotation; may throw to make that step fail.
-    using StepObserver = std::function<void(std::string_view step)>;
+    using StepObserver = SavedCopyFolder::StepObserver;
 
-    explicit SavedContentsArchiver(std::shared_ptr<SavedImageTool> tool, StepObserver steps = {});
+    explicit SavedContentsArchiver(std::shared_ptr<SavedImageTool> tool, StepObserver steps = {},
+                                   HardLinks hardLinks = HardLinks::whereSupported);
 
     SaveOutcome save(const SaveRequest& request, const ProgressObserver& observer) override;
     RestoredVolume restore(const RestoreRequest& request, const ProgressObserver& observer) override;
@@ -31,8 +32,17 @@ public:
     void remove(const SavedCopyFiles& files) override;
 
 private:
+    SaveOutcome save(const SaveRequest& request, SaveSource& source, const SavedCopyFolder& folder,
+                     const ProgressObserver& observer);
+    void fill(const std::filesystem::path& partial, const SaveRequest& request, SaveSource& source,
+              const ProgressObserver& observer);
+    [[nodiscard]] SavedCopyFolder folderOf(const SavedCopyFiles& files) const;
+    void step(std::string_view name) const;
+    static void requirePresent(const SaveSource& source);
+
     std::shared_ptr<SavedImageTool> tool_;
     StepObserver steps_;
+    HardLinks hardLinks_;
 };
 
 } // namespace ramdisk

@@ -74,8 +74,11 @@ public:
     virtual void verify(const std::filesystem::path& image, const VolumeProtection& protection) = 0;
 
     /// Gives up a copy that is no longer kept; the tool may use its file as the start of the next one, under
-    /// a name for which `isSpare` is true. Never throws: what cannot be removed stays for the next time.
+    /// the spare name. Never throws: what cannot be removed stays for the next time.
     virtual void retire(const std::filesystem::path& image, const SavedCopyFiles& files) noexcept = 0;
+
+    /// Closes a partial image of a dead save where it outlived its process; its file is deleted next.
+    virtual void abandon(const std::filesystem::path& /*partial*/) noexcept {}
 
     /// Copies what is in the image onto the disk. @returns whether the image could be closed.
     /// @throws as `ContentArchiving::restore`.

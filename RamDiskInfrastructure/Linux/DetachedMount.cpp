@@ -44,10 +44,21 @@ void DetachedMount::openContext() {
     for (const auto& [key, value] : request_.options) {
         set(key, value);
     }
+    const bool isReadOnly = request_.access == MountRequest::Access::readOnly;
+    if (isReadOnly) {
+        set("ro", "");
+    }
     if (fsconfig(context.get(), FSCONFIG_CMD_CREATE, nullptr, nullptr, 0) != 0) {
         throw SystemCallError(fmt::format("make a {}", request_.fileSystem));
     }
-    mount_.reset(fsmount(context.get(), FSMOUNT_CLOEXEC, MOUNT_ATTR_NOSUID | MOUNT_ATTR_NODEV));
+    unsigned attributes = MOUNT_ATTR_NOSUID | MOUNT_ATTR_NODEV;
+    if (isReadOnly) {
+        attributes |= MOUNT_ATTR_RDONLY;
+    }
+    if (request_.programs == MountRequest::Programs::refuse) {
+        attributes |= MOUNT_ATTR_NOEXEC;
+    }
+    mount_.reset(fsmount(context.get(), FSMOUNT_CLOEXEC, attributes));
     if (!mount_) {
         throw SystemCallError(fmt::format("mount a {}", request_.fileSystem));
     }
@@ -77,8 +88,15 @@ void DetachedMount::attach(const std::filesystem::path& path, const FileDescript
             move_mount(mount_.get(), "", folder.get(), "", MOVE_MOUNT_F_EMPTY_PATH | MOVE_MOUNT_T_EMPTY_PATH);
     } else {
         const auto target = fmt::format("/proc/self/fd/{}", folder.get());
-        result = mount(request_.source.c_str(), target.c_str(), request_.fileSystem.c_str(),
-                       MS_NOSUID | MS_NODEV, request_.optionText().c_str());
+        unsigned long flags = MS_NOSUID | MS_NODEV;
+        if (request_.access == MountRequest::Access::readOnly) {
+            flags |= MS_RDONLY;
+        }
+        if (request_.programs == MountRequest::Programs::refuse) {
+            flags |= MS_NOEXEC;
+        }
+        result = mount(request_.source.c_str(), target.c_str(), request_.fileSystem.c_str(), flags,
+                       request_.optionText().c_str());
     }
     if (result != 0) {
         throw SystemCallError("mount", path);

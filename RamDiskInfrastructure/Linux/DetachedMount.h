@@ -20,6 +20,9 @@ struct MountRequest {
     std::string source;
     /// Options of the file system, such as size and mode. An empty value stands for a flag.
     std::vector<std::pair<std::string, std::string>> options;
+    /// Whether programs on it may be run.
+    enum class Programs { run, refuse } programs = Programs::run;
+    enum class Access { readWrite, readOnly } access = Access::readWrite;
 
     /// The options as a user would type them: "size=4096,mode=0755".
     [[nodiscard]] std::string optionText() const;
@@ -30,7 +33,8 @@ struct MountRequest {
 /// is nothing before `attach`.
 class DetachedMount {
 public:
-    /// Mounts nosuid and nodev. Falls back to the classic interface where the kernel lacks the other.
+    /// Mounts nosuid and nodev, and as the request says. Falls back to the classic interface where the kernel
+    /// lacks the other.
     /// @throws SystemCallError
     DetachedMount(MountRequest request, MountInterface interface);
 

@@ -9,6 +9,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 #include <thread>
 
 #include <fcntl.h>
@@ -31,7 +32,9 @@ std::filesystem::path LoopDevice::pathOf(unsigned number) {
     return fmt::format("/dev/loop{}", number);
 }
 
-LoopDevice LoopDevice::attach(const FileDescriptor& memory, const std::string& tag, ByteCount capacity) {
+LoopDevice LoopDevice::attach(const FileDescriptor& file, const std::string& tag, ByteCount capacity,
+                              LoopAccess access) {
+    const bool isReadOnly = access == LoopAccess::readOnly;
     const FileDescriptor control(open("/dev/loop-control", O_RDWR | O_CLOEXEC));
     if (!control) {
         throw SystemCallError("open", "/dev/loop-control");
@@ -42,14 +45,17 @@ LoopDevice LoopDevice::attach(const FileDescriptor& memory, const std::string& t
             throw SystemCallError("find a free loop device");
         }
         const auto path = pathOf(static_cast<unsigned>(number));
-        FileDescriptor device(open(path.c_str(), O_RDWR | O_CLOEXEC));
+        FileDescriptor device(open(path.c_str(), (isReadOnly ? O_RDONLY : O_RDWR) | O_CLOEXEC));
         if (!device) {
             throw SystemCallError("open", path);
         }
         loop_config config{};
-        config.fd = static_cast<__u32>(memory.get());
+        config.fd = static_cast<__u32>(file.get());
         config.info.lo_sizelimit = capacity.bytes;
         config.info.lo_flags = LO_FLAGS_AUTOCLEAR;
+        if (isReadOnly) {
+            config.info.lo_flags |= LO_FLAGS_READ_ONLY;
+        }
         std::memcpy(config.info.lo_file_name, tag.data(),
                     std::min<std::size_t>(tag.size(), LO_NAME_SIZE - 1));
         if (ioctl(device.get(), LOOP_CONFIGURE, &config) == 0) {
@@ -71,6 +77,30 @@ std::optional<ByteCount> LoopDevices::size(unsigned number) const {
     const auto sectors = tryReadSmallFile(sys / fmt::format("block/loop{}/size", number));
     const auto count = sectors ? std::strtoull(sectors->c_str(), nullptr, 10) : 0;
     return count == 0 ? std::nullopt : std::optional(ByteCount{count * 512});
+}
+
+std::vector<std::pair<unsigned, std::filesystem::path>> LoopDevices::backingFiles() const {
+    std::vector<std::pair<unsigned, std::filesystem::path>> files;
+    std::error_code error;
+    const auto block = sys / "block";
+    for (std::filesystem::directory_iterator entry(block, error), end; !error && entry != end;
+         entry.increment(error)) {
+        constexpr std::string_view prefix = "loop";
+        const auto name = entry->path().filename().string();
+        auto backing = tryReadSmallFile(entry->path() / "loop/backing_file");
+        if (!name.starts_with(prefix) || !backing) {
+            continue;
+        }
+        if (backing->ends_with('\n')) {
+            backing->pop_back();
+        }
+        const auto number = std::strtoul(name.c_str() + prefix.size(), nullptr, 10);
+        files.emplace_back(static_cast<unsigned>(number), std::move(*backing));
+    }
+    if (error) {
+        throw SystemCallError("list", block, error.value());
+    }
+    return files;
 }
 
 bool LoopDevices::isReleased(unsigned number, const std::string& tag) const {

@@ -6,6 +6,8 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace ramdisk {
 
@@ -13,15 +15,18 @@ namespace ramdisk {
 /// @throws SystemCallError
 [[nodiscard]] FileDescriptor makeMemoryFile(const std::string& tag, ByteCount size);
 
-/// A block device upon a file in memory, which the device alone keeps alive. The kernel takes it away when
-/// its last user is gone: this object while the volume is being made, then the mount. A killed process leaves
-/// none.
+/// What may be done through a loop device.
+enum class LoopAccess { readWrite, readOnly };
+
+/// A block device upon a file, which the device alone keeps alive when it has no name. The kernel takes it
+/// away when its last user is gone: this object while the volume is being made, then the mount. A killed
+/// process leaves none.
 class LoopDevice {
 public:
-    /// Puts `capacity` bytes of `memory` behind a free loop device. The rest of the file is room to grow.
+    /// Puts `capacity` bytes of `file` behind a free loop device. The rest of the file is room to grow.
     /// @throws SystemCallError
-    [[nodiscard]] static LoopDevice attach(const FileDescriptor& memory, const std::string& tag,
-                                           ByteCount capacity);
+    [[nodiscard]] static LoopDevice attach(const FileDescriptor& file, const std::string& tag,
+                                           ByteCount capacity, LoopAccess access = LoopAccess::readWrite);
 
     [[nodiscard]] unsigned number() const noexcept { return number_; }
     [[nodiscard]] std::filesystem::path path() const { return pathOf(number_); }
@@ -43,6 +48,10 @@ struct LoopDevices {
 
     /// The device's size; absent when nothing is behind it.
     [[nodiscard]] std::optional<ByteCount> size(unsigned number) const;
+
+    /// Every device that has a file behind it now, with the file's path as the kernel shows it.
+    /// @throws SystemCallError when the devices cannot be listed.
+    [[nodiscard]] std::vector<std::pair<unsigned, std::filesystem::path>> backingFiles() const;
 
     /// As `carries` is false, waiting up to a second: the kernel clears a device a moment after its last
     /// user, and programs that look at new devices may hold it a little longer.

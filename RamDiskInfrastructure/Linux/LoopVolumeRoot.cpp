@@ -19,12 +19,6 @@
 
 namespace ramdisk {
 
-namespace {
-
-constexpr const char* encryptedFolder = "volume";
-
-} // namespace
-
 void LoopVolumeRoot::freeReservedClusters(const std::filesystem::path& sys) const {
     struct stat status {};
     if (fstat(root_.get(), &status) != 0) {
@@ -72,13 +66,12 @@ void LoopVolumeRoot::concealMountPoint() const {
     }
 }
 
-FileDescriptor LoopVolumeRoot::makeEncryptedFolder(const VolumePassphrase& passphrase,
-                                                   const LinuxHost& host) const {
-    if (mkdirat(root_.get(), encryptedFolder, 0700) != 0) {
+FileDescriptor LoopVolumeRoot::makeEncryptedFolder(const VolumePassphrase& passphrase, const LinuxHost& host,
+                                                   const char* name) const {
+    if (mkdirat(root_.get(), name, 0700) != 0) {
         throw SystemCallError("make the encrypted folder of a new volume");
     }
-    FileDescriptor folder(
-        openat(root_.get(), encryptedFolder, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    FileDescriptor folder(openat(root_.get(), name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     if (!folder) {
         throw SystemCallError("open the encrypted folder of a new volume");
     }

@@ -40,7 +40,8 @@ public:
     /// root cannot be.
     /// @throws SystemCallError
     [[nodiscard]] FileDescriptor makeEncryptedFolder(const VolumePassphrase& passphrase,
-                                                     const LinuxHost& host) const;
+                                                     const LinuxHost& host,
+                                                     const char* name = "volume") const;
 
     /// Sets the label as far as the file system takes it: it is an ornament, the record holds the name.
     static void setLabel(const std::filesystem::path& mountPoint, const std::string& name);

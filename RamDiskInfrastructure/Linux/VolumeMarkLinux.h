@@ -3,8 +3,12 @@
 #include "RamDiskCore/Values/VolumeMark.h"
 
 #include <filesystem>
+#include <string>
 
 namespace ramdisk {
+
+/// The name of the attribute that is the mark. Linux lets users set attributes in one namespace only.
+[[nodiscard]] std::string volumeMarkAttribute();
 
 /// Writes the mark with this identifier onto an open root folder. Where the file system keeps no user
 /// attributes nothing is written: there the disk's record, with the identifier that the kernel shows, is the

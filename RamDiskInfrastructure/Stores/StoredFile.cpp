@@ -118,6 +118,15 @@ void makeFolders(const std::filesystem::path& folder) {
     }
 }
 
+void flushFolder(const std::filesystem::path& folder) {
+    const FileDescriptor opened(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const int error = opened ? flushToDisk(opened) : errno;
+    // Some file systems know no such thing as flushing a folder.
+    if (error != 0 && error != EINVAL) {
+        throw SystemCallError("flush the folder", folder, error);
+    }
+}
+
 PreparedFile::PreparedFile(std::filesystem::path target, std::string_view content)
     : target_(std::move(target)),
       file_(createPrepared(target_, temporary_)) {
@@ -142,12 +151,7 @@ void PreparedFile::takePlace() {
         throw SystemCallError("replace", target_);
     }
     temporary_.clear();
-    const FileDescriptor folder(open(target_.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    const int error = folder ? flushToDisk(folder) : errno;
-    // Some file systems know no such thing as flushing a folder.
-    if (error != 0 && error != EINVAL) {
-        throw SystemCallError("flush the folder", target_.parent_path(), error);
-    }
+    flushFolder(target_.parent_path());
 }
 
 void removeAbandonedVersions(const std::filesystem::path& target) noexcept {

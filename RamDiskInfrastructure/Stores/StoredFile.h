@@ -18,6 +18,10 @@ namespace ramdisk {
 /// @throws std::system_error
 void makeFolders(const std::filesystem::path& folder);
 
+/// Waits until the names in a folder would survive a power cut, where the file system can promise that.
+/// @throws std::system_error
+void flushFolder(const std::filesystem::path& folder);
+
 /// A new version of a file, complete and safe on the disk, but not yet in its place.
 ///
 /// It lies beside the file under a name of its own and is locked while this value lives, which is how the

@@ -7,6 +7,17 @@ namespace ramdisk {
 /// What happens to items of the target that the source does not have.
 enum class Extras { keep, remove };
 
+/// Whether the root folder of the target takes over the metadata of the source's.
+enum class RootMetadata { apply, leave };
+
+/// What happens where the process may not give an item its owner.
+enum class Owners {
+    /// The update fails.
+    all,
+    /// The item stays the caller's own, and is neither setuid nor setgid.
+    whereAllowed
+};
+
 /// Makes one tree the same as another, writing what differs and nothing else: contents, modes, owners, times,
 /// hard links, symbolic links, extended attributes, ACLs, holes, FIFOs and the root's own metadata. No link
 /// is followed out of either tree, whoever changes them meanwhile.
@@ -19,6 +30,8 @@ struct TreeUpdate {
     const FileDescriptor& target;
     const TreeManifest& targetManifest;
     Extras extras = Extras::remove;
+    RootMetadata rootMetadata = RootMetadata::apply;
+    Owners owners = Owners::all;
 
     /// Changes the target. An item of the source that vanished since its manifest was made is left out.
     /// @throws RamDiskError `namesMerged` when the target took two names for one; SystemCallError naming the

@@ -1,0 +1,247 @@
+#include "RamDiskInfrastructure/Archive/SavedCopyFolder.h"
+
+#include "RamDiskInfrastructure/Archive/FileIdentity.h"
+#include "RamDiskInfrastructure/Commands/SystemCallError.h"
+#include "RamDiskInfrastructure/Stores/StoredFile.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include <unistd.h>
+
+namespace ramdisk {
+
+namespace {
+
+constexpr std::uint64_t statusBlockSize = 512;
+
+struct stat statusOf(const std::filesystem::path& image) {
+    struct stat status {};
+    if (lstat(image.c_str(), &status) != 0) {
+        throw SystemCallError("read", image);
+    }
+    return status;
+}
+
+std::chrono::system_clock::time_point modifiedAt(const std::filesystem::path& image) {
+    return std::chrono::system_clock::from_time_t(statusOf(image).st_mtime);
+}
+
+ByteCount allocated(const std::filesystem::path& image) {
+    return ByteCount{static_cast<std::uint64_t>(statusOf(image).st_blocks) * statusBlockSize};
+}
+
+bool isMissing(const std::filesystem::path& file) {
+    struct stat status {};
+    return lstat(file.c_str(), &status) != 0 && errno == ENOENT;
+}
+
+void renameFile(const std::filesystem::path& from, const std::filesystem::path& to) {
+    if (std::rename(from.c_str(), to.c_str()) != 0) {
+        throw SystemCallError("replace", to);
+    }
+}
+
+void removeFile(const std::filesystem::path& file) {
+    if (unlink(file.c_str()) != 0 && errno != ENOENT) {
+        throw SystemCallError("remove", file);
+    }
+}
+
+bool knowsNoHardLinks(int error) {
+    return error == EPERM || error == ENOTSUP || error == EOPNOTSUPP || error == ENOSYS || error == EMLINK;
+}
+
+} // namespace
+
+SavedCopyFolder::SavedCopyFolder(const SavedCopyFiles& files, HardLinks hardLinks, const StepObserver& steps)
+    : names_{files},
+      hardLinks_(hardLinks),
+      steps_(steps) {}
+
+void SavedCopyFolder::tidy(SavedImageTool& tool) const {
+    const auto& latest = names_.files.latest;
+    const auto incoming = names_.incoming();
+    if (isMissing(latest)) {
+        const auto earlier = earlierCopies();
+        if (FileIdentity::of(incoming)) {
+            renameFile(incoming, latest);
+        } else if (!earlier.empty()) {
+            renameFile(earlier.front().image, latest);
+        }
+    }
+    if (FileIdentity::of(incoming)) {
+        removeFile(incoming);
+    }
+    if (const auto identity = FileIdentity::of(latest)) {
+        for (const auto& entry : entries()) {
+            if (names_.isEarlier(entry) && FileIdentity::of(entry) == identity) {
+                removeFile(entry);
+            }
+        }
+    }
+    removePartials(tool);
+}
+
+std::vector<SavedCopy> SavedCopyFolder::copies() const {
+    auto earlier = earlierCopies();
+    std::vector<SavedCopy> copies;
+    for (const auto& image : {names_.files.latest, names_.incoming()}) {
+        if (copies.empty() && FileIdentity::of(image)) {
+            copies.push_back({image, modifiedAt(image), allocated(image), true});
+        }
+    }
+    for (const auto& copy : earlier) {
+        copies.push_back({copy.image, copy.name.time(), allocated(copy.image), copies.empty()});
+    }
+    return copies;
+}
+
+void SavedCopyFolder::takePlace(const std::filesystem::path& partial) const {
+    const auto& latest = names_.files.latest;
+    const bool hasLatest = FileIdentity::of(latest).has_value();
+    bool isKept = false;
+    if (hasLatest) {
+        step("keep latest");
+        isKept = linkTo(latest, freeEarlierName());
+    }
+    if (!hasLatest || isKept) {
+        step("replace latest");
+        renameFile(partial, latest);
+    } else {
+        step("name incoming");
+        renameFile(partial, names_.incoming());
+        step("move latest aside");
+        renameFile(latest, freeEarlierName());
+        step("replace latest");
+        renameFile(names_.incoming(), latest);
+    }
+    step("flush folder");
+    flushFolder(latest.parent_path());
+}
+
+void SavedCopyFolder::bringBack(const std::filesystem::path& earlier) const {
+    const auto& latest = names_.files.latest;
+    step("name incoming");
+    if (linkTo(earlier, names_.incoming())) {
+        step("keep latest");
+        if (FileIdentity::of(latest) && !linkTo(latest, freeEarlierName())) {
+            throw SystemCallError("keep", latest, EPERM);
+        }
+        step("replace latest");
+        renameFile(names_.incoming(), latest);
+        step("remove earlier");
+        removeFile(earlier);
+    } else {
+        step("move latest aside");
+        if (FileIdentity::of(latest)) {
+            renameFile(latest, freeEarlierName());
+        }
+        step("replace latest");
+        renameFile(earlier, latest);
+    }
+    step("flush folder");
+    flushFolder(latest.parent_path());
+}
+
+void SavedCopyFolder::prune(std::uint32_t previousCopies, SavedImageTool& tool) const {
+    auto earlier = earlierCopies();
+    while (earlier.size() > previousCopies) {
+        step("retire");
+        tool.retire(earlier.back().image, names_.files);
+        earlier.pop_back();
+    }
+}
+
+void SavedCopyFolder::remove(SavedImageTool& tool) const {
+    // The latest goes last: as long as any of them is there, it is.
+    removePartials(tool);
+    removeFile(names_.spare());
+    removeFile(names_.incoming());
+    for (const auto& entry : entries()) {
+        if (names_.isEarlier(entry)) {
+            removeFile(entry);
+        }
+    }
+    removeFile(names_.files.latest);
+    removeFile(names_.bound());
+    if (!isMissing(names_.files.latest.parent_path())) {
+        flushFolder(names_.files.latest.parent_path());
+    }
+}
+
+bool SavedCopyFolder::holdsEarlier(const std::filesystem::path& image) const {
+    std::error_code ignored;
+    return names_.isEarlier(image) && FileIdentity::of(image)
+           && std::filesystem::equivalent(image.parent_path(), names_.files.latest.parent_path(), ignored);
+}
+
+std::vector<SavedCopyFolder::Earlier> SavedCopyFolder::earlierCopies() const {
+    const auto latest = FileIdentity::of(names_.files.latest);
+    std::vector<Earlier> copies;
+    for (const auto& entry : entries()) {
+        const auto name = names_.earlierNamed(entry);
+        const auto identity = FileIdentity::of(entry);
+        if (name && identity && identity != latest) {
+            copies.push_back({entry, *name});
+        }
+    }
+    std::sort(copies.begin(), copies.end(),
+              [](const Earlier& left, const Earlier& right) { return left.name > right.name; });
+    return copies;
+}
+
+std::vector<std::filesystem::path> SavedCopyFolder::entries() const {
+    const auto folder = names_.files.latest.parent_path();
+    std::vector<std::filesystem::path> found;
+    if (isMissing(folder)) {
+        return found;
+    }
+    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+        found.push_back(entry.path());
+    }
+    return found;
+}
+
+bool SavedCopyFolder::linkTo(const std::filesystem::path& image, const std::filesystem::path& name) const {
+    if (hardLinks_ == HardLinks::never) {
+        return false;
+    }
+    if (::link(image.c_str(), name.c_str()) == 0) {
+        return true;
+    }
+    if (knowsNoHardLinks(errno)) {
+        return false;
+    }
+    throw SystemCallError("give a second name to", image);
+}
+
+std::filesystem::path SavedCopyFolder::freeEarlierName() const {
+    auto name = SavedCopyNames::Earlier::savedAt(modifiedAt(names_.files.latest));
+    for (const auto& entry : entries()) {
+        const auto taken = names_.earlierNamed(entry);
+        if (taken && taken->secondsSince1970 == name.secondsSince1970) {
+            // Behind all of its second, whichever of them are gone: the newest has the highest number.
+            name.serial = std::max(name.serial, taken->serial + 1);
+        }
+    }
+    return names_.earlier(name);
+}
+
+void SavedCopyFolder::removePartials(SavedImageTool& tool) const {
+    for (const auto& entry : entries()) {
+        if (names_.isPartial(entry)
+            && !std::filesystem::is_directory(std::filesystem::symlink_status(entry))) {
+            tool.abandon(entry);
+            removeFile(entry);
+        }
+    }
+}
+
+void SavedCopyFolder::step(std::string_view name) const {
+    if (steps_) {
+        steps_(name);
+    }
+}
+
+} // namespace ramdisk

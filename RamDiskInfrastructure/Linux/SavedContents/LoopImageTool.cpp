@@ -1,0 +1,128 @@
+#include "RamDiskInfrastructure/Linux/SavedContents/LoopImageTool.h"
+
+#include "RamDiskCore/Values/RamDiskError.h"
+#include "RamDiskInfrastructure/Archive/SavedCopyNames.h"
+#include "RamDiskInfrastructure/Linux/MountTable.h"
+#include "RamDiskInfrastructure/Linux/SavedContents/LoopPartialImage.h"
+#include "RamDiskInfrastructure/Linux/SavedContents/LoopRestore.h"
+#include "RamDiskInfrastructure/Linux/SystemCallError.h"
+
+#include <fmt/format.h>
+
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+namespace ramdisk {
+
+namespace {
+
+constexpr unsigned loopMajor = 7;
+
+/// What can be told of an image that somebody else has open: its mount tells, wherever there is one.
+SavedVolume describeElsewhere(const ImageFile& file, const std::vector<unsigned>& loops,
+                              const LinuxHost& host) {
+    const auto superblock = ExtSuperblock::read(file.descriptor());
+    if (!superblock) {
+        throw RamDiskError(RamDiskError::ImageUnreadable{});
+    }
+    const auto table = MountTable::read(host.proc);
+    for (const auto& entry : table.entries()) {
+        for (const auto loop : loops) {
+            struct statvfs status {};
+            if (entry.device == makedev(loopMajor, loop) && statvfs(entry.mountPoint.c_str(), &status) == 0) {
+                return {superblock->label,
+                        superblock->size,
+                        {std::uint64_t{status.f_blocks - status.f_bfree} * status.f_frsize},
+                        superblock->canFoldCase,
+                        entry.mountPoint};
+            }
+        }
+    }
+    throw RamDiskError(RamDiskError::ImageOpenAlready{});
+}
+
+} // namespace
+
+LoopImageTool::LoopImageTool(LinuxHost host, std::shared_ptr<CommandRunning> runner)
+    : host_(std::move(host)),
+      runner_(std::move(runner)) {}
+
+std::unique_ptr<SaveSource> LoopImageTool::openSource(const SaveRequest& request) {
+    return std::make_unique<MountedSource>(MountedDisk::open(request.disk, host_));
+}
+
+bool LoopImageTool::isUpToDate(const SaveRequest& request, SaveSource& source) {
+    auto& mounted = dynamic_cast<MountedSource&>(source);
+    try {
+        const auto image = OpenImage::open(ImageFile::open(request.files.latest, LoopAccess::readOnly, host_),
+                                           LoopAccess::readOnly, request.protection, host_);
+        const auto held = image.manifest();
+        return held && image.origin() == ImageOrigin{request.disk.name, request.disk.capacity}
+               && !held->firstDifference(mounted.manifest());
+    } catch (const RamDiskError& error) {
+        if (std::holds_alternative<RamDiskError::IncorrectPassphrase>(error.value())) {
+            throw;
+        }
+    } catch (const std::exception&) { // NOLINT(bugprone-empty-catch)
+        // Then it is saved again.
+    }
+    return false;
+}
+
+std::unique_ptr<PartialImage> LoopImageTool::begin(const std::filesystem::path& partial,
+                                                   const SaveRequest& request, SaveSource& source) {
+    return std::make_unique<LoopPartialImage>(partial, request, dynamic_cast<MountedSource&>(source), host_,
+                                              runner_);
+}
+
+void LoopImageTool::verify(const std::filesystem::path& path, const VolumeProtection& protection) {
+    auto file = ImageFile::open(path, LoopAccess::readOnly, host_);
+    file.dropCache();
+    const auto image = OpenImage::open(std::move(file), LoopAccess::readOnly, protection, host_);
+    const auto said = image.manifest();
+    if (!said) {
+        throw RamDiskError(RamDiskError::ContentsTransferFailed{"the copy does not tell what it holds."});
+    }
+    const ReadAhead reading(image.file().descriptor(), readAheadLimit(host_));
+    if (const auto difference = TreeManifest::scan(image.contents(), {}).firstDifference(*said)) {
+        throw RamDiskError(RamDiskError::ContentsTransferFailed{
+            fmt::format("the copy differs from what was saved: {}", *difference)});
+    }
+}
+
+void LoopImageTool::retire(const std::filesystem::path& image, const SavedCopyFiles& files) noexcept {
+    try {
+        const auto file = ImageFile::open(image, LoopAccess::readOnly, host_);
+        struct stat status {};
+        // A file with another name is a copy still: only this name is given up.
+        const bool isLastName = fstat(file.descriptor().get(), &status) == 0 && status.st_nlink == 1;
+        const auto spare = SavedCopyNames{files}.spare();
+        if (isLastName && !file.canBeCloned() && rename(image.c_str(), spare.c_str()) == 0) {
+            return;
+        }
+    } catch (const std::exception&) { // NOLINT(bugprone-empty-catch)
+        // What cannot be opened is of no use as a start.
+    }
+    unlink(image.c_str());
+}
+
+SavedImageTool::Closing LoopImageTool::restore(const RestoreRequest& request,
+                                               const ProgressObserver& observer) {
+    return LoopRestore(request, host_).perform(observer);
+}
+
+SavedVolume LoopImageTool::describe(const std::filesystem::path& path, const VolumeProtection& protection) {
+    auto file = ImageFile::open(path, LoopAccess::readOnly, host_);
+    if (const auto loops = file.loops(host_.sys); !loops.empty()) {
+        return describeElsewhere(file, loops, host_);
+    }
+    auto image = OpenImage::open(std::move(file), LoopAccess::readOnly, protection, host_);
+    const auto origin = image.origin();
+    const auto& superblock = image.superblock();
+    return {origin ? origin->name : superblock.label, origin ? origin->capacity : superblock.size,
+            image.used(), superblock.canFoldCase, std::nullopt};
+}
+
+} // namespace ramdisk

@@ -1,0 +1,187 @@
+#include "RamDiskInfrastructure/Linux/SavedContents/LoopPartialImage.h"
+
+#include "RamDiskCore/Values/ByteCountFormat.h"
+#include "RamDiskCore/Values/RamDiskError.h"
+#include "RamDiskInfrastructure/Archive/SavedCopyNames.h"
+#include "RamDiskInfrastructure/Linux/SystemCallError.h"
+#include "RamDiskInfrastructure/Linux/Trees/TreeUpdate.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace ramdisk {
+
+namespace {
+
+/// Below this the system disk counts as full when writing to it failed.
+constexpr auto hardlyAnyRoom = ByteCount::of(1, ByteCount::Unit::mebibyte);
+/// What the file system of an image keeps of an item besides its contents, at the least.
+constexpr std::uint64_t bytesPerItem = 256;
+
+std::string onlyLeft(ByteCount room) {
+    return fmt::format("the system disk has only {} left.", format(room));
+}
+
+/// A file that also has another name is somebody's copy still.
+bool hasOneName(const ImageFile& file) {
+    struct stat status {};
+    return fstat(file.descriptor().get(), &status) == 0 && status.st_nlink == 1;
+}
+
+} // namespace
+
+LoopPartialImage::LoopPartialImage(std::filesystem::path partial, const SaveRequest& request,
+                                   MountedSource& source, const LinuxHost& host,
+                                   std::shared_ptr<CommandRunning> runner)
+    : partial_(std::move(partial)),
+      request_(request),
+      host_(host),
+      runner_(std::move(runner)) {
+    const auto& wanted = source.manifest();
+    geometry_ = geometryFor(wanted);
+    try {
+        image_ = startFromEarlier(wanted);
+        if (!image_) {
+            image_ = startFromNothing(geometry_, wanted);
+        }
+    } catch (const RamDiskError&) {
+        throw;
+    } catch (const std::exception& error) {
+        throwTransferFailure(error);
+    }
+}
+
+ImageGeometry LoopPartialImage::geometryFor(const TreeManifest& wanted) const {
+    return ImageGeometry::of(request_.disk.capacity, wanted.itemCount(), wanted.byteCount());
+}
+
+std::optional<ImageFile> LoopPartialImage::takeEarlierFile() {
+    try {
+        const auto latest = ImageFile::open(request_.files.latest, LoopAccess::readOnly, host_);
+        latest.requireClosed(host_.sys);
+        if (auto clone = ImageFile::clone(latest, partial_, host_)) {
+            return clone;
+        }
+    } catch (const RamDiskError&) { // NOLINT(bugprone-empty-catch)
+        // There is no latest copy, or it cannot be a start.
+    }
+    const auto spare = SavedCopyNames{request_.files}.spare();
+    try {
+        const auto file = ImageFile::open(spare, LoopAccess::readWrite, host_);
+        file.requireClosed(host_.sys);
+        if (hasOneName(file) && rename(spare.c_str(), partial_.c_str()) == 0) {
+            return ImageFile::open(partial_, LoopAccess::readWrite, host_);
+        }
+    } catch (const RamDiskError&) { // NOLINT(bugprone-empty-catch)
+        // There is no spare, or it cannot be a start.
+    }
+    unlink(spare.c_str());
+    return std::nullopt;
+}
+
+std::optional<OpenImage> LoopPartialImage::startFromEarlier(const TreeManifest& wanted) {
+    auto file = takeEarlierFile();
+    if (!file) {
+        return std::nullopt;
+    }
+    std::optional<std::uint64_t> present;
+    try {
+        const auto superblock = ExtSuperblock::read(file->descriptor());
+        if (superblock && superblock->size >= geometry_.size) {
+            auto image = OpenImage::checkAndOpen(std::move(*file), request_.protection, host_, *runner_);
+            if (const auto held = image.manifest()) {
+                requireRoom(wanted, ByteCount{held->byteCount() + held->itemCount() * bytesPerItem});
+                return image;
+            }
+            static_cast<void>(image.close());
+        }
+    } catch (const RamDiskError& error) {
+        if (std::holds_alternative<RamDiskError::ContentsTransferFailed>(error.value())) {
+            throw;
+        }
+    } catch (const std::exception&) { // NOLINT(bugprone-empty-catch)
+        // Whatever is wrong with the earlier image, a new one is not made from it.
+    }
+    unlink(partial_.c_str());
+    return std::nullopt;
+}
+
+OpenImage LoopPartialImage::startFromNothing(const ImageGeometry& geometry, const TreeManifest& wanted) {
+    requireRoom(wanted, {});
+    return OpenImage::make(ImageFile::create(partial_, geometry.size, host_), geometry, request_.disk.name,
+                           request_.protection, host_, *runner_);
+}
+
+void LoopPartialImage::requireRoom(const TreeManifest& wanted, ByteCount present) const {
+    const auto needed = wanted.byteCount() + wanted.itemCount() * bytesPerItem;
+    const auto room = roomBeside(partial_);
+    if (needed > present.bytes && needed - present.bytes > room.bytes) {
+        throw RamDiskError(RamDiskError::ContentsTransferFailed{onlyLeft(room)});
+    }
+}
+
+void LoopPartialImage::fill(SaveSource& source, const ProgressObserver& observer) {
+    auto& mounted = dynamic_cast<MountedSource&>(source);
+    try {
+        try {
+            fillOnce(mounted, observer);
+        } catch (const SystemCallError& error) {
+            if (error.code().value() != ENOSPC && error.code().value() != EDQUOT) {
+                throw;
+            }
+            // The image is full, not the system disk: what is written to that one fails later, in `close`.
+            image_.reset();
+            unlink(partial_.c_str());
+            const auto& wanted = mounted.manifest();
+            geometry_ = std::max(geometry_.doubled(), geometryFor(wanted));
+            image_ = startFromNothing(geometry_, wanted);
+            fillOnce(mounted, observer);
+        }
+    } catch (const RamDiskError&) {
+        throw;
+    } catch (const std::exception& error) {
+        throwTransferFailure(error);
+    }
+}
+
+void LoopPartialImage::fillOnce(MountedSource& source, const ProgressObserver& observer) {
+    // What the image holds: of the earlier save, or of the round before.
+    auto held = image_->writtenManifest();
+    if (!held) {
+        held.emplace();
+    }
+    image_->undescribe();
+    TreeUpdate{source.root(), source.manifest(), image_->contents(), *held, Extras::remove}.perform(observer);
+    image_->describe(source.manifest(), {request_.disk.name, request_.disk.capacity});
+}
+
+void LoopPartialImage::close() {
+    try {
+        image_->flush();
+        if (!image_->close()) {
+            throw RamDiskError(RamDiskError::ContentsTransferFailed{"the new copy could not be closed."});
+        }
+        image_->file().flush();
+        const auto superblock = ExtSuperblock::read(image_->file().descriptor());
+        if (!superblock || !superblock->isClean) {
+            throw SystemCallError("write to", partial_, EIO);
+        }
+        image_.reset();
+    } catch (const RamDiskError&) {
+        throw;
+    } catch (const std::exception& error) {
+        throwTransferFailure(error);
+    }
+}
+
+void LoopPartialImage::throwTransferFailure(const std::exception& cause) const {
+    const auto room = roomBeside(partial_);
+    throw RamDiskError(
+        RamDiskError::ContentsTransferFailed{room < hardlyAnyRoom ? onlyLeft(room) : cause.what()});
+}
+
+} // namespace ramdisk

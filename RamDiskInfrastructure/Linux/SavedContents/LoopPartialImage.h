@@ -1,0 +1,42 @@
+#pragma once
+
+#include "RamDiskInfrastructure/Archive/SavedImageTool.h"
+#include "RamDiskInfrastructure/Linux/SavedContents/MountedDisk.h"
+#include "RamDiskInfrastructure/Linux/SavedContents/OpenImage.h"
+
+#include <filesystem>
+#include <memory>
+#include <optional>
+
+namespace ramdisk {
+
+/// An image in the making, on a file of its own.
+class LoopPartialImage final : public PartialImage {
+public:
+    /// Starts from a clone of the latest copy or from the spare when one of them serves, else from nothing: a
+    /// bad start never fails a save.
+    /// @throws RamDiskError `contentsTransferFailed`, also when the system disk has clearly too little room.
+    LoopPartialImage(std::filesystem::path partial, const SaveRequest& request, MountedSource& source,
+                     const LinuxHost& host, std::shared_ptr<CommandRunning> runner);
+
+    void fill(SaveSource& source, const ProgressObserver& observer) override;
+    void close() override;
+
+private:
+    [[nodiscard]] ImageGeometry geometryFor(const TreeManifest& wanted) const;
+    [[nodiscard]] std::optional<OpenImage> startFromEarlier(const TreeManifest& wanted);
+    [[nodiscard]] std::optional<ImageFile> takeEarlierFile();
+    [[nodiscard]] OpenImage startFromNothing(const ImageGeometry& geometry, const TreeManifest& wanted);
+    void fillOnce(MountedSource& source, const ProgressObserver& observer);
+    void requireRoom(const TreeManifest& wanted, ByteCount present) const;
+    [[noreturn]] void throwTransferFailure(const std::exception& cause) const;
+
+    std::filesystem::path partial_;
+    SaveRequest request_;
+    LinuxHost host_;
+    std::shared_ptr<CommandRunning> runner_;
+    ImageGeometry geometry_;
+    std::optional<OpenImage> image_;
+};
+
+} // namespace ramdisk

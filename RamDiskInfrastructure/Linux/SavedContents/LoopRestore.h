@@ -1,0 +1,28 @@
+#pragma once
+
+#include "RamDiskInfrastructure/Archive/SavedImageTool.h"
+#include "RamDiskInfrastructure/Linux/SavedContents/MountedDisk.h"
+#include "RamDiskInfrastructure/Linux/SavedContents/OpenImage.h"
+#include "RamDiskInfrastructure/Linux/SavedContents/ReadAhead.h"
+
+namespace ramdisk {
+
+/// Putting the files of one image onto one disk.
+class LoopRestore {
+public:
+    LoopRestore(const RestoreRequest& request, const LinuxHost& host) : request_(request), host_(host) {}
+
+    /// @throws as `SavedImageTool::restore`.
+    SavedImageTool::Closing perform(const ProgressObserver& observer) const;
+
+private:
+    void copy(const OpenImage& image, const MountedDisk& disk, const ProgressObserver& observer) const;
+
+    const RestoreRequest& request_;
+    const LinuxHost& host_;
+};
+
+/// How much of an image may be read before it is needed, so that it does not push out what was read before.
+[[nodiscard]] ByteCount readAheadLimit(const LinuxHost& host);
+
+} // namespace ramdisk

@@ -1,0 +1,108 @@
+#include "RamDiskInfrastructure/Linux/SavedContents/MountedDisk.h"
+
+#include "RamDiskCore/Values/RamDiskError.h"
+#include "RamDiskInfrastructure/Linux/SavedContents/SavedRoot.h"
+#include "RamDiskInfrastructure/Linux/SystemCallError.h"
+#include "RamDiskInfrastructure/Linux/VolumeMarkLinux.h"
+
+#include <fmt/format.h>
+
+#include <array>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace ramdisk {
+
+namespace {
+
+/// Whether the path is that of the root of a mount. Kernels that cannot tell (before 5.8) are believed.
+bool isMountRoot(const std::filesystem::path& path) {
+    struct statx status {};
+    if (statx(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW, STATX_TYPE, &status) != 0) {
+        return false;
+    }
+    return (status.stx_attributes_mask & STATX_ATTR_MOUNT_ROOT) == 0
+           || (status.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
+}
+
+/// A name that differs from every other, and the same in lower case.
+std::array<std::string, 2> probeNames() {
+    const auto upper = UUID::random().text();
+    auto lower = upper;
+    for (auto& character : lower) {
+        if (character >= 'A' && character <= 'F') {
+            character = static_cast<char>(character - 'A' + 'a');
+        }
+    }
+    constexpr const char* prefix = ".ramdisk-probe-";
+    return {prefix + upper, prefix + lower};
+}
+
+} // namespace
+
+MountedDisk MountedDisk::open(const RamDisk& disk, const LinuxHost& host) {
+    if (host.firstRung() != HostRung::kernel) {
+        throw RamDiskError(RamDiskError::ContentsTransferFailed{
+            "keeping files needs the right to mount, which this process does not have."});
+    }
+    if (!disk.mountPoint) {
+        throw RamDiskError(RamDiskError::DiskEjected{});
+    }
+    const auto& path = *disk.mountPoint;
+    FileDescriptor root(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (!root) {
+        if (errno == ENOENT || errno == ENOTDIR || errno == ELOOP) {
+            throw RamDiskError(RamDiskError::DiskEjected{});
+        }
+        throw SystemCallError("open", path);
+    }
+    MountedDisk mounted(path, std::move(root));
+    if (!mounted.isPresent()) {
+        throw RamDiskError(RamDiskError::DiskEjected{});
+    }
+    const auto mark = readVolumeMark(fmt::format("/proc/self/fd/{}/.", mounted.root_.get()));
+    if (mark.instance && disk.instance && *mark.instance != *disk.instance) {
+        throw RamDiskError(RamDiskError::DiskEjected{});
+    }
+    return mounted;
+}
+
+bool MountedDisk::isPresent() const {
+    struct stat now {};
+    struct stat held {};
+    // The number of a volume's device is not given to another one as long as it is held open.
+    return lstat(mountPoint_.c_str(), &now) == 0 && fstat(root_.get(), &held) == 0
+           && now.st_dev == held.st_dev && now.st_ino == held.st_ino && isMountRoot(mountPoint_);
+}
+
+bool MountedDisk::mergesNames() const {
+    const auto [upper, lower] = probeNames();
+    const FileDescriptor probe(
+        openat(root_.get(), upper.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+    if (!probe) {
+        throw SystemCallError("try the names of the disk");
+    }
+    struct stat status {};
+    const bool merges = fstatat(root_.get(), lower.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+    unlinkat(root_.get(), upper.c_str(), 0);
+    return merges;
+}
+
+SaveSource::Status MountedSource::takeStatus(const ProgressObserver& observer) {
+    auto now = TreeManifest::scan(disk_.root(), observer);
+    forgetMark(now);
+    const bool isSame = manifest_ && !now.firstDifference(*manifest_);
+    manifest_ = std::move(now);
+    return isSame ? Status::unchanged : Status::changed;
+}
+
+const TreeManifest& MountedSource::manifest() {
+    if (!manifest_) {
+        static_cast<void>(takeStatus({}));
+    }
+    return *manifest_;
+}
+
+} // namespace ramdisk

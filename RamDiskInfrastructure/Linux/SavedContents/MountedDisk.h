@@ -1,0 +1,55 @@
+#pragma once
+
+#include "RamDiskCore/Values/RamDisk.h"
+#include "RamDiskInfrastructure/Archive/SavedImageTool.h"
+#include "RamDiskInfrastructure/Linux/LinuxHost.h"
+#include "RamDiskInfrastructure/Linux/Trees/TreeManifest.h"
+
+#include <filesystem>
+
+#include <sys/types.h>
+
+namespace ramdisk {
+
+/// A disk's volume, held by its open root folder: whatever happens to its mount point meanwhile, this is the
+/// volume that is read or written, and an eject by ordinary means finds it in use.
+class MountedDisk {
+public:
+    /// @throws RamDiskError `diskEjected` when it is not mounted where it should be, or another disk is;
+    ///         `contentsTransferFailed` where disks are no mounts.
+    [[nodiscard]] static MountedDisk open(const RamDisk& disk, const LinuxHost& host);
+
+    [[nodiscard]] const FileDescriptor& root() const noexcept { return root_; }
+    /// Whether the mount point still leads to this volume.
+    [[nodiscard]] bool isPresent() const;
+    /// Whether the volume takes names that differ only in letter case for one another. Tried with a file.
+    /// @throws SystemCallError
+    [[nodiscard]] bool mergesNames() const;
+
+private:
+    MountedDisk(std::filesystem::path mountPoint, FileDescriptor root)
+        : mountPoint_(std::move(mountPoint)),
+          root_(std::move(root)) {}
+
+    std::filesystem::path mountPoint_;
+    FileDescriptor root_;
+};
+
+/// A disk that is being saved.
+class MountedSource final : public SaveSource {
+public:
+    explicit MountedSource(MountedDisk disk) : disk_(std::move(disk)) {}
+
+    Status takeStatus(const ProgressObserver& observer) override;
+    [[nodiscard]] bool isPresent() const override { return disk_.isPresent(); }
+
+    [[nodiscard]] const FileDescriptor& root() const noexcept { return disk_.root(); }
+    /// The status taken last; taken now when none was.
+    [[nodiscard]] const TreeManifest& manifest();
+
+private:
+    MountedDisk disk_;
+    std::optional<TreeManifest> manifest_;
+};
+
+} // namespace ramdisk

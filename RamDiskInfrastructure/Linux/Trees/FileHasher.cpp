@@ -1,0 +1,200 @@
+#include "RamDiskInfrastructure/Linux/Trees/FileHasher.h"
+
+#include "RamDiskInfrastructure/Linux/SystemCallError.h"
+#include "RamDiskInfrastructure/Linux/Trees/FolderCursor.h"
+#include "RamDiskInfrastructure/Linux/Trees/ParallelJobs.h"
+#include "RamDiskInfrastructure/Linux/Trees/TreeScanner.h"
+
+#include <algorithm>
+#include <cstring>
+#include <deque>
+#include <optional>
+
+#define XXH_INLINE_ALL
+#include <xxhash.h>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace ramdisk {
+
+namespace {
+
+constexpr std::uint64_t bufferSize = 4 * BlockHash::blockSize;
+/// Larger files are hashed in several pieces at once.
+constexpr std::uint64_t pieceSize = 32ULL << 20U;
+
+struct Piece {
+    std::uint32_t item;
+    std::uint64_t start;
+    std::uint64_t end;
+    unsigned worker = 0;
+    std::size_t firstBlock = 0;
+    std::size_t blockCount = 0;
+    bool isGone = false;
+};
+
+bool isAllZero(const char* bytes, std::size_t length) {
+    return bytes[0] == 0 && std::memcmp(bytes, bytes + 1, length - 1) == 0;
+}
+
+class HashWorker {
+public:
+    HashWorker(const TreeManifest::Contents& tree, const FileDescriptor& root, std::vector<BlockHash>& blocks,
+               ProgressMeter& meter)
+        : tree_(tree),
+          cursor_(root, tree),
+          blocks_(blocks),
+          buffer_(bufferSize),
+          meter_(meter) {}
+
+    void hash(Piece& piece) {
+        const auto file = openFile(piece.item);
+        if (!file) {
+            piece.isGone = true;
+            return;
+        }
+        piece.firstBlock = blocks_.size();
+        struct stat status {};
+        if (::fstat(file->get(), &status) != 0) {
+            throw SystemCallError("read", tree_.path(piece.item));
+        }
+        const bool hasHoles = status.st_blocks * 512 < status.st_size;
+        for (auto place = piece.start; place < piece.end;) {
+            place = hasHoles ? nextData(file->get(), place, piece) : place;
+            const auto length = place < piece.end ? read(file->get(), place, piece) : 0;
+            if (length == 0) {
+                break;
+            }
+            hashBlocks(place, length);
+            meter_.add(length, 0);
+            place += length;
+        }
+        meter_.add(0, piece.start == 0 ? 1 : 0);
+        piece.blockCount = blocks_.size() - piece.firstBlock;
+    }
+
+private:
+    std::optional<FileDescriptor> openFile(std::uint32_t item) {
+        // Another name serves as well when the first one is gone.
+        for (auto name = item; name < tree_.items.size(); ++name) {
+            if (tree_.items[name].original != item) {
+                continue;
+            }
+            const int folder = cursor_.open(tree_.items[name].parent);
+            auto file =
+                folder < 0 ? FileDescriptor() : openForReading(folder, std::string(tree_.name(name)).c_str());
+            struct stat status {};
+            if (!file) {
+                if (!isGone(errno)) {
+                    throw SystemCallError("open", tree_.path(name));
+                }
+            } else if (::fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode)) {
+                return file;
+            }
+        }
+        return std::nullopt;
+    }
+
+    /// The start of the block in which the next data lies.
+    std::uint64_t nextData(int file, std::uint64_t place, const Piece& piece) const {
+        const auto data = ::lseek(file, static_cast<off_t>(place), SEEK_DATA);
+        if (data < 0) {
+            // Without an answer everything counts as data.
+            return errno == ENXIO ? piece.end : place;
+        }
+        const auto block = static_cast<std::uint64_t>(data) / BlockHash::blockSize;
+        return std::max(place, block * BlockHash::blockSize);
+    }
+
+    std::size_t read(int file, std::uint64_t place, const Piece& piece) {
+        const auto wanted = std::min(bufferSize, piece.end - place);
+        std::size_t got = 0;
+        while (got < wanted) {
+            const auto count =
+                ::pread(file, buffer_.data() + got, wanted - got, static_cast<off_t>(place + got));
+            if (count < 0 && errno != EINTR) {
+                throw SystemCallError("read", tree_.path(piece.item));
+            }
+            if (count == 0) {
+                break;
+            }
+            got += count > 0 ? static_cast<std::size_t>(count) : 0;
+        }
+        return got;
+    }
+
+    void hashBlocks(std::uint64_t place, std::size_t length) {
+        for (std::size_t start = 0; start < length; start += BlockHash::blockSize) {
+            const char* bytes = buffer_.data() + start;
+            const auto size = std::min<std::size_t>(BlockHash::blockSize, length - start);
+            if (!isAllZero(bytes, size)) {
+                const auto hash = XXH3_128bits(bytes, size);
+                blocks_.push_back({(place + start) / BlockHash::blockSize, hash.low64, hash.high64});
+            }
+        }
+    }
+
+    const TreeManifest::Contents& tree_;
+    FolderCursor cursor_;
+    std::vector<BlockHash>& blocks_;
+    std::vector<char> buffer_;
+    ProgressMeter& meter_;
+};
+
+} // namespace
+
+void hashFiles(TreeManifest::Contents& tree, const FileDescriptor& root, const ProgressObserver& observer) {
+    std::vector<Piece> pieces;
+    std::uint64_t bytes = 0;
+    std::uint64_t files = 0;
+    for (std::uint32_t item = 0; item < tree.items.size(); ++item) {
+        const auto& file = tree.items[item];
+        if (file.type != ItemType::file || file.original != item || file.size == 0) {
+            continue;
+        }
+        ++files;
+        bytes += file.size;
+        // Of a sparse giant only the holes would be shared out.
+        const auto step = std::max(pieceSize, (file.size / 4096 + 1) / bufferSize * bufferSize);
+        for (std::uint64_t start = 0; start < file.size; start += step) {
+            pieces.push_back({item, start, std::min(file.size, start + step)});
+        }
+    }
+    ProgressMeter meter(observer);
+    meter.expect(bytes, files);
+    const ParallelJobs jobs(pieces.size(), bytes);
+    std::deque<std::vector<BlockHash>> blocks(jobs.workerCount());
+    jobs.run([&](unsigned worker) {
+        const auto hasher = std::make_shared<HashWorker>(tree, root, blocks[worker], meter);
+        return [&pieces, hasher, worker](std::size_t job) {
+            pieces[job].worker = worker;
+            hasher->hash(pieces[job]);
+        };
+    });
+    std::vector<bool> gone;
+    for (const auto& piece : pieces) {
+        auto& file = tree.items[piece.item];
+        if (piece.isGone) {
+            gone.resize(tree.items.size());
+            gone[piece.item] = true;
+            continue;
+        }
+        if (piece.start == 0) {
+            file.firstBlock = tree.blocks.size();
+        }
+        const auto first = blocks[piece.worker].begin() + static_cast<std::ptrdiff_t>(piece.firstBlock);
+        tree.blocks.insert(tree.blocks.end(), first, first + static_cast<std::ptrdiff_t>(piece.blockCount));
+        file.blockCount += piece.blockCount;
+    }
+    if (!gone.empty()) {
+        for (std::uint32_t item = 0; item < tree.items.size(); ++item) {
+            // All names of a file were tried.
+            gone[item] = gone[tree.items[item].original];
+        }
+        removeItems(tree, gone);
+    }
+    meter.finish();
+}
+
+} // namespace ramdisk

@@ -1,0 +1,34 @@
+#pragma once
+
+#include "RamDiskInfrastructure/Linux/Trees/TreeContents.h"
+
+#include <limits>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace ramdisk {
+
+/// Stands for an item that the other tree does not have.
+inline constexpr std::uint32_t noItem = std::numeric_limits<std::uint32_t>::max();
+
+/// For every item of one tree the item of the same path in another one.
+struct TreePairing {
+    std::vector<std::uint32_t> ofSource;
+    std::vector<std::uint32_t> ofTarget;
+};
+[[nodiscard]] TreePairing pairItems(const TreeManifest::Contents& source,
+                                    const TreeManifest::Contents& target);
+
+/// Whether two items have the same mode, owner, modification time and attributes.
+[[nodiscard]] bool isSameMetadata(const TreeManifest::Contents& source, std::uint32_t sourceItem,
+                                  const TreeManifest::Contents& target, std::uint32_t targetItem);
+/// Whether two files hold the same bytes.
+[[nodiscard]] bool isSameFile(const TreeManifest::Contents& source, std::uint32_t sourceItem,
+                              const TreeManifest::Contents& target, std::uint32_t targetItem);
+
+/// Tells the first item in which the trees differ and how: "folder/file: contents differ".
+[[nodiscard]] std::optional<std::string> firstDifference(const TreeManifest::Contents& source,
+                                                         const TreeManifest::Contents& target);
+
+} // namespace ramdisk

@@ -1,0 +1,57 @@
+#include "RamDiskInfrastructure/Linux/Trees/TreeManifest.h"
+
+#include "RamDiskCore/Values/Text.h"
+#include "RamDiskInfrastructure/Linux/Trees/FileHasher.h"
+#include "RamDiskInfrastructure/Linux/Trees/TreeComparison.h"
+#include "RamDiskInfrastructure/Linux/Trees/TreeScanner.h"
+
+#include <unordered_map>
+
+namespace ramdisk {
+
+TreeManifest::TreeManifest() : contents_(std::make_unique<Contents>()) {
+    contents_->items.emplace_back();
+}
+
+TreeManifest::~TreeManifest() = default;
+TreeManifest::TreeManifest(TreeManifest&&) noexcept = default;
+TreeManifest& TreeManifest::operator=(TreeManifest&&) noexcept = default;
+
+TreeManifest TreeManifest::scan(const FileDescriptor& root, const ProgressObserver& observer) {
+    TreeManifest manifest;
+    manifest.contents() = TreeScanner(root).scan();
+    hashFiles(manifest.contents(), root, observer);
+    return manifest;
+}
+
+std::uint64_t TreeManifest::itemCount() const noexcept {
+    return contents_->items.size() - 1;
+}
+
+std::uint64_t TreeManifest::byteCount() const noexcept {
+    std::uint64_t sum = 0;
+    for (std::uint32_t item = 0; item < contents_->items.size(); ++item) {
+        sum += contents_->dataSize(item);
+    }
+    return sum;
+}
+
+std::optional<std::string> TreeManifest::firstNameClash() const {
+    for (std::uint32_t folder = 0; folder < contents_->items.size(); ++folder) {
+        std::unordered_map<std::string, std::uint32_t> names;
+        const auto& item = contents_->items[folder];
+        for (auto child = item.firstChild; child < item.firstChild + item.childCount; ++child) {
+            const auto [other, isNew] = names.try_emplace(caseFolded(contents_->name(child)), child);
+            if (!isNew) {
+                return contents_->path(other->second) + " and " + contents_->path(child);
+            }
+        }
+    }
+    return std::nullopt;
+}
+
+std::optional<std::string> TreeManifest::firstDifference(const TreeManifest& other) const {
+    return ramdisk::firstDifference(*contents_, *other.contents_);
+}
+
+} // namespace ramdisk

@@ -1,0 +1,102 @@
+#pragma once
+
+#include "RamDiskCore/Values/RamDiskError.h"
+#include "RamDiskInfrastructure/Archive/SavedCopyNames.h"
+#include "RamDiskInfrastructure/Commands/ProcessCommandRunner.h"
+#include "RamDiskInfrastructure/Linux/LoopDevice.h"
+#include "RamDiskInfrastructure/Linux/SavedContents/LoopImageTool.h"
+#include "RamDiskInfrastructure/Linux/SmallFile.h"
+#include "RamDiskInfrastructure/Linux/Trees/TreeManifest.h"
+#include "tests/support/Linux/TestMachine.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+
+namespace ramdisk::test {
+
+/// A machine with disks, and a folder on its system disk in which their files are kept.
+struct SavingMachine {
+    TestMachine machine;
+    std::filesystem::path images = machine.folder() / "images";
+    SavedCopyFiles files{images / "A.sparseimage"};
+    VolumeProtection protection{};
+    LoopImageTool tool{machine.host(HostRung::kernel), std::make_shared<ProcessCommandRunner>()};
+
+    SavingMachine() { std::filesystem::create_directory(images); }
+
+    /// Makes a disk.
+    RamDisk disk(const std::string& name, const std::string& format = "hfs+",
+                 const std::string& size = "32M") const {
+        const auto outcome =
+            machine.run({"create", "--json", "--name=" + name, "--format", format, "--size", size});
+        EXPECT_EQ(outcome.status, 0) << outcome.err;
+        const auto made = outcome.json().at("ramDisk");
+        return {.device = DeviceIdentifier::wholeDisk(1),
+                .name = name,
+                .capacity = ByteCount::parse(size, ByteCount::Unit::byte),
+                .mountPoint = made.at("mountPoint").get<std::string>(),
+                .instance = UUID::parse(made.at("instance").get<std::string>())};
+    }
+
+    [[nodiscard]] SaveRequest request(const RamDisk& disk) const {
+        return {.disk = disk, .files = files, .protection = protection};
+    }
+
+    /// Saves in one round and puts the new image in the latest's place, whose file is retired.
+    void save(const RamDisk& disk) {
+        const auto wanted = request(disk);
+        const auto source = tool.openSource(wanted);
+        const auto partial = SavedCopyNames{files}.partial();
+        const auto image = tool.begin(partial, wanted, *source);
+        image->fill(*source, {});
+        EXPECT_EQ(source->takeStatus({}), SaveSource::Status::unchanged);
+        image->close();
+        tool.retire(files.latest, files);
+        std::filesystem::rename(partial, files.latest);
+    }
+
+    SavedImageTool::Closing restore(const RamDisk& disk, RestoreMode mode = RestoreMode::fill) {
+        return tool.restore({files.latest, files, disk, protection, mode}, {});
+    }
+
+    [[nodiscard]] bool isUpToDate(const RamDisk& disk) {
+        const auto source = tool.openSource(request(disk));
+        return tool.isUpToDate(request(disk), *source);
+    }
+
+    /// The first difference between the trees on two disks.
+    [[nodiscard]] static std::string difference(const RamDisk& one, const RamDisk& other) {
+        const auto scan = [](const RamDisk& disk) {
+            return TreeManifest::scan(openFolder(*disk.mountPoint / "tree"), {});
+        };
+        return scan(one).firstDifference(scan(other)).value_or("");
+    }
+
+    /// The loop devices that files in `folder` lie behind.
+    [[nodiscard]] std::vector<std::string> loopsUpon(const std::filesystem::path& folder) const {
+        std::vector<std::string> found;
+        for (const auto& [number, path] : LoopDevices{"/sys"}.backingFiles()) {
+            if (path.string().starts_with(folder.string() + "/")) {
+                found.push_back(path);
+            }
+        }
+        return found;
+    }
+};
+
+/// The name of the case of the error that `work` ends with, and its reason where it has one.
+template <typename Work>
+std::string failureOf(const Work& work) {
+    try {
+        work();
+    } catch (const RamDiskError& error) {
+        const auto* transfer = std::get_if<RamDiskError::ContentsTransferFailed>(&error.value());
+        return std::string(error.caseName()) + (transfer != nullptr ? ": " + transfer->reason : "");
+    } catch (const std::exception& error) {
+        return error.what();
+    }
+    return "none";
+}
+
+} // namespace ramdisk::test

@@ -2,6 +2,7 @@
 
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/Linux/DiskPlaces.h"
+#include "RamDiskInfrastructure/Linux/LoopDevice.h"
 #include "RamDiskInfrastructure/Linux/LoopVolumeRoot.h"
 #include "RamDiskInfrastructure/Linux/SystemCallError.h"
 
@@ -11,6 +12,7 @@
 
 #include <fcntl.h>
 #include <sys/mount.h>
+#include <sys/stat.h>
 
 namespace ramdisk {
 
@@ -46,6 +48,15 @@ Moved moveMountBetween(const fs::path& from, const MountFolders::Made& to) {
 } // namespace
 
 void LinuxVolumeRenamer::rename(const RamDisk& volume, const std::string& newName) {
+    whileHeld(volume, [&](RecordHold& hold) { renameHeld(hold, newName); });
+}
+
+void LinuxVolumeRenamer::setAccess(const RamDisk& volume, VolumeAccess access) {
+    whileHeld(volume, [&](RecordHold& hold) { setAccessHeld(hold, access); });
+}
+
+void LinuxVolumeRenamer::whileHeld(const RamDisk& volume,
+                                   const std::function<void(RecordHold&)>& work) const {
     try {
         for (const auto& record : context_->visibleRecords()) {
             if (record.device != volume.device) {
@@ -56,7 +67,7 @@ void LinuxVolumeRenamer::rename(const RamDisk& volume, const std::string& newNam
             const auto& kind = context_->volumes.of(record.kind);
             if (hold && kind.visibleAt(hold->record, mounts)
                 && kind.describe(hold->record, mounts).attachment == volume.attachment) {
-                renameHeld(*hold, newName);
+                work(*hold);
                 return;
             }
         }
@@ -80,6 +91,34 @@ void LinuxVolumeRenamer::renameHeld(RecordHold& hold, const std::string& newName
     moveMount(hold);
     if (hold.record.kind == VolumeKind::loop && !hold.record.isEncrypted) {
         LoopVolumeRoot::setLabel(hold.record.mountPoint, newName);
+    }
+}
+
+void LinuxVolumeRenamer::setAccessHeld(RecordHold& hold, VolumeAccess access) const {
+    const auto& store = context_->storeOf(hold.record);
+    const auto lock = store.lockNames();
+    auto& record = hold.record;
+    const bool isPrivate = access == VolumeAccess::onlyMe;
+    const auto setModes = [&] {
+        // The root may be the user's own choice of mode otherwise; who may enter is what was asked for now.
+        if (chmod(record.mountPoint.c_str(), isPrivate ? 0700 : 0755) != 0) {
+            throw SystemCallError("set who may open", record.mountPoint);
+        }
+        if (record.loop && chmod(LoopDevice::pathOf(*record.loop).c_str(), isPrivate ? 0600 : 0660) != 0) {
+            throw SystemCallError("set who may read the device of", record.mountPoint);
+        }
+    };
+    if (isPrivate) {
+        setModes();
+    }
+    record.access = access;
+    if (record.kind == VolumeKind::folder) {
+        store.update(hold);
+    } else {
+        moveMount(hold);
+    }
+    if (!isPrivate) {
+        setModes();
     }
 }
 

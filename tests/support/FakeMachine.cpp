@@ -94,6 +94,7 @@ std::filesystem::path FakeFormatter::format(const DeviceIdentifier& device,
     disk->fileSystem = specification.fileSystem;
     disk->isEncrypted = protection.passphrase() != nullptr;
     disk->isCreatedByRamDisk = true;
+    disk->instance = UUID::random();
     disk->access = specification.access;
     return *disk->mountPoint;
 }

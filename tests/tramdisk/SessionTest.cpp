@@ -1,0 +1,279 @@
+#include "tests/support/Linux/TestMachine.h"
+
+#include <gmock/gmock.h>
+
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <random>
+#include <thread>
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+namespace ramdisk::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+namespace fs = std::filesystem;
+
+/// Whatever can be told of a tree, item by item.
+std::map<std::string, std::string> treeOf(const fs::path& root) {
+    std::map<std::string, std::string> items;
+    const auto note = [&](const fs::path& path) {
+        struct stat status {};
+        EXPECT_EQ(lstat(path.c_str(), &status), 0) << path;
+        auto text = std::to_string(status.st_mode) + " " + std::to_string(status.st_uid) + " "
+                    + std::to_string(status.st_nlink) + " " + std::to_string(status.st_mtim.tv_sec) + "."
+                    + std::to_string(status.st_mtim.tv_nsec);
+        if (S_ISREG(status.st_mode)) {
+            text += " " + readFile(path);
+        } else if (S_ISLNK(status.st_mode)) {
+            text += " -> " + fs::read_symlink(path).string();
+        }
+        std::array<char, 64> value{};
+        const auto length = lgetxattr(path.c_str(), "user.test", value.data(), value.size());
+        text += length > 0 ? " " + std::string(value.data(), static_cast<std::size_t>(length)) : "";
+        items[path.lexically_relative(root).string()] = text;
+    };
+    for (const auto& entry : fs::recursive_directory_iterator(root)) {
+        note(entry.path());
+    }
+    return items;
+}
+
+void writeOddTree(const fs::path& root) {
+    fs::create_directories(root / "deep/er/new\nline");
+    writeFile(root / "deep/er/new\nline/file", "contents");
+    writeFile(root / std::string(255, 'n'), "long name");
+    fs::create_hard_link(root / "deep/er/new\nline/file", root / "second name");
+    fs::create_symlink("/etc/passwd", root / "link");
+    fs::create_symlink("nowhere", root / "dangling");
+    ASSERT_EQ(mkfifo((root / "fifo").c_str(), 0640), 0);
+    writeFile(root / "mapped", std::string(8192, 'a'));
+    ASSERT_EQ(setxattr((root / "mapped").c_str(), "user.test", "value", 5, 0), 0);
+    fs::permissions(root / "deep", fs::perms(0750));
+}
+
+/// Changes a file through a shared mapping alone, which leaves its dates as they are.
+void changeThroughMapping(const fs::path& file) {
+    const int descriptor = open(file.c_str(), O_RDWR | O_CLOEXEC);
+    auto* bytes = static_cast<char*>(mmap(nullptr, 8192, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0));
+    ASSERT_NE(bytes, MAP_FAILED);
+    std::memset(bytes + 4096, 'b', 16);
+    munmap(bytes, 8192);
+    close(descriptor);
+}
+
+class Session : public testing::Test {
+protected:
+    void SetUp() override {
+        SKIP_UNLESS_ROOT();
+        machine.emplace();
+        // No keyring answers here.
+        ASSERT_EQ(machine->run({"settings", "set", "allowsKeyFile", "true"}).status, 0);
+    }
+
+    void TearDown() override {
+        if (session != 0) {
+            kill(session, SIGKILL);
+            waitFor(session);
+        }
+    }
+
+    fs::path makeKept(const std::string& name, const std::vector<std::string>& more = {}) const {
+        std::vector<std::string> arguments{"create", "--name",      name,     "--size",
+                                           "64M",    "--at-launch", "--json", "--keep-files"};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        const auto outcome = machine->run(arguments);
+        EXPECT_EQ(outcome.status, 0) << outcome.err;
+        return fs::path(outcome.json().at("ramDisk").at("mountPoint"));
+    }
+
+    void startSession() {
+        session = machine->start({"session"});
+        for (int attempt = 0; attempt < 3000; ++attempt) {
+            const auto state = machine->run({"session", "status", "--json"}).json();
+            if (state.value("phase", "") == "running") {
+                return;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        FAIL() << "the session did not start";
+    }
+
+    int endSession() {
+        kill(session, SIGTERM);
+        return waitFor(std::exchange(session, 0));
+    }
+
+    [[nodiscard]] fs::path savedContents() const {
+        return machine->folder() / "home/data/Tavrin RamDisk/Saved Contents";
+    }
+
+    /// Files of saves that are not over.
+    [[nodiscard]] std::vector<std::string> partialFiles() const {
+        std::vector<std::string> found;
+        for (const auto& entry : fs::directory_iterator(savedContents())) {
+            if (entry.path().string().find(".partial-") != std::string::npos) {
+                found.push_back(entry.path().string());
+            }
+        }
+        return found;
+    }
+
+    std::optional<TestMachine> machine;
+    pid_t session = 0;
+};
+
+TEST_F(Session, BringsEveryFileBackOnEveryKindOfDisk) {
+    std::map<std::string, std::map<std::string, std::string>> trees;
+    const std::map<std::string, std::vector<std::string>> disks{
+        {"Plain", {}},
+        {"Journaled", {"--format", "jhfs+"}},
+        {"Vault", {"--format", "apfs", "--encrypt", "--access", "onlyMe"}}};
+    for (const auto& [name, options] : disks) {
+        const auto root = makeKept(name, options);
+        writeOddTree(root);
+        trees[name] = treeOf(root);
+    }
+    startSession();
+    EXPECT_EQ(machine->run({"session"}).status, 1);
+    EXPECT_EQ(endSession(), 0);
+    EXPECT_THAT(machine->list(), IsEmpty());
+    EXPECT_THAT(machine->traces(), IsEmpty());
+    EXPECT_EQ(machine->run({"session", "status", "--json"}).json().at("isRunning"), false);
+
+    startSession();
+    const auto standing = machine->list();
+    for (const auto& [name, tree] : trees) {
+        ASSERT_TRUE(standing.contains(name)) << name;
+        const fs::path root(standing.at(name).at("mountPoint"));
+        EXPECT_EQ(treeOf(root), tree) << name;
+        changeThroughMapping(root / "mapped");
+        trees[name] = treeOf(root);
+    }
+    EXPECT_EQ(endSession(), 0);
+    startSession();
+    for (const auto& [name, disk] : machine->list()) {
+        EXPECT_EQ(treeOf(fs::path(disk.at("mountPoint"))), trees.at(name)) << name;
+    }
+    EXPECT_EQ(endSession(), 0);
+}
+
+TEST_F(Session, SavesLoadsAndListsCopies) {
+    const auto root = makeKept("Work");
+    writeFile(root / "file", "one");
+    const auto saved = machine->run({"save", "--verify"});
+    EXPECT_EQ(saved.out, "The files of “Work” are saved.\n") << saved.err;
+    EXPECT_EQ(machine->run({"save", "Work"}).out, "Nothing changed on “Work” since it was saved.\n");
+    EXPECT_EQ(machine->run({"copies", "Work", "--json"}).json().size(), 1U);
+    EXPECT_EQ(machine->run({"load", "Work", "--copy", "2"}).err,
+              "tramdisk: Could not copy the contents: there is no copy 2 of “Work”; the oldest is copy 1.\n");
+    writeFile(root / "file", "two");
+    writeFile(root / "more", "two");
+    EXPECT_EQ(machine->run({"load", "Work"}).out, "Copy 1 is on “Work”.\n");
+    EXPECT_EQ(readFile(root / "file"), "one");
+    EXPECT_FALSE(fs::exists(root / "more"));
+
+    writeFile(root / "file", "three");
+    EXPECT_EQ(machine->run({"eject", "Work"}).status, 0);
+    EXPECT_EQ(machine->run({"startup", "create", "Work"}).out, "“Work” is ready, with its saved files.\n");
+    EXPECT_EQ(readFile(root / "file"), "three");
+    writeFile(root / "file", "thrown away");
+    EXPECT_EQ(machine->run({"eject", "Work", "--discard"}).status, 0);
+    EXPECT_EQ(machine->run({"startup", "create", "Work"}).status, 0);
+    EXPECT_EQ(readFile(root / "file"), "three");
+
+    EXPECT_EQ(machine->run({"startup", "remove", "Work"}).status, 1);
+    EXPECT_EQ(machine->run({"startup", "remove", "Work", "--force"}).status, 0);
+    for (const auto& entry : fs::directory_iterator(savedContents())) {
+        EXPECT_EQ(entry.path().extension(), ".lock") << entry.path();
+    }
+    EXPECT_EQ(machine->run({"save", "Work"}).err,
+              "tramdisk: “Work” is no startup disk. Make it one with `tramdisk startup add`.\n");
+}
+
+TEST_F(Session, KeepsADiskInUseAndSaysSo) {
+    const auto root = makeKept("Work");
+    startSession();
+    const int file = open((root / "open").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+    EXPECT_EQ(endSession(), 1);
+    EXPECT_TRUE(machine->list().contains("Work"));
+    // Still writable, since it stays.
+    EXPECT_EQ(write(file, "x", 1), 1);
+    close(file);
+    writeFile(root / "later", "still writable");
+    EXPECT_EQ(machine->run({"eject", "Work"}).status, 0);
+}
+
+TEST_F(Session, AKilledSaveOrRestoreCostsNothing) {
+    const auto* wanted = std::getenv("TRAMDISK_KILL_POINTS");
+    const int points = wanted != nullptr ? std::atoi(wanted) : 16;
+    auto root = makeKept("Work");
+    std::mt19937 random(1);
+    int acknowledged = 0;
+    for (int round = 1; round <= points; ++round) {
+        SCOPED_TRACE(round);
+        for (int index = 0; index < 40; ++index) {
+            writeFile(root / ("file" + std::to_string(index)),
+                      std::to_string(round) + std::string(9000, 'x'));
+        }
+        const auto saving = machine->start({"save", "Work"});
+        std::this_thread::sleep_for(std::chrono::microseconds(random() % 120'000));
+        kill(saving, SIGKILL);
+        acknowledged = waitFor(saving) == 0 ? round : acknowledged;
+        ASSERT_EQ(machine->run({"eject", "Work", "--discard"}).status, 0);
+
+        const auto restoring = machine->start({"session"});
+        std::this_thread::sleep_for(std::chrono::microseconds(random() % 120'000));
+        kill(restoring, SIGKILL);
+        waitFor(restoring);
+        startSession();
+        ASSERT_TRUE(machine->list().contains("Work"));
+        root = fs::path(machine->list().at("Work").at("mountPoint"));
+        EXPECT_THAT(partialFiles(), IsEmpty());
+        if (acknowledged > 0 || fs::exists(root / "file0")) {
+            const auto first = readFile(root / "file0");
+            EXPECT_GE(std::atoi(first.c_str()), acknowledged);
+            for (int index = 0; index < 40; ++index) {
+                EXPECT_EQ(readFile(root / ("file" + std::to_string(index))), first);
+            }
+        }
+        kill(session, SIGKILL);
+        waitFor(std::exchange(session, 0));
+    }
+    EXPECT_EQ(machine->run({"eject", "Work", "--discard"}).status, 0);
+    EXPECT_THAT(machine->traces(), IsEmpty());
+}
+
+TEST_F(Session, RefusesWhatCannotBeMeant) {
+    const std::vector<std::pair<std::vector<std::string>, std::string>> rows{
+        {{"create", "--keep-files"},
+         "tramdisk: Only a disk that is made at launch keeps its files: give --at-launch with "
+         "--keep-files.\n"},
+        {{"startup", "frob"}, "tramdisk: `tramdisk startup` takes no further argument “frob”.\n"},
+        {{"redirects", "add", "Work", "cache:none"},
+         "tramdisk: “cache:none” is nothing that can be kept on a disk. Use xcode, npm, tmp, cache:NAME or "
+         "folder:PATH.\n"}};
+    for (const auto& [arguments, text] : rows) {
+        const auto outcome = machine->run(arguments);
+        EXPECT_EQ(outcome.status, 2) << arguments[1];
+        EXPECT_EQ(outcome.err, text);
+    }
+    EXPECT_EQ(machine->run({"startup", "create", "None"}).err,
+              "tramdisk: There is no startup disk named “None”.\n");
+    EXPECT_EQ(machine->run({"create", "--template", "None"}).err,
+              "tramdisk: There is no template named “None”.\n");
+    EXPECT_THAT(machine->list(), IsEmpty());
+}
+
+} // namespace
+} // namespace ramdisk::test

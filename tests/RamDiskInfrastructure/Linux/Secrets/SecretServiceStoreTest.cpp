@@ -22,6 +22,47 @@ constexpr std::chrono::milliseconds patience{30'000};
 /// For what never answers: the outcome is the same however soon it is reached.
 constexpr std::chrono::milliseconds impatience{300};
 
+/// A keyring whose only item stays locked until its prompt is answered: with its password when the program's
+/// argument is "answer", by being sent away else.
+constexpr const char* promptingKeyring = R"python(
+import sys, dbus, dbus.service, dbus.mainloop.glib
+from gi.repository import GLib
+dbus.mainloop.glib.DBusGMainLoop(set_as_default=True)
+bus = dbus.SessionBus()
+root, prompt, item = '/org/freedesktop/secrets', '/org/freedesktop/secrets/prompt/1', '/org/freedesktop/secrets/item/1'
+locked = True
+
+class Prompt(dbus.service.Object):
+    @dbus.service.method('org.freedesktop.Secret.Prompt', in_signature='s')
+    def Prompt(self, window):
+        global locked
+        locked = sys.argv[1] != 'answer'
+        GLib.idle_add(self.Completed, locked, dbus.Array([], signature='o', variant_level=1))
+    @dbus.service.signal('org.freedesktop.Secret.Prompt', signature='bv')
+    def Completed(self, dismissed, result):
+        pass
+
+class Service(dbus.service.Object):
+    @dbus.service.method('org.freedesktop.Secret.Service', in_signature='a{ss}', out_signature='aoao')
+    def SearchItems(self, attributes):
+        return ([], [item]) if locked else ([item], [])
+    @dbus.service.method('org.freedesktop.Secret.Service', in_signature='ao', out_signature='aoo')
+    def Unlock(self, objects):
+        return [], prompt
+    @dbus.service.method('org.freedesktop.Secret.Service', in_signature='sv', out_signature='vo')
+    def OpenSession(self, algorithm, value):
+        return '', root + '/session/1'
+
+class Item(dbus.service.Object):
+    @dbus.service.method('org.freedesktop.Secret.Item', in_signature='o', out_signature='(oayays)')
+    def GetSecret(self, session):
+        return session, dbus.ByteArray(b''), dbus.ByteArray(b'unlocked'), 'text/plain'
+
+objects = Service(bus, root), Prompt(bus, prompt), Item(bus, item)
+name = dbus.service.BusName('org.freedesktop.secrets', bus)
+GLib.MainLoop().run()
+)python";
+
 std::unique_ptr<Helper> startKeyring(const PrivateBus& bus, std::string_view password = "open sesame") {
     auto keyring = std::make_unique<Helper>(
         std::vector<std::string>{"gnome-keyring-daemon", "--foreground", "--components=secrets", "--unlock"},
@@ -133,6 +174,29 @@ TEST_F(SecretServiceStoreTest, NeverTakesALockedKeyringForAnEmptyOne) {
     keyring = startKeyring(*bus);
     EXPECT_EQ(store.read("A"), first);
     EXPECT_EQ(store.accounts(), Accounts{"A"});
+}
+
+TEST_F(SecretServiceStoreTest, AsksTheUserOnlyWhereAQuestionCanBeShown) {
+    if (!std::filesystem::exists("/usr/lib/python3/dist-packages/dbusmock")) {
+        GTEST_SKIP() << "python3-dbusmock is not installed";
+    }
+    bus->folder().write("keyring.py", promptingKeyring);
+    const auto script = (bus->folder().path() / "keyring.py").string();
+    SecretServiceStore asking(service, UnlockPrompt::allowed, patience);
+    for (const std::string user : {"dismiss", "answer"}) {
+        Helper keyringOfUser({"/usr/bin/python3", script, user});
+        bus->waitForName(secretsName);
+        EXPECT_THROW(static_cast<void>(store.read("A")), SecretServiceUnavailable) << "not asked";
+        if (user == "answer") {
+            EXPECT_EQ(asking.read("A"), VolumePassphrase("unlocked"));
+        } else {
+            EXPECT_THROW(static_cast<void>(asking.read("A")), SecretServiceUnavailable);
+        }
+    }
+    test::Environment environment;
+    EXPECT_EQ(unlockPromptHere(), UnlockPrompt::never);
+    environment.set("WAYLAND_DISPLAY", "wayland-0");
+    EXPECT_EQ(unlockPromptHere(), UnlockPrompt::allowed);
 }
 
 TEST_F(SecretServiceStoreTest, GivesUpOnWhatNeverAnswers) {

@@ -23,6 +23,7 @@ PlatformStores makeStores(const std::filesystem::path& applicationSupport,
     stores.templates = std::make_shared<FileTemplateRepository>(applicationSupport, defaults);
     stores.redirects = std::make_shared<FileRedirectRepository>(applicationSupport, tasks, defaults);
     stores.contentStorage = std::make_shared<ApplicationSupportContentStorage>(applicationSupport, tasks);
+    stores.secrets = makeSecretStore(applicationSupport, defaults);
     stores.defaults = std::move(defaults);
     return stores;
 }

@@ -5,6 +5,7 @@
 #include "RamDiskCore/Ports/PreferencesStoring.h"
 #include "RamDiskCore/Ports/ProfileRepository.h"
 #include "RamDiskCore/Ports/RedirectRepository.h"
+#include "RamDiskCore/Ports/SecretStoring.h"
 #include "RamDiskCore/Ports/TemplateRepository.h"
 #include "RamDiskCore/Ports/UserDefaultsStoring.h"
 
@@ -25,6 +26,8 @@ struct PlatformStores {
     std::shared_ptr<TemplateRepository> templates;
     std::shared_ptr<RedirectRepository> redirects;
     std::shared_ptr<ContentStorageLocating> contentStorage;
+    /// The passphrases of saved contents.
+    std::shared_ptr<SecretStoring> secrets;
 };
 
 /// The stores of this user on this platform.
@@ -33,5 +36,9 @@ struct PlatformStores {
 /// The stores in an application support folder, over the given user defaults.
 [[nodiscard]] PlatformStores makeStores(const std::filesystem::path& applicationSupport,
                                         std::shared_ptr<UserDefaultsStoring> defaults);
+
+/// Where this platform keeps secrets. Opens nothing until it is used.
+[[nodiscard]] std::shared_ptr<SecretStoring> makeSecretStore(const std::filesystem::path& applicationSupport,
+                                                             std::shared_ptr<UserDefaultsStoring> defaults);
 
 } // namespace ramdisk

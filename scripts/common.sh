@@ -5,10 +5,11 @@ script=$(basename "$0")
 
 build_packages=(g++ cmake ninja-build ccache mold pkg-config
     nlohmann-json3-dev libfmt-dev libcli11-dev libutf8proc-dev libplist-dev libsodium-dev
-    libxxhash-dev libsecret-1-dev libsystemd-dev)
+    libxxhash-dev libsystemd-dev)
 # What the tools call when they run.
 runtime_packages=(e2fsprogs lsof)
-test_packages=(libgtest-dev libgmock-dev)
+test_packages=(libgtest-dev libgmock-dev
+    dbus-daemon gnome-keyring libsecret-tools python3-dbusmock)
 
 say() { printf '%s\n' "$*"; }
 

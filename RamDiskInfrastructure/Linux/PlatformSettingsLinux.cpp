@@ -9,9 +9,9 @@ namespace {
 
 constexpr std::array settings{PlatformSetting{"allowsKeyFile", false}};
 
-constexpr std::array<std::string_view, 5> effective{"defaultSize", "defaultFileSystem",
-                                                    "isIndexingEnabledByDefault",
-                                                    "isEncryptionEnabledByDefault", "newDiskAccess"};
+constexpr std::array<std::string_view, 6> effective{
+    "defaultSize",   "defaultFileSystem", "isIndexingEnabledByDefault", "isEncryptionEnabledByDefault",
+    "newDiskAccess", "allowsKeyFile"};
 
 } // namespace
 

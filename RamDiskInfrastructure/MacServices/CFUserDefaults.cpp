@@ -14,25 +14,13 @@ namespace {
 
 using Object = CoreFoundationValue<CFTypeRef>;
 
-CoreFoundationValue<CFStringRef> stringFrom(const std::string& text) {
-    CoreFoundationValue<CFStringRef> string(
-        CFStringCreateWithBytes(nullptr, reinterpret_cast<const UInt8*>(text.data()),
-                                static_cast<CFIndex>(text.size()), kCFStringEncodingUTF8, 0));
+CoreFoundationValue<CFStringRef> storable(const std::string& text) {
+    auto string = stringFrom(text);
     if (!string) {
         throw std::invalid_argument(
             "The settings hold a text that is not valid UTF-8, so they cannot be stored.");
     }
     return string;
-}
-
-std::string textFrom(CFStringRef string) {
-    CFIndex size = 0;
-    const CFRange all = CFRangeMake(0, CFStringGetLength(string));
-    CFStringGetBytes(string, all, kCFStringEncodingUTF8, '?', 0, nullptr, 0, &size);
-    std::string text(static_cast<std::size_t>(size), '\0');
-    CFStringGetBytes(string, all, kCFStringEncodingUTF8, '?', 0, reinterpret_cast<UInt8*>(text.data()), size,
-                     nullptr);
-    return text;
 }
 
 std::optional<DefaultsValue> valueFrom(CFTypeRef object);
@@ -113,7 +101,7 @@ struct ObjectMaker {
     Object operator()(double value) const {
         return Object(CFNumberCreate(nullptr, kCFNumberDoubleType, &value));
     }
-    Object operator()(const std::string& text) const { return Object(CFRetain(stringFrom(text).get())); }
+    Object operator()(const std::string& text) const { return Object(CFRetain(storable(text).get())); }
     Object operator()(const DefaultsValue::Data& data) const {
         return Object(CFDataCreate(nullptr, reinterpret_cast<const UInt8*>(data.bytes.data()),
                                    static_cast<CFIndex>(data.bytes.size())));
@@ -131,7 +119,7 @@ struct ObjectMaker {
                                                     &kCFTypeDictionaryValueCallBacks));
         for (const auto& [key, value] : entries) {
             CFDictionarySetValue(static_cast<CFMutableDictionaryRef>(const_cast<void*>(dictionary.get())),
-                                 stringFrom(key).get(), objectFrom(value).get());
+                                 storable(key).get(), objectFrom(value).get());
         }
         return dictionary;
     }
@@ -146,7 +134,7 @@ Object objectFrom(const DefaultsValue& value) {
 CFUserDefaults::CFUserDefaults(std::string domain) : domain_(std::move(domain)) {}
 
 std::map<std::string, DefaultsValue> CFUserDefaults::values() const {
-    const auto domain = stringFrom(domain_);
+    const auto domain = storable(domain_);
     CFPreferencesAppSynchronize(domain.get());
     std::map<std::string, DefaultsValue> values;
     const CoreFoundationValue<CFArrayRef> keys(
@@ -161,18 +149,18 @@ std::map<std::string, DefaultsValue> CFUserDefaults::values() const {
 }
 
 std::optional<DefaultsValue> CFUserDefaults::value(const std::string& key) const {
-    const auto domain = stringFrom(domain_);
+    const auto domain = storable(domain_);
     CFPreferencesAppSynchronize(domain.get());
-    const Object object(CFPreferencesCopyAppValue(stringFrom(key).get(), domain.get()));
+    const Object object(CFPreferencesCopyAppValue(storable(key).get(), domain.get()));
     return object ? valueFrom(object.get()) : std::nullopt;
 }
 
 void CFUserDefaults::apply(const DefaultsChanges& changes) {
-    const auto domain = stringFrom(domain_);
+    const auto domain = storable(domain_);
     std::vector<std::pair<CoreFoundationValue<CFStringRef>, Object>> objects;
     for (const auto& [key, value] : changes) {
         // All of them first, so that one that cannot be stored leaves the others unstored.
-        objects.emplace_back(stringFrom(key), value ? objectFrom(*value) : Object());
+        objects.emplace_back(storable(key), value ? objectFrom(*value) : Object());
     }
     for (const auto& [key, object] : objects) {
         CFPreferencesSetAppValue(key.get(), object.get(), domain.get());

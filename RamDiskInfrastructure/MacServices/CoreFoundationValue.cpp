@@ -30,6 +30,22 @@ std::optional<std::string> text(CFStringRef string) {
 
 } // namespace
 
+CoreFoundationValue<CFStringRef> stringFrom(std::string_view text) {
+    return CoreFoundationValue<CFStringRef>(
+        CFStringCreateWithBytes(nullptr, reinterpret_cast<const UInt8*>(text.data()),
+                                static_cast<CFIndex>(text.size()), kCFStringEncodingUTF8, 0));
+}
+
+std::string textFrom(CFStringRef string) {
+    CFIndex size = 0;
+    const CFRange all = CFRangeMake(0, CFStringGetLength(string));
+    CFStringGetBytes(string, all, kCFStringEncodingUTF8, '?', 0, nullptr, 0, &size);
+    std::string text(static_cast<std::size_t>(size), '\0');
+    CFStringGetBytes(string, all, kCFStringEncodingUTF8, '?', 0, reinterpret_cast<UInt8*>(text.data()), size,
+                     nullptr);
+    return text;
+}
+
 std::optional<std::string> stringResource(CFURLRef url, CFStringRef key) {
     const auto value = resource(url, key, CFStringGetTypeID());
     return value ? text(static_cast<CFStringRef>(value.get())) : std::nullopt;

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include <CoreFoundation/CoreFoundation.h>
@@ -31,6 +32,10 @@ public:
 private:
     Reference reference_;
 };
+
+/// Null for what is not valid UTF-8.
+[[nodiscard]] CoreFoundationValue<CFStringRef> stringFrom(std::string_view text);
+[[nodiscard]] std::string textFrom(CFStringRef string);
 
 /// What the system says of a volume's URL. Absent when it does not say it, or says it in another type.
 [[nodiscard]] std::optional<std::string> stringResource(CFURLRef url, CFStringRef key);

@@ -1,0 +1,47 @@
+#pragma once
+
+#include "RamDiskCore/Values/VolumePassphrase.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace ramdisk {
+
+/// The calls to the keychain that are made, on generic-password items of a service. Each gives back the
+/// keychain's own status, 0 for success.
+class KeychainItems {
+public:
+    struct Data {
+        std::int32_t status = 0;
+        /// Absent unless the status is 0.
+        std::optional<VolumePassphrase> secret;
+    };
+    struct Accounts {
+        std::int32_t status = 0;
+        std::vector<std::string> names;
+    };
+    struct Item {
+        std::string service;
+        std::string account;
+    };
+
+    KeychainItems() = default;
+    KeychainItems(const KeychainItems&) = delete;
+    KeychainItems& operator=(const KeychainItems&) = delete;
+    virtual ~KeychainItems() = default;
+
+    [[nodiscard]] virtual Data copyData(const Item& item) = 0;
+    [[nodiscard]] virtual std::int32_t update(const Item& item, const VolumePassphrase& secret) = 0;
+    /// The item can be read from the first unlock after a start of this machine on, and on no other machine.
+    [[nodiscard]] virtual std::int32_t add(const Item& item, const VolumePassphrase& secret,
+                                           const std::string& label) = 0;
+    [[nodiscard]] virtual std::int32_t remove(const Item& item) = 0;
+    [[nodiscard]] virtual Accounts accounts(const std::string& service) = 0;
+
+    /// What the system says of a status; absent when it has no text for it.
+    [[nodiscard]] virtual std::optional<std::string> message(std::int32_t status) = 0;
+};
+
+} // namespace ramdisk

@@ -124,6 +124,11 @@ void makeOddTree(const fs::path& root) {
     for (off_t place = 0; place < 4 << 20; place += 4096) {
         overwrite(root / "big", place, std::string(4096, static_cast<char>('a' + place / 4096 % 23)));
     }
+    // Enough to be worth several threads.
+    fs::create_directory(root / "many");
+    for (int file = 0; file < 300; ++file) {
+        writeFile(root / "many" / std::to_string(file), std::string(static_cast<std::size_t>(file), 'm'));
+    }
     const std::string longest(255, 'n');
     fs::create_directories(root / longest / longest);
     writeFile(root / longest / longest / "\n new\n\x01\xff\xfe 'line' \"", "bytes");

@@ -36,7 +36,7 @@ void TreeFolderCopier::copy(const std::filesystem::path& folder, const std::file
                    Owners::whereAllowed}
             .perform({});
     } catch (const RamDiskError&) {
-        throw;
+        throw RamDiskError(RamDiskError::ContentsTransferFailed{"the volume takes two names for one"});
     } catch (const std::exception& error) {
         throw RamDiskError(RamDiskError::ContentsTransferFailed{error.what()});
     }

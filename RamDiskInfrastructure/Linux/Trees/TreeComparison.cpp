@@ -1,10 +1,13 @@
 #include "RamDiskInfrastructure/Linux/Trees/TreeComparison.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace ramdisk {
 
 namespace {
+
+constexpr const char* modificationTimesDiffer = "modification times differ";
 
 bool isSameTime(const timespec& left, const timespec& right) {
     return left.tv_sec == right.tv_sec && left.tv_nsec == right.tv_nsec;
@@ -56,10 +59,10 @@ const char* differenceOf(const TreeManifest::Contents& source, std::uint32_t lef
     if (one.user != other.user || one.group != other.group) {
         return "owners differ";
     }
-    if (!isSameTime(one.modified, other.modified)) {
-        return "modification times differ";
+    if (source.attributes(left) != target.attributes(right)) {
+        return "extended attributes differ";
     }
-    return source.attributes(left) == target.attributes(right) ? nullptr : "extended attributes differ";
+    return isSameTime(one.modified, other.modified) ? nullptr : modificationTimesDiffer;
 }
 
 } // namespace
@@ -98,13 +101,19 @@ bool isSameFile(const TreeManifest::Contents& source, std::uint32_t sourceItem,
 std::optional<std::string> firstDifference(const TreeManifest::Contents& source,
                                            const TreeManifest::Contents& target) {
     const auto pairing = pairItems(source, target);
+    // The date of a folder mostly tells of something in it, which is worth more to know.
+    std::optional<std::string> folderDate;
     for (std::uint32_t item = 0; item < source.items.size(); ++item) {
         const auto other = pairing.ofSource[item];
         if (other == noItem) {
             return source.path(item) + ": is missing";
         }
         if (const char* difference = differenceOf(source, item, target, other, pairing)) {
-            return source.path(item) + ": " + difference;
+            auto text = source.path(item) + ": " + difference;
+            if (source.items[item].type != ItemType::folder || difference != modificationTimesDiffer) {
+                return text;
+            }
+            folderDate = folderDate ? folderDate : std::move(text);
         }
     }
     const auto extra = std::find(pairing.ofTarget.begin(), pairing.ofTarget.end(), noItem);
@@ -112,7 +121,7 @@ std::optional<std::string> firstDifference(const TreeManifest::Contents& source,
         return target.path(static_cast<std::uint32_t>(extra - pairing.ofTarget.begin()))
                + ": is not expected";
     }
-    return std::nullopt;
+    return folderDate;
 }
 
 } // namespace ramdisk

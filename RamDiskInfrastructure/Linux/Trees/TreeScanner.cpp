@@ -9,9 +9,8 @@
 #include <optional>
 
 #include <dirent.h>
-#include <linux/stat.h>
 #include <sys/stat.h>
-#include <sys/sysmacros.h>
+#include <unistd.h>
 
 namespace ramdisk {
 
@@ -119,6 +118,11 @@ void TreeScanner::noteRoot() {
     const int folder = cursor_.open(0);
     if (folder < 0) {
         throw SystemCallError("open", ".");
+    }
+    // Attributes are read by way of /proc; without it every item would seem to have none.
+    const auto place = "/proc/self/fd/" + std::to_string(folder);
+    if (::access(place.c_str(), F_OK) != 0) {
+        throw SystemCallError("reach the open folder by", place);
     }
     noteAttributes(folder, 0);
     foldersToRead_.push_back(0);

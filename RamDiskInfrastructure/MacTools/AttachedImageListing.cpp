@@ -1,7 +1,6 @@
 #include "RamDiskInfrastructure/MacTools/AttachedImageListing.h"
 
 #include "RamDiskCore/Values/RamDiskError.h"
-#include "RamDiskInfrastructure/MacTools/HDIUtilInfoParser.h"
 #include "RamDiskInfrastructure/MacTools/ToolPaths.h"
 
 namespace ramdisk {
@@ -14,6 +13,10 @@ const SystemCommand& infoCommand() {
 }
 
 } // namespace
+
+HDIUtilInfoParser::Info attachedImages(CommandRunning& runner) {
+    return HDIUtilInfoParser::info(runner.runChecked(infoCommand()).standardOutput);
+}
 
 std::vector<AttachedRamImage> attachedRamImages(CommandRunning& runner) {
     try {

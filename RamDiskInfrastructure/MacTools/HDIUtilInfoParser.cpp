@@ -115,6 +115,15 @@ std::optional<AttachedRamImage> ramImage(const HDIUtilInfoParser::Image& image) 
 
 } // namespace
 
+std::optional<std::filesystem::path> HDIUtilInfoParser::Image::mountPoint() const {
+    for (const auto& entity : systemEntities) {
+        if (entity.mountPoint) {
+            return *entity.mountPoint;
+        }
+    }
+    return std::nullopt;
+}
+
 HDIUtilInfoParser::Info HDIUtilInfoParser::info(std::string_view data) {
     const auto list = PropertyList::parse(data);
     return {readIfPresent(list.root(), "images", readImages).value_or(std::vector<Image>())};

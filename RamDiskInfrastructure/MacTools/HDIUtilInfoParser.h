@@ -25,6 +25,9 @@ public:
         std::optional<std::uint64_t> blockSize;
         std::vector<Entity> systemEntities;
         std::optional<std::int32_t> helperProcessID;
+
+        /// Where the first mounted volume of the image is.
+        [[nodiscard]] std::optional<std::filesystem::path> mountPoint() const;
     };
     struct Info {
         std::vector<Image> images;

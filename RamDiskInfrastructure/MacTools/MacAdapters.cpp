@@ -2,6 +2,7 @@
 
 #include "RamDiskInfrastructure/MacTools/DiskUtilVolumeFormatter.h"
 #include "RamDiskInfrastructure/MacTools/DiskUtilVolumeRenamer.h"
+#include "RamDiskInfrastructure/MacTools/HDIUtilContentArchiver.h"
 #include "RamDiskInfrastructure/MacTools/HDIUtilRamDiskInventory.h"
 #include "RamDiskInfrastructure/MacTools/LsofVolumeUsers.h"
 #include "RamDiskInfrastructure/MacTools/MDUtilIndexController.h"
@@ -37,6 +38,11 @@ RamDiskServices makeMacServices(const MacAdapters& adapters) {
     services.memoryOverview = std::make_shared<GetMemoryOverviewUseCase>(adapters.memory, inventory);
     services.volumeUsers = std::make_shared<LsofVolumeUsers>(adapters.runner, toolPaths::lsof);
     return services;
+}
+
+std::shared_ptr<ContentArchiving> makeMacContentArchiver(const MacAdapters& adapters) {
+    return std::make_shared<HDIUtilContentArchiver>(
+        HDIUtilImages::Ports{.runner = adapters.runner, .media = adapters.media}, adapters.statistics);
 }
 
 } // namespace ramdisk

@@ -2,6 +2,7 @@
 
 #include "RamDiskCore/Disks/RamDiskServices.h"
 #include "RamDiskCore/Ports/CommandRunning.h"
+#include "RamDiskCore/Ports/ContentArchiving.h"
 #include "RamDiskCore/Ports/ProcessFootprintReading.h"
 #include "RamDiskInfrastructure/MacTools/MediaIdentifying.h"
 #include "RamDiskInfrastructure/MacTools/PrivateMounts.h"
@@ -31,5 +32,8 @@ struct MacAdapters {
 
 /// The use cases over those adapters.
 [[nodiscard]] RamDiskServices makeMacServices(const MacAdapters& adapters);
+
+/// What saves the disks' files and puts them back.
+[[nodiscard]] std::shared_ptr<ContentArchiving> makeMacContentArchiver(const MacAdapters& adapters);
 
 } // namespace ramdisk

@@ -113,6 +113,15 @@ std::int32_t PropertyListNode::signedInteger32() const {
     return static_cast<std::int32_t>(value);
 }
 
+bool PropertyListNode::boolean() const {
+    if (plist_get_node_type(node_) != PLIST_BOOLEAN) {
+        refuse("true or false");
+    }
+    std::uint8_t value = 0;
+    plist_get_bool_val(node_, &value);
+    return value != 0;
+}
+
 std::uint64_t PropertyListNode::rawInteger() const {
     if (plist_get_node_type(node_) != PLIST_UINT) {
         refuse("a whole number");

@@ -40,6 +40,9 @@ public:
     /// @throws PropertyListError when this is no whole number of 32 bits.
     [[nodiscard]] std::int32_t signedInteger32() const;
 
+    /// @throws PropertyListError when this is neither true nor false.
+    [[nodiscard]] bool boolean() const;
+
 private:
     friend class PropertyList;
     PropertyListNode(void* node, std::string name) : node_(node), name_(std::move(name)) {}

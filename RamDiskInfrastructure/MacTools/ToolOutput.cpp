@@ -50,7 +50,7 @@ bool containsReturned80(std::string_view text) {
     return false;
 }
 
-bool namesBusyError(std::string_view text) {
+bool namesError80(std::string_view text) {
     return text.find("Error 80 (") != std::string_view::npos || containsReturned80(text);
 }
 
@@ -79,8 +79,13 @@ std::optional<DeviceIdentifier> apfsOperationDisk(std::string_view text) {
 }
 
 bool saysBusy(const CommandOutput& output) {
-    return output.exitCode == busyExitCode || namesBusyError(output.standardError)
-           || namesBusyError(output.standardOutput);
+    return output.exitCode == busyExitCode || namesError80(output.standardError)
+           || namesError80(output.standardOutput);
+}
+
+bool saysWrongPassphrase(const CommandOutput& output) {
+    return namesError80(output.standardError)
+           || output.standardError.find("Authentication error") != std::string::npos;
 }
 
 } // namespace ramdisk

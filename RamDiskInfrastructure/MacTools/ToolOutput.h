@@ -22,4 +22,8 @@ namespace ramdisk {
 /// it wrote.
 [[nodiscard]] bool saysBusy(const CommandOutput& output);
 
+/// Whether a failed attach says that the image does not open with this passphrase: by its error number, which
+/// is 80, or by its name where the tool speaks English.
+[[nodiscard]] bool saysWrongPassphrase(const CommandOutput& output);
+
 } // namespace ramdisk

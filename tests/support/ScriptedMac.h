@@ -6,11 +6,14 @@
 #include "RamDiskInfrastructure/MacTools/RamDeviceAllocator.h"
 #include "RamDiskInfrastructure/MacTools/VolumeMarkAccessing.h"
 #include "RamDiskInfrastructure/MacTools/VolumeStatisticsReading.h"
+#include "RamDiskInfrastructure/MountedVolume.h"
+#include "tests/support/ScratchFolder.h"
 
 #include <deque>
 #include <filesystem>
 #include <functional>
 #include <list>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -34,6 +37,8 @@ public:
         std::optional<std::string> passphrase;
         bool isIndexed = true;
         std::optional<std::string> mark;
+        /// Where the files of an image's volume go when it is closed.
+        std::optional<std::filesystem::path> files = std::nullopt;
     };
     struct Image {
         unsigned disk = 0;
@@ -47,6 +52,17 @@ public:
 
         [[nodiscard]] std::string name() const { return "disk" + std::to_string(disk); }
     };
+
+    /// What is in an image file. Its volume's files lie in a folder, which moves to the mount point while
+    /// the image is open.
+    struct ImageFile {
+        std::string sizeArgument;
+        std::string volumeName;
+        std::optional<std::string> passphrase;
+        std::filesystem::path files;
+    };
+    /// How opening an image file ends.
+    enum class Attaching { works, mountsNothing, fails };
 
     ScriptedMac() = default;
     ~ScriptedMac() override;
@@ -67,6 +83,11 @@ public:
     bool hasDiskImages2 = true;
     /// Runs before each command: what other programs do meanwhile.
     std::function<void()> meanwhile;
+    /// Runs when `ditto` has copied: what other programs do while it does.
+    std::function<void()> whileCopying;
+    Attaching attaching = Attaching::works;
+    /// How the images opened from now on are closed.
+    Detaching detachingOfImages = Detaching::works;
     /// The texts that no command line may hold.
     std::vector<std::string> secrets;
     /// Everything that was run, in order.
@@ -76,6 +97,13 @@ public:
     std::vector<std::string> closedDevices;
 
     [[nodiscard]] std::vector<std::string> descriptions() const;
+
+    /// What is in an image file, whatever its name is now; null when it is no image.
+    [[nodiscard]] ImageFile* imageFile(const std::filesystem::path& path);
+
+    /// A RAM disk, mounted where there is a real folder.
+    RamDisk makeRamDisk(const std::string& name, const std::filesystem::path& mountPoint,
+                        std::uint64_t bytes);
 
 private:
     struct Script {
@@ -93,6 +121,12 @@ private:
     [[nodiscard]] CommandOutput mount(const std::string& devicePath, const std::string& mountPoint,
                                       const std::optional<std::string>& passphrase);
     [[nodiscard]] CommandOutput unmount(const std::string& devicePath);
+    [[nodiscard]] CommandOutput createImage(const SystemCommand& command);
+    [[nodiscard]] CommandOutput openImage(const SystemCommand& command);
+    [[nodiscard]] CommandOutput isEncrypted(const std::string& path);
+    [[nodiscard]] CommandOutput detachAt(const std::filesystem::path& mountPoint);
+    [[nodiscard]] CommandOutput ditto(const SystemCommand& command);
+    void leave(Volume& volume);
     [[nodiscard]] CommandOutput unknown(const SystemCommand& command) const;
     [[nodiscard]] std::string infoPropertyList() const;
     [[nodiscard]] unsigned freeDiskNumber() const;
@@ -101,6 +135,9 @@ private:
 
     std::deque<Script> scripts_;
     std::uint64_t nextAttachment_ = 4294968000;
+    ScratchFolder vault_;
+    /// By the text in the image's file.
+    std::map<std::string, ImageFile> imageFiles_;
 };
 
 /// The use cases over a scripted Mac, wired as on a real one. `privateDirectory` is a folder of the test's
@@ -114,19 +151,10 @@ servicesOn(const std::shared_ptr<ScriptedMac>& mac, const std::filesystem::path&
                                                              const std::filesystem::path& directory);
 [[nodiscard]] std::shared_ptr<VolumeMarkAccessing> marksOn(const std::shared_ptr<ScriptedMac>& mac);
 [[nodiscard]] std::shared_ptr<MediaIdentifying> mediaOn(const std::shared_ptr<ScriptedMac>& mac);
+[[nodiscard]] std::shared_ptr<const VolumeStatisticsReading>
+statisticsOn(const std::shared_ptr<ScriptedMac>& mac);
+[[nodiscard]] std::optional<MountedVolume> mountedOn(ScriptedMac& mac, const std::filesystem::path& location);
 
-/// A folder in the temporary folder, removed with all that is in it.
-class TemporaryFolder {
-public:
-    TemporaryFolder();
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-    ~TemporaryFolder();
-
-    [[nodiscard]] const std::filesystem::path& path() const noexcept { return path_; }
-
-private:
-    std::filesystem::path path_;
-};
+using TemporaryFolder = ScratchFolder;
 
 } // namespace ramdisk::test

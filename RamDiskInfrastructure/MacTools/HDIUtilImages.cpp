@@ -1,0 +1,226 @@
+#include "RamDiskInfrastructure/MacTools/HDIUtilImages.h"
+
+#include "RamDiskCore/Values/RamDiskError.h"
+#include "RamDiskCore/Values/UUID.h"
+#include "RamDiskInfrastructure/Commands/SecretInput.h"
+#include "RamDiskInfrastructure/Commands/SystemCallError.h"
+#include "RamDiskInfrastructure/MacTools/AttachedImageListing.h"
+#include "RamDiskInfrastructure/MacTools/ToolOutput.h"
+#include "RamDiskInfrastructure/MacTools/ToolPaths.h"
+#include "RamDiskInfrastructure/Stores/StoredFile.h"
+
+#include <utility>
+#include <vector>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace ramdisk {
+
+namespace {
+
+constexpr std::string_view mountPointPrefix = "RamDisk-";
+constexpr unsigned bitsOfAMebibyte = 20;
+
+SystemCommand hdiutil(std::vector<std::string> arguments) {
+    return {toolPaths::hdiutil, std::move(arguments), std::nullopt, std::nullopt};
+}
+
+CommandOutput runWith(CommandRunning& runner, const SystemCommand& command,
+                      const VolumePassphrase* passphrase) {
+    return passphrase == nullptr ? runner.runChecked(command)
+                                 : runWithSecretInput(runner, command, passphrase->value());
+}
+
+/// Whether both paths lead to one file or folder. The tool resolves links in the paths that it lists.
+bool areTheSame(const std::filesystem::path& left, const std::filesystem::path& right) {
+    std::error_code error;
+    return left == right || (std::filesystem::equivalent(left, right, error) && !error);
+}
+
+std::optional<DeviceIdentifier> wholeDisk(const HDIUtilInfoParser::Image& image) {
+    for (const auto& entity : image.systemEntities) {
+        if (auto device = deviceAtPath(entity.devEntry)) {
+            return device;
+        }
+    }
+    return std::nullopt;
+}
+
+bool isMountedAt(const HDIUtilInfoParser::Image& image, const std::filesystem::path& mountPoint) {
+    for (const auto& entity : image.systemEntities) {
+        if (entity.mountPoint && areTheSame(*entity.mountPoint, mountPoint)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+} // namespace
+
+HDIUtilImages::HDIUtilImages(Ports ports) : ports_(std::move(ports)) {}
+
+void HDIUtilImages::create(const std::filesystem::path& image, ByteCount size, const std::string& volumeName,
+                           const VolumePassphrase* passphrase) const {
+    std::vector<std::string> arguments{
+        "create",   "-quiet",  "-size", std::to_string(size.bytes >> bitsOfAMebibyte) + "m",
+        "-type",    "SPARSE",  "-fs",   "Case-sensitive APFS",
+        "-volname", volumeName};
+    if (passphrase != nullptr) {
+        arguments.insert(arguments.end(), {"-encryption", "AES-256", "-stdinpass"});
+    }
+    arguments.push_back(image.string());
+    runWith(*ports_.runner, hdiutil(std::move(arguments)), passphrase);
+}
+
+bool HDIUtilImages::isEncrypted(const std::filesystem::path& image) const {
+    try {
+        const auto output = ports_.runner->runChecked(hdiutil({"isencrypted", "-plist", image.string()}));
+        const auto list = PropertyList::parse(output.standardOutput);
+        const auto encrypted = list.root().find("encrypted");
+        return encrypted && encrypted->boolean();
+    } catch (const std::exception&) {
+        throw RamDiskError(RamDiskError::ImageUnreadable{});
+    }
+}
+
+std::optional<HDIUtilInfoParser::Image> HDIUtilImages::openState(const std::filesystem::path& image) const {
+    HDIUtilInfoParser::Info info;
+    try {
+        info = attachedImages(*ports_.runner);
+    } catch (const std::exception&) {
+        throw RamDiskError(RamDiskError::ImageStateUnknown{});
+    }
+    for (auto& open : info.images) {
+        if (open.imagePath && areTheSame(*open.imagePath, image)) {
+            return std::move(open);
+        }
+    }
+    return std::nullopt;
+}
+
+AttachedImage HDIUtilImages::open(const std::filesystem::path& image, Access access,
+                                  const VolumePassphrase* passphrase) const {
+    const auto mountPoint = makeMountPoint();
+    std::vector<std::string> arguments{"attach", "-nobrowse",   "-noautoopen",      "-owners",
+                                       "on",     "-mountpoint", mountPoint.string()};
+    if (access == Access::readOnly) {
+        arguments.emplace_back("-readonly");
+    }
+    if (passphrase != nullptr) {
+        arguments.insert(arguments.end(), {"-stdinpass", "-verbose"});
+    }
+    arguments.push_back(image.string());
+    try {
+        runWith(*ports_.runner, hdiutil(std::move(arguments)), passphrase);
+        return attached(image, mountPoint);
+    } catch (const CommandFailure& failure) {
+        closeMountPoint(mountPoint);
+        if (passphrase != nullptr && saysWrongPassphrase(failure.output())) {
+            throw RamDiskError(RamDiskError::IncorrectPassphrase{});
+        }
+        throw RamDiskError(RamDiskError::ImageUnreadable{});
+    } catch (const std::exception&) {
+        closeMountPoint(mountPoint);
+        throw;
+    }
+}
+
+AttachedImage HDIUtilImages::attached(const std::filesystem::path& image,
+                                      const std::filesystem::path& mountPoint) const {
+    const auto state = openState(image);
+    const auto device = state ? wholeDisk(*state) : std::nullopt;
+    const auto volume = ports_.volumeAt(mountPoint);
+    if (device && volume && isMountedAt(*state, mountPoint)) {
+        return {mountPoint, *device, *volume, ports_.media->identifier(device->bsdName()).value_or(0)};
+    }
+    if (device) {
+        // The tool may attach an image and yet mount nothing.
+        try {
+            detach(*device, Force::yes);
+        } catch (const std::exception&) { // NOLINT(bugprone-empty-catch)
+        }
+    }
+    throw RamDiskError(RamDiskError::ImageUnreadable{});
+}
+
+bool HDIUtilImages::isMounted(const AttachedImage& image) const {
+    return ports_.volumeAt(image.mountPoint) == image.volume
+           && ports_.media->identifier(image.device.bsdName()).value_or(0) == image.attachment;
+}
+
+HDIUtilImages::Closing HDIUtilImages::close(const AttachedImage& image, Force force) const noexcept {
+    try {
+        if (ports_.media->identifier(image.device.bsdName()).value_or(0) == image.attachment) {
+            try {
+                detach(image.device, force);
+            } catch (const std::exception&) {
+                // It may have worked all the same; the list knows.
+                for (const auto& open : attachedImages(*ports_.runner).images) {
+                    if (wholeDisk(open) == image.device) {
+                        return Closing::leftOpen;
+                    }
+                }
+            }
+        }
+        ::rmdir(image.mountPoint.c_str());
+        return Closing::closed;
+    } catch (const std::exception&) {
+        return Closing::leftOpen;
+    }
+}
+
+bool HDIUtilImages::closeAbandoned(const std::filesystem::path& image) const noexcept {
+    try {
+        const auto state = openState(image);
+        if (!state) {
+            return true;
+        }
+        const auto device = wholeDisk(*state);
+        const auto mountPoint = state->mountPoint();
+        if (!device || !mountPoint || !isOurs(*mountPoint)) {
+            return false;
+        }
+        detach(*device, Force::yes);
+        ::rmdir(mountPoint->c_str());
+        return true;
+    } catch (const std::exception&) {
+        return false;
+    }
+}
+
+std::filesystem::path HDIUtilImages::makeMountPoint() const {
+    makeFolders(ports_.mountFolder);
+    auto mountPoint = std::filesystem::canonical(ports_.mountFolder)
+                      / (std::string(mountPointPrefix) + UUID::random().text());
+    if (::mkdir(mountPoint.c_str(), S_IRWXU) != 0) {
+        throw SystemCallError("make the folder", mountPoint);
+    }
+    return mountPoint;
+}
+
+bool HDIUtilImages::isOurs(const std::filesystem::path& mountPoint) const {
+    const auto name = mountPoint.filename().string();
+    return name.starts_with(mountPointPrefix) && UUID::parse(name.substr(mountPointPrefix.size()))
+           && areTheSame(mountPoint.parent_path(), ports_.mountFolder);
+}
+
+void HDIUtilImages::closeMountPoint(const std::filesystem::path& mountPoint) const noexcept {
+    try {
+        // Whether anything is mounted there is not known; mostly nothing is.
+        static_cast<void>(ports_.runner->run(hdiutil({"detach", "-quiet", "-force", mountPoint.string()})));
+    } catch (const std::exception&) { // NOLINT(bugprone-empty-catch)
+    }
+    ::rmdir(mountPoint.c_str());
+}
+
+void HDIUtilImages::detach(const DeviceIdentifier& device, Force force) const {
+    std::vector<std::string> arguments{"detach"};
+    if (force == Force::yes) {
+        arguments.emplace_back("-force");
+    }
+    arguments.push_back(pathOfDevice(device));
+    ports_.runner->runChecked(hdiutil(std::move(arguments)));
+}
+
+} // namespace ramdisk

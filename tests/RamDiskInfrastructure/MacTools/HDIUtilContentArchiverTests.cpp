@@ -1,0 +1,317 @@
+#include "RamDiskInfrastructure/MacTools/HDIUtilContentArchiver.h"
+#include "RamDiskUI/ErrorText.h"
+#include "tests/support/ScriptedMac.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <fstream>
+#include <set>
+#include <stdexcept>
+
+#include <sys/stat.h>
+
+namespace ramdisk {
+namespace {
+
+namespace fs = std::filesystem;
+using test::ScriptedMac;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+constexpr const char* passphrase = "hush-0-hush";
+
+class HDIUtilContentArchiverTests : public testing::Test {
+protected:
+    HDIUtilContentArchiverTests() {
+        mac->secrets.emplace_back(passphrase);
+        fill(onDisk());
+    }
+
+    static void write(const fs::path& path, const std::string& text) { std::ofstream(path) << text; }
+    static std::string read(const fs::path& path) {
+        std::ifstream file(path);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+    /// Of everything that the tool treats differently, something.
+    static void fill(const fs::path& root) {
+        fs::create_directories(root / "Folder" / "Inner");
+        write(root / "file", "one");
+        write(root / "Folder" / "Inner" / "line\nbreak", "two");
+        write(root / "-readonly", "three");
+        fs::create_symlink("/etc", root / "link");
+        fs::create_hard_link(root / "file", root / "Folder" / "second name");
+        ::mkfifo((root / "pipe").c_str(), 0600);
+        fs::create_directory(root / ".fseventsd");
+        write(root / ".fseventsd" / "log", "of the disk");
+    }
+
+    [[nodiscard]] fs::path onDisk() const { return *disk.mountPoint; }
+    [[nodiscard]] SaveRequest saving() const {
+        return {.disk = disk, .files = files, .previousCopies = 1, .protection = protection};
+    }
+    [[nodiscard]] RestoreRequest restoring(RestoreMode mode = RestoreMode::fill) const {
+        return {.image = files.latest, .files = files, .disk = disk, .protection = protection, .mode = mode};
+    }
+    void encrypt() { protection.value = VolumeProtection::Encrypted{VolumePassphrase(passphrase)}; }
+
+    template <typename Work>
+    RamDiskError failureOf(const Work& work) {
+        try {
+            work();
+        } catch (const RamDiskError& error) {
+            EXPECT_EQ(errorText(error).find(passphrase), std::string::npos);
+            return error;
+        }
+        throw std::logic_error("nothing failed");
+    }
+
+    /// The commands since the last look, with mount points and partial names cut short.
+    std::vector<std::string> commands() {
+        std::vector<std::string> texts;
+        for (auto text : mac->descriptions()) {
+            for (const auto& prefix : {scratch.path().string() + "/", std::string("mounts/RamDisk-"),
+                                       std::string(".A.partial-")}) {
+                const bool hasIdentifier = prefix.back() == '-';
+                for (auto at = text.find(prefix); at != std::string::npos; at = text.find(prefix, at + 1)) {
+                    text.replace(at, prefix.size() + (hasIdentifier ? 36 : 0), hasIdentifier ? prefix : "");
+                }
+            }
+            texts.push_back(text);
+        }
+        mac->commands.clear();
+        return texts;
+    }
+    /// Nothing that a save or a restore opened or made is left.
+    void expectNothingLeft() const {
+        EXPECT_TRUE(std::none_of(mac->images.begin(), mac->images.end(), [](const ScriptedMac::Image& image) {
+            return image.path.find("sparseimage") != std::string::npos;
+        }));
+        EXPECT_TRUE(!fs::exists(mounts) || fs::is_empty(mounts));
+    }
+    [[nodiscard]] std::set<std::string> saved() const {
+        std::set<std::string> names;
+        std::error_code ignored;
+        for (const auto& entry : fs::directory_iterator(files.latest.parent_path(), ignored)) {
+            names.insert(entry.path().filename().string());
+        }
+        return names;
+    }
+
+    test::ScratchFolder scratch;
+    fs::path mounts = scratch.path() / "mounts";
+    SavedCopyFiles files{scratch.path() / "A.sparseimage"};
+    std::shared_ptr<ScriptedMac> mac = std::make_shared<ScriptedMac>();
+    RamDisk disk = mac->makeRamDisk("Work", scratch.path() / "disk", 1572864000);
+    VolumeProtection protection;
+    HDIUtilContentArchiver archiver{
+        {.runner = mac,
+         .media = test::mediaOn(mac),
+         .volumeAt = [this](const fs::path& location) { return test::mountedOn(*mac, location); },
+         .mountFolder = mounts},
+        test::statisticsOn(mac)};
+};
+
+TEST_F(HDIUtilContentArchiverTests, ASaveRunsTheToolsInTheirOrder) {
+    EXPECT_EQ(archiver.save(saving(), {}), SaveOutcome::saved);
+    const std::string create =
+        "create -quiet -size 1500m -type SPARSE -fs Case-sensitive APFS -volname Work ";
+    const std::string attach = "attach -nobrowse -noautoopen -owners on -mountpoint mounts/RamDisk- ";
+    const std::string hdiutil = "/usr/bin/hdiutil ";
+    EXPECT_THAT(commands(), ElementsAre(hdiutil + create + ".A.partial-.sparseimage",
+                                        hdiutil + attach + ".A.partial-.sparseimage", hdiutil + "info -plist",
+                                        "/usr/bin/ditto disk/Folder mounts/RamDisk-/Folder",
+                                        "/usr/bin/ditto disk/-readonly disk/file mounts/RamDisk-",
+                                        hdiutil + "detach /dev/disk5"));
+    encrypt();
+    archiver.save(saving(), {});
+    EXPECT_THAT(commands(), testing::IsSupersetOf(
+                                {hdiutil + create + "-encryption AES-256 -stdinpass .A.partial-.sparseimage",
+                                 hdiutil + attach + "-stdinpass -verbose .A.partial-.sparseimage"}));
+    EXPECT_EQ(mac->imageFile(files.latest)->passphrase, passphrase);
+    archiver.restore(restoring(), {});
+    EXPECT_THAT(commands(),
+                testing::IsSupersetOf({hdiutil + "isencrypted -plist A.sparseimage",
+                                       hdiutil + attach + "-readonly -stdinpass -verbose A.sparseimage"}));
+    EXPECT_EQ(archiver.copies(files).size(), 2U);
+    expectNothingLeft();
+}
+
+TEST_F(HDIUtilContentArchiverTests, WhatWasSavedComesBack) {
+    auto request = saving();
+    request.verification = Verification::yes;
+    TransferProgress last;
+    archiver.save(request, [&last](const TransferProgress& progress) { last = progress; });
+    EXPECT_EQ(last, (TransferProgress{14, 14, 8, 8}));
+    fs::remove_all(onDisk() / "Folder");
+    fs::remove(onDisk() / "link");
+    // A link in the place of a folder must not lead the copy off the disk.
+    const auto outside = scratch.path() / "outside";
+    fs::create_directory(outside);
+    fs::create_symlink(outside, onDisk() / "Folder");
+    write(onDisk() / "file", "changed");
+    write(onDisk() / "new", "new");
+
+    EXPECT_FALSE(archiver.restore(restoring(), {}).isImageLeftOpen);
+    EXPECT_EQ(read(onDisk() / "file"), "one");
+    EXPECT_EQ(read(onDisk() / "Folder" / "Inner" / "line\nbreak"), "two");
+    EXPECT_EQ(read(onDisk() / "-readonly"), "three");
+    EXPECT_EQ(fs::read_symlink(onDisk() / "link"), "/etc");
+    EXPECT_TRUE(fs::is_fifo(onDisk() / "pipe"));
+    EXPECT_TRUE(fs::equivalent(onDisk() / "file", onDisk() / "Folder" / "second name"));
+    EXPECT_EQ(read(onDisk() / ".fseventsd" / "log"), "of the disk");
+    EXPECT_TRUE(fs::is_empty(outside));
+    EXPECT_TRUE(fs::exists(onDisk() / "new"));
+
+    archiver.restore(restoring(RestoreMode::replace), {});
+    EXPECT_FALSE(fs::exists(onDisk() / "new"));
+    EXPECT_EQ(read(onDisk() / ".fseventsd" / "log"), "of the disk");
+    expectNothingLeft();
+}
+
+TEST_F(HDIUtilContentArchiverTests, AFailedSaveLeavesTheCopyBeforeIt) {
+    encrypt();
+    archiver.save(saving(), {});
+    const auto before = saved();
+    struct Row {
+        std::string text;
+        std::function<void()> arrange;
+    };
+    for (
+        const auto& row : std::vector<Row>{
+            {"Files on the disk kept changing while they were copied. Quit the apps that write to it and try "
+             "again.",
+             [&] { mac->whileCopying = [&] { write(onDisk() / "file", "changed"); }; }},
+            {"Files on the disk kept changing while they were copied. Quit the apps that write to it and try "
+             "again.",
+             [&] {
+                 mac->meanwhile = [&] {
+                     if (mac->commands.size() > 2) {
+                         fs::remove(onDisk() / "-readonly");
+                     }
+                 };
+             }},
+            {"The RAM disk was ejected before all its files were saved. The copy saved before is kept.",
+             [&] { mac->whileCopying = [&] { mac->detachForeign(4); }; }}}) {
+        SCOPED_TRACE(row.text);
+        mac->commands.clear();
+        row.arrange();
+        EXPECT_EQ(errorText(failureOf([&] { archiver.save(saving(), {}); })), row.text);
+        mac->whileCopying = {};
+        mac->meanwhile = {};
+        EXPECT_EQ(saved(), before);
+        expectNothingLeft();
+    }
+}
+
+TEST_F(HDIUtilContentArchiverTests, AToolThatFailsFailsTheSave) {
+    archiver.save(saving(), {});
+    const auto before = saved();
+    mac->attaching = ScriptedMac::Attaching::fails;
+    EXPECT_EQ(failureOf([&] { archiver.save(saving(), {}); }), RamDiskError(RamDiskError::ImageUnreadable{}));
+    EXPECT_THAT(commands().back(), HasSubstr("detach -quiet -force mounts/RamDisk-"));
+    mac->attaching = ScriptedMac::Attaching::mountsNothing;
+    EXPECT_EQ(errorText(failureOf([&] { archiver.save(saving(), {}); })),
+              "The disk image holds no volume that can be read.");
+    mac->attaching = ScriptedMac::Attaching::works;
+    mac->detachingOfImages = ScriptedMac::Detaching::busy;
+    EXPECT_EQ(errorText(failureOf([&] { archiver.save(saving(), {}); })),
+              "The disk image could not be closed after its files were copied. Eject it in Finder or Disk "
+              "Utility.");
+    EXPECT_EQ(commands().back(), "/usr/bin/hdiutil detach -force /dev/disk5");
+    EXPECT_EQ(saved(), before);
+    expectNothingLeft();
+}
+
+TEST_F(HDIUtilContentArchiverTests, ARestoreSaysWhyItFailed) {
+    encrypt();
+    archiver.save(saving(), {});
+    const auto open = [&] { return archiver.restore(restoring(), {}); };
+
+    protection.value = VolumeProtection::Encrypted{VolumePassphrase("another")};
+    EXPECT_EQ(errorText(failureOf(open)), "The password is incorrect.");
+    protection.value = VolumeProtection::None{};
+    EXPECT_EQ(errorText(failureOf(open)),
+              "The key for the saved contents of “Work” is missing from the keychain.");
+    encrypt();
+
+    mac->script("/usr/bin/hdiutil info -plist", {1, "", "hdiutil: info failed\n"});
+    EXPECT_EQ(errorText(failureOf(open)),
+              "Whether the disk image is open already could not be told. Try again in a moment.");
+    auto& foreign = mac->attachForeign(files.latest.string(), "Work");
+    EXPECT_EQ(errorText(failureOf(open)), "The disk image is open already. Eject it, then try again.");
+    EXPECT_EQ(archiver.describe(files.latest, protection).openAt, foreign.volume->mountPoint);
+    mac->detachForeign(foreign.disk);
+
+    mac->whileCopying = [&] { mac->images.pop_back(); };
+    EXPECT_EQ(errorText(failureOf(open)), "The disk image was ejected before all its files were copied.");
+    mac->whileCopying = {};
+    write(files.latest, "no image");
+    EXPECT_EQ(errorText(failureOf(open)), "The disk image holds no volume that can be read.");
+    fs::remove(files.latest);
+    EXPECT_EQ(errorText(failureOf(open)), "The disk image was ejected before all its files were copied.");
+}
+
+TEST_F(HDIUtilContentArchiverTests, AnImageThatStaysOpenIsToldAndClosedByTheNextRestore) {
+    archiver.save(saving(), {});
+    mac->detachingOfImages = ScriptedMac::Detaching::busy;
+    EXPECT_TRUE(archiver.restore(restoring(), {}).isImageLeftOpen);
+    EXPECT_EQ(mac->images.size(), 2U);
+
+    mac->detachingOfImages = ScriptedMac::Detaching::worksButSaysItFailed;
+    EXPECT_FALSE(archiver.restore(restoring(), {}).isImageLeftOpen);
+    expectNothingLeft();
+}
+
+TEST_F(HDIUtilContentArchiverTests, ASaveClosesAndRemovesWhatADeadOneLeft) {
+    archiver.save(saving(), {});
+    const auto before = saved();
+    // The save that dies is another process's in life; its image stays open.
+    const auto partial = scratch.path() / ".A.partial-6C0E1E7A-0D9C-4E26-9C53-4C2F0B3B9A11.sparseimage";
+    fs::copy_file(files.latest, partial);
+    const auto mountPoint = mounts / "RamDisk-6C0E1E7A-0D9C-4E26-9C53-4C2F0B3B9A12";
+    fs::create_directory(mountPoint);
+    static_cast<void>(mac->run({"/usr/bin/hdiutil",
+                                {"attach", "-nobrowse", "-noautoopen", "-owners", "on", "-mountpoint",
+                                 mountPoint.string(), partial.string()},
+                                std::nullopt,
+                                std::nullopt}));
+    archiver.save(saving(), {});
+    EXPECT_EQ(saved().size(), before.size() + 1);
+    EXPECT_FALSE(fs::exists(partial));
+    expectNothingLeft();
+}
+
+TEST_F(HDIUtilContentArchiverTests, DescribesAnImageAndClosesIt) {
+    archiver.save(saving(), {});
+    const auto volume = archiver.describe(files.latest, {});
+    EXPECT_EQ(volume.name, "Work");
+    EXPECT_EQ(volume.capacity.bytes, 1000U);
+    EXPECT_EQ(volume.used.bytes, 100U);
+    EXPECT_FALSE(volume.mergesNames);
+    EXPECT_FALSE(volume.openAt);
+    expectNothingLeft();
+}
+
+TEST_F(HDIUtilContentArchiverTests, AVerifiedSaveComparesEveryByte) {
+    auto request = saving();
+    request.verification = Verification::yes;
+    // What a broken tool might do, right before the copy is read back.
+    mac->meanwhile = [&] {
+        const auto& last = mac->commands.empty() ? SystemCommand{} : mac->commands.back();
+        if (last.arguments.size() == 2 && last.arguments[0] == "detach") {
+            for (const auto& entry : fs::directory_iterator(scratch.path())) {
+                if (auto* image = mac->imageFile(entry.path())) {
+                    write(image->files / "Folder" / "Inner" / "line\nbreak", "twO");
+                }
+            }
+        }
+    };
+    EXPECT_THAT(errorText(failureOf([&] { archiver.save(request, {}); })),
+                HasSubstr("“Folder/Inner/line\nbreak” in the copy is not what it is on the disk."));
+    EXPECT_FALSE(fs::exists(files.latest));
+}
+
+} // namespace
+} // namespace ramdisk

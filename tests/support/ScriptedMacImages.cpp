@@ -1,0 +1,162 @@
+#include "tests/support/ScriptedMac.h"
+#include "tests/support/ScriptedMacOutput.h"
+
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <fstream>
+#include <iterator>
+
+namespace ramdisk::test {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::uint64_t sectorsOfAMebibyte = 2048;
+
+std::string contentOf(const fs::path& path) {
+    std::ifstream file(path);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+void copyInto(const fs::path& source, const fs::path& target) {
+    // As the tool does: a link that is given as an argument is followed.
+    if (fs::is_directory(source)) {
+        fs::create_directories(target);
+        fs::copy(source, target,
+                 fs::copy_options::recursive | fs::copy_options::copy_symlinks
+                     | fs::copy_options::overwrite_existing);
+    } else {
+        fs::copy_file(source, fs::is_directory(target) ? target / source.filename() : target,
+                      fs::copy_options::overwrite_existing);
+    }
+}
+
+} // namespace
+
+ScriptedMac::ImageFile* ScriptedMac::imageFile(const std::filesystem::path& path) {
+    const auto found = imageFiles_.find(contentOf(path));
+    return found == imageFiles_.end() ? nullptr : &found->second;
+}
+
+RamDisk ScriptedMac::makeRamDisk(const std::string& name, const std::filesystem::path& mountPoint,
+                                 std::uint64_t bytes) {
+    fs::create_directories(mountPoint);
+    auto& image = attachForeign(fmt::format("ram://{}", bytes / 512), name);
+    image.volume->mountPoint = mountPoint;
+    return {.device = *DeviceIdentifier::make(image.name()),
+            .name = name,
+            .capacity = ByteCount{bytes},
+            .mountPoint = mountPoint};
+}
+
+CommandOutput ScriptedMac::createImage(const SystemCommand& command) {
+    const auto& words = command.arguments;
+    const bool isEncrypted = words.size() == 14;
+    std::vector<std::string> expected{
+        "create", "-quiet", "-size", "", "-type", "SPARSE", "-fs", "Case-sensitive APFS", "-volname", ""};
+    if (isEncrypted) {
+        expected.insert(expected.end(), {"-encryption", "AES-256", "-stdinpass"});
+    }
+    expected.emplace_back();
+    if (words.size() != expected.size() || isEncrypted != command.standardInput.has_value()
+        || !std::equal(words.begin(), words.end(), expected.begin(),
+                       [](const std::string& word, const std::string& wanted) {
+                           return wanted.empty() || word == wanted;
+                       })) {
+        return unknown(command);
+    }
+    if (fs::exists(words.back())) {
+        return fails(1, "hdiutil: create failed - File exists\n");
+    }
+    const auto identifier = fmt::format("image {}", imageFiles_.size());
+    const auto files = vault_.path() / identifier;
+    fs::create_directory(files);
+    // The system keeps its own record of changes there.
+    fs::create_directory(files / ".fseventsd");
+    imageFiles_[identifier] = {words[3], words[9], command.standardInput, files};
+    std::ofstream(words.back()) << identifier;
+    return succeeds({});
+}
+
+CommandOutput ScriptedMac::openImage(const SystemCommand& command) {
+    const auto& words = command.arguments;
+    std::vector<std::string> expected{"attach", "-nobrowse", "-noautoopen", "-owners", "on", "-mountpoint"};
+    if (words.size() < 8) {
+        return unknown(command);
+    }
+    const fs::path mountPoint = words[6];
+    expected.push_back(mountPoint.string());
+    if (words[7] == "-readonly") {
+        expected.emplace_back("-readonly");
+    }
+    if (command.standardInput) {
+        expected.insert(expected.end(), {"-stdinpass", "-verbose"});
+    }
+    expected.push_back(words.back());
+    if (words != expected) {
+        return unknown(command);
+    }
+    const auto* file = imageFile(words.back());
+    if (file == nullptr || attaching == Attaching::fails) {
+        return fails(1, "hdiutil: attach failed - no mountable file systems\n");
+    }
+    if (file->passphrase != command.standardInput) {
+        return fails(1, "hdiutil: attach failed - Authentication error\n");
+    }
+    auto& image = addImage(words.back(), std::stoull(file->sizeArgument) * sectorsOfAMebibyte);
+    image.container = freeDiskNumber();
+    image.detaching = detachingOfImages;
+    image.volume = Volume{fmt::format("/dev/disk{}s1", *image.container),
+                          file->volumeName,
+                          FileSystem::apfsCaseSensitive,
+                          {},
+                          {},
+                          true,
+                          {},
+                          file->files};
+    if (attaching == Attaching::works) {
+        EXPECT_TRUE(fs::is_empty(mountPoint));
+        fs::rename(file->files, mountPoint);
+        image.volume->mountPoint = mountPoint;
+    }
+    return succeeds(fmt::format("/dev/{:<15}\tGUID_partition_scheme          \t\n", image.name()));
+}
+
+CommandOutput ScriptedMac::isEncrypted(const std::string& path) {
+    const auto* file = imageFile(path);
+    if (file == nullptr) {
+        return fails(1, "hdiutil: isencrypted failed - image not recognized\n");
+    }
+    return succeeds(
+        fmt::format("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">\n<dict>\n"
+                    "\t<key>encrypted</key>\n\t<{}/>\n</dict>\n</plist>\n",
+                    file->passphrase.has_value()));
+}
+
+CommandOutput ScriptedMac::detachAt(const std::filesystem::path& mountPoint) {
+    for (const auto& image : images) {
+        if (image.volume && image.volume->mountPoint == mountPoint) {
+            return detach("/dev/" + image.name(), Force::yes);
+        }
+    }
+    return fails(1, "hdiutil: detach failed - No such file or directory\n");
+}
+
+CommandOutput ScriptedMac::ditto(const SystemCommand& command) {
+    try {
+        for (std::size_t index = 0; index + 1 < command.arguments.size(); ++index) {
+            copyInto(command.arguments[index], command.arguments.back());
+        }
+    } catch (const fs::filesystem_error& error) {
+        return fails(1, fmt::format("ditto: {}\n", error.what()));
+    }
+    if (whileCopying) {
+        whileCopying();
+    }
+    return succeeds({});
+}
+
+} // namespace ramdisk::test

@@ -28,7 +28,7 @@ struct ProblemText {
         return errorText(problem.error);
     }
     std::string operator()(const RamDiskSetupProblem::RedirectFailed& problem) const {
-        return "Folders could not be moved to the RAM disk: " + problem.failure.message;
+        return "Folders could not be moved to the RAM disk: " + failureText(problem.failure);
     }
     std::string operator()(const RamDiskSetupProblem::RedirectsNotSaved& problem) const {
         return "The list of moved folders could not be saved: " + textOf(problem.error);

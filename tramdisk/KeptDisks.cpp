@@ -1,6 +1,7 @@
 #include "tramdisk/KeptDisks.h"
 
 #include "RamDiskCore/Values/RamDiskError.h"
+#include "RamDiskUI/ErrorText.h"
 
 #include <fmt/format.h>
 
@@ -40,7 +41,7 @@ RamDiskProfile startupDiskNamed(const std::string& name, const CommandContext& c
 
 void tellRedirectFailures(const std::vector<RedirectFailure>& failures, const CommandContext& context) {
     for (const auto& failure : failures) {
-        context.console.warn(printable(failure.message));
+        context.console.warn(printable(failureText(failure)));
     }
 }
 

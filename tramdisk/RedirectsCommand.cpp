@@ -1,3 +1,4 @@
+#include "RamDiskUI/ErrorText.h"
 #include "tramdisk/KeptDisks.h"
 #include "tramdisk/RedirectTargetText.h"
 #include "tramdisk/SessionJSON.h"
@@ -23,7 +24,7 @@ ExitStatus tell(const std::vector<RedirectFailure>& failures, const std::string&
         context.console.printDocument(compactText({{"failures", failuresJSON(failures)}}));
     }
     for (const auto& failure : failures) {
-        context.console.fail(failure.message);
+        context.console.fail(failureText(failure));
     }
     if (failures.empty()) {
         context.console.confirm(success);

@@ -56,7 +56,7 @@ Json toJSON(const SavedCopy& copy) {
 }
 
 Json toJSON(const RedirectFailure& failure) {
-    return {{"redirect", toJson(failure.redirect)}, {"text", failure.message}};
+    return {{"redirect", toJson(failure.redirect)}, {"text", failureText(failure)}};
 }
 
 Json toJSON(const std::vector<RamDiskSetupProblem>& problems) {

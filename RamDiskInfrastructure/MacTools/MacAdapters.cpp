@@ -2,13 +2,45 @@
 
 #include "RamDiskInfrastructure/MacTools/DiskUtilVolumeFormatter.h"
 #include "RamDiskInfrastructure/MacTools/DiskUtilVolumeRenamer.h"
+#include "RamDiskInfrastructure/MacTools/DittoFolderCopier.h"
+#include "RamDiskInfrastructure/MacTools/FileManagerFolderMaker.h"
 #include "RamDiskInfrastructure/MacTools/HDIUtilContentArchiver.h"
 #include "RamDiskInfrastructure/MacTools/HDIUtilRamDiskInventory.h"
 #include "RamDiskInfrastructure/MacTools/LsofVolumeUsers.h"
 #include "RamDiskInfrastructure/MacTools/MDUtilIndexController.h"
 #include "RamDiskInfrastructure/MacTools/ToolPaths.h"
 
+#include <stdexcept>
+
 namespace ramdisk {
+
+namespace {
+
+/// Nothing here can close a mounted volume to writing: what changes between the last save and the eject is
+/// caught by the second look that every eject takes.
+class NoWriteBlocking final : public WriteBlocking {
+public:
+    [[nodiscard]] bool block(const RamDisk& /*disk*/) override { return false; }
+    void allow(const RamDisk& /*disk*/) noexcept override {}
+};
+
+/// The system's own RAM devices keep what they once held.
+class NoMemoryTrimming final : public MemoryTrimming {
+public:
+    void trim(const RamDisk& /*disk*/) noexcept override {}
+};
+
+/// A volume is mounted for one kind of access, and unmounting it would take it from those who use it.
+class FixedVolumeAccess final : public VolumeAccessControlling {
+public:
+    void setAccess(const RamDisk& volume, VolumeAccess /*access*/) override {
+        throw std::runtime_error(
+            "Who may open “" + volume.name
+            + "” was settled when it was made. Make a new disk with the access you want.");
+    }
+};
+
+} // namespace
 
 RamDiskServices makeMacServices(const MacAdapters& adapters) {
     const auto inventory = std::make_shared<HDIUtilRamDiskInventory>(
@@ -30,6 +62,14 @@ RamDiskServices makeMacServices(const MacAdapters& adapters) {
                                     .passphrases = adapters.passphrases,
                                     .contextProvider = services.validationContext,
                                     .validator = services.validator});
+    services.inventory = inventory;
+    services.passphrases = adapters.passphrases;
+    services.folderCopier = std::make_shared<DittoFolderCopier>(adapters.runner);
+    services.folderMaker = std::make_shared<FileManagerFolderMaker>();
+    services.archiver = makeMacContentArchiver(adapters);
+    services.writeBlocking = std::make_shared<NoWriteBlocking>();
+    services.memoryTrimming = std::make_shared<NoMemoryTrimming>();
+    services.access = std::make_shared<FixedVolumeAccess>();
     services.list = std::make_shared<ListRamDisksUseCase>(inventory);
     services.eject = std::make_shared<EjectRamDiskUseCase>(allocator, inventory);
     services.rename = std::make_shared<RenameRamDiskUseCase>(

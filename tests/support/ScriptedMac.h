@@ -86,6 +86,8 @@ public:
     /// Runs when `ditto` has copied: what other programs do while it does.
     std::function<void()> whileCopying;
     Attaching attaching = Attaching::works;
+    /// How making an image ends, when not well.
+    std::optional<CommandOutput> creation;
     /// How the images opened from now on are closed.
     Detaching detachingOfImages = Detaching::works;
     /// The texts that no command line may hold.

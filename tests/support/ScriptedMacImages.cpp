@@ -68,6 +68,9 @@ CommandOutput ScriptedMac::createImage(const SystemCommand& command) {
                        })) {
         return unknown(command);
     }
+    if (creation) {
+        return *creation;
+    }
     if (fs::exists(words.back())) {
         return fails(1, "hdiutil: create failed - File exists\n");
     }

@@ -17,6 +17,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using test::ScriptedMac;
+using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
@@ -210,7 +211,7 @@ TEST_F(HDIUtilContentArchiverTests, AToolThatFailsFailsTheSave) {
     const auto before = saved();
     mac->attaching = ScriptedMac::Attaching::fails;
     EXPECT_EQ(failureOf([&] { archiver.save(saving(), {}); }), RamDiskError(RamDiskError::ImageUnreadable{}));
-    EXPECT_THAT(commands().back(), HasSubstr("detach -quiet -force mounts/RamDisk-"));
+    EXPECT_THAT(commands(), Contains("/usr/bin/hdiutil detach -quiet -force mounts/RamDisk-"));
     mac->attaching = ScriptedMac::Attaching::mountsNothing;
     EXPECT_EQ(errorText(failureOf([&] { archiver.save(saving(), {}); })),
               "The disk image holds no volume that can be read.");
@@ -219,7 +220,10 @@ TEST_F(HDIUtilContentArchiverTests, AToolThatFailsFailsTheSave) {
     EXPECT_EQ(errorText(failureOf([&] { archiver.save(saving(), {}); })),
               "The disk image could not be closed after its files were copied. Eject it in Finder or Disk "
               "Utility.");
-    EXPECT_EQ(commands().back(), "/usr/bin/hdiutil detach -force /dev/disk5");
+    EXPECT_THAT(commands(), Contains("/usr/bin/hdiutil detach -force /dev/disk5"));
+    mac->creation = CommandOutput{1, "", "hdiutil: create failed - No space left on device\n"};
+    EXPECT_THAT(errorText(failureOf([&] { archiver.save(saving(), {}); })),
+                HasSubstr("hdiutil: create failed - No space left on device"));
     EXPECT_EQ(saved(), before);
     expectNothingLeft();
 }
@@ -302,7 +306,8 @@ TEST_F(HDIUtilContentArchiverTests, AVerifiedSaveComparesEveryByte) {
         const auto& last = mac->commands.empty() ? SystemCommand{} : mac->commands.back();
         if (last.arguments.size() == 2 && last.arguments[0] == "detach") {
             for (const auto& entry : fs::directory_iterator(scratch.path())) {
-                if (auto* image = mac->imageFile(entry.path())) {
+                auto* image = entry.is_regular_file() ? mac->imageFile(entry.path()) : nullptr;
+                if (image != nullptr && fs::exists(image->files)) {
                     write(image->files / "Folder" / "Inner" / "line\nbreak", "twO");
                 }
             }

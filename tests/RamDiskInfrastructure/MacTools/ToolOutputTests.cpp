@@ -71,5 +71,11 @@ TEST(ToolOutput, ABusyDiskIsToldByStatusOrText) {
     }
 }
 
+TEST(ToolOutput, AWrongPassphraseIsTold) {
+    EXPECT_TRUE(saysWrongPassphrase({1, "", "hdiutil: attach failed - Authentication error\n"}));
+    EXPECT_TRUE(saysWrongPassphrase({1, "", "DIHLDiskImageAttach() returned 80\nhdiutil: Anmeldefehler\n"}));
+    EXPECT_FALSE(saysWrongPassphrase({1, "", "hdiutil: attach failed - no mountable file systems\n"}));
+}
+
 } // namespace
 } // namespace ramdisk

@@ -55,6 +55,8 @@ LoopDevice LoopDevice::attach(const FileDescriptor& file, const std::string& tag
         config.info.lo_flags = LO_FLAGS_AUTOCLEAR;
         if (isReadOnly) {
             config.info.lo_flags |= LO_FLAGS_READ_ONLY;
+        } else if (access == LoopAccess::writeThrough) {
+            config.info.lo_flags |= LO_FLAGS_DIRECT_IO;
         }
         std::memcpy(config.info.lo_file_name, tag.data(),
                     std::min<std::size_t>(tag.size(), LO_NAME_SIZE - 1));

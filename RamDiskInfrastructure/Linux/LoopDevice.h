@@ -16,7 +16,13 @@ namespace ramdisk {
 [[nodiscard]] FileDescriptor makeMemoryFile(const std::string& tag, ByteCount size);
 
 /// What may be done through a loop device.
-enum class LoopAccess { readWrite, readOnly };
+enum class LoopAccess {
+    readWrite,
+    /// What is written goes straight into the file where its file system can do that, and is not held in
+    /// memory twice.
+    writeThrough,
+    readOnly,
+};
 
 /// A block device upon a file, which the device alone keeps alive when it has no name. The kernel takes it
 /// away when its last user is gone: this object while the volume is being made, then the mount. A killed

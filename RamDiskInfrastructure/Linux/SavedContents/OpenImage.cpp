@@ -89,7 +89,7 @@ OpenImage OpenImage::open(ImageFile file, LoopAccess access, const VolumeProtect
 OpenImage OpenImage::checkAndOpen(ImageFile file, const VolumeProtection& protection, const LinuxHost& host,
                                   CommandRunning& runner) {
     file.requireClosed(host.sys);
-    auto loop = attachLoop(file, LoopAccess::readWrite);
+    auto loop = attachLoop(file, LoopAccess::writeThrough);
     if (!checkImage(loop, runner)) {
         throw RamDiskError(RamDiskError::ImageUnreadable{});
     }
@@ -125,7 +125,7 @@ OpenImage OpenImage::mountOn(ImageFile file, LoopDevice loop, LoopAccess access,
 
 OpenImage OpenImage::make(ImageFile file, const ImageGeometry& geometry, const std::string& diskName,
                           const VolumeProtection& protection, const LinuxHost& host, CommandRunning& runner) {
-    auto loop = attachLoop(file, LoopAccess::readWrite);
+    auto loop = attachLoop(file, LoopAccess::writeThrough);
     layImage(loop, geometry, diskName, protection, runner);
     auto superblock = ExtSuperblock::read(file.descriptor());
     if (!superblock) {

@@ -234,6 +234,11 @@ std::string issueText(const ValidationIssue& issue) {
     return std::visit(IssueText{}, issue.value);
 }
 
+std::string failureText(const RedirectFailure& failure) {
+    const auto* const error = std::get_if<RamDiskError>(&failure.message);
+    return error != nullptr ? errorText(*error) : std::get<std::string>(failure.message);
+}
+
 std::string warningText(const CreationWarning& warning) {
     return std::visit(WarningText{}, warning.value);
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "RamDiskCore/Disks/CreateRamDiskResult.h"
+#include "RamDiskCore/Redirects/RedirectFailure.h"
 #include "RamDiskCore/Validation/ValidationIssue.h"
 #include "RamDiskCore/Values/ByteCount.h"
 #include "RamDiskCore/Values/RamDiskError.h"
@@ -24,5 +25,8 @@ namespace ramdisk {
 
 [[nodiscard]] std::string issueText(const ValidationIssue& issue);
 [[nodiscard]] std::string warningText(const CreationWarning& warning);
+
+/// What went wrong with a redirect, or what is to be known of it.
+[[nodiscard]] std::string failureText(const RedirectFailure& failure);
 
 } // namespace ramdisk

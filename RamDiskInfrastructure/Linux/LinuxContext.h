@@ -3,7 +3,7 @@
 #include "RamDiskInfrastructure/Linux/DiskRecordStore.h"
 #include "RamDiskInfrastructure/Linux/LinuxHost.h"
 #include "RamDiskInfrastructure/Linux/LinuxVolume.h"
-#include "RamDiskInfrastructure/Linux/MachineStep.h"
+#include "RamDiskInfrastructure/Commands/MachineStep.h"
 
 #include <functional>
 #include <memory>

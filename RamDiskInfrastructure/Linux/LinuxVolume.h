@@ -8,7 +8,7 @@
 #include "RamDiskCore/Values/VolumeProtection.h"
 #include "RamDiskInfrastructure/Linux/DiskRecordStore.h"
 #include "RamDiskInfrastructure/Linux/LinuxHost.h"
-#include "RamDiskInfrastructure/Linux/MachineStep.h"
+#include "RamDiskInfrastructure/Commands/MachineStep.h"
 #include "RamDiskInfrastructure/Linux/MountFolders.h"
 #include "RamDiskInfrastructure/Linux/MountTable.h"
 #include "RamDiskInfrastructure/Linux/OpenFiles.h"

@@ -146,6 +146,21 @@ PreparedFile::~PreparedFile() {
     }
 }
 
+void PreparedFile::takeAccessOfFormer() {
+    constexpr mode_t allModes = 07777;
+    struct stat former {};
+    struct stat made {};
+    if (lstat(target_.c_str(), &former) != 0 && errno == ENOENT) {
+        return;
+    }
+    if (fstat(file_.get(), &made) != 0
+        || ((former.st_uid != made.st_uid || former.st_gid != made.st_gid)
+            && fchown(file_.get(), former.st_uid, former.st_gid) != 0)
+        || fchmod(file_.get(), former.st_mode & allModes) != 0) {
+        throw SystemCallError("keep the access rights of", target_);
+    }
+}
+
 void PreparedFile::takePlace() {
     if (rename(temporary_.c_str(), target_.c_str()) != 0) {
         throw SystemCallError("replace", target_);

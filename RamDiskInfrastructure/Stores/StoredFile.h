@@ -36,6 +36,10 @@ public:
     PreparedFile& operator=(const PreparedFile&) = delete;
     ~PreparedFile();
 
+    /// Gives the new version the owner and the mode of the file that it is to replace, where there is one.
+    /// @throws std::system_error when that cannot be; others must not read what they could not read before.
+    void takeAccessOfFormer();
+
     /// Replaces the file at once: readers see the old content or the new one, also after a power cut.
     /// @throws std::system_error
     void takePlace();

@@ -1,4 +1,4 @@
-#include "RamDiskInfrastructure/Linux/MachineStep.h"
+#include "RamDiskInfrastructure/Commands/MachineStep.h"
 
 namespace ramdisk {
 

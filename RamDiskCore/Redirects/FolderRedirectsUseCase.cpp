@@ -1,0 +1,248 @@
+#include "RamDiskCore/Redirects/FolderRedirectsUseCase.h"
+
+#include "RamDiskCore/Redirects/RedirectConflicts.h"
+#include "RamDiskCore/Redirects/RedirectSession.h"
+#include "RamDiskCore/Values/Text.h"
+
+#include <algorithm>
+#include <functional>
+#include <utility>
+
+namespace ramdisk {
+
+namespace {
+
+using Targets = std::vector<RedirectTarget>;
+using Outcome = RedirectSession::Outcome;
+
+auto isOf(const std::string& diskName) {
+    return [diskName](const FolderRedirect& redirect) { return namesEqual(redirect.diskName, diskName); };
+}
+
+auto isOneOf(const FolderRedirecting& redirecting, const Targets& targets) {
+    return [&redirecting, &targets](const FolderRedirect& redirect) {
+        return std::any_of(targets.begin(), targets.end(), [&](const RedirectTarget& target) {
+            return sameTarget(redirecting, redirect.target, target);
+        });
+    };
+}
+
+void requireMounted(const RamDisk& disk) {
+    if (!disk.mountPoint) {
+        throw RamDiskError(RamDiskError::NotMounted{disk.device});
+    }
+}
+
+/// Where the disk of this name is mounted; absent when it is not.
+std::optional<std::filesystem::path> mountPointOf(const std::vector<RamDisk>& disks,
+                                                  const std::string& name) {
+    for (const auto& disk : disks) {
+        if (disk.mountPoint && namesEqual(disk.name, name)) {
+            return disk.mountPoint;
+        }
+    }
+    return std::nullopt;
+}
+
+void forgetAll(RedirectSession& session, const std::function<bool(const FolderRedirect&)>& which) {
+    for (auto* const redirect : session.where(which)) {
+        session.undo(*redirect);
+    }
+    if (std::erase_if(session.list(),
+                      [&](const auto& redirect) { return which(redirect) && !mayBeInPlace(redirect); })
+        != 0) {
+        session.store();
+    }
+}
+
+/// Puts a stored redirect in place, unless it already is.
+Outcome applyStored(RedirectSession& session, FolderRedirect& redirect,
+                    const std::filesystem::path& mountPoint) {
+    if (redirect.restoreState && !redirect.applying.value_or(false)
+        && session.redirecting().isInForce(redirect, mountPoint)) {
+        return Outcome::done;
+    }
+    if (session.undo(redirect) == Outcome::failed) {
+        return Outcome::failed;
+    }
+    for (const auto* const other : session.where(mayBeInPlace)) {
+        if (overlap(session.redirecting(), other->target, redirect.target)) {
+            session.fail(redirect,
+                         RamDiskError(RamDiskError::RedirectTaken{
+                             session.redirecting().place(redirect.target).nameOnDisk, other->diskName}));
+            return Outcome::failed;
+        }
+    }
+    return session.apply(redirect, mountPoint);
+}
+
+void addOne(RedirectSession& session, const RamDisk& disk, const RedirectTarget& target,
+            const std::set<std::string>& startupDisks) {
+    const auto stored = session.where([&](const FolderRedirect& redirect) {
+        return isOf(disk.name)(redirect) && sameTarget(session.redirecting(), redirect.target, target);
+    });
+    if (!stored.empty()) {
+        applyStored(session, *stored.front(), *disk.mountPoint);
+        return;
+    }
+    FolderRedirect wanted{.id = UUID::random(), .diskName = disk.name, .target = target};
+    try {
+        requireNoConflict(session.redirecting(), wanted, session.list(), startupDisks);
+    } catch (const RamDiskError& error) {
+        session.fail(wanted, error);
+        return;
+    }
+    dropWhatGivesWay(session.redirecting(), wanted, session.list());
+    session.list().push_back(std::move(wanted));
+    if (session.apply(session.list().back(), *disk.mountPoint) == Outcome::failed
+        && !mayBeInPlace(session.list().back())) {
+        session.list().pop_back();
+        session.store();
+    }
+}
+
+void removeTargets(RedirectSession& session, const std::string& diskName, const Targets& targets) {
+    forgetAll(session, [&](const FolderRedirect& redirect) {
+        return isOf(diskName)(redirect) && isOneOf(session.redirecting(), targets)(redirect);
+    });
+}
+
+} // namespace
+
+FolderRedirectsUseCase::FolderRedirectsUseCase(std::shared_ptr<RedirectRepository> repository,
+                                               std::shared_ptr<FolderRedirecting> redirecting,
+                                               std::shared_ptr<RamDiskInventory> inventory,
+                                               std::shared_ptr<const StartupDiskNaming> startupDisks)
+    : repository_(std::move(repository)),
+      redirecting_(std::move(redirecting)),
+      inventory_(std::move(inventory)),
+      startupDisks_(std::move(startupDisks)) {}
+
+FolderRedirectsUseCase::Failures
+FolderRedirectsUseCase::inSession(const std::function<void(RedirectSession&)>& work) {
+    Failures failures;
+    repository_
+        ->update([&] {
+            RedirectSession session(*repository_, *redirecting_);
+            work(session);
+            failures = std::move(session.failures());
+        })
+        .get();
+    return failures;
+}
+
+std::vector<FolderRedirect> FolderRedirectsUseCase::list() const {
+    return repository_->load();
+}
+
+std::vector<FolderRedirect> FolderRedirectsUseCase::redirects(const std::string& diskName) const {
+    auto list = repository_->load();
+    std::erase_if(list, std::not_fn(isOf(diskName)));
+    return list;
+}
+
+FolderRedirectsUseCase::Failures FolderRedirectsUseCase::add(const RamDisk& disk, const Targets& targets) {
+    requireMounted(disk);
+    const auto startupDisks = startupDisks_->startupDiskNames();
+    return inSession([&](RedirectSession& session) {
+        for (const auto& target : targets) {
+            addOne(session, disk, target, startupDisks);
+        }
+    });
+}
+
+FolderRedirectsUseCase::Failures FolderRedirectsUseCase::remove(const std::string& diskName,
+                                                                const Targets& targets) {
+    return inSession([&](RedirectSession& session) { removeTargets(session, diskName, targets); });
+}
+
+FolderRedirectsUseCase::Failures FolderRedirectsUseCase::change(const RamDisk& disk, const Targets& targets) {
+    requireMounted(disk);
+    const auto startupDisks = startupDisks_->startupDiskNames();
+    return inSession([&](RedirectSession& session) {
+        forgetAll(session, [&](const FolderRedirect& redirect) {
+            return isOf(disk.name)(redirect) && !isOneOf(session.redirecting(), targets)(redirect);
+        });
+        for (const auto& target : targets) {
+            addOne(session, disk, target, startupDisks);
+        }
+    });
+}
+
+FolderRedirectsUseCase::Failures FolderRedirectsUseCase::apply(const RamDisk& disk) {
+    if (redirects(disk.name).empty()) {
+        return {};
+    }
+    requireMounted(disk);
+    return inSession([&](RedirectSession& session) {
+        for (auto* const redirect : session.where(isOf(disk.name))) {
+            applyStored(session, *redirect, *disk.mountPoint);
+        }
+    });
+}
+
+FolderRedirectsUseCase::Failures FolderRedirectsUseCase::undo(const std::string& diskName) {
+    const auto stored = redirects(diskName);
+    if (std::none_of(stored.begin(), stored.end(), mayBeInPlace)) {
+        return {};
+    }
+    return inSession([&](RedirectSession& session) {
+        for (auto* const redirect : session.where(isOf(diskName))) {
+            session.undo(*redirect);
+        }
+    });
+}
+
+FolderRedirectsUseCase::Failures FolderRedirectsUseCase::repair() {
+    const auto stored = list();
+    if (std::none_of(stored.begin(), stored.end(), mayBeInPlace)) {
+        return {};
+    }
+    return inSession([&](RedirectSession& session) {
+        const auto disks = inventory_->list();
+        for (auto* const redirect : session.where(mayBeInPlace)) {
+            const auto mountPoint = mountPointOf(disks, redirect->diskName);
+            if (redirect->applying.value_or(false) || !mountPoint
+                || !redirecting_->isInForce(*redirect, *mountPoint)) {
+                session.undo(*redirect);
+            }
+        }
+    });
+}
+
+FolderRedirectsUseCase::Failures FolderRedirectsUseCase::rename(const std::string& oldName,
+                                                                const std::string& newName) {
+    return inSession([&](RedirectSession& session) {
+        const auto moved = session.where(isOf(oldName));
+        if (moved.empty()) {
+            return;
+        }
+        std::vector<FolderRedirect> renamed;
+        for (auto* const redirect : moved) {
+            redirect->diskName = newName;
+            renamed.push_back(*redirect);
+        }
+        std::erase_if(session.list(), [&](const FolderRedirect& leftover) {
+            return isOf(newName)(leftover) && !mayBeInPlace(leftover)
+                   && std::any_of(renamed.begin(), renamed.end(),
+                                  [&](const FolderRedirect& other) {
+                                      return overlap(*redirecting_, other.target, leftover.target);
+                                  })
+                   && std::none_of(renamed.begin(), renamed.end(),
+                                   [&](const FolderRedirect& other) { return other.id == leftover.id; });
+        });
+        session.store();
+        const auto mountPoint = mountPointOf(inventory_->list(), newName);
+        for (auto* const redirect : session.where(isOf(newName))) {
+            if (mountPoint && mayBeInPlace(*redirect)) {
+                applyStored(session, *redirect, *mountPoint);
+            }
+        }
+    });
+}
+
+FolderRedirectsUseCase::Failures FolderRedirectsUseCase::forget(const std::string& diskName) {
+    return inSession([&](RedirectSession& session) { forgetAll(session, isOf(diskName)); });
+}
+
+} // namespace ramdisk

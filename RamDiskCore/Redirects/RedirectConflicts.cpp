@@ -1,0 +1,86 @@
+#include "RamDiskCore/Redirects/RedirectConflicts.h"
+
+#include "RamDiskCore/Values/RamDiskError.h"
+#include "RamDiskCore/Values/Text.h"
+
+#include <algorithm>
+#include <optional>
+
+namespace ramdisk {
+
+namespace {
+
+/// Absent for what a list from elsewhere may hold: a target that names no folder of the home folder.
+std::optional<RedirectPlace> placeIfAny(const FolderRedirecting& redirecting, const RedirectTarget& target) {
+    try {
+        return redirecting.place(target);
+    } catch (const RamDiskError&) {
+        return std::nullopt;
+    }
+}
+
+/// Whether `inner` is `outer` or lies in it.
+bool isWithin(const std::filesystem::path& inner, const std::filesystem::path& outer) {
+    return std::mismatch(outer.begin(), outer.end(), inner.begin(), inner.end()).first == outer.end();
+}
+
+/// How a user knows what a redirect moves.
+std::string shownName(const RedirectPlace& place) {
+    return place.homeFolder ? place.homeFolder->string() : place.nameOnDisk;
+}
+
+} // namespace
+
+bool overlap(const FolderRedirecting& redirecting, const RedirectTarget& left, const RedirectTarget& right) {
+    const auto one = placeIfAny(redirecting, left);
+    const auto other = placeIfAny(redirecting, right);
+    if (!one || !other || !one->homeFolder || !other->homeFolder) {
+        return left == right;
+    }
+    return isWithin(*one->homeFolder, *other->homeFolder) || isWithin(*other->homeFolder, *one->homeFolder);
+}
+
+bool sameTarget(const FolderRedirecting& redirecting, const RedirectTarget& left,
+                const RedirectTarget& right) {
+    if (left == right) {
+        return true;
+    }
+    const auto one = placeIfAny(redirecting, left);
+    const auto other = placeIfAny(redirecting, right);
+    return left.value.index() == right.value.index() && one && other && one->homeFolder
+           && one->homeFolder == other->homeFolder;
+}
+
+bool mayBeInPlace(const FolderRedirect& redirect) {
+    return redirect.restoreState || redirect.applying.value_or(false);
+}
+
+void requireNoConflict(const FolderRedirecting& redirecting, const FolderRedirect& wanted,
+                       const std::vector<FolderRedirect>& list, const std::set<std::string>& startupDisks) {
+    const auto isOfStartupDisk = [&](const FolderRedirect& redirect) {
+        return std::any_of(startupDisks.begin(), startupDisks.end(),
+                           [&](const std::string& name) { return namesEqual(name, redirect.diskName); });
+    };
+    const auto place = redirecting.place(wanted.target);
+    for (const auto& other : list) {
+        const bool isOfThisDisk = namesEqual(other.diskName, wanted.diskName);
+        if (overlap(redirecting, other.target, wanted.target)
+            && (isOfThisDisk || mayBeInPlace(other) || isOfStartupDisk(other))) {
+            throw RamDiskError(RamDiskError::RedirectTaken{shownName(place), other.diskName});
+        }
+        const auto otherPlace = placeIfAny(redirecting, other.target);
+        if (isOfThisDisk && otherPlace && namesEqual(otherPlace->nameOnDisk, place.nameOnDisk)) {
+            throw RamDiskError(RamDiskError::RedirectNameTaken{otherPlace->nameOnDisk});
+        }
+    }
+}
+
+void dropWhatGivesWay(const FolderRedirecting& redirecting, const FolderRedirect& wanted,
+                      std::vector<FolderRedirect>& list) {
+    std::erase_if(list, [&](const FolderRedirect& other) {
+        return !namesEqual(other.diskName, wanted.diskName) && !mayBeInPlace(other)
+               && overlap(redirecting, other.target, wanted.target);
+    });
+}
+
+} // namespace ramdisk

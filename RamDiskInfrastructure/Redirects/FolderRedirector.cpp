@@ -1,0 +1,118 @@
+#include "RamDiskInfrastructure/Redirects/FolderRedirector.h"
+
+#include "RamDiskInfrastructure/Redirects/HomeTree.h"
+#include "RamDiskInfrastructure/Redirects/RedirectPlaces.h"
+
+#include <stdexcept>
+
+namespace ramdisk {
+
+namespace {
+
+using Target = RedirectTarget;
+using State = RedirectRestoreState;
+
+template <typename... Cases>
+struct Overloaded : Cases... {
+    using Cases::operator()...;
+};
+template <typename... Cases>
+Overloaded(Cases...) -> Overloaded<Cases...>;
+
+/// The folder below the home folder that the target moves; absent for settings.
+std::optional<std::filesystem::path> homeFolderOf(const RedirectTarget& target) {
+    if (const auto* const folder = std::get_if<Target::Folder>(&target.value)) {
+        return normalizedHomePath(folder->path);
+    }
+    if (const auto* const cache = std::get_if<Target::Cache>(&target.value)) {
+        return folderOfCache(cache->cache);
+    }
+    return std::nullopt;
+}
+
+std::string nameOnDisk(const RedirectTarget& target) {
+    return std::visit(
+        Overloaded{[](const Target::XcodeDerivedData&) -> std::string { return "DerivedData"; },
+                   [](const Target::NpmCache&) -> std::string { return "npm"; },
+                   [](const Target::TemporaryFolder&) -> std::string { return "Temporary"; },
+                   [&](const auto&) -> std::string { return homeFolderOf(target)->filename().string(); }},
+        target.value);
+}
+
+SymlinkFolderRedirector::Source sourceOf(const FolderRedirect& redirect) {
+    return {redirect.id, *homeFolderOf(redirect.target), nameOnDisk(redirect.target)};
+}
+
+} // namespace
+
+FolderRedirector::FolderRedirector(const Parts& parts)
+    : npm_(parts.home, parts.observer),
+      folders_(parts.home, parts.reserved, parts.observer, parts.exchange),
+      temporaryFolder_(parts.environment, parts.home, parts.observer),
+      xcode_(parts.xcode, parts.home, parts.observer) {}
+
+RedirectPlace FolderRedirector::place(const RedirectTarget& target) const {
+    const auto folder = homeFolderOf(target);
+    return {folder ? std::optional(comparableFolder(*folder)) : std::nullopt, nameOnDisk(target)};
+}
+
+RedirectRestoreState FolderRedirector::apply(const FolderRedirect& redirect,
+                                             const std::filesystem::path& mountPoint, const Record& record) {
+    const RedirectDestination destination{mountPoint, nameOnDisk(redirect.target)};
+    return std::visit(
+        Overloaded{
+            [&](const Target::XcodeDerivedData&) { return xcode_.apply(destination, record); },
+            [&](const Target::NpmCache&) { return npm_.apply(destination, record); },
+            [&](const Target::TemporaryFolder&) { return temporaryFolder_.apply(destination, record); },
+            [&](const auto&) { return folders_.apply(sourceOf(redirect), mountPoint, record); }},
+        redirect.target.value);
+}
+
+std::optional<std::string> FolderRedirector::undo(const FolderRedirect& redirect,
+                                                  const RedirectRestoreState& state) {
+    const auto name = nameOnDisk(redirect.target);
+    const bool isFolder = homeFolderOf(redirect.target).has_value();
+    if (isFolder
+        != (std::holds_alternative<State::MovedFolder>(state.value)
+            || std::holds_alternative<State::LinkedFolder>(state.value))) {
+        throw std::runtime_error("What was recorded of this redirect is not of its kind.");
+    }
+    return std::visit(Overloaded{[&](const State::Preference& former) -> std::optional<std::string> {
+                                     xcode_.undo(name, former);
+                                     return std::nullopt;
+                                 },
+                                 [&](const State::ConfigLine& former) -> std::optional<std::string> {
+                                     npm_.undo(name, former);
+                                     return std::nullopt;
+                                 },
+                                 [&](const State::EnvironmentVariable& former) -> std::optional<std::string> {
+                                     temporaryFolder_.undo(name, former);
+                                     return std::nullopt;
+                                 },
+                                 [&](const State::MovedFolder& moved) {
+                                     return folders_.undo(sourceOf(redirect), moved.backup, std::nullopt);
+                                 },
+                                 [&](const State::LinkedFolder& linked) {
+                                     return folders_.undo(sourceOf(redirect), linked.backup, linked.link);
+                                 }},
+                      state.value);
+}
+
+bool FolderRedirector::isInForce(const FolderRedirect& redirect,
+                                 const std::filesystem::path& mountPoint) const {
+    const RedirectDestination destination{mountPoint, nameOnDisk(redirect.target)};
+    try {
+        return std::visit(
+            Overloaded{
+                [&](const Target::XcodeDerivedData&) { return xcode_.isInForce(destination); },
+                [&](const Target::NpmCache&) { return npm_.isInForce(destination); },
+                [&](const Target::TemporaryFolder&) { return temporaryFolder_.isInForce(destination); },
+                [&](const auto&) { return folders_.isInForce(sourceOf(redirect), mountPoint); }},
+            redirect.target.value);
+    } catch (const std::exception&) {
+        // Whoever asks goes on to undo it, and hears of the trouble there.
+        return false;
+    }
+}
+
+} // namespace ramdisk

@@ -1,0 +1,47 @@
+#pragma once
+
+#include "RamDiskCore/Ports/FolderRedirecting.h"
+#include "RamDiskInfrastructure/Redirects/NpmCacheRedirector.h"
+#include "RamDiskInfrastructure/Redirects/SymlinkFolderRedirector.h"
+#include "RamDiskInfrastructure/Redirects/TemporaryFolderRedirector.h"
+#include "RamDiskInfrastructure/Redirects/XcodeDerivedDataRedirector.h"
+
+#include <filesystem>
+#include <memory>
+#include <vector>
+
+namespace ramdisk {
+
+/// Gives each target to the redirector of its kind.
+class FolderRedirector final : public FolderRedirecting {
+public:
+    struct Parts {
+        std::filesystem::path home;
+        /// Folders of this system's own, which nothing may move.
+        std::vector<std::filesystem::path> reserved{};
+        std::shared_ptr<SessionEnvironment> environment{};
+        /// Null where there is no Xcode.
+        std::shared_ptr<PreferenceDomain> xcode{};
+        NameExchange exchange = NameExchange::whereSupported;
+        /// Empty outside of tests.
+        StepObserver observer{};
+    };
+
+    explicit FolderRedirector(const Parts& parts);
+
+    [[nodiscard]] RedirectPlace place(const RedirectTarget& target) const override;
+    RedirectRestoreState apply(const FolderRedirect& redirect, const std::filesystem::path& mountPoint,
+                               const Record& record) override;
+    std::optional<std::string> undo(const FolderRedirect& redirect,
+                                    const RedirectRestoreState& state) override;
+    [[nodiscard]] bool isInForce(const FolderRedirect& redirect,
+                                 const std::filesystem::path& mountPoint) const override;
+
+private:
+    NpmCacheRedirector npm_;
+    SymlinkFolderRedirector folders_;
+    TemporaryFolderRedirector temporaryFolder_;
+    XcodeDerivedDataRedirector xcode_;
+};
+
+} // namespace ramdisk

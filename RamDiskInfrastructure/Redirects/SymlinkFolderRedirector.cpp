@@ -1,0 +1,178 @@
+#include "RamDiskInfrastructure/Redirects/SymlinkFolderRedirector.h"
+
+#include "RamDiskInfrastructure/Commands/SystemCallError.h"
+#include "RamDiskInfrastructure/Redirects/FolderOnDisk.h"
+#include "RamDiskInfrastructure/Redirects/MadeFolders.h"
+#include "RamDiskInfrastructure/Redirects/NameExchange.h"
+#include "RamDiskInfrastructure/Redirects/SymlinkUndo.h"
+#include "RamDiskInfrastructure/Stores/FlushToDisk.h"
+
+#include <cerrno>
+#include <stdexcept>
+#include <utility>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace ramdisk {
+
+namespace {
+
+constexpr const char* backupEnding = ".ramdisk-original";
+constexpr mode_t allModes = 07777;
+
+/// The folder that is to be moved; absent when there is none yet.
+std::optional<struct stat> requireMovable(const OpenedFolder& folder, const std::string& name,
+                                          const std::string& shown) {
+    if (!folder.missing.empty()) {
+        return std::nullopt;
+    }
+    auto status = statusIn(folder, name);
+    if (status && S_ISLNK(status->st_mode)) {
+        throw std::runtime_error(shown + " is a symbolic link. Name the folder that it leads to.");
+    }
+    if (status && !S_ISDIR(status->st_mode)) {
+        throw std::runtime_error(shown + " is not a folder.");
+    }
+    struct stat parent {};
+    if (status && fstat(folder.descriptor.get(), &parent) == 0 && parent.st_dev != status->st_dev) {
+        throw std::runtime_error(shown + " is where another file system is mounted, which cannot be moved.");
+    }
+    return status;
+}
+
+void require(int error, const char* doing, const std::filesystem::path& path) {
+    if (error != 0) {
+        throw SystemCallError(doing, path, error);
+    }
+}
+
+} // namespace
+
+SymlinkFolderRedirector::SymlinkFolderRedirector(std::filesystem::path home,
+                                                 std::vector<std::filesystem::path> reserved,
+                                                 StepObserver observer, NameExchange exchange)
+    : home_(std::move(home)),
+      reserved_(std::move(reserved)),
+      observer_(std::move(observer)),
+      exchange_(exchange) {}
+
+void SymlinkFolderRedirector::requireApart(const std::filesystem::path& folder,
+                                           const std::filesystem::path& mountPoint,
+                                           const std::string& shown) const {
+    const auto disk = std::filesystem::canonical(mountPoint);
+    if (isInside(folder, disk) || isInside(disk, folder)) {
+        throw std::runtime_error(shown + " and the disk lie in one another.");
+    }
+    for (const auto& reserved : reserved_) {
+        const auto real = std::filesystem::weakly_canonical(reserved);
+        if (isInside(folder, real) || isInside(real, folder)) {
+            throw std::runtime_error(shown + " holds files of Tavrin RamDisk itself, which have to stay.");
+        }
+    }
+}
+
+int SymlinkFolderRedirector::exchange(const OpenedFolder& folder, const std::string& one,
+                                      const std::string& other) const {
+    return exchange_ == NameExchange::never ? ENOTSUP : exchangeNames(folder.descriptor, one, other);
+}
+
+void SymlinkFolderRedirector::makeLink(const OpenedFolder& folder, const std::string& name,
+                                       const std::filesystem::path& target) const {
+    if (symlinkat(target.c_str(), folder.descriptor.get(), name.c_str()) != 0) {
+        throw SystemCallError("make a link in", folder.path);
+    }
+    const auto owner = privateAccessOfOwner(home_);
+    if (geteuid() == 0 && owner.owner != 0
+        && fchownat(folder.descriptor.get(), name.c_str(), owner.owner, owner.group, AT_SYMLINK_NOFOLLOW)
+               != 0) {
+        throw SystemCallError("set the owner of a link in", folder.path);
+    }
+}
+
+RedirectRestoreState SymlinkFolderRedirector::apply(const Source& source,
+                                                    const std::filesystem::path& mountPoint,
+                                                    const FolderRedirecting::Record& record) const {
+    const auto shown = "“~/" + source.folder.string() + "”";
+    const auto name = source.folder.filename().string();
+    const auto temporary = SymlinkUndo::temporaryName(source.redirect);
+    auto folder = openInHome(home_, source.folder.parent_path());
+    requireApart(folder.path / folder.missing / name, mountPoint, shown);
+    const auto original = requireMovable(folder, name, shown);
+
+    tell(observer_, "make the folder on the disk");
+    makeFolderOnDisk(mountPoint, source.nameOnDisk,
+                     original ? FolderAccess{original->st_mode & allModes, original->st_uid, original->st_gid}
+                              : privateAccessOfOwner(home_));
+    const auto backupName = original ? freeNameIn(folder, name, backupEnding) : "";
+    const auto backup = original ? std::optional(folder.path / backupName) : std::nullopt;
+    const auto link = folderOnDisk(mountPoint, source.nameOnDisk);
+    record({RedirectRestoreState::MovedFolder{backup}});
+    const RedirectRestoreState linked{RedirectRestoreState::LinkedFolder{backup, link.string()}};
+
+    if (!folder.missing.empty()) {
+        MadeFolders(home_, source.redirect, observer_).make(folder);
+        folder = openInHome(home_, source.folder.parent_path());
+    }
+    tell(observer_, "make the link");
+    makeLink(folder, temporary, link);
+    if (original) {
+        tell(observer_, "exchange the folder and the link");
+        const int error = exchange(folder, temporary, name);
+        if (error == 0) {
+            tell(observer_, "rename the original");
+            require(renameToFreeName(folder.descriptor, temporary, backupName), "rename", folder.path / name);
+        } else if (isExchangeMissing(error)) {
+            tell(observer_, "move the original aside");
+            require(renameToFreeName(folder.descriptor, name, backupName), "rename", folder.path / name);
+            record(linked);
+            tell(observer_, "put the link in its place");
+            require(renameToFreeName(folder.descriptor, temporary, name), "put a link at",
+                    folder.path / name);
+        } else {
+            throw SystemCallError("put a link at", folder.path / name, error);
+        }
+    } else {
+        record(linked);
+        tell(observer_, "put the link in its place");
+        require(renameToFreeName(folder.descriptor, temporary, name), "put a link at", folder.path / name);
+    }
+    // What the list says next must not reach the disk before these names do.
+    require(flushToDisk(folder.descriptor), "flush the folder", folder.path);
+    return linked;
+}
+
+std::optional<std::string> SymlinkFolderRedirector::undo(const Source& source,
+                                                         const std::optional<std::filesystem::path>& backup,
+                                                         const std::optional<std::string>& link) const {
+    const auto folder = openInHome(home_, source.folder.parent_path());
+    const auto shown = "“~/" + source.folder.string() + "”";
+    std::optional<std::string> notice;
+    if (folder.missing.empty()) {
+        const SymlinkUndo::Names names{.shown = shown,
+                                       .folder = source.folder.filename().string(),
+                                       .temporary = SymlinkUndo::temporaryName(source.redirect),
+                                       .backup = backup ? std::optional(backup->filename().string())
+                                                        : std::nullopt};
+        const auto isOurs = [&](const std::string& text) {
+            return link ? text == *link : isFolderOnDisk(text, source.nameOnDisk);
+        };
+        notice = SymlinkUndo(folder, names, isOurs, exchange_, observer_).run();
+        require(flushToDisk(folder.descriptor), "flush the folder", folder.path);
+    } else if (backup) {
+        notice = SymlinkUndo::originalIsGone(shown);
+    }
+    if (!backup) {
+        MadeFolders(home_, source.redirect, observer_).remove(source.folder.parent_path());
+    }
+    return notice;
+}
+
+bool SymlinkFolderRedirector::isInForce(const Source& source, const std::filesystem::path& mountPoint) const {
+    const auto folder = openInHome(home_, source.folder.parent_path());
+    return folder.missing.empty() && existsOnDisk(mountPoint, source.nameOnDisk)
+           && linkIn(folder, source.folder.filename().string())
+                  == folderOnDisk(mountPoint, source.nameOnDisk).string();
+}
+
+} // namespace ramdisk

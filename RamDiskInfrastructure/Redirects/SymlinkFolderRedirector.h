@@ -1,0 +1,59 @@
+#pragma once
+
+#include "RamDiskCore/Values/UUID.h"
+#include "RamDiskInfrastructure/Redirects/HomeTree.h"
+#include "RamDiskInfrastructure/Redirects/NameExchange.h"
+#include "RamDiskInfrastructure/Redirects/RedirectStep.h"
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace ramdisk {
+
+/// Has a symbolic link to a folder on a disk stand in the place of a folder of the home folder, and keeps the
+/// original beside it. It costs a few renames, however much the folder holds.
+///
+/// docs/redirects.md lists the steps and what a crash after each of them leaves.
+class SymlinkFolderRedirector {
+public:
+    /// The folder that a redirect moves.
+    struct Source {
+        UUID redirect;
+        /// Below the home folder, normalised.
+        std::filesystem::path folder;
+        /// The name of the folder on the disk.
+        std::string nameOnDisk;
+    };
+
+    /// @param reserved folders of this system's own, which nothing may move.
+    SymlinkFolderRedirector(std::filesystem::path home, std::vector<std::filesystem::path> reserved,
+                            StepObserver observer, NameExchange exchange = NameExchange::whereSupported);
+
+    RedirectRestoreState apply(const Source& source, const std::filesystem::path& mountPoint,
+                               const FolderRedirecting::Record& record) const;
+
+    /// @param backup where the original was to be kept; absent when there was none.
+    /// @param link what the link says; absent when that was not recorded yet.
+    /// @returns what the user should know.
+    std::optional<std::string> undo(const Source& source, const std::optional<std::filesystem::path>& backup,
+                                    const std::optional<std::string>& link) const;
+
+    [[nodiscard]] bool isInForce(const Source& source, const std::filesystem::path& mountPoint) const;
+
+private:
+    void requireApart(const std::filesystem::path& folder, const std::filesystem::path& mountPoint,
+                      const std::string& shown) const;
+    [[nodiscard]] int exchange(const OpenedFolder& folder, const std::string& one,
+                               const std::string& other) const;
+    void makeLink(const OpenedFolder& folder, const std::string& name,
+                  const std::filesystem::path& target) const;
+
+    std::filesystem::path home_;
+    std::vector<std::filesystem::path> reserved_;
+    StepObserver observer_;
+    NameExchange exchange_;
+};
+
+} // namespace ramdisk

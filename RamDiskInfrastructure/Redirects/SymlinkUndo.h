@@ -1,0 +1,62 @@
+#pragma once
+
+#include "RamDiskCore/Values/UUID.h"
+#include "RamDiskInfrastructure/Redirects/HomeTree.h"
+#include "RamDiskInfrastructure/Redirects/NameExchange.h"
+#include "RamDiskInfrastructure/Redirects/RedirectStep.h"
+
+#include <functional>
+#include <optional>
+#include <string>
+
+namespace ramdisk {
+
+/// Brings a folder back into the place where a link was put, from wherever an `apply` or another undo was
+/// interrupted. It goes by what it finds under the three names: the folder's own, the backup's, and the one
+/// under which link and original trade places.
+class SymlinkUndo {
+public:
+    struct Names {
+        /// As messages call the folder.
+        std::string shown;
+        std::string folder;
+        std::string temporary;
+        std::optional<std::string> backup;
+    };
+
+    /// @param isOurs whether a link that says this is the one that was put in place.
+    SymlinkUndo(const OpenedFolder& folder, const Names& names,
+                const std::function<bool(const std::string&)>& isOurs, NameExchange exchange,
+                const StepObserver& observer);
+
+    /// @returns what the user should know.
+    /// @throws SystemCallError
+    [[nodiscard]] std::optional<std::string> run() const;
+
+    /// The name that a redirect uses while names change places.
+    [[nodiscard]] static std::string temporaryName(const UUID& redirect) {
+        return ".ramdisk-" + redirect.text();
+    }
+
+    [[nodiscard]] static std::string originalIsGone(const std::string& shown) {
+        return "The original of " + shown + " was no longer there to be put back.";
+    }
+
+private:
+    [[nodiscard]] bool isOurLink(const std::string& name) const;
+    void remove(const std::string& link) const;
+    /// The name that the original has now, when that is not its own.
+    [[nodiscard]] std::optional<std::string> findOriginal() const;
+    void exchangeBack(const std::string& original) const;
+    [[nodiscard]] std::optional<std::string> putBack(const std::string& original) const;
+    /// Moves what stands in the original's place out of the way.
+    [[nodiscard]] std::optional<std::string> setAside() const;
+
+    const OpenedFolder& folder_;
+    const Names& names_;
+    const std::function<bool(const std::string&)>& isOurs_;
+    NameExchange exchange_;
+    const StepObserver& observer_;
+};
+
+} // namespace ramdisk

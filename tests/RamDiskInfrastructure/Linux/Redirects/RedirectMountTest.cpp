@@ -1,0 +1,92 @@
+#include "tests/support/Linux/TestMachine.h"
+#include "tests/support/RedirectWorld.h"
+
+#include <gmock/gmock.h>
+
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace ramdisk::test {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+/// A mount that goes with this value. A TestMachine stands meanwhile, which keeps it from everybody else.
+class Mount {
+public:
+    Mount(const char* source, fs::path target, const char* type, unsigned long flags)
+        : target_(std::move(target)) {
+        if (mount(source, target_.c_str(), type, flags, nullptr) != 0) {
+            throw std::runtime_error("could not mount");
+        }
+    }
+    Mount(const Mount&) = delete;
+    Mount& operator=(const Mount&) = delete;
+    ~Mount() { umount2(target_.c_str(), MNT_DETACH); }
+
+private:
+    fs::path target_;
+};
+
+TEST(RedirectMount, FoldersOnAnotherFileSystemAreMovedThereButItsRootIsNot) {
+    SKIP_UNLESS_ROOT();
+    const TestMachine machine;
+    RedirectWorld world;
+    fs::create_directory(world.home() / "data");
+    const Mount data("none", world.home() / "data", "tmpfs", 0);
+    world.write("data/cache/x", "old");
+    const auto before = world.tree();
+    EXPECT_THAT(texts(world.useCase().add(world.disk(), {folderTarget("data")})),
+                ElementsAre("“~/data” is where another file system is mounted, which cannot be moved."));
+    EXPECT_THAT(texts(world.useCase().add(world.disk(), {folderTarget("data/cache")})), IsEmpty());
+    EXPECT_TRUE(fs::is_symlink(world.home() / "data/cache"));
+    EXPECT_THAT(texts(world.useCase().undo("Dev")), IsEmpty());
+    EXPECT_EQ(world.tree(), before);
+}
+
+TEST(RedirectMount, AHomeThatCannotBeWrittenIsLeftAsItIs) {
+    SKIP_UNLESS_ROOT();
+    const TestMachine machine;
+    RedirectWorld world;
+    world.write("cache/x", "old");
+    world.write(".npmrc", "a=1");
+    const auto before = world.tree();
+    {
+        const Mount bound(world.home().c_str(), world.home(), nullptr, MS_BIND);
+        ASSERT_EQ(mount(nullptr, world.home().c_str(), nullptr, MS_BIND | MS_REMOUNT | MS_RDONLY, nullptr),
+                  0);
+        EXPECT_THAT(
+            texts(world.useCase().add(world.disk(), {folderTarget("cache"), {RedirectTarget::NpmCache{}}})),
+            ElementsAre(HasSubstr("Read-only file system"), HasSubstr("Read-only file system")));
+    }
+    EXPECT_EQ(world.tree(), before);
+    EXPECT_THAT(world.useCase().list(), IsEmpty());
+}
+
+TEST(RedirectMount, WhatRootMakesInAnotherUsersHomeIsThatUsers) {
+    SKIP_UNLESS_ROOT();
+    RedirectWorld world;
+    world.write("cache/x", "old");
+    for (const auto& path : {world.home(), world.home() / "cache"}) {
+        ASSERT_EQ(chown(path.c_str(), nobody, nobody), 0);
+    }
+    ASSERT_THAT(
+        texts(world.useCase().add(
+            world.disk(), {folderTarget("cache"), folderTarget("a/b"), {RedirectTarget::NpmCache{}}})),
+        IsEmpty());
+    for (const auto& path :
+         {world.home() / "cache", world.home() / "a", world.home() / "a/b", world.home() / ".npmrc",
+          world.onDisk("cache"), world.onDisk("b"), world.onDisk("npm")}) {
+        struct stat status {};
+        ASSERT_EQ(lstat(path.c_str(), &status), 0) << path;
+        EXPECT_EQ(status.st_uid, nobody) << path;
+    }
+    EXPECT_THAT(texts(world.useCase().undo("Dev")), IsEmpty());
+}
+
+} // namespace
+} // namespace ramdisk::test

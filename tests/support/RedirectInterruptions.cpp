@@ -1,0 +1,143 @@
+#include "tests/support/RedirectInterruptions.h"
+
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+
+namespace ramdisk::test {
+
+namespace {
+
+using testing::IsEmpty;
+
+/// A world in which the scene is set, and what it looked like before anything was done.
+struct Stage {
+    explicit Stage(const RedirectScene& aScene) : scene(aScene) {
+        scene.prepare(world);
+        tree = world.tree();
+        outside = scene.outside(world);
+    }
+    void putInPlace() const {
+        ASSERT_THAT(texts(world.useCase().add(world.disk(), {scene.target})), IsEmpty());
+        ASSERT_TRUE(tree != world.tree() || outside != scene.outside(world));
+    }
+    void expectAsBefore() const {
+        EXPECT_EQ(world.tree(), tree);
+        EXPECT_EQ(scene.outside(world), outside);
+        for (const auto& redirect : world.useCase().list()) {
+            EXPECT_FALSE(redirect.restoreState || redirect.applying);
+        }
+    }
+    /// A redirect that came to be in force while its disk is there may be; it goes with the disk.
+    void expectRepaired() const {
+        EXPECT_THAT(texts(world.useCase().repair()), IsEmpty());
+        for (const auto& redirect : world.useCase().list()) {
+            EXPECT_FALSE(redirect.applying);
+        }
+        if (world.isMounted) {
+            EXPECT_THAT(texts(world.useCase().undo("Dev")), IsEmpty());
+        }
+        expectAsBefore();
+    }
+
+    const RedirectScene& scene;
+    RedirectWorld world;
+    std::map<std::string, std::string> tree;
+    std::string outside;
+};
+
+void undoAll(FolderRedirectsUseCase& redirects) {
+    redirects.undo("Dev");
+}
+
+/// Runs `attempt` for step 0, 1, 2 ... until it says that there was no such step.
+void forEachStep(const std::string& what, const std::function<bool(int)>& attempt) {
+    constexpr int fewest = 4;
+    int step = 0;
+    bool wasInterrupted = true;
+    while (wasInterrupted && !testing::Test::HasFatalFailure()) {
+        SCOPED_TRACE(fmt::format("{} interrupted at step {}", what, step));
+        wasInterrupted = attempt(step++);
+    }
+    EXPECT_GT(step, fewest) << "too few steps to have been tried at all";
+}
+
+bool killRepair(const RedirectScene& scene, int undoStep, int repairStep) {
+    Stage stage(scene);
+    stage.putInPlace();
+    EXPECT_TRUE(stage.world.runKilledAt(undoStep, undoAll));
+    stage.world.loseDisk();
+    const bool wasKilled = stage.world.runKilledAt(repairStep, [](auto& redirects) { redirects.repair(); });
+    stage.expectRepaired();
+    return wasKilled;
+}
+
+void tryKilling(const RedirectScene& scene) {
+    for (const bool isLost : {false, true}) {
+        forEachStep("apply, killed", [&](int step) {
+            Stage stage(scene);
+            const auto apply = [&](auto& redirects) { redirects.add(stage.world.disk(), {scene.target}); };
+            if (!stage.world.runKilledAt(step, apply)) {
+                return false;
+            }
+            if (isLost) {
+                stage.world.loseDisk();
+            }
+            stage.expectRepaired();
+            return true;
+        });
+    }
+    forEachStep("undo, killed", [&](int step) {
+        Stage stage(scene);
+        stage.putInPlace();
+        if (!stage.world.runKilledAt(step, undoAll)) {
+            return false;
+        }
+        for (int repairStep = 0; killRepair(scene, step, repairStep); ++repairStep) {
+        }
+        stage.expectRepaired();
+        return true;
+    });
+}
+
+void tryFailing(const RedirectScene& scene) {
+    forEachStep("apply, failed", [&](int step) {
+        Stage stage(scene);
+        bool hasFailed = false;
+        std::vector<std::string> told;
+        try {
+            told = texts(
+                stage.world.useCase(failingAt(step, hasFailed)).add(stage.world.disk(), {scene.target}));
+        } catch (const std::exception& error) {
+            told = {error.what()};
+        }
+        if (!hasFailed) {
+            return false;
+        }
+        EXPECT_THAT(told, testing::ElementsAre(testing::StartsWith("step refused: ")));
+        stage.expectRepaired();
+        return true;
+    });
+    forEachStep("undo, failed", [&](int step) {
+        Stage stage(scene);
+        stage.putInPlace();
+        bool hasFailed = false;
+        auto redirects = stage.world.useCase(failingAt(step, hasFailed));
+        try {
+            const auto failures = redirects.undo("Dev").size();
+            EXPECT_EQ(failures, hasFailed ? 1U : 0U);
+        } catch (const std::exception&) {
+            EXPECT_TRUE(hasFailed);
+        }
+        stage.expectRepaired();
+        return hasFailed;
+    });
+}
+
+} // namespace
+
+void expectEveryInterruptionIsRepaired(const RedirectScene& scene) {
+    tryKilling(scene);
+    tryFailing(scene);
+}
+
+} // namespace ramdisk::test

@@ -102,7 +102,8 @@ RedirectRestoreState SymlinkFolderRedirector::apply(const Source& source,
 
     tell(observer_, "make the folder on the disk");
     makeFolderOnDisk(mountPoint, source.nameOnDisk,
-                     original ? FolderAccess{original->st_mode & allModes, original->st_uid, original->st_gid}
+                     original ? FolderAccess{static_cast<mode_t>(original->st_mode & allModes),
+                                             original->st_uid, original->st_gid}
                               : privateAccessOfOwner(home_));
     const auto backupName = original ? freeNameIn(folder, name, backupEnding) : "";
     const auto backup = original ? std::optional(folder.path / backupName) : std::nullopt;

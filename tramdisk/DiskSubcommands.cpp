@@ -89,10 +89,8 @@ void addChanges(Parser& parser, const std::shared_ptr<Texts>& texts) {
     addReference(rename, texts->renameReference);
     rename.add_option("NAME", texts->newName, "The new name")->required();
 
-    auto& configure = parser.add("configure", "Change a standing disk", [texts] {
-        return ConfigureInvocation{RamDiskReference::parse(texts->configureReference),
-                                   texts->configure.read()};
-    });
+    auto& configure =
+        parser.add("configure", "Change a standing disk", [texts] { return readConfigure(*texts); });
     addReference(configure, texts->configureReference);
     texts->configure.addTo(configure, SetupTexts::Use::standingDisk);
 }

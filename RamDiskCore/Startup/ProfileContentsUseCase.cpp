@@ -37,7 +37,20 @@ RestoreState ProfileContentsUseCase::state(const KeptDisk& kept) const {
 
 bool ProfileContentsUseCase::isPartlyFilled(const KeptDisk& kept) const {
     const auto beingFilled = ports_.storage->instanceBeingFilled(kept.profile.id);
-    return beingFilled && beingFilled == kept.disk.instance;
+    return beingFilled
+           && (beingFilled == kept.disk.instance || (beingFilled == kept.profile.id && !isBound(kept)));
+}
+
+void ProfileContentsUseCase::announceDisk(const RamDiskProfile& profile) {
+    if (!copies(profile).empty()) {
+        ports_.storage->setInstanceBeingFilled(profile.id, profile.id);
+    }
+}
+
+void ProfileContentsUseCase::withdrawDisk(const RamDiskProfile& profile) {
+    if (ports_.storage->instanceBeingFilled(profile.id) == profile.id) {
+        ports_.storage->setInstanceBeingFilled(profile.id, std::nullopt);
+    }
 }
 
 void ProfileContentsUseCase::requireRestored(const KeptDisk& kept) const {
@@ -114,6 +127,7 @@ bool ProfileContentsUseCase::restore(const KeptDisk& kept, const ProgressObserve
         return false;
     }
     if (!saved.front().isLatest) {
+        withdrawDisk(kept.profile);
         // Earlier copies alone are not what the disk held last; which one is wanted is the user's to say.
         throw RamDiskError(RamDiskError::ImageEjected{});
     }
@@ -146,12 +160,13 @@ RestoredVolume ProfileContentsUseCase::load(const KeptDisk& kept, std::size_t nu
 
 RestoredVolume ProfileContentsUseCase::fill(const KeptDisk& kept, const std::filesystem::path& image,
                                             RestoreMode mode, const ProgressObserver& observer) {
-    const RestoreRequest request{image, files(kept.profile), kept.disk,
-                                 protection(kept.profile, KeyUse::onlyExisting), mode};
     const auto& profile = kept.profile.id;
-    bool hasBegun = isPartlyFilled(kept);
+    // A disk that was only announced is as it was made.
+    bool hasBegun = ports_.storage->instanceBeingFilled(profile) == kept.disk.instance && kept.disk.instance;
     ports_.storage->setInstanceBeingFilled(profile, kept.disk.instance);
     try {
+        const RestoreRequest request{image, files(kept.profile), kept.disk,
+                                     protection(kept.profile, KeyUse::onlyExisting), mode};
         auto restored = ports_.archiver->restore(request, [&](const TransferProgress& progress) {
             hasBegun = true;
             if (observer) {

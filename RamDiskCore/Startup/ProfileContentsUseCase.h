@@ -41,7 +41,14 @@ public:
 
     [[nodiscard]] RestoreState state(const KeptDisk& kept) const;
 
-    /// Whether filling the disk began and broke off.
+    /// Notes that a disk is about to be made that is to be filled with the profile's files, so that it is
+    /// known as such should this process die before it begins to fill it. The caller holds the profile's
+    /// lock.
+    void announceDisk(const RamDiskProfile& profile);
+    /// No disk was made after all.
+    void withdrawDisk(const RamDiskProfile& profile);
+
+    /// Whether filling the disk began, or was about to, and broke off.
     [[nodiscard]] bool isPartlyFilled(const KeptDisk& kept) const;
 
     /// Refuses a disk whose files must not become the latest copy.

@@ -9,7 +9,8 @@
 
 namespace ramdisk {
 
-/// Everything that knows of startup disks, saved files and redirects, built once on top of what acts on disks.
+/// Everything that knows of startup disks, saved files and redirects, built once on top of what acts on
+/// disks.
 struct RamDiskSessionServices {
     RamDiskServices core;
     std::shared_ptr<ManageProfilesUseCase> profiles;

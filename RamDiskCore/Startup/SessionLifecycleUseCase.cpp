@@ -140,9 +140,7 @@ StartupOutcome SessionLifecycleUseCase::createLocked(const RamDiskProfile& profi
             return takeUp(standing, observer);
         }
     }
-    const auto made =
-        services_.create->execute(specificationOf(profile), CreateRamDiskUseCase::Purpose::startupDisk);
-    const KeptDisk fresh{made.ramDisk, profile};
+    const KeptDisk fresh{make(profile), profile};
     if (!profile.keepsContents) {
         return furnish(fresh, false);
     }
@@ -157,6 +155,19 @@ std::vector<RedirectFailure> SessionLifecycleUseCase::applyRedirects(const RamDi
     // Most disks have none, and taking the lock on the list is what then costs most.
     return redirects_->redirects(disk.name).empty() ? std::vector<RedirectFailure>{}
                                                     : redirects_->apply(disk);
+}
+
+RamDisk SessionLifecycleUseCase::make(const RamDiskProfile& profile) {
+    if (profile.keepsContents) {
+        contents_->announceDisk(profile);
+    }
+    try {
+        return services_.create->execute(specificationOf(profile), CreateRamDiskUseCase::Purpose::startupDisk)
+            .ramDisk;
+    } catch (...) {
+        contents_->withdrawDisk(profile);
+        throw;
+    }
 }
 
 /// A disk that stands when the session starts: complete, or left half filled by one that was killed.

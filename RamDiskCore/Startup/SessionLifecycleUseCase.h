@@ -76,6 +76,7 @@ public:
 
 private:
     StartupOutcome createLocked(const RamDiskProfile& profile, const ProgressObserver& observer);
+    RamDisk make(const RamDiskProfile& profile);
     StartupOutcome takeUp(const KeptDisk& kept, const ProgressObserver& observer);
     StartupOutcome furnish(const KeptDisk& kept, bool restoredContents);
     StartupOutcome afterFailedRestore(const KeptDisk& kept, const std::exception& error);

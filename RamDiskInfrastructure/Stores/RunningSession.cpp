@@ -6,6 +6,8 @@
 #include <nlohmann/json.hpp>
 
 #include <array>
+#include <cerrno>
+#include <csignal>
 
 #include <unistd.h>
 
@@ -54,6 +56,10 @@ std::optional<SessionState> RunningSession::find(const std::filesystem::path& ap
         if (json.is_object() && json.value("phase", "") == rawValue(phase)) {
             state.phase = phase;
         }
+    }
+    if (kill(state.processID, 0) != 0 && errno == ESRCH) {
+        // What a session that was killed told last; its successor has not told anything yet.
+        return SessionState{};
     }
     return state;
 }

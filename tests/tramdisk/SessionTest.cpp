@@ -237,7 +237,7 @@ TEST_F(Session, AKilledSaveOrRestoreCostsNothing) {
         kill(restoring, SIGKILL);
         waitFor(restoring);
         startSession();
-        ASSERT_TRUE(machine->list().contains("Work"));
+        ASSERT_TRUE(machine->list().contains("Work")) << machine->run({"startup", "create", "Work"}).err;
         root = fs::path(machine->list().at("Work").at("mountPoint"));
         EXPECT_THAT(partialFiles(), IsEmpty());
         if (acknowledged > 0 || fs::exists(root / "file0")) {

@@ -77,6 +77,10 @@ public:
     ///         disk is what was copied so far.
     virtual RestoredVolume restore(const RestoreRequest& request, const ProgressObserver& observer) = 0;
 
+    /// Puts right what an operation left that died: every other operation that changes something does so too.
+    /// @throws std::exception when the folder cannot be read.
+    virtual void tidy(const SavedCopyFiles& files) = 0;
+
     /// The copies, the latest first, then from the newest to the oldest. Empty when nothing was saved.
     /// @throws std::exception when the folder cannot be read.
     [[nodiscard]] virtual std::vector<SavedCopy> copies(const SavedCopyFiles& files) = 0;

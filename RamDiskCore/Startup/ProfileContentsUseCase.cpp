@@ -41,6 +41,10 @@ bool ProfileContentsUseCase::isPartlyFilled(const KeptDisk& kept) const {
            && (beingFilled == kept.disk.instance || (beingFilled == kept.profile.id && !isBound(kept)));
 }
 
+void ProfileContentsUseCase::tidy(const RamDiskProfile& profile) {
+    ports_.archiver->tidy(files(profile));
+}
+
 void ProfileContentsUseCase::announceDisk(const RamDiskProfile& profile) {
     if (!copies(profile).empty()) {
         ports_.storage->setInstanceBeingFilled(profile.id, profile.id);

@@ -41,6 +41,9 @@ public:
 
     [[nodiscard]] RestoreState state(const KeptDisk& kept) const;
 
+    /// Puts right what a save or a restore left that died. The caller holds the profile's lock.
+    void tidy(const RamDiskProfile& profile);
+
     /// Notes that a disk is about to be made that is to be filled with the profile's files, so that it is
     /// known as such should this process die before it begins to fill it. The caller holds the profile's
     /// lock.

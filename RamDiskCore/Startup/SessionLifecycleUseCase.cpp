@@ -135,6 +135,7 @@ StartupOutcome SessionLifecycleUseCase::create(const RamDiskProfile& profile,
 
 StartupOutcome SessionLifecycleUseCase::createLocked(const RamDiskProfile& profile,
                                                      const ProgressObserver& observer) {
+    contents_->tidy(profile);
     for (auto& standing : keptDisks()) {
         if (standing.profile.id == profile.id) {
             return takeUp(standing, observer);

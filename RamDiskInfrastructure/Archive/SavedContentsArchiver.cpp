@@ -132,6 +132,10 @@ RestoredVolume SavedContentsArchiver::restore(const RestoreRequest& request,
     });
 }
 
+void SavedContentsArchiver::tidy(const SavedCopyFiles& files) {
+    folderOf(files).tidy(*tool_);
+}
+
 std::vector<SavedCopy> SavedContentsArchiver::copies(const SavedCopyFiles& files) {
     return folderOf(files).copies();
 }

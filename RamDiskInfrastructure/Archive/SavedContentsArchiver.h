@@ -26,6 +26,7 @@ public:
 
     SaveOutcome save(const SaveRequest& request, const ProgressObserver& observer) override;
     RestoredVolume restore(const RestoreRequest& request, const ProgressObserver& observer) override;
+    void tidy(const SavedCopyFiles& files) override;
     [[nodiscard]] std::vector<SavedCopy> copies(const SavedCopyFiles& files) override;
     [[nodiscard]] SavedVolume describe(const std::filesystem::path& image,
                                        const VolumeProtection& protection) override;

@@ -19,6 +19,10 @@ RestoredVolume HDIUtilContentArchiver::restore(const RestoreRequest& request,
     return archiver_.restore(request, observer);
 }
 
+void HDIUtilContentArchiver::tidy(const SavedCopyFiles& files) {
+    archiver_.tidy(files);
+}
+
 std::vector<SavedCopy> HDIUtilContentArchiver::copies(const SavedCopyFiles& files) {
     return archiver_.copies(files);
 }

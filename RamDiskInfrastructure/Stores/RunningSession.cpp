@@ -7,7 +7,9 @@
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
+#include <thread>
 
 #include <unistd.h>
 
@@ -33,7 +35,17 @@ std::string_view rawValue(SessionPhase phase) {
 }
 
 std::optional<RunningSession> RunningSession::begin(const std::filesystem::path& applicationSupport) {
-    auto lock = lockIn(applicationSupport).tryAcquire();
+    const auto file = lockIn(applicationSupport);
+    auto lock = file.tryAcquire();
+    // Who only looks whether there is a session holds the lock for a moment as well.
+    for (int attempt = 0; !lock && attempt < 100; ++attempt) {
+        const auto other = find(applicationSupport);
+        if (other && other->processID != 0) {
+            return std::nullopt;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        lock = file.tryAcquire();
+    }
     if (!lock) {
         return std::nullopt;
     }

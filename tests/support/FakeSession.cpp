@@ -125,6 +125,7 @@ public:
         session_.files[request.disk.name] = session_.copies.at(profileOf(request.files)).at(index);
         return {request.disk};
     }
+    void tidy(const SavedCopyFiles&) override {}
     std::vector<SavedCopy> copies(const SavedCopyFiles& files) override {
         std::vector<SavedCopy> list;
         for (std::size_t index = 0; index < session_.copies[profileOf(files)].size(); ++index) {

@@ -49,6 +49,9 @@ ExitStatus run(const StartupAddInvocation& invocation, const CommandContext& con
     if (const auto former = context.session.profiles->named(disk.name)) {
         throw std::runtime_error(fmt::format("“{}” is a startup disk already.", former->name));
     }
+    if (invocation.keepsFiles) {
+        context.services.archiver->requireSupport(disk);
+    }
     profile.keepsContents = invocation.keepsFiles;
     profile.previousCopies = invocation.previousCopies;
     context.session.profiles->store(profile);

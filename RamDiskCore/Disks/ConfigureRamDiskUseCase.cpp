@@ -71,11 +71,10 @@ ConfigureRamDiskResult ConfigureRamDiskUseCase::execute(const RamDisk& disk, Ram
     changes.folders = checkedFolders(changes.folders);
     ConfigureRamDiskResult result{disk, {}};
     if (changes.name && trimmed(*changes.name) != disk.name) {
-        result.ramDisk = rename(disk, *changes.name);
+        result.ramDisk = rename(disk, *changes.name, result.problems);
     }
     if (changes.access && *changes.access != result.ramDisk.access) {
-        services_.access->setAccess(result.ramDisk, *changes.access);
-        result.ramDisk = services_.list->resolve({RamDiskReference::Device{disk.device}});
+        result.ramDisk = setAccess(result.ramDisk, *changes.access, result.problems);
     }
     if (changes.indexing) {
         services_.indexing->set(*changes.indexing, result.ramDisk.mountPoint.value());
@@ -86,7 +85,28 @@ ConfigureRamDiskResult ConfigureRamDiskUseCase::execute(const RamDisk& disk, Ram
     return result;
 }
 
-RamDisk ConfigureRamDiskUseCase::rename(const RamDisk& disk, const std::string& newName) {
+RamDisk ConfigureRamDiskUseCase::setAccess(const RamDisk& disk, VolumeAccess access,
+                                           std::vector<RamDiskSetupProblem>& problems) {
+    // The disk is found elsewhere afterwards, and what leads to it must not lead nowhere meanwhile.
+    const bool hasRedirects = !redirects_->redirects(disk.name).empty();
+    const auto note = [&problems](std::vector<RedirectFailure> failures) {
+        for (auto& failure : failures) {
+            problems.push_back({RamDiskSetupProblem::RedirectFailed{std::move(failure)}});
+        }
+    };
+    if (hasRedirects) {
+        note(redirects_->undo(disk.name));
+    }
+    services_.access->setAccess(disk, access);
+    auto changed = services_.list->resolve({RamDiskReference::Device{disk.device}});
+    if (hasRedirects) {
+        note(redirects_->apply(changed));
+    }
+    return changed;
+}
+
+RamDisk ConfigureRamDiskUseCase::rename(const RamDisk& disk, const std::string& newName,
+                                        std::vector<RamDiskSetupProblem>& problems) {
     auto profile = profiles_->named(disk.name);
     auto renamed = services_.rename->execute(disk, newName);
     if (profile) {
@@ -95,7 +115,9 @@ RamDisk ConfigureRamDiskUseCase::rename(const RamDisk& disk, const std::string& 
         profile->name = renamed.name;
         profiles_->store(*profile);
     }
-    redirects_->rename(disk.name, renamed.name);
+    for (auto& failure : redirects_->rename(disk.name, renamed.name)) {
+        problems.push_back({RamDiskSetupProblem::RedirectFailed{std::move(failure)}});
+    }
     return renamed;
 }
 
@@ -108,6 +130,9 @@ void ConfigureRamDiskUseCase::changeProfile(const RamDisk& disk, const RamDiskCh
         }
         if (!profile) {
             return;
+        }
+        if (changes.keepsFiles.value_or(false)) {
+            services_.archiver->requireSupport(disk);
         }
         const auto former = *profile;
         assign(changes.keepsFiles, profile->keepsContents);

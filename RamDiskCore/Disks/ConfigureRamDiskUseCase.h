@@ -58,7 +58,9 @@ public:
     ConfigureRamDiskResult execute(const RamDisk& disk, RamDiskChanges changes);
 
 private:
-    RamDisk rename(const RamDisk& disk, const std::string& newName);
+    RamDisk rename(const RamDisk& disk, const std::string& newName,
+                   std::vector<RamDiskSetupProblem>& problems);
+    RamDisk setAccess(const RamDisk& disk, VolumeAccess access, std::vector<RamDiskSetupProblem>& problems);
     void changeProfile(const RamDisk& disk, const RamDiskChanges& changes,
                        std::vector<RamDiskSetupProblem>& problems);
 

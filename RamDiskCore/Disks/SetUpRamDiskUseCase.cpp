@@ -30,6 +30,9 @@ void SetUpRamDiskUseCase::storeProfile(const RamDiskSetup& setup, RamDiskSetupRe
     const auto& disk = result.creation.ramDisk;
     const auto& wanted = setup.specification;
     try {
+        if (setup.keepsFiles) {
+            services_.archiver->requireSupport(disk);
+        }
         profiles_->store({.id = UUID::random(),
                           .name = disk.name,
                           .size = wanted.size,

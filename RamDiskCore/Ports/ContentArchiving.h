@@ -63,6 +63,10 @@ public:
     ContentArchiving& operator=(const ContentArchiving&) = delete;
     virtual ~ContentArchiving() = default;
 
+    /// Refuses a disk whose files cannot be saved on this machine, before anybody relies on it.
+    /// @throws RamDiskError `contentsTransferFailed` with the reason, `diskEjected`
+    virtual void requireSupport(const RamDisk& disk) const = 0;
+
     /// Makes the files on the disk the latest copy. When it returns, the copy is on the system disk and
     /// survives a power cut; the former latest is kept as an earlier copy as long as `previousCopies` says.
     /// @throws RamDiskError `filesKeptChanging`, `diskEjected`, `incorrectPassphrase`,

@@ -39,6 +39,10 @@ SavedContentsArchiver::SavedContentsArchiver(std::shared_ptr<SavedImageTool> too
       steps_(std::move(steps)),
       hardLinks_(hardLinks) {}
 
+void SavedContentsArchiver::requireSupport(const RamDisk& disk) const {
+    tool_->requireSupport(disk);
+}
+
 SaveOutcome SavedContentsArchiver::save(const SaveRequest& request, const ProgressObserver& observer) {
     const auto folder = folderOf(request.files);
     return toldToUsers([&] {

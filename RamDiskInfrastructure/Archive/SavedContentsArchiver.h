@@ -24,6 +24,7 @@ public:
     explicit SavedContentsArchiver(std::shared_ptr<SavedImageTool> tool, StepObserver steps = {},
                                    HardLinks hardLinks = HardLinks::whereSupported);
 
+    void requireSupport(const RamDisk& disk) const override;
     SaveOutcome save(const SaveRequest& request, const ProgressObserver& observer) override;
     RestoredVolume restore(const RestoreRequest& request, const ProgressObserver& observer) override;
     void tidy(const SavedCopyFiles& files) override;

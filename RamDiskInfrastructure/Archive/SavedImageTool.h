@@ -54,6 +54,9 @@ public:
     SavedImageTool& operator=(const SavedImageTool&) = delete;
     virtual ~SavedImageTool() = default;
 
+    /// @throws as `ContentArchiving::requireSupport`
+    virtual void requireSupport(const RamDisk& /*disk*/) const {}
+
     /// How often a copy is brought up to what changed meanwhile before the save gives up.
     [[nodiscard]] virtual int rounds() const noexcept = 0;
 

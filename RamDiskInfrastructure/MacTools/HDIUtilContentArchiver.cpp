@@ -10,6 +10,10 @@ HDIUtilContentArchiver::HDIUtilContentArchiver(HDIUtilImages::Ports ports,
                                                std::shared_ptr<const VolumeStatisticsReading> statistics)
     : archiver_(std::make_shared<HDIUtilImageTool>(std::move(ports), std::move(statistics))) {}
 
+void HDIUtilContentArchiver::requireSupport(const RamDisk& disk) const {
+    archiver_.requireSupport(disk);
+}
+
 SaveOutcome HDIUtilContentArchiver::save(const SaveRequest& request, const ProgressObserver& observer) {
     return archiver_.save(request, observer);
 }

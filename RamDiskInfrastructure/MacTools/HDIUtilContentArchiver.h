@@ -33,6 +33,7 @@ public:
     HDIUtilContentArchiver(HDIUtilImages::Ports ports,
                            std::shared_ptr<const VolumeStatisticsReading> statistics);
 
+    void requireSupport(const RamDisk& disk) const override;
     SaveOutcome save(const SaveRequest& request, const ProgressObserver& observer) override;
     RestoredVolume restore(const RestoreRequest& request, const ProgressObserver& observer) override;
     void tidy(const SavedCopyFiles& files) override;

@@ -125,6 +125,7 @@ public:
         session_.files[request.disk.name] = session_.copies.at(profileOf(request.files)).at(index);
         return {request.disk};
     }
+    void requireSupport(const RamDisk&) const override {}
     void tidy(const SavedCopyFiles&) override {}
     std::vector<SavedCopy> copies(const SavedCopyFiles& files) override {
         std::vector<SavedCopy> list;
@@ -250,6 +251,7 @@ RamDiskServices FakeSession::services() {
     services.folderCopier = furnishing;
     services.folderMaker = furnishing;
     services.writeBlocking = furnishing;
+    services.archiver = std::make_shared<Archiver>(*this);
     services.validationContext = contextProvider(machine);
     return services;
 }

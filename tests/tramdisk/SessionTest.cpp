@@ -254,6 +254,31 @@ TEST_F(Session, AKilledSaveOrRestoreCostsNothing) {
     EXPECT_THAT(machine->traces(), IsEmpty());
 }
 
+TEST_F(Session, ADiskThatChangesItsPlaceTakesItsRedirectsAlong) {
+    const auto outcome =
+        machine->run({"create", "--name", "Dev", "--size", "64M", "--redirect", "cache:pip"});
+    ASSERT_EQ(outcome.err, "");
+    const auto link = machine->folder() / "home/.cache/pip";
+    writeFile(link / "wheel", "cached");
+    ASSERT_EQ(machine->run({"configure", "Dev", "--name", "Tools", "--access", "onlyMe"}).err, "");
+    EXPECT_EQ(readFile(link / "wheel"), "cached");
+    EXPECT_EQ(fs::read_symlink(link), machine->privateMounts() / "Tools/Redirected/pip");
+    ASSERT_EQ(machine->run({"rename", "Tools", "Dev"}).err, "");
+    EXPECT_EQ(readFile(link / "wheel"), "cached");
+    ASSERT_EQ(machine->run({"eject", "Dev"}).err, "");
+    EXPECT_FALSE(fs::exists(fs::symlink_status(link)));
+}
+
+TEST_F(Session, FilesAreNotPromisedToBeKeptWhereTheyCannotBeSaved) {
+    machine->environment["TRAMDISK_HOST"] = "folder";
+    const auto outcome =
+        machine->run({"create", "--name", "Dev", "--size", "4M", "--at-launch", "--keep-files"});
+    EXPECT_THAT(outcome.err,
+                HasSubstr("It will not be created at launch: Could not copy the contents: keeping "
+                          "files needs the right to mount"));
+    EXPECT_EQ(machine->run({"startup", "--json"}).out, "[]\n");
+}
+
 TEST_F(Session, RefusesWhatCannotBeMeant) {
     const std::vector<std::pair<std::vector<std::string>, std::string>> rows{
         {{"create", "--keep-files"},

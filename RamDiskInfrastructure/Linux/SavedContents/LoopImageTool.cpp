@@ -49,6 +49,10 @@ LoopImageTool::LoopImageTool(LinuxHost host, std::shared_ptr<CommandRunning> run
     : host_(std::move(host)),
       runner_(std::move(runner)) {}
 
+void LoopImageTool::requireSupport(const RamDisk& disk) const {
+    static_cast<void>(MountedDisk::open(disk, host_));
+}
+
 std::unique_ptr<SaveSource> LoopImageTool::openSource(const SaveRequest& request) {
     return std::make_unique<MountedSource>(MountedDisk::open(request.disk, host_));
 }

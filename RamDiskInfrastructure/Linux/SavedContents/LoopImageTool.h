@@ -21,6 +21,7 @@ class LoopImageTool final : public SavedImageTool {
 public:
     LoopImageTool(LinuxHost host, std::shared_ptr<CommandRunning> runner);
 
+    void requireSupport(const RamDisk& disk) const override;
     [[nodiscard]] int rounds() const noexcept override { return 3; }
     [[nodiscard]] std::unique_ptr<SaveSource> openSource(const SaveRequest& request) override;
     [[nodiscard]] bool isUpToDate(const SaveRequest& request, SaveSource& source) override;

@@ -2,6 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
+#include <cstdio>
+#include <memory>
+
 namespace ramdisk {
 namespace {
 
@@ -11,6 +15,12 @@ TEST(DiskTemplate, TrimsItsTitleAndQuotesItForTheShell) {
     disk.setTitle(" It's $HOME\t");
     EXPECT_EQ(disk.title(), "It's $HOME");
     EXPECT_EQ(disk.commandLine(), R"(tramdisk create --template='It'\''s $HOME')");
+    // What a real shell makes of it.
+    const auto script = "tramdisk() { printf '%s|' \"$@\"; }; " + disk.commandLine();
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> shell(popen(script.c_str(), "r"), pclose);
+    std::array<char, 100> output{};
+    ASSERT_NE(std::fgets(output.data(), output.size(), shell.get()), nullptr);
+    EXPECT_STREQ(output.data(), "create|--template=It's $HOME|");
 }
 
 } // namespace

@@ -88,20 +88,10 @@ ConfigureRamDiskResult ConfigureRamDiskUseCase::execute(const RamDisk& disk, Ram
 RamDisk ConfigureRamDiskUseCase::setAccess(const RamDisk& disk, VolumeAccess access,
                                            std::vector<RamDiskSetupProblem>& problems) {
     // The disk is found elsewhere afterwards, and what leads to it must not lead nowhere meanwhile.
-    const bool hasRedirects = !redirects_->redirects(disk.name).empty();
-    const auto note = [&problems](std::vector<RedirectFailure> failures) {
-        for (auto& failure : failures) {
-            problems.push_back({RamDiskSetupProblem::RedirectFailed{std::move(failure)}});
-        }
-    };
-    if (hasRedirects) {
-        note(redirects_->undo(disk.name));
-    }
+    noteFailures(redirects_->undo(disk.name), problems);
     services_.access->setAccess(disk, access);
     auto changed = services_.list->resolve({RamDiskReference::Device{disk.device}});
-    if (hasRedirects) {
-        note(redirects_->apply(changed));
-    }
+    noteFailures(redirects_->apply(changed), problems);
     return changed;
 }
 
@@ -115,9 +105,7 @@ RamDisk ConfigureRamDiskUseCase::rename(const RamDisk& disk, const std::string& 
         profile->name = renamed.name;
         profiles_->store(*profile);
     }
-    for (auto& failure : redirects_->rename(disk.name, renamed.name)) {
-        problems.push_back({RamDiskSetupProblem::RedirectFailed{std::move(failure)}});
-    }
+    noteFailures(redirects_->rename(disk.name, renamed.name), problems);
     return renamed;
 }
 

@@ -28,15 +28,19 @@ void makeFolders(FolderMaking& maker, const std::vector<std::string>& folders, c
     }
 }
 
+void noteFailures(std::vector<RedirectFailure> failures, std::vector<RamDiskSetupProblem>& problems) {
+    for (auto& failure : failures) {
+        problems.push_back({RamDiskSetupProblem::RedirectFailed{std::move(failure)}});
+    }
+}
+
 void addRedirects(FolderRedirectsUseCase& redirects, const std::vector<RedirectTarget>& targets,
                   const RamDisk& disk, std::vector<RamDiskSetupProblem>& problems) {
     if (targets.empty()) {
         return;
     }
     try {
-        for (auto& failure : redirects.add(disk, targets)) {
-            problems.push_back({RamDiskSetupProblem::RedirectFailed{std::move(failure)}});
-        }
+        noteFailures(redirects.add(disk, targets), problems);
     } catch (const std::exception&) {
         problems.push_back({RamDiskSetupProblem::RedirectsNotSaved{std::current_exception()}});
     }

@@ -18,6 +18,9 @@ namespace ramdisk {
 void makeFolders(FolderMaking& maker, const std::vector<std::string>& folders, const RamDisk& disk,
                  std::vector<RamDiskSetupProblem>& problems);
 
+/// Each failure becomes a problem.
+void noteFailures(std::vector<RedirectFailure> failures, std::vector<RamDiskSetupProblem>& problems);
+
 /// Adds the redirects; each that fails is a problem.
 void addRedirects(FolderRedirectsUseCase& redirects, const std::vector<RedirectTarget>& targets,
                   const RamDisk& disk, std::vector<RamDiskSetupProblem>& problems);

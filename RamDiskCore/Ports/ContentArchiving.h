@@ -74,8 +74,8 @@ public:
     virtual SaveOutcome save(const SaveRequest& request, const ProgressObserver& observer) = 0;
 
     /// Puts the files of a copy onto the disk. The observer is told before the disk is changed for the first
-    /// time: a restore that fails without having told it left the disk as it was. An earlier copy takes the place of the latest afterwards, and
-    /// the latest becomes an earlier one.
+    /// time: a restore that fails without having told it left the disk as it was. An earlier copy takes the
+    /// place of the latest afterwards, and the latest becomes an earlier one.
     /// @throws RamDiskError `imageEjected`, `imageUnreadable`, `imageOpenAlready`, `imageStateUnknown`,
     ///         `incorrectPassphrase`, `namesMerged`, `contentsTransferFailed`. The image is as it was; on the
     ///         disk is what was copied so far.

@@ -12,7 +12,8 @@ public:
     MemoryTrimming& operator=(const MemoryTrimming&) = delete;
     virtual ~MemoryTrimming() = default;
 
-    /// Nothing where the volume does so by itself. Never throws: what was not given back now is the next time.
+    /// Nothing where the volume does so by itself. Never throws: what was not given back now is the next
+    /// time.
     virtual void trim(const RamDisk& disk) noexcept = 0;
 };
 

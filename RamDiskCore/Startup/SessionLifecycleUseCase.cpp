@@ -121,7 +121,7 @@ StartupOutcome SessionLifecycleUseCase::create(const RamDiskProfile& profile,
         contents_->whileLocked(profile,
                                [&] { outcome = createLocked(profile, observerFor(profile.name, observer)); });
         if (outcome->disk() != nullptr) {
-            append(redirectFailures, applyRedirects(*outcome->disk()));
+            append(redirectFailures, redirects_->apply(*outcome->disk()));
         }
     } catch (const std::exception& error) {
         if (!outcome || outcome->disk() == nullptr) {
@@ -150,12 +150,6 @@ StartupOutcome SessionLifecycleUseCase::createLocked(const RamDiskProfile& profi
     } catch (const std::exception& error) {
         return afterFailedRestore(fresh, error);
     }
-}
-
-std::vector<RedirectFailure> SessionLifecycleUseCase::applyRedirects(const RamDisk& disk) {
-    // Most disks have none, and taking the lock on the list is what then costs most.
-    return redirects_->redirects(disk.name).empty() ? std::vector<RedirectFailure>{}
-                                                    : redirects_->apply(disk);
 }
 
 RamDisk SessionLifecycleUseCase::make(const RamDiskProfile& profile) {
@@ -269,9 +263,7 @@ LeaveResult SessionLifecycleUseCase::leave(const RamDisk& disk, SaveBeforeEject 
         return result;
     }
     try {
-        if (!redirects_->redirects(disk.name).empty()) {
-            append(result.redirectFailures, redirects_->undo(disk.name));
-        }
+        append(result.redirectFailures, redirects_->undo(disk.name));
         if (!saves || saveForGood(*startupDisk, result, observer)) {
             result.outcome = services_.eject->eject(disk, force);
             return result;
@@ -285,7 +277,7 @@ LeaveResult SessionLifecycleUseCase::leave(const RamDisk& disk, SaveBeforeEject 
     }
     services_.writeBlocking->allow(disk);
     try {
-        append(result.redirectFailures, applyRedirects(disk));
+        append(result.redirectFailures, redirects_->apply(disk));
     } catch (const std::exception&) { // NOLINT(bugprone-empty-catch)
         // Why the disk stays is what the user must see; the redirects are undone and lose nothing.
     }

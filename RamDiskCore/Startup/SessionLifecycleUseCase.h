@@ -80,7 +80,6 @@ private:
     StartupOutcome takeUp(const KeptDisk& kept, const ProgressObserver& observer);
     StartupOutcome furnish(const KeptDisk& kept, bool restoredContents);
     StartupOutcome afterFailedRestore(const KeptDisk& kept, const std::exception& error);
-    std::vector<RedirectFailure> applyRedirects(const RamDisk& disk);
     bool saveForGood(const KeptDisk& kept, LeaveResult& result, const ProgressObserver& observer);
 
     RamDiskServices services_;

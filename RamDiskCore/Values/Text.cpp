@@ -221,8 +221,7 @@ std::string foldedName(std::string_view name) {
 }
 
 std::string caseFolded(std::string_view name) {
-    auto folded =
-        mapped(name, UTF8PROC_STABLE | UTF8PROC_DECOMPOSE | UTF8PROC_CASEFOLD | UTF8PROC_IGNORE);
+    auto folded = mapped(name, UTF8PROC_STABLE | UTF8PROC_DECOMPOSE | UTF8PROC_CASEFOLD | UTF8PROC_IGNORE);
     return folded ? *std::move(folded) : std::string(name);
 }
 

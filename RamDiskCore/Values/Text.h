@@ -29,8 +29,8 @@ namespace ramdisk {
 /// diacritics removed, composed; the same in every locale.
 [[nodiscard]] std::string foldedName(std::string_view name);
 
-/// The form in which two names are equal for a volume that ignores letter case: case folded and decomposed, with
-/// every accent and all white space kept.
+/// The form in which two names are equal for a volume that ignores letter case: case folded and decomposed,
+/// with every accent and all white space kept.
 [[nodiscard]] std::string caseFolded(std::string_view name);
 
 /// The one comparison of names, used by validation, suggestion, look-up by name and templates.

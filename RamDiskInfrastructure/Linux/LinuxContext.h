@@ -1,9 +1,9 @@
 #pragma once
 
+#include "RamDiskInfrastructure/Commands/MachineStep.h"
 #include "RamDiskInfrastructure/Linux/DiskRecordStore.h"
 #include "RamDiskInfrastructure/Linux/LinuxHost.h"
 #include "RamDiskInfrastructure/Linux/LinuxVolume.h"
-#include "RamDiskInfrastructure/Commands/MachineStep.h"
 
 #include <functional>
 #include <memory>

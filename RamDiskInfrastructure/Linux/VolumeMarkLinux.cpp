@@ -23,7 +23,8 @@ void writeVolumeMark(int rootDescriptor, const UUID& instance) {
 
 VolumeMark::Reading readVolumeMark(const std::filesystem::path& volume) {
     std::array<char, 64> buffer{};
-    const auto length = lgetxattr(volume.c_str(), volumeMarkAttribute().c_str(), buffer.data(), buffer.size());
+    const auto length =
+        lgetxattr(volume.c_str(), volumeMarkAttribute().c_str(), buffer.data(), buffer.size());
     if (length < 0) {
         // An attribute that is longer than any of ours is still set.
         return {errno == ERANGE, std::nullopt};

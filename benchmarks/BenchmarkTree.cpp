@@ -4,8 +4,10 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <system_error>
+#include <thread>
 #include <utility>
 
 #include <fcntl.h>
@@ -37,6 +39,8 @@ void BenchmarkTree::make() {
 }
 
 void BenchmarkTree::change(double share) {
+    // rsync takes files for unchanged whose size and second of change are the same.
+    std::this_thread::sleep_for(std::chrono::milliseconds(1100));
     const auto each = extent_.bytes / static_cast<std::uint64_t>(extent_.files);
     const auto part = [share](auto whole) { return static_cast<double>(whole) * share; };
     if (extent_.files == 1) {

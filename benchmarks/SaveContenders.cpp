@@ -36,6 +36,7 @@ const char* nameOf(Copier copier) {
 SaveContenders::SaveContenders(const BenchmarkState& state, BenchmarkTree::Extent extent)
     : folder_(state.folder()),
       disk_(state.mountPoint("Bench")),
+      peerDisk_(state.mountPoint("Peer")),
       size_(fmt::format("{}M", (extent.bytes >> 20U) + (extent.bytes >> 22U) + 64)),
       present_{Copier::tramdisk, Copier::cp, Copier::tar} {
     const auto home = folder_ / "home";
@@ -92,7 +93,7 @@ void SaveContenders::emptyDisk() {
 
 void SaveContenders::prepareRestore(Copier copier) {
     if (copier != Copier::tramdisk) {
-        runTramdisk({"create", "--name", "Bench", "--size", size_});
+        runTramdisk({"create", "--name", "Peer", "--size", size_});
     }
 }
 
@@ -102,16 +103,16 @@ void SaveContenders::restore(Copier copier) {
     case Copier::tramdisk:
         return runTramdisk({"startup", "create", "Bench"});
     case Copier::rsync:
-        return runProgram({"rsync", "-a", "--delete", copy + "/", disk_ + "/"});
+        return runProgram({"rsync", "-a", "--delete", copy + "/", peerDisk_ + "/"});
     case Copier::cp:
-        return runProgram({"cp", "-a", copy + "/.", disk_});
+        return runProgram({"cp", "-a", copy + "/.", peerDisk_});
     case Copier::tar:
-        return runProgram({"tar", "-xf", copy, "-C", disk_});
+        return runProgram({"tar", "-xf", copy, "-C", peerDisk_});
     }
 }
 
-void SaveContenders::finishRestore(Copier) {
-    emptyDisk();
+void SaveContenders::finishRestore(Copier copier) {
+    runTramdisk({"eject", copier == Copier::tramdisk ? "Bench" : "Peer", "--discard"});
 }
 
 void SaveContenders::remove() {

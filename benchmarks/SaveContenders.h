@@ -36,7 +36,7 @@ public:
     [[nodiscard]] Image image() const;
     /// Gives up the disk's files, so that only the copies are left.
     void emptyDisk();
-    /// Makes an empty disk for all but our own way, which makes it itself.
+    /// Makes an empty disk, “Peer”, for all but our own way, which makes “Bench” itself.
     void prepareRestore(Copier copier);
     void restore(Copier copier);
     void finishRestore(Copier copier);
@@ -48,6 +48,7 @@ private:
 
     std::filesystem::path folder_;
     std::string disk_;
+    std::string peerDisk_;
     std::string size_;
     std::set<Copier> present_;
 };

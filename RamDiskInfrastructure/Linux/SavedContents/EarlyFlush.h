@@ -6,8 +6,8 @@
 
 namespace ramdisk {
 
-/// Has the kernel write what a file system has in memory while the caller does something else, so that less is
-/// left for the flush that counts. What fails here is told by that one.
+/// Has the kernel write what a file system has in memory while the caller does something else, so that less
+/// is left for the flush that counts. What fails here is told by that one.
 class EarlyFlush {
 public:
     /// Begins, with the file system of an open folder. Holds it open until it is destroyed.

@@ -70,9 +70,11 @@ void makePackages(const fs::path& folder) {
 
 /// Runs npm in the project of a place; everything that it keeps beside lies in the same place.
 std::string npm(const fs::path& place, const std::string& arguments) {
-    return fmt::format("cd '{0}/project'; HOME='{0}' npm_config_cache='{0}/cache' npm {1} --offline "
-                       "--no-audit --no-fund --loglevel=error",
-                       place.string(), arguments);
+    return fmt::format(
+        "cd '{0}/project'; HOME='{0}' npm_config_cache='{0}/cache' npm_config_update_notifier=false "
+        "npm {1} --offline "
+        "--no-audit --no-fund --loglevel=error",
+        place.string(), arguments);
 }
 
 void measurePackages(const Places& places) {

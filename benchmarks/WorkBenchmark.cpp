@@ -1,5 +1,6 @@
 // What disks are for: installing packages, building, walking a tree, on a RAM disk against a folder on the
-// system disk. Writes to TMPDIR, which must lie on the system disk. The network is not used.
+// system disk. Argument: how often (5). Writes to TMPDIR, which must lie on the system disk. The network is
+// not used.
 
 #include "benchmarks/BenchmarkDisk.h"
 #include "benchmarks/BenchmarkState.h"
@@ -8,6 +9,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
@@ -20,7 +22,7 @@ namespace {
 using namespace ramdisk::benchmarks;
 namespace fs = std::filesystem;
 
-constexpr int runs = 5;
+int runs = 5;
 constexpr int packages = 20;
 constexpr int filesInAPackage = 250;
 constexpr int sources = 30;
@@ -160,7 +162,8 @@ void measureWalk(const Places& places, const BenchmarkDisk& disk) {
 
 } // namespace
 
-int main() {
+int main(int argc, char** argv) {
+    runs = argc > 1 ? std::max(1, std::atoi(argv[1])) : runs;
     try {
         const BenchmarkState state;
         const BenchmarkDisk disk(state.folder());

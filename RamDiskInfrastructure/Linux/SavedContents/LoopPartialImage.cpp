@@ -126,6 +126,7 @@ void LoopPartialImage::requireRoom(const TreeManifest& wanted, ByteCount present
 
 void LoopPartialImage::fill(SaveSource& source, const ProgressObserver& observer) {
     auto& mounted = dynamic_cast<MountedSource&>(source);
+    flushing_.reset();
     try {
         try {
             fillOnce(mounted, observer);
@@ -141,6 +142,7 @@ void LoopPartialImage::fill(SaveSource& source, const ProgressObserver& observer
             image_ = startFromNothing(geometry_, wanted);
             fillOnce(mounted, observer);
         }
+        flushing_.emplace(image_->contents());
     } catch (const RamDiskError&) {
         throw;
     } catch (const std::exception& error) {
@@ -160,6 +162,7 @@ void LoopPartialImage::fillOnce(MountedSource& source, const ProgressObserver& o
 }
 
 void LoopPartialImage::close() {
+    flushing_.reset();
     try {
         image_->flush();
         if (!image_->close()) {

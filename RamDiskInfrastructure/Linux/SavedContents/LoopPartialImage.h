@@ -1,6 +1,7 @@
 #pragma once
 
 #include "RamDiskInfrastructure/Archive/SavedImageTool.h"
+#include "RamDiskInfrastructure/Linux/SavedContents/EarlyFlush.h"
 #include "RamDiskInfrastructure/Linux/SavedContents/MountedDisk.h"
 #include "RamDiskInfrastructure/Linux/SavedContents/OpenImage.h"
 
@@ -37,6 +38,8 @@ private:
     std::shared_ptr<CommandRunning> runner_;
     ImageGeometry geometry_;
     std::optional<OpenImage> image_;
+    /// Runs while the disk is looked at again. Gone before the image is, which it keeps mounted.
+    std::optional<EarlyFlush> flushing_;
 };
 
 } // namespace ramdisk

@@ -35,7 +35,7 @@ public:
     [[nodiscard]] static OpenImage open(ImageFile file, LoopAccess access, const VolumeProtection& protection,
                                         const LinuxHost& host);
 
-    /// The same for writing, after a check.
+    /// The same for writing, after a check where it was not closed well.
     [[nodiscard]] static OpenImage checkAndOpen(ImageFile file, const VolumeProtection& protection,
                                                 const LinuxHost& host, CommandRunning& runner);
 

@@ -2,6 +2,7 @@
 
 #include "RamDiskInfrastructure/Linux/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/Trees/FolderCursor.h"
+#include "RamDiskInfrastructure/Linux/Trees/ItemMetadata.h"
 #include "RamDiskInfrastructure/Linux/Trees/ParallelJobs.h"
 #include "RamDiskInfrastructure/Linux/Trees/TreeScanner.h"
 
@@ -32,6 +33,13 @@ struct Piece {
     std::size_t firstBlock = 0;
     std::size_t blockCount = 0;
     bool isGone = false;
+    /// Only of the piece at the start.
+    ItemAttributes attributes{};
+};
+
+struct OpenedFile {
+    FileDescriptor descriptor;
+    struct stat status;
 };
 
 bool isAllZero(const char* bytes, std::size_t length) {
@@ -54,15 +62,15 @@ public:
             piece.isGone = true;
             return;
         }
-        piece.firstBlock = blocks_.size();
-        struct stat status {};
-        if (::fstat(file->get(), &status) != 0) {
-            throw SystemCallError("read", tree_.path(piece.item));
+        const int descriptor = file->descriptor.get();
+        if (piece.start == 0) {
+            piece.attributes = readFileAttributes(descriptor, tree_, piece.item);
         }
-        const bool hasHoles = status.st_blocks * 512 < status.st_size;
+        piece.firstBlock = blocks_.size();
+        const bool hasHoles = file->status.st_blocks * 512 < file->status.st_size;
         for (auto place = piece.start; place < piece.end;) {
-            place = hasHoles ? nextData(file->get(), place, piece) : place;
-            const auto length = place < piece.end ? read(file->get(), place, piece) : 0;
+            place = hasHoles ? nextData(descriptor, place, piece) : place;
+            const auto length = place < piece.end ? read(descriptor, place, piece) : 0;
             if (length == 0) {
                 break;
             }
@@ -75,7 +83,7 @@ public:
     }
 
 private:
-    std::optional<FileDescriptor> openFile(std::uint32_t item) {
+    std::optional<OpenedFile> openFile(std::uint32_t item) {
         // Another name serves as well when the first one is gone.
         for (auto name = item; name < tree_.items.size(); ++name) {
             if (tree_.items[name].original != item) {
@@ -90,7 +98,7 @@ private:
                     throw SystemCallError("open", tree_.path(name));
                 }
             } else if (::fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode)) {
-                return file;
+                return OpenedFile{std::move(file), status};
             }
         }
         return std::nullopt;
@@ -150,7 +158,7 @@ void hashFiles(TreeManifest::Contents& tree, const FileDescriptor& root, const P
     std::uint64_t files = 0;
     for (std::uint32_t item = 0; item < tree.items.size(); ++item) {
         const auto& file = tree.items[item];
-        if (file.type != ItemType::file || file.original != item || file.size == 0) {
+        if (!tree.hasOwnContents(item)) {
             continue;
         }
         ++files;
@@ -173,7 +181,7 @@ void hashFiles(TreeManifest::Contents& tree, const FileDescriptor& root, const P
         };
     });
     std::vector<bool> gone;
-    for (const auto& piece : pieces) {
+    for (auto& piece : pieces) {
         auto& file = tree.items[piece.item];
         if (piece.isGone) {
             gone.resize(tree.items.size());
@@ -182,10 +190,14 @@ void hashFiles(TreeManifest::Contents& tree, const FileDescriptor& root, const P
         }
         if (piece.start == 0) {
             file.firstBlock = tree.blocks.size();
+            tree.setAttributes(piece.item, std::move(piece.attributes));
         }
         const auto first = blocks[piece.worker].begin() + static_cast<std::ptrdiff_t>(piece.firstBlock);
         tree.blocks.insert(tree.blocks.end(), first, first + static_cast<std::ptrdiff_t>(piece.blockCount));
         file.blockCount += piece.blockCount;
+    }
+    for (auto& item : tree.items) {
+        item.attributes = tree.items[item.original].attributes;
     }
     if (!gone.empty()) {
         for (std::uint32_t item = 0; item < tree.items.size(); ++item) {

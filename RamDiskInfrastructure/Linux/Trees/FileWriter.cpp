@@ -15,6 +15,9 @@ namespace {
 
 constexpr std::size_t bufferSize = 256U << 10U;
 constexpr std::size_t pageSize = 4096;
+/// Of a large file the kernel is asked for so much before it is due, so that it reads while we write. Its own
+/// guess is far less, which a loop device is slow to answer.
+constexpr std::uint64_t readAhead = 8U << 20U;
 
 bool isAllZero(const char* bytes, std::size_t length) {
     return bytes[0] == 0 && std::memcmp(bytes, bytes + 1, length - 1) == 0;
@@ -92,7 +95,14 @@ void FileWriter::copyRange(std::uint64_t start, std::uint64_t end) {
     if (copyInKernel(start, end)) {
         return;
     }
+    auto asked = end - start > bufferSize ? start : end;
     while (start < end) {
+        if (asked < end && asked - std::min(asked, start) <= readAhead / 2) {
+            const auto more = std::min(readAhead, end - asked);
+            static_cast<void>(::posix_fadvise(from_, static_cast<off_t>(asked), static_cast<off_t>(more),
+                                              POSIX_FADV_WILLNEED));
+            asked += more;
+        }
         const auto length =
             readAt(from_, buffer_.data(), std::min<std::uint64_t>(bufferSize, end - start), start);
         if (length == 0) {

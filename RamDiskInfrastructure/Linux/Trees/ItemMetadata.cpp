@@ -128,24 +128,24 @@ void applyAttributes(const OpenItem& target, const TreeManifest::Contents& tree,
     }
 }
 
-} // namespace
-
-ItemAttributes readAttributes(int folder, const TreeManifest::Contents& tree, std::uint32_t item) {
-    // A path, since what is no file or folder cannot be opened; the root is the folder itself.
-    const auto place = descriptorPath(folder) + "/" + (item == 0 ? "." : std::string(tree.name(item)));
-    const auto list =
-        wholeOf([&](char* buffer, std::size_t size) { return ::llistxattr(place.c_str(), buffer, size); });
-    if (!list) {
+/// All attributes that `list(buffer, size)` names, their values by `get(name, buffer, size)`.
+template <typename List, typename Get>
+ItemAttributes attributesBy(const TreeManifest::Contents& tree, std::uint32_t item, List list, Get get) {
+    // Most items have none: then nothing is allocated.
+    if (list(nullptr, 0) == 0) {
+        return {};
+    }
+    const auto all = wholeOf(list);
+    if (!all) {
         if (errno == ENOTSUP || errno == ENOENT) {
             return {};
         }
         throw SystemCallError("list the attributes of", tree.path(item));
     }
     ItemAttributes attributes;
-    for (const auto& attribute : split(*list)) {
-        auto value = wholeOf([&](char* buffer, std::size_t size) {
-            return ::lgetxattr(place.c_str(), attribute.c_str(), buffer, size);
-        });
+    for (const auto& attribute : split(*all)) {
+        auto value =
+            wholeOf([&](char* buffer, std::size_t size) { return get(attribute.c_str(), buffer, size); });
         if (value) {
             attributes.push_back({attribute, *std::move(value)});
         } else if (errno == ENOENT) {
@@ -157,6 +157,26 @@ ItemAttributes readAttributes(int folder, const TreeManifest::Contents& tree, st
     std::sort(attributes.begin(), attributes.end(),
               [](const auto& left, const auto& right) { return left.name < right.name; });
     return attributes;
+}
+
+} // namespace
+
+ItemAttributes readAttributes(int folder, const TreeManifest::Contents& tree, std::uint32_t item) {
+    // A path, since what is no file or folder cannot be opened; the root is the folder itself.
+    const auto place = descriptorPath(folder) + "/" + (item == 0 ? "." : std::string(tree.name(item)));
+    return attributesBy(
+        tree, item, [&](char* buffer, std::size_t size) { return ::llistxattr(place.c_str(), buffer, size); },
+        [&](const char* name, char* buffer, std::size_t size) {
+            return ::lgetxattr(place.c_str(), name, buffer, size);
+        });
+}
+
+ItemAttributes readFileAttributes(int file, const TreeManifest::Contents& tree, std::uint32_t item) {
+    return attributesBy(
+        tree, item, [&](char* buffer, std::size_t size) { return ::flistxattr(file, buffer, size); },
+        [&](const char* name, char* buffer, std::size_t size) {
+            return ::fgetxattr(file, name, buffer, size);
+        });
 }
 
 void leaveOutVolumeMark(ItemAttributes& attributes) {

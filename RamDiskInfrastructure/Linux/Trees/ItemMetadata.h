@@ -14,6 +14,11 @@ namespace ramdisk {
 [[nodiscard]] ItemAttributes readAttributes(int folder, const TreeManifest::Contents& tree,
                                             std::uint32_t item);
 
+/// The same of an open file, which costs a fraction.
+/// @throws SystemCallError
+[[nodiscard]] ItemAttributes readFileAttributes(int file, const TreeManifest::Contents& tree,
+                                                std::uint32_t item);
+
 /// Takes the mark of a volume out of the attributes of its root: it is the volume's and no part of the tree.
 void leaveOutVolumeMark(ItemAttributes& attributes);
 

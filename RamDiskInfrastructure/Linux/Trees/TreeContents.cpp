@@ -35,4 +35,14 @@ TextRange TreeManifest::Contents::addText(std::string_view added) {
     return range;
 }
 
+void TreeManifest::Contents::setAttributes(std::uint32_t item, ItemAttributes&& attributes) {
+    // Neighbours are often alike.
+    if (attributes == attributeSets.back()) {
+        items[item].attributes = static_cast<std::uint32_t>(attributeSets.size() - 1);
+    } else if (!attributes.empty()) {
+        items[item].attributes = static_cast<std::uint32_t>(attributeSets.size());
+        attributeSets.push_back(std::move(attributes));
+    }
+}
+
 } // namespace ramdisk

@@ -95,6 +95,11 @@ struct TreeManifest::Contents {
         return std::string_view(text).substr(range.start, range.length);
     }
     TextRange addText(std::string_view added);
+    void setAttributes(std::uint32_t item, ItemAttributes&& attributes);
+    /// Whether the item is a file with contents under its first name: the others get what that one has.
+    [[nodiscard]] bool hasOwnContents(std::uint32_t item) const {
+        return items[item].type == ItemType::file && items[item].original == item && items[item].size != 0;
+    }
 };
 
 } // namespace ramdisk

@@ -192,6 +192,10 @@ bool TreeScanner::note(int folder, std::uint32_t parent, const std::string& name
         item.original = originals_.try_emplace({status.st_dev, status.st_ino}, number).first->second;
     }
     tree_.items.push_back(item);
+    if (tree_.hasOwnContents(number)) {
+        // Its attributes are read with its contents.
+        return true;
+    }
     if (item.original == number) {
         noteAttributes(folder, number);
     } else {
@@ -208,13 +212,7 @@ void TreeScanner::noteAttributes(int folder, std::uint32_t item) {
     if (item == 0) {
         leaveOutVolumeMark(attributes);
     }
-    // Neighbours are often alike.
-    if (attributes == tree_.attributeSets.back()) {
-        tree_.items[item].attributes = static_cast<std::uint32_t>(tree_.attributeSets.size() - 1);
-    } else if (!attributes.empty()) {
-        tree_.items[item].attributes = static_cast<std::uint32_t>(tree_.attributeSets.size());
-        tree_.attributeSets.push_back(std::move(attributes));
-    }
+    tree_.setAttributes(item, std::move(attributes));
 }
 
 void removeItems(TreeManifest::Contents& tree, const std::vector<bool>& gone) {

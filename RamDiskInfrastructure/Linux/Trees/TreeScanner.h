@@ -11,8 +11,8 @@
 
 namespace ramdisk {
 
-/// Walks a tree and notes every item with its metadata, the contents of files not yet read. Sockets are left
-/// out, other mounted volumes kept as empty folders.
+/// Walks a tree and notes every item with its metadata; the contents of files are not yet read, nor the
+/// attributes of those that have contents. Sockets are left out, other mounted volumes kept as empty folders.
 class TreeScanner {
 public:
     explicit TreeScanner(const FileDescriptor& root) : root_(root), cursor_(root, tree_) {}

@@ -197,6 +197,9 @@ SavedImageTool::Closing HDIUtilImageTool::restore(const RestoreRequest& request,
         if (saved.hasNamesMergedOn(disk)) {
             throw RamDiskError(RamDiskError::NamesMerged{});
         }
+        if (observer) {
+            observer({});
+        }
         if (request.mode == RestoreMode::replace) {
             disk.removeAll();
         }

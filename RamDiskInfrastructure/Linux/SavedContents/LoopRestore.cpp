@@ -68,6 +68,9 @@ void LoopRestore::copy(const OpenImage& image, const MountedDisk& disk,
     }
     const auto present = TreeManifest::scan(disk.root(), {});
     keepDisksOwn(*saved, present, request_.disk.access);
+    if (observer) {
+        observer({0, saved->byteCount(), 0, saved->itemCount()});
+    }
     const auto extras = request_.mode == RestoreMode::fill ? Extras::keep : Extras::remove;
     TreeUpdate{image.contents(), *saved, disk.root(), present, extras}.perform(observer);
 }

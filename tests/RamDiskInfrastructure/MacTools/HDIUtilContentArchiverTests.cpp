@@ -165,6 +165,10 @@ TEST_F(HDIUtilContentArchiverTests, WhatWasSavedComesBack) {
     EXPECT_TRUE(fs::is_empty(outside));
     EXPECT_TRUE(fs::exists(onDisk() / "new"));
 
+    // Who keeps account of it is told before anything is removed.
+    const auto stop = [](const TransferProgress&) { throw std::runtime_error("not noted"); };
+    EXPECT_ANY_THROW(archiver.restore(restoring(RestoreMode::replace), stop));
+    EXPECT_TRUE(fs::exists(onDisk() / "new"));
     archiver.restore(restoring(RestoreMode::replace), {});
     EXPECT_FALSE(fs::exists(onDisk() / "new"));
     EXPECT_EQ(read(onDisk() / ".fseventsd" / "log"), "of the disk");

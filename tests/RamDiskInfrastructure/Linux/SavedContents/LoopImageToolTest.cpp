@@ -99,6 +99,21 @@ TEST(SavedImage, GivesBackWhatWasSavedOntoAnyDisk) {
     }
 }
 
+TEST(SavedImage, IsPutBackOnlyAfterThatWasAnnounced) {
+    SKIP_UNLESS_ROOT();
+    SavingMachine world;
+    const auto disk = world.disk("A");
+    writeFile(*disk.mountPoint / "saved", "saved");
+    world.save(disk);
+    fs::remove(*disk.mountPoint / "saved");
+    writeFile(*disk.mountPoint / "new", "new");
+    const auto stop = [](const TransferProgress&) { throw std::runtime_error("not noted"); };
+    EXPECT_ANY_THROW(world.tool.restore(
+        {world.files.latest, world.files, disk, world.protection, RestoreMode::replace}, stop));
+    EXPECT_TRUE(fs::exists(*disk.mountPoint / "new"));
+    EXPECT_FALSE(fs::exists(*disk.mountPoint / "saved"));
+}
+
 TEST(SavedImage, IsLeftAloneWhileNothingChangedAndKnowsWhatNoDateTells) {
     SKIP_UNLESS_ROOT();
     SavingMachine world;

@@ -63,10 +63,8 @@ TEST(SavedDisk, KeepsWhatAProgramWritesThroughAMappingAndEveryCopyThatIsToBeKept
 
     EXPECT_EQ(world.keep(disk), SaveOutcome::saved);
     EXPECT_EQ(world.keep(disk), SaveOutcome::nothingChanged);
-    const auto date = fs::last_write_time(tree / "mapped");
     for (const char change : {'2', '3', '4', '5'}) {
         mapping.write(change);
-        ASSERT_EQ(fs::last_write_time(tree / "mapped"), date) << "this kernel does date mapped writes";
         fs::remove_all(tree / std::to_string(change - '0'));
         EXPECT_EQ(world.keep(disk, 1), SaveOutcome::saved);
         EXPECT_THAT(world.archiver.copies(world.files), SizeIs(2));

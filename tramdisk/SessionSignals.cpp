@@ -39,13 +39,21 @@ SessionSignals::SessionSignals() {
     action.sa_handler = noteSignal;
     action.sa_flags = SA_RESTART;
     for (const int signal : caught) {
-        static_cast<void>(sigaction(signal, &action, nullptr));
+        struct sigaction former {};
+        static_cast<void>(sigaction(signal, nullptr, &former));
+        // Whoever started us with nohup, or in the background of a script, wants us to go on.
+        if (signal == SIGTERM || former.sa_handler != SIG_IGN) {
+            static_cast<void>(sigaction(signal, &action, nullptr));
+        }
     }
 }
 
 SessionSignals::~SessionSignals() {
     for (const int signal : caught) {
-        static_cast<void>(std::signal(signal, SIG_DFL));
+        struct sigaction current {};
+        if (sigaction(signal, nullptr, &current) == 0 && current.sa_handler == noteSignal) {
+            static_cast<void>(std::signal(signal, SIG_DFL));
+        }
     }
     for (int& end : wakeUp) {
         close(end);

@@ -28,7 +28,9 @@ if(RAMDISK_WARNINGS_ARE_ERRORS AND NOT RAMDISK_SANITIZE)
 endif()
 if(RAMDISK_SANITIZE)
     target_compile_options(ramdisk_options INTERFACE
-        -fsanitize=${RAMDISK_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -O1)
+        -fsanitize=${RAMDISK_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -O1
+        # Lines, and not variables as well, are what a report shows; they cost a third less time to make.
+        -g1)
     target_link_options(ramdisk_options INTERFACE -fsanitize=${RAMDISK_SANITIZE})
 endif()
 

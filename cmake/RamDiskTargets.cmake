@@ -7,11 +7,6 @@ set(CMAKE_CXX_EXTENSIONS OFF)
 find_program(RAMDISK_CCACHE ccache)
 if(RAMDISK_CCACHE)
     set(CMAKE_CXX_COMPILER_LAUNCHER "${RAMDISK_CCACHE}")
-    if(RAMDISK_PRECOMPILE_HEADERS)
-        set(CMAKE_CXX_COMPILER_LAUNCHER
-            "${CMAKE_COMMAND};-E;env;CCACHE_SLOPPINESS=pch_defines,time_macros;${RAMDISK_CCACHE}")
-        add_compile_options(-fpch-preprocess)
-    endif()
 endif()
 find_program(RAMDISK_MOLD mold)
 if(RAMDISK_MOLD AND NOT APPLE)
@@ -34,15 +29,6 @@ if(RAMDISK_SANITIZE)
     target_link_options(ramdisk_options INTERFACE -fsanitize=${RAMDISK_SANITIZE})
 endif()
 
-# Half of the time of a whole build goes into reading the same headers. Not by default: a source that forgets one would
-# go unseen.
-function(ramdisk_precompile target)
-    if(RAMDISK_PRECOMPILE_HEADERS)
-        target_precompile_headers(${target} PRIVATE <algorithm> <chrono> <filesystem> <functional> <map> <memory>
-            <optional> <string> <string_view> <variant> <vector> ${ARGN})
-    endif()
-endfunction()
-
 # ramdisk_library(NAME FOLDERS... [DEPENDS targets...]): a static library of every source below the folders.
 # A folder that belongs to one platform is named only where that platform is built.
 function(ramdisk_library name)
@@ -55,5 +41,4 @@ function(ramdisk_library name)
     add_library(${name} STATIC ${sources})
     set_target_properties(${name} PROPERTIES LINKER_LANGUAGE CXX)
     target_link_libraries(${name} PUBLIC ramdisk_options ${ARG_DEPENDS} PRIVATE ${ARG_PRIVATE_DEPENDS})
-    ramdisk_precompile(${name} <fmt/format.h>)
 endfunction()

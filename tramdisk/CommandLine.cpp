@@ -80,6 +80,13 @@ CLI::App& Parser::add(const char* name, const char* help, Reader reader) {
     return *subcommand;
 }
 
+CLI::App& Parser::addGroup(const char* name, const char* help, GroupReader reader) {
+    auto& group = add(name, help, {});
+    group.require_subcommand(0, 1);
+    readers_[&group] = [&group, reader = std::move(reader)] { return reader(group); };
+    return group;
+}
+
 std::string Parser::unexpectedArgument() const {
     const auto chosen = app_.get_subcommands();
     auto remaining = app_.remaining();

@@ -19,6 +19,7 @@ class Parser {
 public:
     using Command = decltype(Invocation::command);
     using Reader = std::function<Command()>;
+    using GroupReader = std::function<Command(const CLI::App& group)>;
 
     Parser();
 
@@ -27,6 +28,10 @@ public:
 
     /// Adds a subcommand; `reader` makes the invocation out of what was written for it.
     CLI::App& add(const char* name, const char* help, Reader reader);
+
+    /// The same for a subcommand that has some of its own, of which at most one is given; `reader` asks the
+    /// group which.
+    CLI::App& addGroup(const char* name, const char* help, GroupReader reader);
 
 private:
     [[nodiscard]] std::string unexpectedArgument() const;

@@ -49,4 +49,9 @@ ProgressObserver ProgressLine::observer(const std::string& diskName) {
     return [this, diskName](const TransferProgress& progress) { show(diskName, progress); };
 }
 
+SessionLifecycleUseCase::Observer ProgressLine::observer() {
+    return
+        [this](const std::string& diskName, const TransferProgress& progress) { show(diskName, progress); };
+}
+
 } // namespace ramdisk::cli

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "RamDiskCore/Ports/TransferProgress.h"
+#include "RamDiskCore/Startup/SessionLifecycleUseCase.h"
 #include "tramdisk/Invocation.h"
 
 #include <chrono>
@@ -23,6 +23,8 @@ public:
 
     /// An observer of one disk's copying; this line outlives it.
     [[nodiscard]] ProgressObserver observer(const std::string& diskName);
+    /// The same of several disks.
+    [[nodiscard]] SessionLifecycleUseCase::Observer observer();
 
 private:
     using Clock = std::chrono::steady_clock;

@@ -22,10 +22,7 @@ constexpr std::chrono::minutes trimmingInterval{10};
 LaunchReport launch(const CommandContext& context) {
     auto report = [&] {
         ProgressLine progress(context.console.options(), "Filling");
-        return context.session.lifecycle->launch(
-            [&progress](const std::string& name, const TransferProgress& state) {
-                progress.show(name, state);
-            });
+        return context.session.lifecycle->launch(progress.observer());
     }();
     tellRedirectFailures(report.redirectFailures, context);
     bool isTitleTold = false;
@@ -59,10 +56,7 @@ void waitForEnd(SessionSignals& signals, const CommandContext& context) {
 ShutdownReport quit(const CommandContext& context) {
     auto report = [&] {
         ProgressLine progress(context.console.options(), "Saving");
-        return context.session.lifecycle->quit(
-            Force::no, [&progress](const std::string& name, const TransferProgress& state) {
-                progress.show(name, state);
-            });
+        return context.session.lifecycle->quit(Force::no, progress.observer());
     }();
     for (const auto& disk : report.ejected) {
         context.console.confirm(fmt::format("“{}” is ejected.", printable(disk.name)));

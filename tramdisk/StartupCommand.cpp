@@ -92,10 +92,7 @@ ExitStatus run(const StartupCreateInvocation& invocation, const CommandContext& 
     std::vector<RedirectFailure> failures;
     const auto outcome = [&] {
         ProgressLine progress(context.console.options(), "Filling");
-        return context.session.lifecycle->create(
-            profile, failures, [&progress](const std::string& name, const TransferProgress& state) {
-                progress.show(name, state);
-            });
+        return context.session.lifecycle->create(profile, failures, progress.observer());
     }();
     if (context.console.wantsJSON()) {
         context.console.printDocument(compactText(toJSON(outcome)));

@@ -19,11 +19,6 @@ struct Texts {
     std::size_t copy = 1;
 };
 
-/// A subcommand below another one; which was used is seen by its name.
-CLI::App& below(CLI::App& parent, const char* name, const char* help) {
-    return *parent.add_subcommand(name, help);
-}
-
 Parser::Command readStartup(const CLI::App& startup, const Texts& texts) {
     if (startup.got_subcommand("add")) {
         return StartupAddInvocation{RamDiskReference::parse(texts.reference), texts.keepFiles, texts.copies};
@@ -39,20 +34,17 @@ Parser::Command readStartup(const CLI::App& startup, const Texts& texts) {
 
 void addStartup(Parser& parser) {
     const auto texts = std::make_shared<Texts>();
-    const auto app = std::make_shared<CLI::App*>(nullptr);
-    auto& startup = parser.add("startup", "The disks that are made at every launch",
-                               [texts, app] { return readStartup(**app, *texts); });
-    *app = &startup;
-    startup.require_subcommand(0, 1);
-    below(startup, "list", "List them");
-    auto& add = below(startup, "add", "Have a standing disk made at every launch");
+    auto& startup = parser.addGroup("startup", "The disks that are made at every launch",
+                                    [texts](const CLI::App& group) { return readStartup(group, *texts); });
+    startup.add_subcommand("list", "List them");
+    auto& add = *startup.add_subcommand("add", "Have a standing disk made at every launch");
     addReference(add, texts->reference);
     add.add_flag("--keep-files", texts->keepFiles, "Save its files and put them back at the next launch");
     add.add_option("--copies", texts->copies, "How many earlier saved copies to keep");
-    auto& remove = below(startup, "remove", "Make it no more; its saved files are deleted");
+    auto& remove = *startup.add_subcommand("remove", "Make it no more; its saved files are deleted");
     remove.add_option("NAME", texts->name, "The name of the startup disk")->required();
     remove.add_flag("--force", texts->force, "Do not ask");
-    auto& create = below(startup, "create", "Make one now, without waiting for the next launch");
+    auto& create = *startup.add_subcommand("create", "Make one now, without waiting for the next launch");
     create.add_option("NAME", texts->name, "The name of the startup disk")->required();
 }
 
@@ -83,18 +75,15 @@ void addSaving(Parser& parser) {
 }
 
 void addSession(Parser& parser) {
-    const auto app = std::make_shared<CLI::App*>(nullptr);
-    auto& session = parser.add("session", "Make the startup disks, keep them, and save them when ended",
-                               [app]() -> Parser::Command {
-                                   if ((*app)->got_subcommand("status")) {
-                                       return SessionStatusInvocation{};
-                                   }
-                                   return SessionRunInvocation{};
-                               });
-    *app = &session;
-    session.require_subcommand(0, 1);
-    below(session, "run", "Run until SIGTERM or SIGINT");
-    below(session, "status", "Tell what a running session is doing");
+    auto& session = parser.addGroup("session", "Make the startup disks, keep them, and save them when ended",
+                                    [](const CLI::App& group) -> Parser::Command {
+                                        if (group.got_subcommand("status")) {
+                                            return SessionStatusInvocation{};
+                                        }
+                                        return SessionRunInvocation{};
+                                    });
+    session.add_subcommand("run", "Run until SIGTERM or SIGINT");
+    session.add_subcommand("status", "Tell what a running session is doing");
 }
 
 } // namespace

@@ -27,11 +27,9 @@ Parser::Command readRedirects(const CLI::App& redirects, const Texts& texts) {
 
 void addRedirects(Parser& parser) {
     const auto texts = std::make_shared<Texts>();
-    const auto app = std::make_shared<CLI::App*>(nullptr);
-    auto& redirects = parser.add("redirects", "The tools' folders that are kept on disks",
-                                 [texts, app] { return readRedirects(**app, *texts); });
-    *app = &redirects;
-    redirects.require_subcommand(0, 1);
+    auto& redirects =
+        parser.addGroup("redirects", "The tools' folders that are kept on disks",
+                        [texts](const CLI::App& group) { return readRedirects(group, *texts); });
     redirects.add_subcommand("list", "List them");
     const auto addPair = [&](const char* name, const char* help) {
         auto& subcommand = *redirects.add_subcommand(name, help);
@@ -56,11 +54,9 @@ Parser::Command readTemplates(const CLI::App& templates, const Texts& texts) {
 
 void addTemplates(Parser& parser) {
     const auto texts = std::make_shared<Texts>();
-    const auto app = std::make_shared<CLI::App*>(nullptr);
-    auto& templates = parser.add("templates", "Named set-ups for new disks",
-                                 [texts, app] { return readTemplates(**app, *texts); });
-    *app = &templates;
-    templates.require_subcommand(0, 1);
+    auto& templates =
+        parser.addGroup("templates", "Named set-ups for new disks",
+                        [texts](const CLI::App& group) { return readTemplates(group, *texts); });
     templates.add_subcommand("list", "List them");
     auto& save = *templates.add_subcommand("save", "Save a disk's set-up as a template");
     save.add_option("TITLE", texts->title, "The template's title")->required();

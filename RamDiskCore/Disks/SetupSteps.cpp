@@ -14,17 +14,25 @@ std::vector<std::string> checkedFolders(const std::vector<std::string>& entries)
     return std::move(checked.folders);
 }
 
-void makeFolders(FolderMaking& maker, const std::vector<std::string>& folders, const RamDisk& disk,
-                 std::vector<RamDiskSetupProblem>& problems) {
+std::vector<RamDiskError> makeFolders(FolderMaking& maker, const std::vector<std::string>& folders,
+                                      const std::filesystem::path& volume) {
+    std::vector<RamDiskError> errors;
     for (const auto& folder : folders) {
         try {
-            maker.make(folder, disk.mountPoint.value());
+            maker.make(folder, volume);
         } catch (const RamDiskError& error) {
-            problems.push_back({RamDiskSetupProblem::FolderNotCreated{error}});
+            errors.push_back(error);
         } catch (const std::exception& error) {
-            problems.push_back({RamDiskSetupProblem::FolderNotCreated{
-                RamDiskError(RamDiskError::FolderNotCreated{folder, error.what()})}});
+            errors.push_back(RamDiskError(RamDiskError::FolderNotCreated{folder, error.what()}));
         }
+    }
+    return errors;
+}
+
+void makeFolders(FolderMaking& maker, const std::vector<std::string>& folders, const RamDisk& disk,
+                 std::vector<RamDiskSetupProblem>& problems) {
+    for (auto& error : makeFolders(maker, folders, disk.mountPoint.value())) {
+        problems.push_back({RamDiskSetupProblem::FolderNotCreated{std::move(error)}});
     }
 }
 

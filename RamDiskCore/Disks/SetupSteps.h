@@ -4,6 +4,7 @@
 #include "RamDiskCore/Ports/FolderMaking.h"
 #include "RamDiskCore/Redirects/FolderRedirectsUseCase.h"
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -14,7 +15,12 @@ namespace ramdisk {
 /// @throws RamDiskError `invalidSpecification`
 [[nodiscard]] std::vector<std::string> checkedFolders(const std::vector<std::string>& entries);
 
-/// Makes the folders; each that fails is a problem.
+/// Makes the folders below the volume's top and gives why those that failed did.
+[[nodiscard]] std::vector<RamDiskError> makeFolders(FolderMaking& maker,
+                                                    const std::vector<std::string>& folders,
+                                                    const std::filesystem::path& volume);
+
+/// The same for a mounted disk; each that fails is a problem.
 void makeFolders(FolderMaking& maker, const std::vector<std::string>& folders, const RamDisk& disk,
                  std::vector<RamDiskSetupProblem>& problems);
 

@@ -1,5 +1,6 @@
 #include "RamDiskCore/Startup/SessionLifecycleUseCase.h"
 
+#include "RamDiskCore/Disks/SetupSteps.h"
 #include "RamDiskCore/Startup/TransferError.h"
 #include "RamDiskCore/Values/Text.h"
 
@@ -73,11 +74,14 @@ std::optional<KeptDisk> SessionLifecycleUseCase::kept(const RamDisk& disk) const
     if (!disk.isCreatedByRamDisk) {
         return std::nullopt;
     }
-    if (auto profile = profiles_->named(disk.name)) {
-        return KeptDisk{disk, std::move(*profile)};
+    auto profiles = profiles_->list();
+    for (auto& profile : profiles) {
+        if (namesEqual(profile.name, disk.name)) {
+            return KeptDisk{disk, std::move(profile)};
+        }
     }
     // Renamed by a process that did not live to tell the record.
-    for (auto& profile : profiles_->list()) {
+    for (auto& profile : profiles) {
         KeptDisk candidate{disk, std::move(profile)};
         if (contents_->isBound(candidate)) {
             return candidate;
@@ -209,12 +213,8 @@ StartupOutcome SessionLifecycleUseCase::furnish(const KeptDisk& kept, bool resto
             errors.push_back(transferError(error));
         }
     }
-    for (const auto& folder : kept.profile.folders) {
-        try {
-            services_.folderMaker->make(folder, volume);
-        } catch (const std::exception& error) {
-            errors.push_back(transferError(error));
-        }
+    for (auto& error : makeFolders(*services_.folderMaker, kept.profile.folders, volume)) {
+        errors.push_back(std::move(error));
     }
     if (!errors.empty()) {
         return {StartupOutcome::FoldersNotCreated{kept.disk, restoredContents, std::move(errors)}};
@@ -255,7 +255,7 @@ LeaveResult SessionLifecycleUseCase::leave(const RamDisk& disk, SaveBeforeEject 
     try {
         if (saves) {
             // The long part first, while everything is still in its place.
-            result.save = contents_->save(*startupDisk, Verification::no, observer);
+            contents_->save(*startupDisk, Verification::no, observer);
             result.isSaved = true;
         }
     } catch (const std::exception& error) {
@@ -290,9 +290,7 @@ bool SessionLifecycleUseCase::saveForGood(const KeptDisk& kept, LeaveResult& res
                                           const ProgressObserver& observer) {
     try {
         static_cast<void>(services_.writeBlocking->block(kept.disk));
-        if (contents_->save(kept, Verification::no, observer) == SaveOutcome::saved) {
-            result.save = SaveOutcome::saved;
-        }
+        contents_->save(kept, Verification::no, observer);
         return true;
     } catch (const std::exception& error) {
         result.isSaved = false;

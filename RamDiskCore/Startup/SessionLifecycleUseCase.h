@@ -25,7 +25,6 @@ struct LaunchReport {
 
 /// What became of one disk that was to go. Without an error it is gone.
 struct LeaveResult {
-    SaveOutcome save = SaveOutcome::nothingChanged;
     /// Whether the disk keeps files at all and they are in their saved copy now.
     bool isSaved = false;
     std::optional<RamDiskError> saveError;

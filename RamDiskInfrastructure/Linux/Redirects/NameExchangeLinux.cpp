@@ -4,7 +4,6 @@
 
 #include <fcntl.h>
 #include <stdio.h> // NOLINT: renameat2
-#include <sys/stat.h>
 
 namespace ramdisk {
 
@@ -13,24 +12,8 @@ int exchangeNames(const FileDescriptor& folder, const std::string& one, const st
                                                                                                    : errno;
 }
 
-int renameToFreeName(const FileDescriptor& folder, const std::string& from, const std::string& to) noexcept {
-    if (renameat2(folder.get(), from.c_str(), folder.get(), to.c_str(), RENAME_NOREPLACE) == 0) {
-        return 0;
-    }
-    if (!isExchangeMissing(errno)) {
-        return errno;
-    }
-    // Some network file systems know neither flag. A look beforehand is what is left; a folder is never
-    // replaced unless it is empty.
-    struct stat status {};
-    if (fstatat(folder.get(), to.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0) {
-        return EEXIST;
-    }
-    return renameat(folder.get(), from.c_str(), folder.get(), to.c_str()) == 0 ? 0 : errno;
-}
-
-bool isExchangeMissing(int error) noexcept {
-    return error == EINVAL || error == ENOSYS || error == ENOTSUP;
+int renameExclusively(const FileDescriptor& folder, const std::string& from, const std::string& to) noexcept {
+    return renameat2(folder.get(), from.c_str(), folder.get(), to.c_str(), RENAME_NOREPLACE) == 0 ? 0 : errno;
 }
 
 } // namespace ramdisk

@@ -8,7 +8,7 @@ namespace ramdisk::cli {
 
 namespace {
 
-struct Texts {
+struct DiskTexts {
     SetupTexts create;
     SetupTexts validate;
     SetupTexts configure;
@@ -24,7 +24,7 @@ struct Texts {
     std::string configureReference;
 };
 
-Parser::Command readConfigure(const Texts& texts) {
+Parser::Command readConfigure(const DiskTexts& texts) {
     ConfigureInvocation invocation{RamDiskReference::parse(texts.configureReference), texts.configure.read()};
     const auto& setup = invocation.setup;
     const auto& specification = setup.specification;
@@ -36,7 +36,7 @@ Parser::Command readConfigure(const Texts& texts) {
     return invocation;
 }
 
-Parser::Command readEject(const Texts& texts) {
+Parser::Command readEject(const DiskTexts& texts) {
     if (texts.ejectAll != texts.ejectReferences.empty()) {
         throw UsageError("Name the disks to eject, or give --all.");
     }
@@ -49,7 +49,7 @@ Parser::Command readEject(const Texts& texts) {
     return invocation;
 }
 
-void addCreation(Parser& parser, const std::shared_ptr<Texts>& texts) {
+void addCreation(Parser& parser, const std::shared_ptr<DiskTexts>& texts) {
     auto& create = parser.add("create", "Make a RAM disk", [texts] {
         return CreateInvocation{texts->create.read(), texts->create.templateTitle, texts->dryRun};
     });
@@ -62,7 +62,7 @@ void addCreation(Parser& parser, const std::shared_ptr<Texts>& texts) {
     texts->validate.addTo(validate, SetupTexts::Use::newDisk);
 }
 
-void addLooks(Parser& parser, const std::shared_ptr<Texts>& texts) {
+void addLooks(Parser& parser, const std::shared_ptr<DiskTexts>& texts) {
     parser.add("list", "List the RAM disks", [] { return ListInvocation{}; });
     auto& show = parser.add("show", "Show one disk", [texts] {
         return ShowInvocation{RamDiskReference::parse(texts->showReference)};
@@ -75,7 +75,7 @@ void addLooks(Parser& parser, const std::shared_ptr<Texts>& texts) {
     parser.add("memory", "Show how the memory is used", [] { return MemoryInvocation{}; });
 }
 
-void addChanges(Parser& parser, const std::shared_ptr<Texts>& texts) {
+void addChanges(Parser& parser, const std::shared_ptr<DiskTexts>& texts) {
     auto& eject = parser.add("eject", "Save what is kept, then remove disks; all else on them is gone",
                              [texts] { return readEject(*texts); });
     eject.add_option("REF", texts->ejectReferences, "Devices, mount points or names");
@@ -98,7 +98,7 @@ void addChanges(Parser& parser, const std::shared_ptr<Texts>& texts) {
 } // namespace
 
 void addDiskSubcommands(Parser& parser) {
-    const auto texts = std::make_shared<Texts>();
+    const auto texts = std::make_shared<DiskTexts>();
     addCreation(parser, texts);
     addLooks(parser, texts);
     addChanges(parser, texts);

@@ -8,13 +8,13 @@ namespace ramdisk::cli {
 
 namespace {
 
-struct Texts {
+struct SettingsTexts {
     std::string action = "list";
     std::optional<std::string> key;
     std::optional<std::string> value;
 };
 
-Parser::Command read(const Texts& texts) {
+Parser::Command read(const SettingsTexts& texts) {
     const auto& action = texts.action;
     if (action != "list" && action != "get" && action != "set" && action != "unset") {
         throw UsageError(
@@ -51,7 +51,7 @@ Parser::Command read(const Texts& texts) {
 } // namespace
 
 void addSettingsSubcommands(Parser& parser) {
-    const auto texts = std::make_shared<Texts>();
+    const auto texts = std::make_shared<SettingsTexts>();
     auto& settings = parser.add("settings", "Show and change the settings", [texts] { return read(*texts); });
     settings.add_option("ACTION", texts->action, "list, get KEY, set KEY VALUE or unset KEY");
     settings.add_option("KEY", texts->key, "The name of a setting");

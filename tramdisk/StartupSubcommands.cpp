@@ -8,7 +8,7 @@ namespace ramdisk::cli {
 
 namespace {
 
-struct Texts {
+struct StartupTexts {
     std::string reference;
     std::vector<std::string> references;
     std::string name;
@@ -19,7 +19,7 @@ struct Texts {
     std::size_t copy = 1;
 };
 
-Parser::Command readStartup(const CLI::App& startup, const Texts& texts) {
+Parser::Command readStartup(const CLI::App& startup, const StartupTexts& texts) {
     if (startup.got_subcommand("add")) {
         return StartupAddInvocation{RamDiskReference::parse(texts.reference), texts.keepFiles, texts.copies};
     }
@@ -33,7 +33,7 @@ Parser::Command readStartup(const CLI::App& startup, const Texts& texts) {
 }
 
 void addStartup(Parser& parser) {
-    const auto texts = std::make_shared<Texts>();
+    const auto texts = std::make_shared<StartupTexts>();
     auto& startup = parser.addGroup("startup", "The disks that are made at every launch",
                                     [texts](const CLI::App& group) { return readStartup(group, *texts); });
     startup.add_subcommand("list", "List them");
@@ -49,7 +49,7 @@ void addStartup(Parser& parser) {
 }
 
 void addSaving(Parser& parser) {
-    const auto texts = std::make_shared<Texts>();
+    const auto texts = std::make_shared<StartupTexts>();
     auto& save = parser.add("save", "Save the files of disks that keep them", [texts] {
         SaveInvocation invocation;
         for (const auto& text : texts->references) {

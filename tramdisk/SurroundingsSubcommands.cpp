@@ -6,13 +6,13 @@ namespace ramdisk::cli {
 
 namespace {
 
-struct Texts {
+struct SurroundingsTexts {
     std::string reference;
     std::string target;
     std::string title;
 };
 
-Parser::Command readRedirects(const CLI::App& redirects, const Texts& texts) {
+Parser::Command readRedirects(const CLI::App& redirects, const SurroundingsTexts& texts) {
     if (redirects.got_subcommand("add")) {
         return RedirectsAddInvocation{RamDiskReference::parse(texts.reference), readTarget(texts.target)};
     }
@@ -26,7 +26,7 @@ Parser::Command readRedirects(const CLI::App& redirects, const Texts& texts) {
 }
 
 void addRedirects(Parser& parser) {
-    const auto texts = std::make_shared<Texts>();
+    const auto texts = std::make_shared<SurroundingsTexts>();
     auto& redirects =
         parser.addGroup("redirects", "The tools' folders that are kept on disks",
                         [texts](const CLI::App& group) { return readRedirects(group, *texts); });
@@ -42,7 +42,7 @@ void addRedirects(Parser& parser) {
     redirects.add_subcommand("repair", "Put back what an interrupted change or a lost disk left");
 }
 
-Parser::Command readTemplates(const CLI::App& templates, const Texts& texts) {
+Parser::Command readTemplates(const CLI::App& templates, const SurroundingsTexts& texts) {
     if (templates.got_subcommand("save")) {
         return TemplatesSaveInvocation{texts.title, RamDiskReference::parse(texts.reference)};
     }
@@ -53,7 +53,7 @@ Parser::Command readTemplates(const CLI::App& templates, const Texts& texts) {
 }
 
 void addTemplates(Parser& parser) {
-    const auto texts = std::make_shared<Texts>();
+    const auto texts = std::make_shared<SurroundingsTexts>();
     auto& templates =
         parser.addGroup("templates", "Named set-ups for new disks",
                         [texts](const CLI::App& group) { return readTemplates(group, *texts); });

@@ -1,5 +1,7 @@
 #include "RamDiskCore/Values/ByteCount.h"
 
+#include "RamDiskCore/Values/ASCII.h"
+
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -13,19 +15,6 @@ namespace ramdisk {
 namespace {
 
 using Unit = ByteCount::Unit;
-
-constexpr bool isDigit(char character) {
-    return character >= '0' && character <= '9';
-}
-constexpr bool isSpace(char character) {
-    return character == ' ' || (character >= '\t' && character <= '\r');
-}
-constexpr char lowered(char character) {
-    return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a') : character;
-}
-constexpr bool isLetter(char character) {
-    return lowered(character) >= 'a' && lowered(character) <= 'z';
-}
 
 /// The longest start of `text` whose characters all fulfil `predicate`, taken off `text`.
 template <typename Predicate>

@@ -1,15 +1,13 @@
 #include "RamDiskCore/Values/DeviceIdentifier.h"
 
+#include "RamDiskCore/Values/ASCII.h"
+
 #include <algorithm>
 #include <cstddef>
 
 namespace ramdisk {
 
 namespace {
-
-constexpr bool isDigit(char character) {
-    return character >= '0' && character <= '9';
-}
 
 /// The digits at the start of `text`, taken off it.
 std::string_view takeDigits(std::string_view& text) {

@@ -1,5 +1,7 @@
 #include "RamDiskCore/Values/Text.h"
 
+#include "RamDiskCore/Values/ASCII.h"
+
 #include <utf8proc.h>
 
 #include <algorithm>
@@ -18,10 +20,6 @@ constexpr bool isASCII(char character) {
 
 bool isASCII(std::string_view text) {
     return std::all_of(text.begin(), text.end(), [](char character) { return isASCII(character); });
-}
-
-constexpr char lowered(char character) {
-    return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a') : character;
 }
 
 const utf8proc_uint8_t* bytesOf(std::string_view text) {

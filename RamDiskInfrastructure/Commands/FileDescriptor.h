@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <utility>
 
+#include <fcntl.h>
 #include <unistd.h>
 
 namespace ramdisk {
@@ -46,5 +47,11 @@ private:
     static constexpr int none = -1;
     int descriptor_ = none;
 };
+
+/// Opens the folder of this name in another one, or of a whole path with AT_FDCWD; no descriptor, and errno,
+/// when it cannot be opened, is a link or no folder.
+[[nodiscard]] inline FileDescriptor openFolder(int parent, const char* name) noexcept {
+    return FileDescriptor(openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+}
 
 } // namespace ramdisk

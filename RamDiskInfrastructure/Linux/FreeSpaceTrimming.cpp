@@ -18,8 +18,7 @@ void FreeSpaceTrimming::trim(const RamDisk& disk) noexcept {
     if (!disk.mountPoint || !disk.isCreatedByRamDisk) {
         return;
     }
-    const FileDescriptor root(
-        open(disk.mountPoint->c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    const auto root = openFolder(AT_FDCWD, disk.mountPoint->c_str());
     if (!root || fstatfs(root.get(), &status) != 0 || status.f_type != EXT4_SUPER_MAGIC) {
         return;
     }

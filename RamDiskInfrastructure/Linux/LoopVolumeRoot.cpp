@@ -71,7 +71,7 @@ FileDescriptor LoopVolumeRoot::makeEncryptedFolder(const VolumePassphrase& passp
     if (mkdirat(root_.get(), name, 0700) != 0) {
         throw SystemCallError("make the encrypted folder of a new volume");
     }
-    FileDescriptor folder(openat(root_.get(), name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    auto folder = openFolder(root_.get(), name);
     if (!folder) {
         throw SystemCallError("open the encrypted folder of a new volume");
     }
@@ -86,7 +86,7 @@ void LoopVolumeRoot::setLabel(const std::filesystem::path& mountPoint, const std
     std::array<char, FSLABEL_MAX> label{};
     const auto text = LoopFormat::extLabel(name);
     std::copy(text.begin(), text.end(), label.begin());
-    const FileDescriptor root(open(mountPoint.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    const auto root = openFolder(AT_FDCWD, mountPoint.c_str());
     if (root) {
         static_cast<void>(ioctl(root.get(), FS_IOC_SETFSLABEL, label.data()));
     }
@@ -96,7 +96,7 @@ void LoopVolumeRoot::shutDown(const std::filesystem::path& mountPoint) {
     // EXT4_IOC_SHUTDOWN with its flag to leave the log as it is; the contents are given up anyway.
     constexpr auto shutdownRequest = _IOR('X', 125, std::uint32_t);
     std::uint32_t withoutFlushing = 2;
-    const FileDescriptor root(open(mountPoint.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    const auto root = openFolder(AT_FDCWD, mountPoint.c_str());
     // Where it is not ext4, writers go on until they close their files; the memory is told as held meanwhile.
     if (root) {
         static_cast<void>(ioctl(root.get(), shutdownRequest, &withoutFlushing));

@@ -40,7 +40,7 @@ std::optional<std::string> tryReadSmallFile(const std::filesystem::path& path) {
 }
 
 FileDescriptor openFolder(const std::filesystem::path& path) {
-    FileDescriptor folder(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    auto folder = openFolder(AT_FDCWD, path.c_str());
     if (!folder) {
         throw SystemCallError("open", path);
     }

@@ -16,14 +16,12 @@ namespace ramdisk {
 
 namespace {
 
-constexpr int folderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-
 bool hasVanished(int error) {
     return error == ENOENT || error == ENOTDIR || error == ELOOP;
 }
 
 std::vector<std::string> namesIn(const FileDescriptor& folder, const std::filesystem::path& path) {
-    FileDescriptor own(::openat(folder.get(), ".", folderFlags));
+    auto own = openFolder(folder.get(), ".");
     struct Close {
         void operator()(DIR* list) const noexcept { ::closedir(list); }
     };
@@ -64,7 +62,7 @@ public:
             if (!visitor_(path / name, status) || !S_ISDIR(status.st_mode) || status.st_dev != volume) {
                 continue;
             }
-            const FileDescriptor inner(::openat(folder.get(), name.c_str(), folderFlags));
+            const auto inner = openFolder(folder.get(), name.c_str());
             if (inner) {
                 below(inner, volume, path / name);
             } else if (!hasVanished(errno)) {

@@ -25,10 +25,6 @@ constexpr std::size_t longestFolderName = 250;
     throw std::system_error(code, std::generic_category(), action + path.string());
 }
 
-FileDescriptor openDirectory(const std::filesystem::path& directory) {
-    return FileDescriptor(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-}
-
 bool lock(const FileDescriptor& directory, int operation) {
     int status = 0;
     do {
@@ -82,7 +78,7 @@ bool PrivateMounts::contains(const std::filesystem::path& mountPoint) const {
 PrivateMounts::MountPoint PrivateMounts::makeMountPoint(std::string_view volumeName) const {
     std::filesystem::create_directories(directory_);
     removeEmptyMountPoints();
-    auto directory = openDirectory(directory_);
+    auto directory = openFolder(AT_FDCWD, directory_.c_str());
     if (directory.get() < 0 || ::fchmod(directory.get(), S_IRWXU) != 0 || !lock(directory, LOCK_SH)) {
         failWith(errno, "Could not prepare the folder ", directory_);
     }
@@ -101,7 +97,7 @@ PrivateMounts::MountPoint PrivateMounts::makeMountPoint(std::string_view volumeN
 
 void PrivateMounts::removeEmptyMountPoints() const noexcept {
     try {
-        const auto directory = openDirectory(directory_);
+        const auto directory = openFolder(AT_FDCWD, directory_.c_str());
         if (directory.get() < 0 || !lock(directory, LOCK_EX | LOCK_NB)) {
             return;
         }

@@ -1,5 +1,7 @@
 #include "RamDiskInfrastructure/MacTools/ToolOutput.h"
 
+#include "RamDiskCore/Values/ASCII.h"
+
 #include <cstddef>
 #include <cstdint>
 
@@ -9,13 +11,8 @@ namespace {
 
 constexpr std::int32_t busyExitCode = 16;
 
-bool isDigit(char character) {
-    return character >= '0' && character <= '9';
-}
-
 bool isWordCharacter(char character) {
-    return isDigit(character) || character == '_' || (character >= 'a' && character <= 'z')
-           || (character >= 'A' && character <= 'Z');
+    return isDigit(character) || isLetter(character) || character == '_';
 }
 
 bool isWordBoundaryBefore(std::string_view text, std::size_t at) {

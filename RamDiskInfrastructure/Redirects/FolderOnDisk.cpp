@@ -20,10 +20,6 @@ constexpr mode_t commonMode = 0755;
 constexpr mode_t allModes = 07777;
 constexpr mode_t othersModes = 0077;
 
-FileDescriptor openIn(const FileDescriptor& parent, const std::string& name) {
-    return FileDescriptor(openat(parent.get(), name.c_str(), folderFlags | O_NOFOLLOW));
-}
-
 /// The folder of this name, made where it is missing.
 FileDescriptor makeIn(const FileDescriptor& parent, const std::string& name,
                       const std::filesystem::path& path) {
@@ -31,7 +27,7 @@ FileDescriptor makeIn(const FileDescriptor& parent, const std::string& name,
     if (mkdirat(parent.get(), name.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
         throw SystemCallError("make the folder", path);
     }
-    auto folder = openIn(parent, name);
+    auto folder = openFolder(parent.get(), name.c_str());
     if (!folder) {
         throw SystemCallError("use the folder", path);
     }
@@ -68,8 +64,8 @@ bool isFolderOnDisk(const std::filesystem::path& path, const std::string& name) 
 
 bool existsOnDisk(const std::filesystem::path& mountPoint, const std::string& name) {
     const FileDescriptor root(open(mountPoint.c_str(), folderFlags));
-    const auto common = root ? openIn(root, commonFolder) : FileDescriptor();
-    return common && openIn(common, name);
+    const auto common = root ? openFolder(root.get(), commonFolder) : FileDescriptor();
+    return common && openFolder(common.get(), name.c_str());
 }
 
 void makeFolderOnDisk(const std::filesystem::path& mountPoint, const std::string& name,

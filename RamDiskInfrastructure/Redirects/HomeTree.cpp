@@ -17,13 +17,7 @@
 
 namespace ramdisk {
 
-namespace {
-
-FileDescriptor openAt(int parent, const char* name) {
-    return FileDescriptor(openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-}
-
-} // namespace
+namespace {} // namespace
 
 bool isInside(const std::filesystem::path& path, const std::filesystem::path& folder) {
     return std::mismatch(folder.begin(), folder.end(), path.begin(), path.end()).first == folder.end();
@@ -80,11 +74,11 @@ OpenedFolder openInHome(const std::filesystem::path& home, const std::filesystem
         }
         real = next;
     }
-    OpenedFolder folder{openAt(AT_FDCWD, root.c_str()), root, std::move(missing)};
+    OpenedFolder folder{openFolder(AT_FDCWD, root.c_str()), root, std::move(missing)};
     for (const auto& component : real.lexically_relative(root)) {
         if (folder.descriptor && component != ".") {
             folder.path /= component;
-            folder.descriptor = openAt(folder.descriptor.get(), component.c_str());
+            folder.descriptor = openFolder(folder.descriptor.get(), component.c_str());
         }
     }
     if (!folder.descriptor) {

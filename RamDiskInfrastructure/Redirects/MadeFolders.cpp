@@ -16,11 +16,6 @@ namespace ramdisk {
 
 namespace {
 
-FileDescriptor openIn(const FileDescriptor& parent, const std::string& name) {
-    return FileDescriptor(
-        openat(parent.get(), name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-}
-
 /// Whether the folder holds this one name and nothing else.
 bool holdsOnly(const FileDescriptor& folder, const std::string& name) {
     FileDescriptor own(openat(folder.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -59,7 +54,7 @@ void MadeFolders::make(const OpenedFolder& existing) const {
         if (mkdirat(parent.get(), name.c_str(), access.mode) != 0) {
             throw SystemCallError("make the folder", path);
         }
-        parent = openIn(parent, name);
+        parent = openFolder(parent.get(), name.c_str());
         const FileDescriptor mark(openat(parent.get(), marker_.c_str(),
                                          O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
                                          S_IRUSR | S_IWUSR));
@@ -83,13 +78,13 @@ void MadeFolders::removeUnfinished(const OpenedFolder& parent, const std::filesy
     // From the inside out, along the only way that `make` goes.
     std::vector<FileDescriptor> folders;
     std::vector<std::string> names;
-    folders.push_back(openIn(parent.descriptor, hidden_));
+    folders.push_back(openFolder(parent.descriptor.get(), hidden_.c_str()));
     if (!folders.back()) {
         return;
     }
     tell(observer_, "remove the folders above");
     for (const auto& component : below) {
-        auto next = openIn(folders.back(), component);
+        auto next = openFolder(folders.back().get(), component.c_str());
         if (!next) {
             break;
         }
@@ -115,7 +110,7 @@ void MadeFolders::removeUnfinished(const OpenedFolder& parent, const std::filesy
 }
 
 void MadeFolders::removeFinished(const OpenedFolder& parent, const std::string& name) const {
-    const auto folder = openIn(parent.descriptor, name);
+    const auto folder = openFolder(parent.descriptor.get(), name.c_str());
     struct stat status {};
     if (!folder || fstatat(folder.get(), marker_.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0
         || !S_ISREG(status.st_mode)) {

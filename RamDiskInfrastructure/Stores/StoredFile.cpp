@@ -100,9 +100,7 @@ std::optional<std::string> readStoredFile(const std::filesystem::path& path) {
 void makeFolders(const std::filesystem::path& folder) {
     if (folder.empty() || mkdir(folder.c_str(), folderMode) == 0) {
         if (!folder.empty()) {
-            giveToOwnerOf(
-                folder.parent_path(),
-                FileDescriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)));
+            giveToOwnerOf(folder.parent_path(), openFolder(AT_FDCWD, folder.c_str()));
         }
         return;
     }

@@ -3,11 +3,11 @@
 #include "RamDiskInfrastructure/Stores/FileRedirectRepository.h"
 #include "RamDiskInfrastructure/Tasks/TaskPool.h"
 #include "RamDiskUI/ErrorText.h"
+#include "tests/support/Files.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <iterator>
 #include <stdexcept>
 
 #include <signal.h>
@@ -60,11 +60,6 @@ private:
     std::set<std::string> names_;
 };
 
-std::string contentOf(const fs::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
 } // namespace
 
 RedirectWorld::RedirectWorld() {
@@ -91,7 +86,7 @@ void RedirectWorld::write(const std::string& name, std::string_view text) const 
 }
 
 std::string RedirectWorld::read(const std::string& name) const {
-    return contentOf(home() / name);
+    return readFile(home() / name);
 }
 
 std::map<std::string, std::string> RedirectWorld::tree() const {
@@ -102,7 +97,7 @@ std::map<std::string, std::string> RedirectWorld::tree() const {
         tree[entry.path().lexically_relative(home())] =
             fmt::format("{:o} {} {}", status.st_mode, status.st_uid,
                         entry.is_symlink()        ? fs::read_symlink(entry.path()).string()
-                        : entry.is_regular_file() ? contentOf(entry.path())
+                        : entry.is_regular_file() ? readFile(entry.path())
                                                   : "");
     }
     return tree;

@@ -1,8 +1,8 @@
 #pragma once
 
+#include "tests/support/Files.h"
+
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <set>
 #include <stdexcept>
 #include <string>
@@ -44,13 +44,8 @@ public:
         return names;
     }
 
-    void write(const std::string& name, std::string_view text) const {
-        std::ofstream(path_ / name, std::ios::binary) << text;
-    }
-    [[nodiscard]] std::string read(const std::string& name) const {
-        std::ifstream file(path_ / name, std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
+    void write(const std::string& name, std::string_view text) const { writeFile(path_ / name, text); }
+    [[nodiscard]] std::string read(const std::string& name) const { return readFile(path_ / name); }
 
 private:
     std::filesystem::path path_;

@@ -1,3 +1,4 @@
+#include "tests/support/Files.h"
 #include "tests/support/ScriptedMac.h"
 #include "tests/support/ScriptedMacOutput.h"
 
@@ -6,7 +7,6 @@
 
 #include <algorithm>
 #include <fstream>
-#include <iterator>
 
 namespace ramdisk::test {
 
@@ -15,11 +15,6 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::uint64_t sectorsOfAMebibyte = 2048;
-
-std::string contentOf(const fs::path& path) {
-    std::ifstream file(path);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
 
 void copyInto(const fs::path& source, const fs::path& target) {
     // As the tool does: a link that is given as an argument is followed.
@@ -37,7 +32,7 @@ void copyInto(const fs::path& source, const fs::path& target) {
 } // namespace
 
 ScriptedMac::ImageFile* ScriptedMac::imageFile(const std::filesystem::path& path) {
-    const auto found = imageFiles_.find(contentOf(path));
+    const auto found = imageFiles_.find(readFile(path));
     return found == imageFiles_.end() ? nullptr : &found->second;
 }
 

@@ -30,7 +30,7 @@ FileDescriptor makeSavedFolder(const FileDescriptor& root, const char* name,
     if (mkdirat(root.get(), name, 0700) != 0) {
         throw SystemCallError("make the folder of saved files");
     }
-    FileDescriptor folder(openat(root.get(), name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    auto folder = openFolder(root.get(), name);
     if (!folder) {
         throw SystemCallError("open the folder of saved files");
     }

@@ -51,7 +51,7 @@ MountedDisk MountedDisk::open(const RamDisk& disk, const LinuxHost& host) {
         throw RamDiskError(RamDiskError::DiskEjected{});
     }
     const auto& path = *disk.mountPoint;
-    FileDescriptor root(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    auto root = openFolder(AT_FDCWD, path.c_str());
     if (!root) {
         if (errno == ENOENT || errno == ENOTDIR || errno == ELOOP) {
             throw RamDiskError(RamDiskError::DiskEjected{});

@@ -44,10 +44,6 @@ MountRequest mountRequest(const LoopDevice& loop, LoopAccess access) {
     return request;
 }
 
-FileDescriptor openFolderIn(const FileDescriptor& folder, const char* name) {
-    return FileDescriptor(openat(folder.get(), name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-}
-
 LoopDevice attachLoop(const ImageFile& file, LoopAccess access) {
     try {
         return LoopDevice::attach(file.descriptor(), loopTag, {}, access);
@@ -115,7 +111,7 @@ OpenImage OpenImage::mountOn(ImageFile file, LoopDevice loop, LoopAccess access,
         }
         throw RamDiskError(RamDiskError::ImageUnreadable{});
     }
-    auto saved = openFolderIn(mount->root(), savedFolder);
+    auto saved = openFolder(mount->root().get(), savedFolder);
     if (!saved) {
         throw RamDiskError(RamDiskError::ImageUnreadable{});
     }
@@ -149,7 +145,7 @@ OpenImage OpenImage::make(ImageFile file, const ImageGeometry& geometry, const s
 }
 
 void OpenImage::openContents() {
-    contents_ = openFolderIn(saved_, contentsFolder);
+    contents_ = openFolder(saved_.get(), contentsFolder);
     if (!contents_) {
         throw RamDiskError(RamDiskError::ImageUnreadable{});
     }

@@ -92,7 +92,7 @@ std::filesystem::path KeyFileStore::fileOf(const std::string& account, std::stri
 }
 
 bool KeyFileStore::isFolderThere() const {
-    const FileDescriptor folder(open(folder_.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    const auto folder = openFolder(AT_FDCWD, folder_.c_str());
     if (!folder && errno == ENOENT) {
         return false;
     }
@@ -214,7 +214,7 @@ void KeyFileStore::forget(const std::string& account, std::string_view suffix) c
         }
         return;
     }
-    const FileDescriptor folder(open(folder_.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    const auto folder = openFolder(AT_FDCWD, folder_.c_str());
     const int error = folder ? flushToDisk(folder) : errno;
     if (error != 0 && error != EINVAL) {
         throw SystemCallError("flush the folder", folder_, error);

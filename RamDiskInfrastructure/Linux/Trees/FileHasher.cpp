@@ -5,9 +5,9 @@
 #include "RamDiskInfrastructure/Linux/Trees/ItemMetadata.h"
 #include "RamDiskInfrastructure/Linux/Trees/ParallelJobs.h"
 #include "RamDiskInfrastructure/Linux/Trees/TreeScanner.h"
+#include "RamDiskInfrastructure/Linux/Trees/ZeroBytes.h"
 
 #include <algorithm>
-#include <cstring>
 #include <deque>
 #include <optional>
 
@@ -21,7 +21,7 @@ namespace ramdisk {
 
 namespace {
 
-constexpr std::uint64_t bufferSize = 4 * BlockHash::blockSize;
+constexpr std::uint64_t hashBufferSize = 4 * BlockHash::blockSize;
 /// Larger files are hashed in several pieces at once.
 constexpr std::uint64_t pieceSize = 32ULL << 20U;
 
@@ -42,10 +42,6 @@ struct OpenedFile {
     struct stat status;
 };
 
-bool isAllZero(const char* bytes, std::size_t length) {
-    return bytes[0] == 0 && std::memcmp(bytes, bytes + 1, length - 1) == 0;
-}
-
 class HashWorker {
 public:
     HashWorker(const TreeManifest::Contents& tree, const FileDescriptor& root, std::vector<BlockHash>& blocks,
@@ -53,7 +49,7 @@ public:
         : tree_(tree),
           cursor_(root, tree),
           blocks_(blocks),
-          buffer_(bufferSize),
+          buffer_(hashBufferSize),
           meter_(meter) {}
 
     void hash(Piece& piece) {
@@ -116,7 +112,7 @@ private:
     }
 
     std::size_t read(int file, std::uint64_t place, const Piece& piece) {
-        const auto wanted = std::min(bufferSize, piece.end - place);
+        const auto wanted = std::min(hashBufferSize, piece.end - place);
         std::size_t got = 0;
         while (got < wanted) {
             const auto count =
@@ -164,7 +160,7 @@ void hashFiles(TreeManifest::Contents& tree, const FileDescriptor& root, const P
         ++files;
         bytes += file.size;
         // Of a sparse giant only the holes would be shared out.
-        const auto step = std::max(pieceSize, (file.size / 4096 + 1) / bufferSize * bufferSize);
+        const auto step = std::max(pieceSize, (file.size / 4096 + 1) / hashBufferSize * hashBufferSize);
         for (std::uint64_t start = 0; start < file.size; start += step) {
             pieces.push_back({item, start, std::min(file.size, start + step)});
         }

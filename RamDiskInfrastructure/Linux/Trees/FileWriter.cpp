@@ -1,6 +1,7 @@
 #include "RamDiskInfrastructure/Linux/Trees/FileWriter.h"
 
 #include "RamDiskInfrastructure/Linux/SystemCallError.h"
+#include "RamDiskInfrastructure/Linux/Trees/ZeroBytes.h"
 
 #include <algorithm>
 #include <cstring>
@@ -13,20 +14,16 @@ namespace ramdisk {
 
 namespace {
 
-constexpr std::size_t bufferSize = 256U << 10U;
+constexpr std::size_t copyBufferSize = 256U << 10U;
 constexpr std::size_t pageSize = 4096;
 /// Of a large file the kernel is asked for so much before it is due, so that it reads while we write. Its own
 /// guess is far less, which a loop device is slow to answer.
 constexpr std::uint64_t readAhead = 8U << 20U;
 
-bool isAllZero(const char* bytes, std::size_t length) {
-    return bytes[0] == 0 && std::memcmp(bytes, bytes + 1, length - 1) == 0;
-}
-
 } // namespace
 
-FileWriter::FileWriter(ProgressMeter& meter) : meter_(meter), buffer_(bufferSize) {
-    static_assert(bufferSize >= 2 * BlockHash::blockSize);
+FileWriter::FileWriter(ProgressMeter& meter) : meter_(meter), buffer_(copyBufferSize) {
+    static_assert(copyBufferSize >= 2 * BlockHash::blockSize);
 }
 
 void FileWriter::fail(const char* doing) const {
@@ -95,7 +92,7 @@ void FileWriter::copyRange(std::uint64_t start, std::uint64_t end) {
     if (copyInKernel(start, end)) {
         return;
     }
-    auto asked = end - start > bufferSize ? start : end;
+    auto asked = end - start > copyBufferSize ? start : end;
     while (start < end) {
         if (asked < end && asked - std::min(asked, start) <= readAhead / 2) {
             const auto more = std::min(readAhead, end - asked);
@@ -104,7 +101,7 @@ void FileWriter::copyRange(std::uint64_t start, std::uint64_t end) {
             asked += more;
         }
         const auto length =
-            readAt(from_, buffer_.data(), std::min<std::uint64_t>(bufferSize, end - start), start);
+            readAt(from_, buffer_.data(), std::min<std::uint64_t>(copyBufferSize, end - start), start);
         if (length == 0) {
             break;
         }

@@ -14,7 +14,7 @@ namespace ramdisk {
 
 namespace {
 
-constexpr std::string_view magic = "RAMDISK TREES 1\n";
+constexpr std::string_view manifestMagic = "RAMDISK TREES 1\n";
 constexpr std::size_t headerSize = 40; // magic, length of the rest, its hash
 constexpr std::uint64_t largestFile = 4ULL << 30U;
 
@@ -234,7 +234,7 @@ TreeManifest::Contents decode(std::string_view bytes) {
 
 std::string headerFor(std::string_view bytes) {
     Encoder header;
-    header.bytes = magic;
+    header.bytes = manifestMagic;
     header.fixed(bytes.size());
     const auto hash = XXH3_128bits(bytes.data(), bytes.size());
     header.fixed(hash.low64);

@@ -1,5 +1,6 @@
 #include "RamDiskInfrastructure/MacTools/HDIUtilContentArchiver.h"
 #include "RamDiskUI/ErrorText.h"
+#include "tests/support/Files.h"
 #include "tests/support/ScriptedMac.h"
 
 #include <gmock/gmock.h>
@@ -31,10 +32,6 @@ protected:
     }
 
     static void write(const fs::path& path, const std::string& text) { std::ofstream(path) << text; }
-    static std::string read(const fs::path& path) {
-        std::ifstream file(path);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
     /// Of everything that the tool treats differently, something.
     static void fill(const fs::path& root) {
         fs::create_directories(root / "Folder" / "Inner");
@@ -155,13 +152,13 @@ TEST_F(HDIUtilContentArchiverTests, WhatWasSavedComesBack) {
     write(onDisk() / "new", "new");
 
     EXPECT_FALSE(archiver.restore(restoring(), {}).isImageLeftOpen);
-    EXPECT_EQ(read(onDisk() / "file"), "one");
-    EXPECT_EQ(read(onDisk() / "Folder" / "Inner" / "line\nbreak"), "two");
-    EXPECT_EQ(read(onDisk() / "-readonly"), "three");
+    EXPECT_EQ(test::readFile(onDisk() / "file"), "one");
+    EXPECT_EQ(test::readFile(onDisk() / "Folder" / "Inner" / "line\nbreak"), "two");
+    EXPECT_EQ(test::readFile(onDisk() / "-readonly"), "three");
     EXPECT_EQ(fs::read_symlink(onDisk() / "link"), "/etc");
     EXPECT_TRUE(fs::is_fifo(onDisk() / "pipe"));
     EXPECT_TRUE(fs::equivalent(onDisk() / "file", onDisk() / "Folder" / "second name"));
-    EXPECT_EQ(read(onDisk() / ".fseventsd" / "log"), "of the disk");
+    EXPECT_EQ(test::readFile(onDisk() / ".fseventsd" / "log"), "of the disk");
     EXPECT_TRUE(fs::is_empty(outside));
     EXPECT_TRUE(fs::exists(onDisk() / "new"));
 
@@ -171,7 +168,7 @@ TEST_F(HDIUtilContentArchiverTests, WhatWasSavedComesBack) {
     EXPECT_TRUE(fs::exists(onDisk() / "new"));
     archiver.restore(restoring(RestoreMode::replace), {});
     EXPECT_FALSE(fs::exists(onDisk() / "new"));
-    EXPECT_EQ(read(onDisk() / ".fseventsd" / "log"), "of the disk");
+    EXPECT_EQ(test::readFile(onDisk() / ".fseventsd" / "log"), "of the disk");
     expectNothingLeft();
 }
 

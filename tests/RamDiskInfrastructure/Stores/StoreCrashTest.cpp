@@ -15,8 +15,8 @@
 namespace ramdisk::test {
 namespace {
 
-using List = std::vector<FolderRedirect>;
-using Store = LockedJSONFile<FolderRedirect>;
+using RedirectList = std::vector<FolderRedirect>;
+using RedirectStore = LockedJSONFile<FolderRedirect>;
 
 #if defined(__OPTIMIZE__) && !defined(__SANITIZE_THREAD__) && !defined(__SANITIZE_ADDRESS__)
 constexpr int updatesPerProcess = 500;
@@ -28,8 +28,8 @@ constexpr int processCount = 8;
 constexpr int killCount = 200;
 constexpr std::size_t keptEntries = 20;
 
-Store storeIn(const std::filesystem::path& folder) {
-    return Store({folder / "List.json", FileLock(folder / "List.lock")});
+RedirectStore storeIn(const std::filesystem::path& folder) {
+    return RedirectStore({folder / "List.json", FileLock(folder / "List.lock")});
 }
 
 FolderRedirect entry(const std::string& name) {
@@ -85,7 +85,7 @@ TEST(StoreCrash, NothingIsLostAmongManyWritersAndReadersSeeWholeListsOnly) {
     for (int process = 0; process < processCount; ++process) {
         children.emplace_back([&store, process] {
             for (int number = 0; number < updatesPerProcess; ++number) {
-                store.update([&](List list) {
+                store.update([&](RedirectList list) {
                     list.push_back(entry(std::to_string(process) + "." + std::to_string(number)));
                     return list;
                 });
@@ -122,14 +122,16 @@ TEST(StoreCrash, NothingIsLostAmongManyWritersAndReadersSeeWholeListsOnly) {
 TEST(StoreCrash, KilledAtAnyPointLeavesAWholeListAndNoLock) {
     const ScratchFolder scratch;
     const auto store = storeIn(scratch.path());
-    const auto count = [](List list) {
+    const auto count = [](RedirectList list) {
         const int last = list.empty() ? 0 : std::stoi(list.back().diskName);
         list.push_back(entry(std::to_string(last + 1)));
         list.erase(list.begin(), list.size() > keptEntries ? list.begin() + 1 : list.begin());
         return list;
     };
     std::mt19937 random(20011101); // NOLINT: the kernel's timing is what makes the points random
-    std::uniform_int_distribution<unsigned> microseconds(0, 4000);
+    constexpr unsigned shortestRange = 4000;
+    // In microseconds; follows how long this machine takes to fork and to write.
+    unsigned range = shortestRange;
     int last = 0;
     for (int round = 0; round < killCount; ++round) {
         Child child([&, parent = getpid()] {
@@ -137,16 +139,17 @@ TEST(StoreCrash, KilledAtAnyPointLeavesAWholeListAndNoLock) {
                 store.update(count);
             }
         });
-        usleep(microseconds(random));
+        usleep(std::uniform_int_distribution<unsigned>(0, range)(random));
         child.kill();
         EXPECT_FALSE(store.lock().isHeld());
         const auto text = readStoredFile(scratch.path() / "List.json");
-        const auto list = text ? decodeList<FolderRedirect>(*text) : List{};
+        const auto list = text ? decodeList<FolderRedirect>(*text) : RedirectList{};
         ASSERT_TRUE(list) << *text;
         const int now = list->empty() ? 0 : std::stoi(list->back().diskName);
         ASSERT_GE(now, last);
         ASSERT_EQ(list->size(), std::min<std::size_t>(static_cast<std::size_t>(now), keptEntries));
         EXPECT_LE(scratch.names().size(), 3U);
+        range = now == last ? std::min(range * 2, 1000000U) : std::max(range / 2, shortestRange);
         last = now;
     }
     EXPECT_GT(last, killCount / 10);

@@ -66,7 +66,7 @@ void become(uid_t user) {
     }
 }
 
-std::string contentOf(int file) {
+std::string captured(int file) {
     std::string text(static_cast<std::size_t>(lseek(file, 0, SEEK_END)), '\0');
     const auto count = pread(file, text.data(), text.size(), 0);
     close(file);
@@ -168,7 +168,7 @@ void TestMachine::remember() const {
 Outcome TestMachine::run(std::vector<std::string> arguments) const {
     const int out = memfd_create("out", MFD_CLOEXEC);
     auto outcome = run(std::move(arguments), out);
-    outcome.out = contentOf(out);
+    outcome.out = captured(out);
     return outcome;
 }
 
@@ -177,7 +177,7 @@ Outcome TestMachine::run(std::vector<std::string> arguments, int output) const {
     remember();
     const int status = waitFor(launch(*this, user_, std::move(arguments), output, err));
     remember();
-    return {status, {}, contentOf(err)};
+    return {status, {}, captured(err)};
 }
 
 pid_t TestMachine::start(std::vector<std::string> arguments) const {
@@ -264,15 +264,6 @@ int waitFor(pid_t child) {
         return -1;
     }
     return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
-}
-
-void writeFile(const fs::path& path, std::string_view text) {
-    std::ofstream(path, std::ios::binary) << text << std::flush;
-}
-
-std::string readFile(const fs::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 std::vector<std::string> mountsWith(std::string_view text) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "RamDiskInfrastructure/Linux/LinuxHost.h"
+#include "tests/support/Files.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -82,9 +83,6 @@ private:
 int inChild(uid_t user, const std::function<int()>& body);
 /// Waits for a child: its exit status, or 128 and the signal that ended it.
 int waitFor(pid_t child);
-
-void writeFile(const std::filesystem::path& path, std::string_view text);
-[[nodiscard]] std::string readFile(const std::filesystem::path& path);
 
 /// The mount points whose line in the mount table holds `text`.
 [[nodiscard]] std::vector<std::string> mountsWith(std::string_view text);

@@ -1,6 +1,7 @@
 #include "RamDiskInfrastructure/Linux/Redirects/SystemdUserEnvironment.h"
 
 #include "RamDiskInfrastructure/Redirects/RedirectPlaces.h"
+#include "tests/support/Files.h"
 #include "tests/support/RedirectInterruptions.h"
 
 #include <fmt/format.h>
@@ -45,10 +46,7 @@ public:
         }
         return {};
     }
-    [[nodiscard]] std::string read(const std::string& name) const {
-        std::ifstream file(folder_ / name);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
+    [[nodiscard]] std::string read(const std::string& name) const { return readFile(folder_ / name); }
     [[nodiscard]] std::shared_ptr<SystemdUserEnvironment> environment(std::shared_ptr<FakeSession> self) {
         return std::make_shared<SystemdUserEnvironment>(
             std::move(self), SystemdUserEnvironment::Tools{"/usr/bin/systemctl",

@@ -1,0 +1,19 @@
+#pragma once
+
+/// Characters as grammars of ASCII know them, the same in every locale.
+namespace ramdisk {
+
+[[nodiscard]] constexpr bool isDigit(char character) noexcept {
+    return character >= '0' && character <= '9';
+}
+[[nodiscard]] constexpr bool isSpace(char character) noexcept {
+    return character == ' ' || (character >= '\t' && character <= '\r');
+}
+[[nodiscard]] constexpr char lowered(char character) noexcept {
+    return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a') : character;
+}
+[[nodiscard]] constexpr bool isLetter(char character) noexcept {
+    return lowered(character) >= 'a' && lowered(character) <= 'z';
+}
+
+} // namespace ramdisk

@@ -1,0 +1,13 @@
+#pragma once
+
+#include <cstddef>
+#include <cstring>
+
+namespace ramdisk {
+
+/// Whether the `length` bytes, at least one, are all zero, as they are in a hole.
+[[nodiscard]] inline bool isAllZero(const char* bytes, std::size_t length) {
+    return bytes[0] == 0 && std::memcmp(bytes, bytes + 1, length - 1) == 0;
+}
+
+} // namespace ramdisk

@@ -28,6 +28,8 @@ if(RAMDISK_SANITIZE)
     set(CMAKE_UNITY_BUILD ON)
     set(CMAKE_UNITY_BUILD_BATCH_SIZE 12)
     target_compile_options(ramdisk_options INTERFACE
+        # Joined sources have different things of one name without hiding any.
+        -Wno-shadow
         -fsanitize=${RAMDISK_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -O1
         # Lines, and not variables as well, are what a report shows; they cost a third less time to make.
         -g1)

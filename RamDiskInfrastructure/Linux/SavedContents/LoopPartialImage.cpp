@@ -157,7 +157,9 @@ void LoopPartialImage::fillOnce(MountedSource& source, const ProgressObserver& o
         held.emplace();
     }
     image_->undescribe();
-    TreeUpdate{source.root(), source.manifest(), image_->contents(), *held, Extras::remove}.perform(observer);
+    TreeUpdate update{source.root(), source.manifest(), image_->contents(), *held, Extras::remove};
+    update.pageCache = PageCache::bypass;
+    update.perform(observer);
     image_->describe(source.manifest(), {request_.disk.name, request_.disk.capacity});
 }
 

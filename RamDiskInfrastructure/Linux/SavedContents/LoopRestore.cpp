@@ -4,6 +4,7 @@
 #include "RamDiskInfrastructure/Linux/ProcSystemMemoryProvider.h"
 #include "RamDiskInfrastructure/Linux/SavedContents/SavedRoot.h"
 #include "RamDiskInfrastructure/Linux/SystemCallError.h"
+#include "RamDiskInfrastructure/Linux/Trees/FileWriter.h"
 #include "RamDiskInfrastructure/Linux/Trees/TreeUpdate.h"
 
 namespace ramdisk {
@@ -13,6 +14,21 @@ namespace {
 bool isDamage(const SystemCallError& error) {
     const int number = error.code().value();
     return number == EIO || number == EUCLEAN || number == EBADMSG;
+}
+
+/// Whether most of what is to be copied lies in files that are copied in parts, past the page cache: then
+/// reading the image ahead into that cache only costs memory, and the time to find it. Small files gain from
+/// it.
+bool isMostlyLarge(const TreeManifest::Contents& tree) {
+    constexpr std::uint64_t bytesWorthAFile = 4U << 20U;
+    std::uint64_t largeBytes = 0;
+    std::uint64_t smallFiles = 0;
+    for (std::uint32_t item = 0; item < tree.items.size(); ++item) {
+        const bool isLarge = tree.items[item].size > FileWriter::partSize;
+        largeBytes += isLarge ? tree.dataSize(item) : 0;
+        smallFiles += !isLarge && tree.hasOwnContents(item) ? 1 : 0;
+    }
+    return smallFiles < largeBytes / bytesWorthAFile;
 }
 
 } // namespace
@@ -54,7 +70,7 @@ SavedImageTool::Closing LoopRestore::perform(const ProgressObserver& observer) c
 void LoopRestore::copy(const OpenImage& image, const MountedDisk& disk,
                        const ProgressObserver& observer) const {
     // From here on, so that the manifest's own blocks come first.
-    const ReadAhead reading(image.file().descriptor(), readAheadLimit(host_));
+    std::optional<ReadAhead> reading(std::in_place, image.file().descriptor(), readAheadLimit(host_));
     // Somebody may have changed the image since it was saved: then its files are what counts.
     if (!image.writtenManifest()) {
         throw RamDiskError(RamDiskError::ImageUnreadable{});
@@ -62,6 +78,10 @@ void LoopRestore::copy(const OpenImage& image, const MountedDisk& disk,
     auto saved = image.manifest();
     if (!saved) {
         saved = TreeManifest::scan(image.contents(), {});
+    }
+    if (isMostlyLarge(saved->contents())) {
+        reading.reset();
+        image.readDirectly();
     }
     if (saved->firstNameClash() && disk.mergesNames()) {
         throw RamDiskError(RamDiskError::NamesMerged{});
@@ -72,7 +92,9 @@ void LoopRestore::copy(const OpenImage& image, const MountedDisk& disk,
         observer({0, saved->byteCount(), 0, saved->itemCount()});
     }
     const auto extras = request_.mode == RestoreMode::fill ? Extras::keep : Extras::remove;
-    TreeUpdate{image.contents(), *saved, disk.root(), present, extras}.perform(observer);
+    TreeUpdate update{image.contents(), *saved, disk.root(), present, extras};
+    update.pageCache = PageCache::bypass;
+    update.perform(observer);
 }
 
 } // namespace ramdisk

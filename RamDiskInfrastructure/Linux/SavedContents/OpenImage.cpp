@@ -12,6 +12,7 @@
 
 #include <fcntl.h>
 #include <linux/fs.h>
+#include <linux/loop.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
@@ -142,6 +143,11 @@ OpenImage OpenImage::make(ImageFile file, const ImageGeometry& geometry, const s
                     std::move(*superblock), host.sys);
     image.openContents();
     return image;
+}
+
+void OpenImage::readDirectly() const noexcept {
+    const FileDescriptor device(::open(LoopDevice::pathOf(loop_).c_str(), O_RDONLY | O_CLOEXEC));
+    static_cast<void>(device && ioctl(device.get(), LOOP_SET_DIRECT_IO, 1UL));
 }
 
 void OpenImage::openContents() {

@@ -45,6 +45,9 @@ public:
                                         const std::string& diskName, const VolumeProtection& protection,
                                         const LinuxHost& host, CommandRunning& runner);
 
+    /// From here on what is read past the page cache of the image's volume goes past that of the image's file
+    /// as well, where its file system can do that. What is read ahead of the file then helps nobody.
+    void readDirectly() const noexcept;
     [[nodiscard]] const ImageFile& file() const noexcept { return file_; }
     /// The tree of files, open for reading.
     [[nodiscard]] const FileDescriptor& contents() const noexcept { return contents_; }

@@ -4,7 +4,11 @@
 #include "RamDiskInfrastructure/Linux/Trees/ZeroBytes.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
+#include <new>
+#include <utility>
+#include <vector>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -15,15 +19,73 @@ namespace ramdisk {
 namespace {
 
 constexpr std::size_t copyBufferSize = 256U << 10U;
+/// Of what goes past the page cache, so that the device is asked for much at a time.
+constexpr std::size_t directBufferSize = 2U << 20U;
 constexpr std::size_t pageSize = 4096;
 /// Of a large file the kernel is asked for so much before it is due, so that it reads while we write. Its own
 /// guess is far less, which a loop device is slow to answer.
 constexpr std::uint64_t readAhead = 8U << 20U;
 
+/// After so many blocks without anything of the old ones the next are taken for the same.
+constexpr int manyBlocks = 16;
+
+const TreeItem& originalOf(FileWriter::Item item) {
+    return item.tree.items[item.tree.items[item.number].original];
+}
+
+/// The hashes of the blocks of the part.
+std::pair<const BlockHash*, const BlockHash*> blocksIn(FileWriter::Item item, FileWriter::Part part) {
+    const auto& file = originalOf(item);
+    const auto* const first = item.tree.blocks.data() + file.firstBlock;
+    const auto at = [&](std::uint64_t place) {
+        const auto block = (place + BlockHash::blockSize - 1) / BlockHash::blockSize;
+        return std::partition_point(first, first + file.blockCount,
+                                    [block](const BlockHash& hash) { return hash.block < block; });
+    };
+    return {at(part.start), at(part.end)};
+}
+
+/// Makes what is read or written by this descriptor go past the page cache, where its file system can do
+/// that.
+bool beginDirect(int file) {
+    const int flags = ::fcntl(file, F_GETFL);
+    return flags >= 0 && ::fcntl(file, F_SETFL, flags | O_DIRECT) == 0;
+}
+
+/// Whether that was so until now, and is no more.
+bool endDirect(int file) {
+    const int flags = ::fcntl(file, F_GETFL);
+    return flags >= 0 && (flags & O_DIRECT) != 0 && ::fcntl(file, F_SETFL, flags & ~O_DIRECT) == 0;
+}
+
 } // namespace
 
-FileWriter::FileWriter(ProgressMeter& meter) : meter_(meter), buffer_(copyBufferSize) {
+void FileWriter::Free::operator()(char* bytes) const noexcept {
+    std::free(bytes); // NOLINT: from aligned_alloc
+}
+
+FileWriter::FileWriter(ProgressMeter& meter, PageCache pageCache) : meter_(meter), pageCache_(pageCache) {
     static_assert(copyBufferSize >= 2 * BlockHash::blockSize);
+    makeBuffer(copyBufferSize);
+}
+
+void FileWriter::makeBuffer(std::size_t size) {
+    if (size > bufferSize_) {
+        buffer_.reset(static_cast<char*>(std::aligned_alloc(pageSize, size)));
+        if (!buffer_) {
+            throw std::bad_alloc();
+        }
+        bufferSize_ = size;
+    }
+}
+
+void FileWriter::begin(const FileDescriptor& from, const FileDescriptor& to,
+                       const TreeManifest::Contents& tree, std::uint32_t item) {
+    from_ = from.get();
+    to_ = to.get();
+    tree_ = &tree;
+    item_ = item;
+    readsDirectly_ = false;
 }
 
 void FileWriter::fail(const char* doing) const {
@@ -32,10 +94,7 @@ void FileWriter::fail(const char* doing) const {
 
 void FileWriter::copyWhole(const FileDescriptor& from, const FileDescriptor& to,
                            const TreeManifest::Contents& tree, std::uint32_t item) {
-    from_ = from.get();
-    to_ = to.get();
-    tree_ = &tree;
-    item_ = item;
+    begin(from, to, tree, item);
     struct stat status {};
     if (::fstat(from_, &status) != 0) {
         fail("read");
@@ -47,14 +106,34 @@ void FileWriter::copyWhole(const FileDescriptor& from, const FileDescriptor& to,
     if (::ftruncate(to_, status.st_size) != 0) {
         fail("write");
     }
-    for (off_t place = 0; place < status.st_size;) {
+    copyData({0, static_cast<std::uint64_t>(status.st_size)});
+}
+
+void FileWriter::copyPart(const FileDescriptor& from, const FileDescriptor& to,
+                          const TreeManifest::Contents& tree, std::uint32_t item, Part part) {
+    begin(from, to, tree, item);
+    bypassPageCache();
+    copyData(part);
+}
+
+void FileWriter::bypassPageCache() {
+    if (pageCache_ == PageCache::bypass) {
+        makeBuffer(directBufferSize);
+        readsDirectly_ = beginDirect(from_);
+        static_cast<void>(beginDirect(to_));
+    }
+}
+
+void FileWriter::copyData(Part part) {
+    const auto partEnd = static_cast<off_t>(part.end);
+    for (auto place = static_cast<off_t>(part.start); place < partEnd;) {
         const auto data = ::lseek(from_, place, SEEK_DATA);
         if (data < 0 && errno == ENXIO) {
             break;
         }
         const auto hole = data < 0 ? data : ::lseek(from_, data, SEEK_HOLE);
         const auto start = data < 0 ? place : data;
-        const auto end = std::min(hole < 0 ? status.st_size : hole, status.st_size);
+        const auto end = std::min(hole < 0 ? partEnd : hole, partEnd);
         if (start >= end) {
             break;
         }
@@ -92,7 +171,8 @@ void FileWriter::copyRange(std::uint64_t start, std::uint64_t end) {
     if (copyInKernel(start, end)) {
         return;
     }
-    auto asked = end - start > copyBufferSize ? start : end;
+    const std::uint64_t most = readsDirectly_ ? directBufferSize : copyBufferSize;
+    auto asked = end - start > most && !readsDirectly_ ? start : end;
     while (start < end) {
         if (asked < end && asked - std::min(asked, start) <= readAhead / 2) {
             const auto more = std::min(readAhead, end - asked);
@@ -100,66 +180,89 @@ void FileWriter::copyRange(std::uint64_t start, std::uint64_t end) {
                                               POSIX_FADV_WILLNEED));
             asked += more;
         }
-        const auto length =
-            readAt(from_, buffer_.data(), std::min<std::uint64_t>(copyBufferSize, end - start), start);
+        const auto length = readAt(from_, buffer_.get(), std::min(most, end - start), start);
         if (length == 0) {
             break;
         }
-        writeAt(buffer_.data(), length, start);
+        writeAt(buffer_.get(), length, start);
         meter_.add(length, 0);
         start += length;
     }
 }
 
-void FileWriter::update(const FileDescriptor& from, const FileDescriptor& to,
-                        const TreeManifest::Contents& source, std::uint32_t sourceItem,
-                        const TreeManifest::Contents& target, std::uint32_t targetItem) {
-    from_ = from.get();
-    to_ = to.get();
-    tree_ = &source;
-    item_ = sourceItem;
-    const auto& file = source.items[source.items[sourceItem].original];
-    const auto& old = target.items[target.items[targetItem].original];
-    if (file.size != old.size && ::ftruncate(to_, static_cast<off_t>(file.size)) != 0) {
+void FileWriter::update(const FileDescriptor& from, const FileDescriptor& to, Item source, Item target) {
+    begin(from, to, source.tree, source.number);
+    const auto& file = originalOf(source);
+    if (file.size != originalOf(target).size && ::ftruncate(to_, static_cast<off_t>(file.size)) != 0) {
         fail("write");
     }
-    const auto* wanted = source.blocks.data() + file.firstBlock;
-    const auto* const wantedEnd = wanted + file.blockCount;
-    const auto* present = target.blocks.data() + old.firstBlock;
-    const auto* const presentEnd = present + old.blockCount;
+    updateBlocks(source, target, {0, file.size});
+}
+
+void FileWriter::updatePart(const FileDescriptor& from, const FileDescriptor& to, Item source, Item target,
+                            Part part) {
+    begin(from, to, source.tree, source.number);
+    bypassPageCache();
+    updateBlocks(source, target, part);
+}
+
+void FileWriter::updateBlocks(Item source, Item target, Part part) {
+    auto [wanted, wantedEnd] = blocksIn(source, part);
+    auto [present, presentEnd] = blocksIn(target, part);
+    // Where block after block is another one altogether, looking for what is left of the old ones is given
+    // up.
+    int whole = 0;
+    Part run{part.start, part.start};
+    const auto endRun = [&] {
+        copyRange(run.start, run.end);
+        run.start = run.end;
+    };
     while (wanted != wantedEnd || present != presentEnd) {
         const bool isWanted =
             wanted != wantedEnd && (present == presentEnd || wanted->block <= present->block);
         const bool isPresent =
             present != presentEnd && (wanted == wantedEnd || present->block <= wanted->block);
         const auto start = (isWanted ? wanted->block : present->block) * BlockHash::blockSize;
-        if (start < file.size && isWanted && !(isPresent && *wanted == *present)) {
-            const auto length = std::min<std::uint64_t>(BlockHash::blockSize, file.size - start);
-            updateBlock(start, length, isPresent);
-            meter_.add(length, 0);
-        } else if (start < file.size && !isWanted) {
+        const bool isChanged = isWanted && !(isPresent && *wanted == *present);
+        const auto end = std::min(part.end, start + BlockHash::blockSize);
+        if (run.end != start || !isChanged) {
+            endRun();
+            whole = 0;
+            run = {end, end};
+        }
+        if (isChanged && whole >= manyBlocks) {
+            run.end = end;
+        } else if (isChanged) {
+            whole = updateBlock(start, end - start, isPresent) ? whole + 1 : 0;
+            meter_.add(end - start, 0);
+            run = {end, end};
+        } else if (!isWanted) {
             makeHole(start, BlockHash::blockSize);
         }
         wanted += isWanted ? 1 : 0;
         present += isPresent ? 1 : 0;
     }
+    endRun();
 }
 
-void FileWriter::updateBlock(std::uint64_t start, std::size_t length, bool mayHoldData) {
-    char* const now = buffer_.data();
+bool FileWriter::updateBlock(std::uint64_t start, std::size_t length, bool mayHoldData) {
+    char* const now = buffer_.get();
     char* const before = now + BlockHash::blockSize;
     const auto got = readAt(from_, now, length, start);
     const auto had = mayHoldData ? readAt(to_, before, got, start) : 0;
     std::memset(before + had, 0, got - had);
+    bool isWhole = true;
     std::size_t runStart = 0;
     std::size_t runEnd = 0;
     for (std::size_t page = 0; page < got; page += pageSize) {
         const auto size = std::min(pageSize, got - page);
         if (std::memcmp(now + page, before + page, size) == 0) {
+            isWhole = false;
             continue;
         }
         if (isAllZero(now + page, size)) {
             makeHole(start + page, pageSize);
+            isWhole = false;
             continue;
         }
         if (runEnd != page) {
@@ -169,6 +272,7 @@ void FileWriter::updateBlock(std::uint64_t start, std::size_t length, bool mayHo
         runEnd = page + size;
     }
     writeAt(now + runStart, runEnd - runStart, start + runStart);
+    return isWhole;
 }
 
 void FileWriter::makeHole(std::uint64_t start, std::uint64_t length) {
@@ -192,7 +296,7 @@ std::size_t FileWriter::readAt(int file, char* bytes, std::size_t length, std::u
         if (count == 0) {
             break;
         }
-        if (count < 0 && errno != EINTR) {
+        if (count < 0 && errno != EINTR && !(errno == EINVAL && endDirect(file))) {
             fail("read");
         }
         done += count > 0 ? static_cast<std::size_t>(count) : 0;
@@ -204,7 +308,8 @@ void FileWriter::writeAt(const char* bytes, std::size_t length, std::uint64_t st
     std::size_t done = 0;
     while (done < length) {
         const auto count = ::pwrite(to_, bytes + done, length - done, static_cast<off_t>(start + done));
-        if (count < 0 && errno != EINTR) {
+        // The end of a file, which is no whole block, may have to take the usual way.
+        if (count < 0 && errno != EINTR && !(errno == EINVAL && endDirect(to_))) {
             fail("write");
         }
         done += count > 0 ? static_cast<std::size_t>(count) : 0;

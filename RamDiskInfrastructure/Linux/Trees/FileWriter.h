@@ -2,39 +2,77 @@
 
 #include "RamDiskInfrastructure/Linux/Trees/ParallelJobs.h"
 #include "RamDiskInfrastructure/Linux/Trees/TreeContents.h"
+#include "RamDiskInfrastructure/Linux/Trees/TreeUpdate.h"
 
-#include <string>
-#include <vector>
+#include <cstddef>
+#include <memory>
 
 namespace ramdisk {
 
 /// Copies the contents of files from one descriptor to another. Each thread has its own.
 class FileWriter {
 public:
-    explicit FileWriter(ProgressMeter& meter);
+    FileWriter(ProgressMeter& meter, PageCache pageCache);
+
+    struct Item {
+        const TreeManifest::Contents& tree;
+        std::uint32_t number;
+    };
+    /// A part of a file, of whole blocks but for the file's end.
+    struct Part {
+        std::uint64_t start;
+        std::uint64_t end;
+    };
+    /// Larger files are worth being copied in parts of this size, by several threads.
+    static constexpr std::uint64_t partSize = 32ULL << 20U;
 
     /// Fills an empty file; holes stay holes.
     /// @throws SystemCallError with the item's path
     void copyWhole(const FileDescriptor& from, const FileDescriptor& to, const TreeManifest::Contents& tree,
                    std::uint32_t item);
 
+    /// The same for a part of a large file, which has its size already.
+    /// @throws SystemCallError with the item's path
+    void copyPart(const FileDescriptor& from, const FileDescriptor& to, const TreeManifest::Contents& tree,
+                  std::uint32_t item, Part part);
+
     /// Makes the contents those of the source, writing only the pages that differ in blocks whose hashes do.
     /// @throws SystemCallError with the item's path
-    void update(const FileDescriptor& from, const FileDescriptor& to, const TreeManifest::Contents& source,
-                std::uint32_t sourceItem, const TreeManifest::Contents& target, std::uint32_t targetItem);
+    void update(const FileDescriptor& from, const FileDescriptor& to, Item source, Item target);
+
+    /// The same for a part of a large file, which has its size already.
+    /// @throws SystemCallError with the item's path
+    void updatePart(const FileDescriptor& from, const FileDescriptor& to, Item source, Item target,
+                    Part part);
 
 private:
+    struct Free {
+        void operator()(char* bytes) const noexcept;
+    };
+
+    void begin(const FileDescriptor& from, const FileDescriptor& to, const TreeManifest::Contents& tree,
+               std::uint32_t item);
+    /// From here on past the page cache, where that is wanted and as far as the file systems can.
+    void bypassPageCache();
+    void copyData(Part part);
+    void makeBuffer(std::size_t size);
     void copyRange(std::uint64_t start, std::uint64_t end);
     [[nodiscard]] bool copyInKernel(std::uint64_t& start, std::uint64_t end);
-    void updateBlock(std::uint64_t start, std::size_t length, bool mayHoldData);
+    void updateBlocks(Item source, Item target, Part part);
+    /// Whether all of it differed.
+    bool updateBlock(std::uint64_t start, std::size_t length, bool mayHoldData);
     void makeHole(std::uint64_t start, std::uint64_t length);
     [[nodiscard]] std::size_t readAt(int file, char* bytes, std::size_t length, std::uint64_t start);
     void writeAt(const char* bytes, std::size_t length, std::uint64_t start);
     [[noreturn]] void fail(const char* doing) const;
 
     ProgressMeter& meter_;
-    std::vector<char> buffer_;
+    PageCache pageCache_;
+    /// Aligned as the kernel wants it for what goes past the page cache.
+    std::unique_ptr<char, Free> buffer_;
+    std::size_t bufferSize_ = 0;
     bool kernelCopies_ = true;
+    bool readsDirectly_ = false;
     int from_ = -1;
     int to_ = -1;
     const TreeManifest::Contents* tree_ = nullptr;

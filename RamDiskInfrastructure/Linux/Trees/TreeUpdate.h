@@ -18,6 +18,14 @@ enum class Owners {
     whereAllowed
 };
 
+/// Whether large files go through the page cache.
+enum class PageCache {
+    use,
+    /// What is copied will not be read again soon: finding room for it in memory takes longer than copying
+    /// it.
+    bypass
+};
+
 /// Makes one tree the same as another, writing what differs and nothing else: contents, modes, owners, times,
 /// hard links, symbolic links, extended attributes, ACLs, holes, FIFOs and the root's own metadata. No link
 /// is followed out of either tree, whoever changes them meanwhile.
@@ -32,6 +40,7 @@ struct TreeUpdate {
     Extras extras = Extras::remove;
     RootMetadata rootMetadata = RootMetadata::apply;
     Owners owners = Owners::all;
+    PageCache pageCache = PageCache::use;
 
     /// Changes the target. An item of the source that vanished since its manifest was made is left out.
     /// @throws RamDiskError `namesMerged` when the target took two names for one; SystemCallError naming the

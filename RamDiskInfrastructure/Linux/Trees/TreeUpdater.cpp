@@ -2,9 +2,9 @@
 
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/Linux/SystemCallError.h"
-#include "RamDiskInfrastructure/Linux/Trees/FileWriter.h"
 #include "RamDiskInfrastructure/Linux/Trees/ItemMetadata.h"
 
+#include <algorithm>
 #include <memory>
 #include <string>
 #include <utility>
@@ -124,30 +124,113 @@ void TreeUpdater::makeFolders() {
     }
 }
 
-void TreeUpdater::writeItems() {
-    std::vector<std::uint32_t> items;
+std::vector<TreeUpdater::Job> TreeUpdater::jobs() const {
+    std::vector<Job> jobs;
     for (std::uint32_t item = 0; item < source_.items.size(); ++item) {
         const auto step = plan_.steps[item];
-        if (source_.items[item].type != ItemType::folder && step != UpdateStep::nothing
-            && step != UpdateStep::link) {
-            items.push_back(item);
+        if (source_.items[item].type == ItemType::folder || step == UpdateStep::nothing
+            || step == UpdateStep::link) {
+            continue;
+        }
+        const auto size = source_.items[source_.items[item].original].size;
+        // Of a sparse giant only the holes would be shared out.
+        const auto partSize =
+            isLarge(item) ? FileWriter::partSize * (1 + size / FileWriter::partSize / 1024) : size + 1;
+        for (std::uint64_t start = 0; start == 0 || start < size; start += partSize) {
+            jobs.push_back({item, {start, std::min(size, start + partSize)}});
         }
     }
+    return jobs;
+}
+
+void TreeUpdater::writeItems() {
+    auto jobs = this->jobs();
+    Places ownPlaces{FolderCursor(update_.source, source_), FolderCursor(update_.target, source_)};
     std::uint64_t bytes = 0;
-    for (const auto item : items) {
-        bytes +=
-            plan_.steps[item] == UpdateStep::metadata ? 0 : source_.dataSize(source_.items[item].original);
+    std::uint64_t items = 0;
+    for (const auto& job : jobs) {
+        if (job.part.start == 0) {
+            const bool hasContents = plan_.steps[job.item] != UpdateStep::metadata;
+            bytes += hasContents ? source_.dataSize(source_.items[job.item].original) : 0;
+            ++items;
+            if (isLarge(job.item)) {
+                prepareLargeFile(job.item, ownPlaces);
+            }
+        }
     }
-    meter_.expect(bytes, items.size());
-    ParallelJobs(items.size(), bytes).run([&](unsigned) {
+    meter_.expect(bytes, items);
+    ParallelJobs(jobs.size(), bytes).run([&](unsigned) {
         const auto places = std::make_shared<Places>(
             Places{FolderCursor(update_.source, source_), FolderCursor(update_.target, source_)});
-        const auto writer = std::make_shared<FileWriter>(meter_);
-        return [this, &items, places, writer](std::size_t job) {
-            writeItem(items[job], *places, *writer);
-            meter_.add(0, 1);
+        const auto writer = std::make_shared<FileWriter>(meter_, update_.pageCache);
+        return [this, &jobs, places, writer](std::size_t number) {
+            auto& job = jobs[number];
+            if (isLarge(job.item)) {
+                writePart(job, *places, *writer);
+            } else {
+                writeItem(job.item, *places, *writer);
+                meter_.add(0, 1);
+            }
         };
     });
+    for (const auto& job : jobs) {
+        if (job.isGone) {
+            gone_[job.item] = 1;
+        }
+    }
+    for (const auto& job : jobs) {
+        if (job.part.start == 0 && isLarge(job.item)) {
+            finishLargeFile(job.item, ownPlaces);
+            meter_.add(0, 1);
+        }
+    }
+}
+
+bool TreeUpdater::isLarge(std::uint32_t item) const {
+    return source_.items[item].type == ItemType::file && plan_.steps[item] != UpdateStep::metadata
+           && source_.items[source_.items[item].original].size > FileWriter::partSize;
+}
+
+void TreeUpdater::prepareLargeFile(std::uint32_t item, Places& places) {
+    if (gone_[source_.items[item].parent] != 0) {
+        return;
+    }
+    const auto file =
+        plan_.steps[item] == UpdateStep::create
+            ? makeFile(item, places)
+            : openTarget(targetFolder(places.target, source_.items[item].parent), item, O_RDWR | O_NONBLOCK);
+    if (::ftruncate(file.get(), static_cast<off_t>(source_.items[source_.items[item].original].size)) != 0) {
+        throw SystemCallError("write", source_.path(item));
+    }
+}
+
+void TreeUpdater::writePart(Job& job, Places& places, FileWriter& writer) {
+    const auto parent = source_.items[job.item].parent;
+    const auto file = gone_[parent] != 0 ? FileDescriptor() : openSource(job.item, places);
+    if (!file) {
+        job.isGone = true;
+        return;
+    }
+    const auto open = openTarget(targetFolder(places.target, parent), job.item, O_RDWR | O_NONBLOCK);
+    if (plan_.steps[job.item] == UpdateStep::create) {
+        writer.copyPart(file, open, source_, job.item, job.part);
+    } else {
+        writer.updatePart(file, open, {source_, job.item}, {target_, plan_.pairing.ofSource[job.item]},
+                          job.part);
+    }
+}
+
+void TreeUpdater::finishLargeFile(std::uint32_t item, Places& places) {
+    if (gone_[source_.items[item].parent] != 0) {
+        return;
+    }
+    if (gone_[item] != 0) {
+        leaveOut(item, places);
+        return;
+    }
+    const auto open =
+        openTarget(targetFolder(places.target, source_.items[item].parent), item, O_RDONLY | O_NONBLOCK);
+    applyMetadata(open.get(), source_, item, update_.owners);
 }
 
 void TreeUpdater::writeItem(std::uint32_t item, Places& places, FileWriter& writer) {
@@ -167,33 +250,52 @@ void TreeUpdater::writeItem(std::uint32_t item, Places& places, FileWriter& writ
 }
 
 void TreeUpdater::writeFile(std::uint32_t item, Places& places, FileWriter& writer) {
-    const std::string name(source_.name(item));
-    const auto parent = source_.items[item].parent;
-    const int from = places.source.open(parent);
-    const auto file = from < 0 ? FileDescriptor() : openForReading(from, name.c_str());
-    struct stat status {};
-    if (!file && !isGone(errno)) {
-        throw SystemCallError("open", source_.path(item));
-    }
-    const int folder = targetFolder(places.target, parent);
-    if (!file || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
-        gone_[item] = 1;
-        if (::unlinkat(folder, name.c_str(), 0) != 0 && errno != ENOENT) {
-            throw SystemCallError("remove", source_.path(item));
-        }
+    const auto file = openSource(item, places);
+    if (!file) {
+        leaveOut(item, places);
         return;
     }
     if (plan_.steps[item] == UpdateStep::create) {
-        const auto made = openItem(folder, name.c_str(), O_WRONLY | O_CREAT | O_EXCL, ownerOnly);
-        if (!made) {
-            failToMake(source_.path(item));
-        }
+        const auto made = makeFile(item, places);
         writer.copyWhole(file, made, source_, item);
         applyMetadata(made.get(), source_, item, update_.owners);
     } else {
+        const int folder = targetFolder(places.target, source_.items[item].parent);
         const auto open = openTarget(folder, item, O_RDWR | O_NONBLOCK);
-        writer.update(file, open, source_, item, target_, plan_.pairing.ofSource[item]);
+        writer.update(file, open, {source_, item}, {target_, plan_.pairing.ofSource[item]});
         applyMetadata(open.get(), source_, item, update_.owners);
+    }
+}
+
+FileDescriptor TreeUpdater::openSource(std::uint32_t item, Places& places) const {
+    const int folder = places.source.open(source_.items[item].parent);
+    auto file =
+        folder < 0 ? FileDescriptor() : openForReading(folder, std::string(source_.name(item)).c_str());
+    if (!file && !isGone(errno)) {
+        throw SystemCallError("open", source_.path(item));
+    }
+    struct stat status {};
+    if (file && (::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode))) {
+        file.reset();
+    }
+    return file;
+}
+
+FileDescriptor TreeUpdater::makeFile(std::uint32_t item, Places& places) const {
+    const int folder = targetFolder(places.target, source_.items[item].parent);
+    auto made =
+        openItem(folder, std::string(source_.name(item)).c_str(), O_WRONLY | O_CREAT | O_EXCL, ownerOnly);
+    if (!made) {
+        failToMake(source_.path(item));
+    }
+    return made;
+}
+
+void TreeUpdater::leaveOut(std::uint32_t item, Places& places) {
+    gone_[item] = 1;
+    const int folder = targetFolder(places.target, source_.items[item].parent);
+    if (::unlinkat(folder, std::string(source_.name(item)).c_str(), 0) != 0 && errno != ENOENT) {
+        throw SystemCallError("remove", source_.path(item));
     }
 }
 

@@ -4,6 +4,9 @@
 #include "RamDiskInfrastructure/Linux/VolumeMarkLinux.h"
 #include "tests/RamDiskInfrastructure/Linux/SavedContents/SavingMachine.h"
 
+#include <cstring>
+#include <random>
+
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/mount.h>
@@ -37,6 +40,18 @@ void plant(const fs::path& volume) {
     ASSERT_EQ(chmod((tree / "large").c_str(), 04710), 0);
 }
 
+/// A file that is copied in parts, and ends in the middle of a page.
+void plantInParts(const fs::path& path) {
+    std::string bytes((35U << 20U) + 17, '\0');
+    std::mt19937 random(5); // NOLINT: the same every time
+    for (std::size_t place = 0; place + sizeof(std::uint32_t) < bytes.size(); place += 512) {
+        const auto number = static_cast<std::uint32_t>(random());
+        std::memcpy(bytes.data() + place, &number, sizeof number);
+    }
+    bytes.back() = '!';
+    writeFile(path, bytes);
+}
+
 /// Changes a byte in a way that no date tells.
 void changeUnseen(const fs::path& file) {
     const FileDescriptor open(::open(file.c_str(), O_RDWR | O_CLOEXEC));
@@ -54,14 +69,6 @@ std::string identityOf(const fs::path& image) {
     return ExtSuperblock::read(FileDescriptor(open(image.c_str(), O_RDONLY | O_CLOEXEC)))->seal.substr(0, 32);
 }
 
-/// As `readFile`, for a hundred megabytes.
-std::string bytesOf(const fs::path& file) {
-    const FileDescriptor open(::open(file.c_str(), O_RDONLY | O_CLOEXEC));
-    std::string bytes(fs::file_size(file), '\0');
-    EXPECT_EQ(pread(open.get(), bytes.data(), bytes.size(), 0), static_cast<ssize_t>(bytes.size()));
-    return bytes;
-}
-
 TEST(SavedImage, GivesBackWhatWasSavedOntoAnyDisk) {
     SKIP_UNLESS_ROOT();
     for (const bool isEncrypted : {false, true}) {
@@ -75,6 +82,7 @@ TEST(SavedImage, GivesBackWhatWasSavedOntoAnyDisk) {
             const auto from = world.disk("From", format);
             const auto onto = world.disk("Onto", format);
             plant(*from.mountPoint);
+            plantInParts(*from.mountPoint / "copied in parts");
             world.save(from);
             world.tool.verify(world.files.latest, world.protection);
             const auto described = world.tool.describe(world.files.latest, world.protection);
@@ -121,7 +129,7 @@ TEST(SavedImage, IsLeftAloneWhileNothingChangedAndKnowsWhatNoDateTells) {
     plant(*disk.mountPoint);
     world.save(disk);
     const auto state = [&] {
-        return std::pair(bytesOf(world.files.latest), fs::last_write_time(world.files.latest));
+        return std::pair(readFile(world.files.latest), fs::last_write_time(world.files.latest));
     };
     const auto before = state();
     EXPECT_TRUE(world.isUpToDate(disk));
@@ -163,14 +171,14 @@ TEST(SavedImage, StartsFromASpareOnlyWhenThatIsSound) {
         } else if (kind == Spare::garbage) {
             writeFile(spare, std::string(1U << 20U, 'g'));
         }
-        const auto kept = fs::exists(precious) ? bytesOf(precious) : "";
+        const auto kept = fs::exists(precious) ? readFile(precious) : "";
         writeFile(*disk.mountPoint / "tree/text with a Known Name", "third");
         fs::remove(*disk.mountPoint / "tree/link");
         world.save(disk);
         world.tool.verify(world.files.latest, {});
         EXPECT_TRUE(world.isUpToDate(disk));
         EXPECT_EQ(identityOf(world.files.latest) == identity, kind == Spare::sound);
-        EXPECT_TRUE((fs::exists(precious) ? bytesOf(precious) : "") == kept);
+        EXPECT_TRUE((fs::exists(precious) ? readFile(precious) : "") == kept);
         EXPECT_THAT(world.loopsUpon(world.images), IsEmpty());
     }
 }
@@ -185,7 +193,7 @@ TEST(SavedImage, TellsNothingOfAnEncryptedDiskWithoutItsKey) {
     const auto disk = world.disk("Secret Disk");
     plant(*disk.mountPoint);
     world.save(disk);
-    const auto bytes = bytesOf(world.files.latest);
+    const auto bytes = readFile(world.files.latest);
     for (const char* text : {"known contents", "Known Name", "Secret Disk", "nowhere at all", "xxxxxxxx"}) {
         EXPECT_EQ(bytes.find(text), std::string::npos) << text;
     }
@@ -199,7 +207,7 @@ TEST(SavedImage, TellsNothingOfAnEncryptedDiskWithoutItsKey) {
                   "incorrectPassphrase");
     }
     EXPECT_TRUE(fs::exists(*disk.mountPoint / "tree/large"));
-    EXPECT_TRUE(bytesOf(world.files.latest) == bytes);
+    EXPECT_TRUE(readFile(world.files.latest) == bytes);
 }
 
 TEST(SavedImage, OfSomebodyElsesMakingIsRefused) {

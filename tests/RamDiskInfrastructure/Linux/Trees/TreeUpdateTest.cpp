@@ -149,6 +149,51 @@ TEST(TreeUpdateTest, EveryChangeIsSeenAndFollowed) {
     EXPECT_LT(after.st_blocks, big.st_blocks);
 }
 
+TEST(TreeUpdateTest, ALargeFileIsFollowedPartByPart) {
+    const Trees trees;
+    const auto file = trees.source / "large";
+    const auto other = trees.target / "large";
+    constexpr off_t mebibyte = 1 << 20;
+    const auto bytes = [](std::size_t count, char first) {
+        std::string text(count, first);
+        for (std::size_t place = 0; place < count; place += 1000) {
+            text[place] = static_cast<char>(first + place / 1000 % 20);
+        }
+        return text;
+    };
+    writeFile(file, bytes(3 * mebibyte, 'a'));
+    fs::resize_file(file, 70 * mebibyte + 12'345);
+    overwrite(file, 31 * mebibyte + 5, bytes(2 * mebibyte, 'b'));
+    overwrite(file, 70 * mebibyte, bytes(12'345, 'c'));
+    struct stat status {};
+    const std::vector<std::pair<const char*, std::function<void()>>> steps{
+        {"made", [] {}},
+        {"a few bytes on both sides of a border", [&] { overwrite(file, 32 * mebibyte - 2, "four"); }},
+        {"block after block", [&] { overwrite(file, 3'000, bytes(3 * mebibyte - 6'000, 'd')); }},
+        {"data in a hole", [&] { overwrite(file, 65 * mebibyte + 77, bytes(3 * mebibyte, 'e')); }},
+        {"zeros over data", [&] { overwrite(file, 0, std::string(2 * mebibyte, '\0')); }},
+        {"grown", [&] { overwrite(file, 99 * mebibyte, bytes(54'321, 'f')); }},
+        {"shrunk within a block", [&] { fs::resize_file(file, 65 * mebibyte + 99); }},
+        {"shrunk to a small file", [&] { fs::resize_file(file, mebibyte + 1); }},
+        {"large again", [&] { overwrite(file, 33 * mebibyte, "end"); }},
+    };
+    for (const auto& [what, change] : steps) {
+        SCOPED_TRACE(what);
+        change();
+        updateTree(trees.source, trees.target);
+        ASSERT_EQ(differences(trees.source, trees.target), "");
+        const auto inode = status.st_ino;
+        ASSERT_EQ(stat(other.c_str(), &status), 0);
+        EXPECT_TRUE(inode == 0 || inode == status.st_ino) << "written anew";
+        EXPECT_LT(status.st_blocks * 512, 12 * mebibyte) << "the holes are filled";
+    }
+    const auto source = scanTree(trees.source);
+    fs::remove(file);
+    fs::remove(other);
+    TreeUpdate{openTree(trees.source), source, openTree(trees.target), scanTree(trees.target)}.perform({});
+    EXPECT_FALSE(fs::exists(other)) << "the file was gone when its turn came";
+}
+
 TEST(TreeUpdateTest, TheMarkOfAVolumeNeitherComesNorGoes) {
     const Trees trees;
     const auto mark = std::string("user.") + VolumeMark::attribute;

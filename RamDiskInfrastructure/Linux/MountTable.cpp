@@ -101,13 +101,6 @@ MountTable MountTable::read(const std::filesystem::path& proc) {
     return parse(readSmallFile(proc / "self/mountinfo"));
 }
 
-std::vector<MountEntry> MountTable::withSource(std::string_view source) const {
-    std::vector<MountEntry> found;
-    std::copy_if(entries_.begin(), entries_.end(), std::back_inserter(found),
-                 [source](const MountEntry& entry) { return entry.source == source; });
-    return found;
-}
-
 const MountEntry* MountTable::topmostAt(const std::filesystem::path& mountPoint) const {
     std::vector<const MountEntry*> stack;
     for (const auto& entry : entries_) {

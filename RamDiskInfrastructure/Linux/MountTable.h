@@ -38,9 +38,6 @@ public:
 
     [[nodiscard]] const std::vector<MountEntry>& entries() const noexcept { return entries_; }
 
-    /// The mounts whose source is `source`, in order.
-    [[nodiscard]] std::vector<MountEntry> withSource(std::string_view source) const;
-
     /// The mount that a path walk to exactly `mountPoint` ends in, null when nothing is mounted there.
     [[nodiscard]] const MountEntry* topmostAt(const std::filesystem::path& mountPoint) const;
 

@@ -25,7 +25,6 @@ constexpr std::size_t pageSize = 4096;
 /// Of a large file the kernel is asked for so much before it is due, so that it reads while we write. Its own
 /// guess is far less, which a loop device is slow to answer.
 constexpr std::uint64_t readAhead = 8U << 20U;
-
 /// After so many blocks without anything of the old ones the next are taken for the same.
 constexpr int manyBlocks = 16;
 
@@ -79,12 +78,11 @@ void FileWriter::makeBuffer(std::size_t size) {
     }
 }
 
-void FileWriter::begin(const FileDescriptor& from, const FileDescriptor& to,
-                       const TreeManifest::Contents& tree, std::uint32_t item) {
+void FileWriter::begin(const FileDescriptor& from, const FileDescriptor& to, Item source) {
     from_ = from.get();
     to_ = to.get();
-    tree_ = &tree;
-    item_ = item;
+    tree_ = &source.tree;
+    item_ = source.number;
     readsDirectly_ = false;
 }
 
@@ -92,9 +90,8 @@ void FileWriter::fail(const char* doing) const {
     throw SystemCallError(doing, tree_->path(item_));
 }
 
-void FileWriter::copyWhole(const FileDescriptor& from, const FileDescriptor& to,
-                           const TreeManifest::Contents& tree, std::uint32_t item) {
-    begin(from, to, tree, item);
+void FileWriter::copyWhole(const FileDescriptor& from, const FileDescriptor& to, Item source) {
+    begin(from, to, source);
     struct stat status {};
     if (::fstat(from_, &status) != 0) {
         fail("read");
@@ -109,9 +106,8 @@ void FileWriter::copyWhole(const FileDescriptor& from, const FileDescriptor& to,
     copyData({0, static_cast<std::uint64_t>(status.st_size)});
 }
 
-void FileWriter::copyPart(const FileDescriptor& from, const FileDescriptor& to,
-                          const TreeManifest::Contents& tree, std::uint32_t item, Part part) {
-    begin(from, to, tree, item);
+void FileWriter::copyPart(const FileDescriptor& from, const FileDescriptor& to, Item source, Part part) {
+    begin(from, to, source);
     bypassPageCache();
     copyData(part);
 }
@@ -191,7 +187,7 @@ void FileWriter::copyRange(std::uint64_t start, std::uint64_t end) {
 }
 
 void FileWriter::update(const FileDescriptor& from, const FileDescriptor& to, Item source, Item target) {
-    begin(from, to, source.tree, source.number);
+    begin(from, to, source);
     const auto& file = originalOf(source);
     if (file.size != originalOf(target).size && ::ftruncate(to_, static_cast<off_t>(file.size)) != 0) {
         fail("write");
@@ -201,7 +197,7 @@ void FileWriter::update(const FileDescriptor& from, const FileDescriptor& to, It
 
 void FileWriter::updatePart(const FileDescriptor& from, const FileDescriptor& to, Item source, Item target,
                             Part part) {
-    begin(from, to, source.tree, source.number);
+    begin(from, to, source);
     bypassPageCache();
     updateBlocks(source, target, part);
 }

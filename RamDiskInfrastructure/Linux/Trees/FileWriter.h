@@ -14,6 +14,7 @@ class FileWriter {
 public:
     FileWriter(ProgressMeter& meter, PageCache pageCache);
 
+    /// A file of a tree.
     struct Item {
         const TreeManifest::Contents& tree;
         std::uint32_t number;
@@ -28,13 +29,11 @@ public:
 
     /// Fills an empty file; holes stay holes.
     /// @throws SystemCallError with the item's path
-    void copyWhole(const FileDescriptor& from, const FileDescriptor& to, const TreeManifest::Contents& tree,
-                   std::uint32_t item);
+    void copyWhole(const FileDescriptor& from, const FileDescriptor& to, Item source);
 
     /// The same for a part of a large file, which has its size already.
     /// @throws SystemCallError with the item's path
-    void copyPart(const FileDescriptor& from, const FileDescriptor& to, const TreeManifest::Contents& tree,
-                  std::uint32_t item, Part part);
+    void copyPart(const FileDescriptor& from, const FileDescriptor& to, Item source, Part part);
 
     /// Makes the contents those of the source, writing only the pages that differ in blocks whose hashes do.
     /// @throws SystemCallError with the item's path
@@ -50,8 +49,7 @@ private:
         void operator()(char* bytes) const noexcept;
     };
 
-    void begin(const FileDescriptor& from, const FileDescriptor& to, const TreeManifest::Contents& tree,
-               std::uint32_t item);
+    void begin(const FileDescriptor& from, const FileDescriptor& to, Item source);
     /// From here on past the page cache, where that is wanted and as far as the file systems can.
     void bypassPageCache();
     void copyData(Part part);

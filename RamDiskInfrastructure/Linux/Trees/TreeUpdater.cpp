@@ -213,7 +213,7 @@ void TreeUpdater::writePart(Job& job, Places& places, FileWriter& writer) {
     }
     const auto open = openTarget(targetFolder(places.target, parent), job.item, O_RDWR | O_NONBLOCK);
     if (plan_.steps[job.item] == UpdateStep::create) {
-        writer.copyPart(file, open, source_, job.item, job.part);
+        writer.copyPart(file, open, {source_, job.item}, job.part);
     } else {
         writer.updatePart(file, open, {source_, job.item}, {target_, plan_.pairing.ofSource[job.item]},
                           job.part);
@@ -257,7 +257,7 @@ void TreeUpdater::writeFile(std::uint32_t item, Places& places, FileWriter& writ
     }
     if (plan_.steps[item] == UpdateStep::create) {
         const auto made = makeFile(item, places);
-        writer.copyWhole(file, made, source_, item);
+        writer.copyWhole(file, made, {source_, item});
         applyMetadata(made.get(), source_, item, update_.owners);
     } else {
         const int folder = targetFolder(places.target, source_.items[item].parent);

@@ -1,6 +1,7 @@
 #include "RamDiskInfrastructure/Linux/Trees/FileHasher.h"
 
 #include "RamDiskInfrastructure/Linux/SystemCallError.h"
+#include "RamDiskInfrastructure/Linux/Trees/ContentHash.h"
 #include "RamDiskInfrastructure/Linux/Trees/FolderCursor.h"
 #include "RamDiskInfrastructure/Linux/Trees/ItemMetadata.h"
 #include "RamDiskInfrastructure/Linux/Trees/ParallelJobs.h"
@@ -10,9 +11,6 @@
 #include <algorithm>
 #include <deque>
 #include <optional>
-
-#define XXH_INLINE_ALL
-#include <xxhash.h>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -133,8 +131,8 @@ private:
             const char* bytes = buffer_.data() + start;
             const auto size = std::min<std::size_t>(BlockHash::blockSize, length - start);
             if (!isAllZero(bytes, size)) {
-                const auto hash = XXH3_128bits(bytes, size);
-                blocks_.push_back({(place + start) / BlockHash::blockSize, hash.low64, hash.high64});
+                const auto hash = contentHash(bytes, size);
+                blocks_.push_back({(place + start) / BlockHash::blockSize, hash.low, hash.high});
             }
         }
     }

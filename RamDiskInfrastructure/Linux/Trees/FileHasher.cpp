@@ -31,6 +31,8 @@ struct Piece {
     std::size_t firstBlock = 0;
     std::size_t blockCount = 0;
     bool isGone = false;
+    /// Of another inode than was looked at.
+    bool isExchanged = false;
     /// Only of the piece at the start.
     ItemAttributes attributes{};
 };
@@ -43,20 +45,26 @@ struct OpenedFile {
 class HashWorker {
 public:
     HashWorker(const TreeManifest::Contents& tree, const FileDescriptor& root, std::vector<BlockHash>& blocks,
-               ProgressMeter& meter)
+               const TreeManifest::Contents* earlier, ProgressMeter& meter)
         : tree_(tree),
           cursor_(root, tree),
           blocks_(blocks),
+          earlier_(earlier),
           buffer_(hashBufferSize),
           meter_(meter) {}
 
     void hash(Piece& piece) {
+        if (tree_.items[piece.item].unwritten != noItem) {
+            takeOver(piece);
+            return;
+        }
         const auto file = openFile(piece.item);
         if (!file) {
             piece.isGone = true;
             return;
         }
         const int descriptor = file->descriptor.get();
+        piece.isExchanged = file->status.st_ino != tree_.items[piece.item].inode;
         if (piece.start == 0) {
             piece.attributes = readFileAttributes(descriptor, tree_, piece.item);
         }
@@ -77,6 +85,16 @@ public:
     }
 
 private:
+    void takeOver(Piece& piece) {
+        const auto then = tree_.items[piece.item].unwritten;
+        const auto* const first = earlier_->blocksOf(then);
+        piece.attributes = earlier_->attributes(then);
+        piece.firstBlock = blocks_.size();
+        piece.blockCount = earlier_->items[then].blockCount;
+        blocks_.insert(blocks_.end(), first, first + piece.blockCount);
+        meter_.add(piece.end, 1);
+    }
+
     std::optional<OpenedFile> openFile(std::uint32_t item) {
         // Another name serves as well when the first one is gone.
         for (auto name = item; name < tree_.items.size(); ++name) {
@@ -140,13 +158,15 @@ private:
     const TreeManifest::Contents& tree_;
     FolderCursor cursor_;
     std::vector<BlockHash>& blocks_;
+    const TreeManifest::Contents* earlier_;
     std::vector<char> buffer_;
     ProgressMeter& meter_;
 };
 
 } // namespace
 
-void hashFiles(TreeManifest::Contents& tree, const FileDescriptor& root, const ProgressObserver& observer) {
+void hashFiles(TreeManifest::Contents& tree, const FileDescriptor& root, const ProgressObserver& observer,
+               const TreeManifest::Contents* earlier) {
     std::vector<Piece> pieces;
     std::uint64_t bytes = 0;
     std::uint64_t files = 0;
@@ -157,6 +177,10 @@ void hashFiles(TreeManifest::Contents& tree, const FileDescriptor& root, const P
         }
         ++files;
         bytes += file.size;
+        if (file.unwritten != noItem) {
+            pieces.push_back({item, 0, file.size});
+            continue;
+        }
         // Of a sparse giant only the holes would be shared out.
         const auto step = std::max(pieceSize, (file.size / 4096 + 1) / hashBufferSize * hashBufferSize);
         for (std::uint64_t start = 0; start < file.size; start += step) {
@@ -168,7 +192,7 @@ void hashFiles(TreeManifest::Contents& tree, const FileDescriptor& root, const P
     const ParallelJobs jobs(pieces.size(), bytes);
     std::deque<std::vector<BlockHash>> blocks(jobs.workerCount());
     jobs.run([&](unsigned worker) {
-        const auto hasher = std::make_shared<HashWorker>(tree, root, blocks[worker], meter);
+        const auto hasher = std::make_shared<HashWorker>(tree, root, blocks[worker], earlier, meter);
         return [&pieces, hasher, worker](std::size_t job) {
             pieces[job].worker = worker;
             hasher->hash(pieces[job]);
@@ -181,6 +205,9 @@ void hashFiles(TreeManifest::Contents& tree, const FileDescriptor& root, const P
             gone.resize(tree.items.size());
             gone[piece.item] = true;
             continue;
+        }
+        if (piece.isExchanged) {
+            file.inode = 0;
         }
         if (piece.start == 0) {
             file.firstBlock = tree.blocks.size();

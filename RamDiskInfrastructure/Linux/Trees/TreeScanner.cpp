@@ -3,6 +3,8 @@
 #include "RamDiskInfrastructure/Linux/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/Trees/ItemMetadata.h"
 #include "RamDiskInfrastructure/Linux/Trees/ParallelJobs.h"
+#include "RamDiskInfrastructure/Linux/Trees/TreeComparison.h"
+#include "RamDiskInfrastructure/Linux/Trees/WriteWatch.h"
 
 #include <algorithm>
 #include <array>
@@ -81,6 +83,8 @@ void noteStatus(TreeItem& item, const struct stat& status) {
     item.group = status.st_gid;
     item.modified = status.st_mtim;
     item.accessed = status.st_atim;
+    item.changed = status.st_ctim;
+    item.inode = status.st_ino;
     if (item.type == ItemType::file) {
         item.size = static_cast<std::uint64_t>(status.st_size);
     }
@@ -104,6 +108,14 @@ std::optional<std::string> readLink(int folder, const std::string& name, std::si
     }
 }
 
+/// Whether an open file is the one that was there then, with the same dates, and nobody can be writing to it.
+bool isUnwritten(int file, const struct stat& status, const TreeItem& then) {
+    return S_ISREG(status.st_mode) && status.st_ino == then.inode
+           && static_cast<std::uint64_t>(status.st_size) == then.size
+           && isSameTime(status.st_mtim, then.modified) && isSameTime(status.st_ctim, then.changed)
+           && WriteWatch::hasNoWriter(file);
+}
+
 } // namespace
 
 TreeManifest::Contents TreeScanner::scan() {
@@ -113,7 +125,13 @@ TreeManifest::Contents TreeScanner::scan() {
         foldersToRead_.pop_back();
         readFolder(folder);
     }
+    if (earlier_ != nullptr) {
+        pairWithEarlier();
+    }
     lookAtItems();
+    if (earlier_ != nullptr) {
+        forgetWhatWasWritten();
+    }
     putTogether();
     return std::move(tree_);
 }
@@ -195,6 +213,29 @@ void TreeScanner::addItem(int folder, std::uint32_t parent, TextRange name, unsi
     itemsToLookAt_.push_back(number);
 }
 
+void TreeScanner::pairWithEarlier() {
+    const auto pairing = pairItems(tree_, *earlier_);
+    for (const auto number : itemsToLookAt_) {
+        const auto other = pairing.ofSource[number];
+        const auto original = other == noItem ? noItem : earlier_->items[other].original;
+        if (original != noItem && earlier_->hasOwnContents(original)
+            && watch_->wouldShowInDate(earlier_->items[original].changed)) {
+            tree_.items[number].unwritten = original;
+        }
+    }
+}
+
+void TreeScanner::forgetWhatWasWritten() {
+    // Whoever wrote before a file was looked at, and had it closed by then, has been reported by now.
+    const auto* const closed = watch_->closedByWriters();
+    for (const auto number : itemsToLookAt_) {
+        auto& item = tree_.items[number];
+        if (closed == nullptr || closed->contains(item.inode)) {
+            item.unwritten = noItem;
+        }
+    }
+}
+
 void TreeScanner::lookAtItems() {
     ParallelJobs(itemsToLookAt_.size(), 0).run([this](unsigned) {
         const auto cursor = std::make_shared<FolderCursor>(root_, tree_);
@@ -208,7 +249,14 @@ void TreeScanner::lookAt(FolderCursor& cursor, std::uint32_t number) {
     const int folder = cursor.open(item.parent);
     const std::string name(tree_.name(number));
     struct stat status {};
-    if (folder < 0 || ::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT) != 0) {
+    FileDescriptor file;
+    if (folder >= 0 && item.unwritten != noItem) {
+        file = openForReading(folder, name.c_str());
+    }
+    if (folder < 0
+        || (file ? ::fstat(file.get(), &status)
+                 : ::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT))
+               != 0) {
         if (!isGone(errno)) {
             throw SystemCallError("read", tree_.path(number));
         }
@@ -223,8 +271,11 @@ void TreeScanner::lookAt(FolderCursor& cursor, std::uint32_t number) {
     }
     item.type = *type;
     noteStatus(item, status);
+    if (!file || !isUnwritten(file.get(), status, earlier_->items[item.unwritten])) {
+        item.unwritten = noItem;
+    }
     if (item.type != ItemType::folder && status.st_nlink > 1) {
-        finding.inode = status.st_ino;
+        finding.hasOtherNames = true;
     }
     if (item.type == ItemType::link) {
         auto target = readLink(folder, name, static_cast<std::size_t>(status.st_size));
@@ -258,8 +309,8 @@ void TreeScanner::putTogether() {
         if (!finding.linkTarget.empty()) {
             item.linkTarget = tree_.addText(finding.linkTarget);
         }
-        if (finding.inode != 0) {
-            const auto first = originals.try_emplace(finding.inode, number).first->second;
+        if (finding.hasOtherNames) {
+            const auto first = originals.try_emplace(item.inode, number).first->second;
             // An inode may go and its number come again between two looks.
             item.original = tree_.items[first].type == item.type ? first : number;
         }

@@ -9,6 +9,8 @@
 
 namespace ramdisk {
 
+class WriteWatch;
+
 /// Finds every item of a tree and notes its metadata; the contents of files are not yet read, nor the
 /// attributes of those that have contents. Sockets are left out, other mounted volumes kept as empty folders.
 ///
@@ -16,7 +18,14 @@ namespace ramdisk {
 /// alone. With the items numbered, several threads can look at them, each noting what it sees in its place.
 class TreeScanner {
 public:
-    explicit TreeScanner(const FileDescriptor& root) : root_(root), cursor_(root, tree_) {}
+    explicit TreeScanner(const FileDescriptor& root) : TreeScanner(root, nullptr, nullptr) {}
+    /// Also finds the files that provably nobody wrote to since `earlier`, a scan of the same tree that was
+    /// made while `watch` watched its volume.
+    TreeScanner(const FileDescriptor& root, const TreeManifest::Contents* earlier, WriteWatch* watch)
+        : root_(root),
+          cursor_(root, tree_),
+          earlier_(earlier),
+          watch_(watch) {}
 
     /// @throws SystemCallError naming the item that cannot be read
     [[nodiscard]] TreeManifest::Contents scan();
@@ -25,8 +34,7 @@ private:
     /// What is noted of an item until it can be put into the tree.
     struct Finding {
         bool isGone = false;
-        /// Of an item that has several names; else 0.
-        ino_t inode = 0;
+        bool hasOtherNames = false;
         std::string linkTarget;
         ItemAttributes attributes;
     };
@@ -34,8 +42,10 @@ private:
     void noteRoot();
     void readFolder(std::uint32_t folder);
     void addItem(int folder, std::uint32_t parent, TextRange name, unsigned char kind);
+    void pairWithEarlier();
     void lookAtItems();
     void lookAt(FolderCursor& cursor, std::uint32_t number);
+    void forgetWhatWasWritten();
     void putTogether();
 
     const FileDescriptor& root_;
@@ -44,6 +54,8 @@ private:
     std::vector<Finding> findings_;
     std::vector<std::uint32_t> foldersToRead_;
     std::vector<std::uint32_t> itemsToLookAt_;
+    const TreeManifest::Contents* earlier_;
+    WriteWatch* watch_;
     dev_t volume_ = 0;
 };
 

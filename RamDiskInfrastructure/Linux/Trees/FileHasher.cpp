@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <deque>
+#include <memory>
 #include <optional>
 
 #include <sys/stat.h>
@@ -50,7 +51,8 @@ public:
           cursor_(root, tree),
           blocks_(blocks),
           earlier_(earlier),
-          buffer_(hashBufferSize),
+          // Not set to zero: of a small tree next to nothing of it is used.
+          buffer_(new char[hashBufferSize]),
           meter_(meter) {}
 
     void hash(Piece& piece) {
@@ -132,7 +134,7 @@ private:
         std::size_t got = 0;
         while (got < wanted) {
             const auto count =
-                ::pread(file, buffer_.data() + got, wanted - got, static_cast<off_t>(place + got));
+                ::pread(file, buffer_.get() + got, wanted - got, static_cast<off_t>(place + got));
             if (count < 0 && errno != EINTR) {
                 throw SystemCallError("read", tree_.path(piece.item));
             }
@@ -146,7 +148,7 @@ private:
 
     void hashBlocks(std::uint64_t place, std::size_t length) {
         for (std::size_t start = 0; start < length; start += BlockHash::blockSize) {
-            const char* bytes = buffer_.data() + start;
+            const char* bytes = buffer_.get() + start;
             const auto size = std::min<std::size_t>(BlockHash::blockSize, length - start);
             if (!isAllZero(bytes, size)) {
                 const auto hash = contentHash(bytes, size);
@@ -159,7 +161,7 @@ private:
     FolderCursor cursor_;
     std::vector<BlockHash>& blocks_;
     const TreeManifest::Contents* earlier_;
-    std::vector<char> buffer_;
+    std::unique_ptr<char[]> buffer_;
     ProgressMeter& meter_;
 };
 

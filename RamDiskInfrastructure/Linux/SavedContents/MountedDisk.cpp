@@ -11,6 +11,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 namespace ramdisk {
@@ -25,6 +26,17 @@ bool isMountRoot(const std::filesystem::path& path) {
     }
     return (status.stx_attributes_mask & STATX_ATTR_MOUNT_ROOT) == 0
            || (status.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
+}
+
+/// Whether so much lies on the volume that to read it again takes longer than to end a watch, for which the
+/// kernel needs a hundredth of a second.
+bool isWorthAWatch(const FileDescriptor& root) {
+    constexpr std::uint64_t manyBytes = 64U << 20U;
+    constexpr std::uint64_t manyFiles = 4096;
+    struct statvfs volume {};
+    return fstatvfs(root.get(), &volume) == 0
+           && (std::uint64_t{volume.f_blocks - volume.f_bfree} * volume.f_frsize >= manyBytes
+               || volume.f_files - volume.f_ffree >= manyFiles);
 }
 
 /// A name that differs from every other, and the same in lower case.
@@ -91,10 +103,19 @@ bool MountedDisk::mergesNames() const {
 }
 
 SaveSource::Status MountedSource::takeStatus(const ProgressObserver& observer) {
-    auto now = TreeManifest::scan(disk_.root(), observer);
+    if (!manifest_ && isWorthAWatch(disk_.root())) {
+        watch_ = WriteWatch::begin(disk_.root());
+    }
+    auto now = manifest_ && watch_ ? TreeManifest::scanAgain(disk_.root(), *manifest_, *watch_, observer)
+                                   : TreeManifest::scan(disk_.root(), observer);
     forgetMark(now);
     const bool isSame = manifest_ && !now.firstDifference(*manifest_);
     manifest_ = std::move(now);
+    if (isSame && watch_) {
+        // What is left to do does not need it.
+        ending_ = std::async([watch = std::move(watch_)]() mutable { watch.reset(); });
+        watch_.reset();
+    }
     return isSame ? Status::unchanged : Status::changed;
 }
 

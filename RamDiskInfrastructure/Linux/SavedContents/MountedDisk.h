@@ -4,8 +4,10 @@
 #include "RamDiskInfrastructure/Archive/SavedImageTool.h"
 #include "RamDiskInfrastructure/Linux/LinuxHost.h"
 #include "RamDiskInfrastructure/Linux/Trees/TreeManifest.h"
+#include "RamDiskInfrastructure/Linux/Trees/WriteWatch.h"
 
 #include <filesystem>
+#include <future>
 
 #include <sys/types.h>
 
@@ -49,6 +51,8 @@ public:
 
 private:
     MountedDisk disk_;
+    std::optional<WriteWatch> watch_;
+    std::future<void> ending_;
     std::optional<TreeManifest> manifest_;
 };
 

@@ -1,6 +1,7 @@
 #include "RamDiskInfrastructure/Linux/Trees/FileHasher.h"
 
 #include "RamDiskInfrastructure/Linux/SystemCallError.h"
+#include "RamDiskInfrastructure/Linux/Trees/ContentHash.h"
 #include "RamDiskInfrastructure/Linux/Trees/FolderCursor.h"
 #include "RamDiskInfrastructure/Linux/Trees/ItemMetadata.h"
 #include "RamDiskInfrastructure/Linux/Trees/ParallelJobs.h"
@@ -9,10 +10,8 @@
 
 #include <algorithm>
 #include <deque>
+#include <memory>
 #include <optional>
-
-#define XXH_INLINE_ALL
-#include <xxhash.h>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -33,6 +32,8 @@ struct Piece {
     std::size_t firstBlock = 0;
     std::size_t blockCount = 0;
     bool isGone = false;
+    /// Of another inode than was looked at.
+    bool isExchanged = false;
     /// Only of the piece at the start.
     ItemAttributes attributes{};
 };
@@ -45,20 +46,27 @@ struct OpenedFile {
 class HashWorker {
 public:
     HashWorker(const TreeManifest::Contents& tree, const FileDescriptor& root, std::vector<BlockHash>& blocks,
-               ProgressMeter& meter)
+               const TreeManifest::Contents* earlier, ProgressMeter& meter)
         : tree_(tree),
           cursor_(root, tree),
           blocks_(blocks),
-          buffer_(hashBufferSize),
+          earlier_(earlier),
+          // Not set to zero: of a small tree next to nothing of it is used.
+          buffer_(new char[hashBufferSize]),
           meter_(meter) {}
 
     void hash(Piece& piece) {
+        if (tree_.items[piece.item].unwritten != noItem) {
+            takeOver(piece);
+            return;
+        }
         const auto file = openFile(piece.item);
         if (!file) {
             piece.isGone = true;
             return;
         }
         const int descriptor = file->descriptor.get();
+        piece.isExchanged = file->status.st_ino != tree_.items[piece.item].inode;
         if (piece.start == 0) {
             piece.attributes = readFileAttributes(descriptor, tree_, piece.item);
         }
@@ -79,6 +87,16 @@ public:
     }
 
 private:
+    void takeOver(Piece& piece) {
+        const auto then = tree_.items[piece.item].unwritten;
+        const auto* const first = earlier_->blocksOf(then);
+        piece.attributes = earlier_->attributes(then);
+        piece.firstBlock = blocks_.size();
+        piece.blockCount = earlier_->items[then].blockCount;
+        blocks_.insert(blocks_.end(), first, first + piece.blockCount);
+        meter_.add(piece.end, 1);
+    }
+
     std::optional<OpenedFile> openFile(std::uint32_t item) {
         // Another name serves as well when the first one is gone.
         for (auto name = item; name < tree_.items.size(); ++name) {
@@ -116,7 +134,7 @@ private:
         std::size_t got = 0;
         while (got < wanted) {
             const auto count =
-                ::pread(file, buffer_.data() + got, wanted - got, static_cast<off_t>(place + got));
+                ::pread(file, buffer_.get() + got, wanted - got, static_cast<off_t>(place + got));
             if (count < 0 && errno != EINTR) {
                 throw SystemCallError("read", tree_.path(piece.item));
             }
@@ -130,11 +148,11 @@ private:
 
     void hashBlocks(std::uint64_t place, std::size_t length) {
         for (std::size_t start = 0; start < length; start += BlockHash::blockSize) {
-            const char* bytes = buffer_.data() + start;
+            const char* bytes = buffer_.get() + start;
             const auto size = std::min<std::size_t>(BlockHash::blockSize, length - start);
             if (!isAllZero(bytes, size)) {
-                const auto hash = XXH3_128bits(bytes, size);
-                blocks_.push_back({(place + start) / BlockHash::blockSize, hash.low64, hash.high64});
+                const auto hash = contentHash(bytes, size);
+                blocks_.push_back({(place + start) / BlockHash::blockSize, hash.low, hash.high});
             }
         }
     }
@@ -142,13 +160,15 @@ private:
     const TreeManifest::Contents& tree_;
     FolderCursor cursor_;
     std::vector<BlockHash>& blocks_;
-    std::vector<char> buffer_;
+    const TreeManifest::Contents* earlier_;
+    std::unique_ptr<char[]> buffer_;
     ProgressMeter& meter_;
 };
 
 } // namespace
 
-void hashFiles(TreeManifest::Contents& tree, const FileDescriptor& root, const ProgressObserver& observer) {
+void hashFiles(TreeManifest::Contents& tree, const FileDescriptor& root, const ProgressObserver& observer,
+               const TreeManifest::Contents* earlier) {
     std::vector<Piece> pieces;
     std::uint64_t bytes = 0;
     std::uint64_t files = 0;
@@ -159,6 +179,10 @@ void hashFiles(TreeManifest::Contents& tree, const FileDescriptor& root, const P
         }
         ++files;
         bytes += file.size;
+        if (file.unwritten != noItem) {
+            pieces.push_back({item, 0, file.size});
+            continue;
+        }
         // Of a sparse giant only the holes would be shared out.
         const auto step = std::max(pieceSize, (file.size / 4096 + 1) / hashBufferSize * hashBufferSize);
         for (std::uint64_t start = 0; start < file.size; start += step) {
@@ -170,7 +194,7 @@ void hashFiles(TreeManifest::Contents& tree, const FileDescriptor& root, const P
     const ParallelJobs jobs(pieces.size(), bytes);
     std::deque<std::vector<BlockHash>> blocks(jobs.workerCount());
     jobs.run([&](unsigned worker) {
-        const auto hasher = std::make_shared<HashWorker>(tree, root, blocks[worker], meter);
+        const auto hasher = std::make_shared<HashWorker>(tree, root, blocks[worker], earlier, meter);
         return [&pieces, hasher, worker](std::size_t job) {
             pieces[job].worker = worker;
             hasher->hash(pieces[job]);
@@ -183,6 +207,9 @@ void hashFiles(TreeManifest::Contents& tree, const FileDescriptor& root, const P
             gone.resize(tree.items.size());
             gone[piece.item] = true;
             continue;
+        }
+        if (piece.isExchanged) {
+            file.inode = 0;
         }
         if (piece.start == 0) {
             file.firstBlock = tree.blocks.size();

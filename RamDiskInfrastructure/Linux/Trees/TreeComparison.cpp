@@ -9,10 +9,6 @@ namespace {
 
 constexpr const char* modificationTimesDiffer = "modification times differ";
 
-bool isSameTime(const timespec& left, const timespec& right) {
-    return left.tv_sec == right.tv_sec && left.tv_nsec == right.tv_nsec;
-}
-
 void pairChildren(const TreeManifest::Contents& source, std::uint32_t sourceFolder,
                   const TreeManifest::Contents& target, std::uint32_t targetFolder, TreePairing& pairing) {
     auto left = source.items[sourceFolder].firstChild;
@@ -66,6 +62,10 @@ const char* differenceOf(const TreeManifest::Contents& source, std::uint32_t lef
 }
 
 } // namespace
+
+bool isSameTime(const timespec& left, const timespec& right) {
+    return left.tv_sec == right.tv_sec && left.tv_nsec == right.tv_nsec;
+}
 
 TreePairing pairItems(const TreeManifest::Contents& source, const TreeManifest::Contents& target) {
     TreePairing pairing{std::vector(source.items.size(), noItem), std::vector(target.items.size(), noItem)};

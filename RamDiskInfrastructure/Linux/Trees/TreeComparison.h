@@ -2,15 +2,11 @@
 
 #include "RamDiskInfrastructure/Linux/Trees/TreeContents.h"
 
-#include <limits>
 #include <optional>
 #include <string>
 #include <vector>
 
 namespace ramdisk {
-
-/// Stands for an item that the other tree does not have.
-inline constexpr std::uint32_t noItem = std::numeric_limits<std::uint32_t>::max();
 
 /// For every item of one tree the item of the same path in another one.
 struct TreePairing {
@@ -20,6 +16,7 @@ struct TreePairing {
 [[nodiscard]] TreePairing pairItems(const TreeManifest::Contents& source,
                                     const TreeManifest::Contents& target);
 
+[[nodiscard]] bool isSameTime(const timespec& left, const timespec& right);
 /// Whether two items have the same mode, owner, modification time and attributes.
 [[nodiscard]] bool isSameMetadata(const TreeManifest::Contents& source, std::uint32_t sourceItem,
                                   const TreeManifest::Contents& target, std::uint32_t targetItem);

@@ -4,10 +4,12 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include <sys/types.h>
 #include <time.h>
 
 namespace ramdisk {
@@ -41,6 +43,9 @@ struct BlockHash {
     friend bool operator==(const BlockHash&, const BlockHash&) = default;
 };
 
+/// Stands for an item that another tree does not have.
+inline constexpr std::uint32_t noItem = std::numeric_limits<std::uint32_t>::max();
+
 struct TreeItem {
     ItemType type = ItemType::folder;
     /// The permission bits, setuid, setgid and the sticky bit.
@@ -66,6 +71,13 @@ struct TreeItem {
     std::uint64_t device = 0;
     std::uint64_t firstBlock = 0;
     std::uint64_t blockCount = 0;
+    /// What follows is of a scan and not kept in files. The number of the inode; 0 when the contents may be
+    /// those of another one.
+    ino_t inode = 0;
+    /// When anything of it was last changed.
+    timespec changed{};
+    /// The item of an earlier scan of the tree whose contents and attributes it has still.
+    std::uint32_t unwritten = noItem;
 };
 
 /// Items are numbered; 0 is the root. A folder's number is less than those of the items in it.

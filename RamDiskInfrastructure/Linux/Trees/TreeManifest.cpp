@@ -24,6 +24,14 @@ TreeManifest TreeManifest::scan(const FileDescriptor& root, const ProgressObserv
     return manifest;
 }
 
+TreeManifest TreeManifest::scanAgain(const FileDescriptor& root, const TreeManifest& earlier,
+                                     WriteWatch& watch, const ProgressObserver& observer) {
+    TreeManifest manifest;
+    manifest.contents() = TreeScanner(root, earlier.contents_.get(), &watch).scan();
+    hashFiles(manifest.contents(), root, observer, earlier.contents_.get());
+    return manifest;
+}
+
 std::uint64_t TreeManifest::itemCount() const noexcept {
     return contents_->items.size() - 1;
 }

@@ -10,6 +10,8 @@
 
 namespace ramdisk {
 
+class WriteWatch;
+
 /// Everything that is to be known of a tree of files to tell what changed in it: for every item its metadata,
 /// for every file also hashes of its contents, block by block.
 ///
@@ -21,6 +23,10 @@ public:
     /// no other mounted volume entered; an item that vanishes meanwhile is left out.
     /// @throws SystemCallError naming the item, when one cannot be read.
     [[nodiscard]] static TreeManifest scan(const FileDescriptor& root, const ProgressObserver& observer);
+    /// The same, but the files that provably nobody wrote to since `earlier`, a scan of this tree made while
+    /// `watch` watched its volume, are not read.
+    [[nodiscard]] static TreeManifest scanAgain(const FileDescriptor& root, const TreeManifest& earlier,
+                                                WriteWatch& watch, const ProgressObserver& observer);
 
     TreeManifest();
     ~TreeManifest();

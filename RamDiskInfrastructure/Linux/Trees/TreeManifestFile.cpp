@@ -1,11 +1,9 @@
 #include "RamDiskInfrastructure/Linux/SystemCallError.h"
+#include "RamDiskInfrastructure/Linux/Trees/ContentHash.h"
 #include "RamDiskInfrastructure/Linux/Trees/TreeContents.h"
 
 #include <limits>
 #include <utility>
-
-#define XXH_INLINE_ALL
-#include <xxhash.h>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -236,9 +234,9 @@ std::string headerFor(std::string_view bytes) {
     Encoder header;
     header.bytes = manifestMagic;
     header.fixed(bytes.size());
-    const auto hash = XXH3_128bits(bytes.data(), bytes.size());
-    header.fixed(hash.low64);
-    header.fixed(hash.high64);
+    const auto hash = contentHash(bytes.data(), bytes.size());
+    header.fixed(hash.low);
+    header.fixed(hash.high);
     return std::move(header.bytes);
 }
 

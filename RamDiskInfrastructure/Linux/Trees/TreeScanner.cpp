@@ -2,11 +2,15 @@
 
 #include "RamDiskInfrastructure/Linux/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/Trees/ItemMetadata.h"
+#include "RamDiskInfrastructure/Linux/Trees/ParallelJobs.h"
+#include "RamDiskInfrastructure/Linux/Trees/TreeComparison.h"
+#include "RamDiskInfrastructure/Linux/Trees/WriteWatch.h"
 
 #include <algorithm>
 #include <array>
 #include <memory>
 #include <optional>
+#include <unordered_map>
 
 #include <dirent.h>
 #include <sys/stat.h>
@@ -16,32 +20,42 @@ namespace ramdisk {
 
 namespace {
 
-/// The names in an open folder, sorted by their bytes.
-std::vector<std::string> namesIn(int folder) {
-    auto own = openForReading(folder, ".", O_DIRECTORY);
-    const std::unique_ptr<DIR, int (*)(DIR*)> stream(own ? ::fdopendir(own.get()) : nullptr, ::closedir);
-    if (!stream) {
-        throw SystemCallError("read");
-    }
-    static_cast<void>(own.release());
-    std::vector<std::string> names;
+struct FolderEntry {
+    TextRange name;
+    /// What `readdir` calls the type; unknown on some file systems.
+    unsigned char kind;
+};
+
+/// What is in a folder that was opened just now, sorted by the bytes of the names, which go into the tree.
+std::vector<FolderEntry> entriesOf(int folder, TreeManifest::Contents& tree) {
+    alignas(dirent64) std::array<char, 32768> buffer;
+    std::vector<FolderEntry> entries;
     while (true) {
-        errno = 0;
-        const auto* entry = ::readdir(stream.get());
-        if (entry == nullptr) {
+        const auto length = ::getdents64(folder, buffer.data(), buffer.size());
+        if (length < 0 && errno != ENOENT) {
+            throw SystemCallError("read");
+        }
+        if (length <= 0) {
             break;
         }
-        const std::string_view name(entry->d_name);
-        if (name != "." && name != "..") {
-            names.emplace_back(name);
+        for (std::size_t place = 0; place < static_cast<std::size_t>(length);) {
+            const auto* entry = reinterpret_cast<const dirent64*>(buffer.data() + place);
+            const std::string_view name(entry->d_name);
+            if (name != "." && name != "..") {
+                entries.push_back({tree.addText(name), entry->d_type});
+            }
+            place += entry->d_reclen;
         }
     }
-    if (errno != 0 && errno != ENOENT) {
-        throw SystemCallError("read");
-    }
-    std::sort(names.begin(), names.end());
-    names.erase(std::unique(names.begin(), names.end()), names.end());
-    return names;
+    const auto nameOf = [&](const FolderEntry& entry) { return tree.textOf(entry.name); };
+    std::sort(entries.begin(), entries.end(),
+              [&](const auto& left, const auto& right) { return nameOf(left) < nameOf(right); });
+    // A folder that changes meanwhile may tell a name twice.
+    entries.erase(
+        std::unique(entries.begin(), entries.end(),
+                    [&](const auto& left, const auto& right) { return nameOf(left) == nameOf(right); }),
+        entries.end());
+    return entries;
 }
 
 std::optional<ItemType> typeOf(mode_t mode) {
@@ -69,6 +83,8 @@ void noteStatus(TreeItem& item, const struct stat& status) {
     item.group = status.st_gid;
     item.modified = status.st_mtim;
     item.accessed = status.st_atim;
+    item.changed = status.st_ctim;
+    item.inode = status.st_ino;
     if (item.type == ItemType::file) {
         item.size = static_cast<std::uint64_t>(status.st_size);
     }
@@ -92,6 +108,14 @@ std::optional<std::string> readLink(int folder, const std::string& name, std::si
     }
 }
 
+/// Whether an open file is the one that was there then, with the same dates, and nobody can be writing to it.
+bool isUnwritten(int file, const struct stat& status, const TreeItem& then) {
+    return S_ISREG(status.st_mode) && status.st_ino == then.inode
+           && static_cast<std::uint64_t>(status.st_size) == then.size
+           && isSameTime(status.st_mtim, then.modified) && isSameTime(status.st_ctim, then.changed)
+           && WriteWatch::hasNoWriter(file);
+}
+
 } // namespace
 
 TreeManifest::Contents TreeScanner::scan() {
@@ -101,9 +125,14 @@ TreeManifest::Contents TreeScanner::scan() {
         foldersToRead_.pop_back();
         readFolder(folder);
     }
-    if (!gone_.empty()) {
-        removeItems(tree_, gone_);
+    if (earlier_ != nullptr) {
+        pairWithEarlier();
     }
+    lookAtItems();
+    if (earlier_ != nullptr) {
+        forgetWhatWasWritten();
+    }
+    putTogether();
     return std::move(tree_);
 }
 
@@ -114,6 +143,7 @@ void TreeScanner::noteRoot() {
     }
     volume_ = status.st_dev;
     tree_.items.push_back({});
+    findings_.push_back({});
     noteStatus(tree_.items[0], status);
     const int folder = cursor_.open(0);
     if (folder < 0) {
@@ -124,95 +154,175 @@ void TreeScanner::noteRoot() {
     if (::access(place.c_str(), F_OK) != 0) {
         throw SystemCallError("reach the open folder by", place);
     }
-    noteAttributes(folder, 0);
     foldersToRead_.push_back(0);
 }
 
 void TreeScanner::readFolder(std::uint32_t folder) {
     const int descriptor = cursor_.open(folder);
     if (descriptor < 0 && errno == EXDEV) {
+        itemsToLookAt_.push_back(folder);
         return;
     }
     if (descriptor < 0 && isGone(errno)) {
-        gone_.resize(tree_.items.size());
-        gone_[folder] = true;
+        findings_[folder].isGone = true;
         return;
     }
-    std::vector<std::string> names;
+    std::vector<FolderEntry> entries;
     try {
         if (descriptor < 0) {
             throw SystemCallError("open");
         }
-        names = namesIn(descriptor);
+        entries = entriesOf(descriptor, tree_);
     } catch (const SystemCallError& error) {
         throw SystemCallError("read the folder", tree_.path(folder), error.code().value());
     }
+    findings_[folder].attributes = readFileAttributes(descriptor, tree_, folder);
     const auto first = static_cast<std::uint32_t>(tree_.items.size());
-    for (const auto& name : names) {
-        note(descriptor, folder, name);
+    for (const auto& entry : entries) {
+        addItem(descriptor, folder, entry.name, entry.kind);
     }
     const auto end = static_cast<std::uint32_t>(tree_.items.size());
     tree_.items[folder].firstChild = first;
     tree_.items[folder].childCount = end - first;
 }
 
-bool TreeScanner::note(int folder, std::uint32_t parent, const std::string& name) {
+void TreeScanner::addItem(int folder, std::uint32_t parent, TextRange name, unsigned char kind) {
     const auto number = static_cast<std::uint32_t>(tree_.items.size());
-    const auto pathHere = [&] {
-        return (std::filesystem::path(tree_.path(parent)) / name).lexically_normal();
-    };
-    struct stat status {};
-    if (::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT) != 0) {
-        if (isGone(errno)) {
-            return false;
-        }
-        throw SystemCallError("read", pathHere());
-    }
-    const auto type = typeOf(status.st_mode);
-    if (!type || (status.st_dev != volume_ && *type != ItemType::folder)) {
-        return false;
-    }
     TreeItem item;
-    item.type = *type;
+    // Folders alone are told apart for now.
+    item.type = ItemType::file;
     item.parent = parent;
     item.original = number;
-    noteStatus(item, status);
-    if (item.type == ItemType::link) {
-        const auto target = readLink(folder, name, static_cast<std::size_t>(status.st_size));
-        if (!target) {
-            if (isGone(errno) || errno == EINVAL) {
-                return false;
-            }
-            throw SystemCallError("read the link", pathHere());
-        }
-        item.linkTarget = tree_.addText(*target);
-    }
-    item.name = tree_.addText(name);
-    if (item.type != ItemType::folder && status.st_nlink > 1) {
-        item.original = originals_.try_emplace({status.st_dev, status.st_ino}, number).first->second;
-    }
+    item.name = name;
     tree_.items.push_back(item);
-    if (tree_.hasOwnContents(number)) {
-        // Its attributes are read with its contents.
-        return true;
+    findings_.push_back({});
+    if (kind == DT_DIR || kind == DT_UNKNOWN) {
+        struct stat status {};
+        const std::string text(tree_.name(number));
+        if (::fstatat(folder, text.c_str(), &status, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT) == 0
+            && S_ISDIR(status.st_mode)) {
+            auto& added = tree_.items[number];
+            added.type = ItemType::folder;
+            noteStatus(added, status);
+            if (status.st_dev == volume_) {
+                foldersToRead_.push_back(number);
+                return;
+            }
+        }
     }
-    if (item.original == number) {
-        noteAttributes(folder, number);
-    } else {
-        tree_.items[number].attributes = tree_.items[item.original].attributes;
-    }
-    if (item.type == ItemType::folder && status.st_dev == volume_) {
-        foldersToRead_.push_back(number);
-    }
-    return true;
+    itemsToLookAt_.push_back(number);
 }
 
-void TreeScanner::noteAttributes(int folder, std::uint32_t item) {
-    auto attributes = readAttributes(folder, tree_, item);
-    if (item == 0) {
-        leaveOutVolumeMark(attributes);
+void TreeScanner::pairWithEarlier() {
+    const auto pairing = pairItems(tree_, *earlier_);
+    for (const auto number : itemsToLookAt_) {
+        const auto other = pairing.ofSource[number];
+        const auto original = other == noItem ? noItem : earlier_->items[other].original;
+        if (original != noItem && earlier_->hasOwnContents(original)
+            && watch_->wouldShowInDate(earlier_->items[original].changed)) {
+            tree_.items[number].unwritten = original;
+        }
     }
-    tree_.setAttributes(item, std::move(attributes));
+}
+
+void TreeScanner::forgetWhatWasWritten() {
+    // Whoever wrote before a file was looked at, and had it closed by then, has been reported by now.
+    const auto* const closed = watch_->closedByWriters();
+    for (const auto number : itemsToLookAt_) {
+        auto& item = tree_.items[number];
+        if (closed == nullptr || closed->contains(item.inode)) {
+            item.unwritten = noItem;
+        }
+    }
+}
+
+void TreeScanner::lookAtItems() {
+    ParallelJobs(itemsToLookAt_.size(), 0).run([this](unsigned) {
+        const auto cursor = std::make_shared<FolderCursor>(root_, tree_);
+        return [this, cursor](std::size_t job) { lookAt(*cursor, itemsToLookAt_[job]); };
+    });
+}
+
+void TreeScanner::lookAt(FolderCursor& cursor, std::uint32_t number) {
+    auto& item = tree_.items[number];
+    auto& finding = findings_[number];
+    const int folder = cursor.open(item.parent);
+    const std::string name(tree_.name(number));
+    struct stat status {};
+    FileDescriptor file;
+    if (folder >= 0 && item.unwritten != noItem) {
+        file = openForReading(folder, name.c_str());
+    }
+    if (folder < 0
+        || (file ? ::fstat(file.get(), &status)
+                 : ::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT))
+               != 0) {
+        if (!isGone(errno)) {
+            throw SystemCallError("read", tree_.path(number));
+        }
+        finding.isGone = true;
+        return;
+    }
+    const auto type = typeOf(status.st_mode);
+    // What became a folder since its name was read has not been walked: then what it was is gone.
+    if (!type || (*type == ItemType::folder ? item.type != ItemType::folder : status.st_dev != volume_)) {
+        finding.isGone = true;
+        return;
+    }
+    item.type = *type;
+    noteStatus(item, status);
+    if (!file || !isUnwritten(file.get(), status, earlier_->items[item.unwritten])) {
+        item.unwritten = noItem;
+    }
+    if (item.type != ItemType::folder && status.st_nlink > 1) {
+        finding.hasOtherNames = true;
+    }
+    if (item.type == ItemType::link) {
+        auto target = readLink(folder, name, static_cast<std::size_t>(status.st_size));
+        if (!target) {
+            if (!isGone(errno) && errno != EINVAL) {
+                throw SystemCallError("read the link", tree_.path(number));
+            }
+            finding.isGone = true;
+            return;
+        }
+        finding.linkTarget = *std::move(target);
+    }
+    if (item.type != ItemType::file || item.size == 0) {
+        // Those of the others are read with their contents.
+        finding.attributes = readAttributes(folder, tree_, number);
+    }
+}
+
+void TreeScanner::putTogether() {
+    leaveOutVolumeMark(findings_[0].attributes);
+    std::unordered_map<ino_t, std::uint32_t> originals;
+    std::vector<bool> gone;
+    for (std::uint32_t number = 0; number < tree_.items.size(); ++number) {
+        auto& item = tree_.items[number];
+        auto& finding = findings_[number];
+        if (finding.isGone) {
+            gone.resize(tree_.items.size());
+            gone[number] = true;
+            continue;
+        }
+        if (!finding.linkTarget.empty()) {
+            item.linkTarget = tree_.addText(finding.linkTarget);
+        }
+        if (finding.hasOtherNames) {
+            const auto first = originals.try_emplace(item.inode, number).first->second;
+            // An inode may go and its number come again between two looks.
+            item.original = tree_.items[first].type == item.type ? first : number;
+        }
+        if (item.original == number) {
+            tree_.setAttributes(number, std::move(finding.attributes));
+        } else {
+            item.attributes = tree_.items[item.original].attributes;
+        }
+    }
+    if (!gone.empty()) {
+        removeItems(tree_, gone);
+    }
 }
 
 void removeItems(TreeManifest::Contents& tree, const std::vector<bool>& gone) {

@@ -2,43 +2,60 @@
 
 #include "RamDiskInfrastructure/Linux/Trees/FolderCursor.h"
 
-#include <map>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include <sys/types.h>
 
 namespace ramdisk {
 
-/// Walks a tree and notes every item with its metadata; the contents of files are not yet read, nor the
+class WriteWatch;
+
+/// Finds every item of a tree and notes its metadata; the contents of files are not yet read, nor the
 /// attributes of those that have contents. Sockets are left out, other mounted volumes kept as empty folders.
+///
+/// The folders are walked by one thread, which takes the names and kinds of what is in them from the folders
+/// alone. With the items numbered, several threads can look at them, each noting what it sees in its place.
 class TreeScanner {
 public:
-    explicit TreeScanner(const FileDescriptor& root) : root_(root), cursor_(root, tree_) {}
+    explicit TreeScanner(const FileDescriptor& root) : TreeScanner(root, nullptr, nullptr) {}
+    /// Also finds the files that provably nobody wrote to since `earlier`, a scan of the same tree that was
+    /// made while `watch` watched its volume.
+    TreeScanner(const FileDescriptor& root, const TreeManifest::Contents* earlier, WriteWatch* watch)
+        : root_(root),
+          cursor_(root, tree_),
+          earlier_(earlier),
+          watch_(watch) {}
 
     /// @throws SystemCallError naming the item that cannot be read
     [[nodiscard]] TreeManifest::Contents scan();
 
 private:
-    struct Inode {
-        dev_t device;
-        ino_t number;
-        auto operator<=>(const Inode&) const = default;
+    /// What is noted of an item until it can be put into the tree.
+    struct Finding {
+        bool isGone = false;
+        bool hasOtherNames = false;
+        std::string linkTarget;
+        ItemAttributes attributes;
     };
 
-    void readFolder(std::uint32_t folder);
     void noteRoot();
-    /// Adds the item; false when it is gone or left out.
-    bool note(int folder, std::uint32_t parent, const std::string& name);
-    void noteAttributes(int folder, std::uint32_t item);
+    void readFolder(std::uint32_t folder);
+    void addItem(int folder, std::uint32_t parent, TextRange name, unsigned char kind);
+    void pairWithEarlier();
+    void lookAtItems();
+    void lookAt(FolderCursor& cursor, std::uint32_t number);
+    void forgetWhatWasWritten();
+    void putTogether();
 
     const FileDescriptor& root_;
     TreeManifest::Contents tree_;
     FolderCursor cursor_;
+    std::vector<Finding> findings_;
     std::vector<std::uint32_t> foldersToRead_;
-    std::vector<bool> gone_;
-    std::map<Inode, std::uint32_t> originals_;
+    std::vector<std::uint32_t> itemsToLookAt_;
+    const TreeManifest::Contents* earlier_;
+    WriteWatch* watch_;
     dev_t volume_ = 0;
 };
 

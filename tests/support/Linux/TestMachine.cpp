@@ -266,6 +266,15 @@ int waitFor(pid_t child) {
     return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
 }
 
+std::uint64_t bytesReadSoFar() {
+    std::ifstream counters("/proc/self/io");
+    std::string name;
+    std::uint64_t bytes = 0;
+    counters >> name >> bytes;
+    EXPECT_EQ(name, "rchar:");
+    return bytes;
+}
+
 std::vector<std::string> mountsWith(std::string_view text) {
     std::ifstream table("/proc/self/mountinfo");
     std::vector<std::string> points;

@@ -84,6 +84,9 @@ int inChild(uid_t user, const std::function<int()>& body);
 /// Waits for a child: its exit status, or 128 and the signal that ended it.
 int waitFor(pid_t child);
 
+/// How many bytes this process has read from files so far.
+std::uint64_t bytesReadSoFar();
+
 /// The mount points whose line in the mount table holds `text`.
 [[nodiscard]] std::vector<std::string> mountsWith(std::string_view text);
 

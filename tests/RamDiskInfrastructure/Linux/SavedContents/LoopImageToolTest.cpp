@@ -1,11 +1,13 @@
 #include "RamDiskInfrastructure/Linux/DetachedMount.h"
 #include "RamDiskInfrastructure/Linux/Fscrypt.h"
 #include "RamDiskInfrastructure/Linux/SavedContents/ExtSuperblock.h"
+#include "RamDiskInfrastructure/Linux/Trees/WriteWatch.h"
 #include "RamDiskInfrastructure/Linux/VolumeMarkLinux.h"
 #include "tests/RamDiskInfrastructure/Linux/SavedContents/SavingMachine.h"
 
 #include <cstring>
 #include <random>
+#include <thread>
 
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -287,6 +289,33 @@ TEST(SavedImage, ThatSomebodyHasOpenIsLeftToHim) {
     const auto onto = world.disk("Onto");
     world.restore(onto);
     EXPECT_EQ(readFile(*onto.mountPoint / "tree/by hand"), "added") << "what is in the image counts";
+}
+
+TEST(SavedImage, TheSecondLookAtADiskReadsOnlyWhatMayHaveBeenWritten) {
+    SKIP_UNLESS_ROOT();
+    SavingMachine world;
+    const auto disk = world.disk("A", "hfs+", "192M");
+    if (!WriteWatch::begin(openFolder(AT_FDCWD, disk.mountPoint->c_str()))) {
+        GTEST_SKIP() << "this kernel offers no watch";
+    }
+    plant(*disk.mountPoint);
+    auto source = world.tool.openSource(world.request(disk));
+    const auto look = [&] {
+        const auto before = bytesReadSoFar();
+        const auto status = source->takeStatus({});
+        return std::pair{status, (bytesReadSoFar() - before) >> 20U};
+    };
+    EXPECT_EQ(look(), (std::pair{SaveSource::Status::changed, std::uint64_t{3}}));
+    EXPECT_EQ(look(), (std::pair{SaveSource::Status::unchanged, std::uint64_t{3}}))
+        << "a watch for so little";
+
+    writeFile(*disk.mountPoint / "tree/larger", std::string(70U << 20U, 'x'));
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    source = world.tool.openSource(world.request(disk));
+    EXPECT_EQ(look(), (std::pair{SaveSource::Status::changed, std::uint64_t{73}}));
+    changeUnseen(*disk.mountPoint / "tree/large");
+    EXPECT_EQ(look(), (std::pair{SaveSource::Status::changed, std::uint64_t{3}}));
+    EXPECT_EQ(look(), (std::pair{SaveSource::Status::unchanged, std::uint64_t{3}}));
 }
 
 TEST(SavedImage, GrowsWhenTheDiskDoesMeanwhile) {

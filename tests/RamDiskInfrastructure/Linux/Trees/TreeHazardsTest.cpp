@@ -90,6 +90,39 @@ TEST(TreeScanTest, WhatVanishedSinceTheScanIsLeftOut) {
     EXPECT_EQ(std::distance(fs::directory_iterator(copy), {}), 1);
 }
 
+TEST(TreeScanTest, SeveralThreadsFindTheSameTreeEachTime) {
+    const ScratchFolder scratch;
+    const auto root = scratch.path() / "tree";
+    fs::create_directory(root);
+    for (int number = 0; number < 1500; ++number) {
+        const auto name = std::to_string(number * 7919 % 1500);
+        const auto folder =
+            number % 3 == 0 ? root : root / ("folder " + std::to_string(number % 7)) / "below";
+        fs::create_directories(folder);
+        writeFile(folder / name, number % 2 == 0 ? "" : name);
+        if (number % 5 == 0) {
+            fs::create_hard_link(folder / name, root / ("name of " + name));
+            fs::create_symlink("to " + name, folder / ("link " + name));
+            setAttribute(folder / name, "user.number", name);
+            setAttribute(folder, "user.last", name);
+        }
+    }
+    const FileDescriptor file(open((scratch.path() / "file").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    // The first look at a link sets the time of its last access.
+    static_cast<void>(scanTree(root));
+    scanTree(root).write(file);
+    const auto first = scratch.read("file");
+    // Reading checks the order of the items.
+    EXPECT_TRUE(TreeManifest::read(file));
+    for (int round = 0; round < 20; ++round) {
+        scanTree(root).write(file);
+        ASSERT_TRUE(scratch.read("file") == first);
+    }
+    fs::create_directory(scratch.path() / "copy");
+    updateTree(root, scratch.path() / "copy");
+    EXPECT_EQ(differences(root, scratch.path() / "copy"), "");
+}
+
 TEST(TreeScanTest, PathsMayBeLongerThanAnyCallTakes) {
     const ScratchFolder scratch;
     fs::create_directory(scratch.path() / "tree");

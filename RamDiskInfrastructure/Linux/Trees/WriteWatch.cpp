@@ -1,0 +1,113 @@
+#include "RamDiskInfrastructure/Linux/Trees/WriteWatch.h"
+
+#include <array>
+#include <csignal>
+#include <cstdio>
+
+#include <fcntl.h>
+#include <linux/magic.h>
+#include <sys/fanotify.h>
+#include <sys/stat.h>
+#include <sys/utsname.h>
+#include <sys/vfs.h>
+#include <unistd.h>
+
+namespace ramdisk {
+
+namespace {
+
+/// In nanoseconds. The clock that change dates are taken from advances in ticks of up to a fifth of this.
+constexpr long dateMargin = 50'000'000;
+
+/// Older kernels do not report what is written by way of an overlay whose upper folder lies on the volume,
+/// and still older ones let attributes change without the date.
+bool kernelTellsAll() {
+    utsname system{};
+    unsigned major = 0;
+    unsigned minor = 0;
+    return ::uname(&system) == 0 && std::sscanf(system.release, "%u.%u", &major, &minor) == 2
+           && (major > 6 || (major == 6 && minor >= 8));
+}
+
+} // namespace
+
+std::optional<WriteWatch> WriteWatch::begin(const FileDescriptor& root) {
+    struct statfs volume {};
+    if (!kernelTellsAll() || ::fstatfs(root.get(), &volume) != 0 || volume.f_type != TMPFS_MAGIC) {
+        return std::nullopt;
+    }
+    // Handles instead of descriptors: an event must not keep a file that was removed, nor open a device.
+    FileDescriptor events(
+        ::fanotify_init(FAN_CLASS_NOTIF | FAN_CLOEXEC | FAN_NONBLOCK | FAN_REPORT_FID, O_RDONLY | O_CLOEXEC));
+    FileDescriptor own(::fcntl(root.get(), F_DUPFD_CLOEXEC, 0));
+    if (!events || !own
+        || ::fanotify_mark(events.get(), FAN_MARK_ADD | FAN_MARK_FILESYSTEM, FAN_CLOSE_WRITE, own.get(),
+                           nullptr)
+               != 0) {
+        return std::nullopt;
+    }
+    timespec begun{};
+    ::clock_gettime(CLOCK_REALTIME, &begun);
+    return WriteWatch(std::move(events), std::move(own), begun);
+}
+
+bool WriteWatch::wouldShowInDate(const timespec& changed) const noexcept {
+    constexpr long second = 1'000'000'000;
+    auto latest = begun_;
+    latest.tv_nsec -= dateMargin;
+    if (latest.tv_nsec < 0) {
+        latest.tv_nsec += second;
+        --latest.tv_sec;
+    }
+    return changed.tv_sec < latest.tv_sec
+           || (changed.tv_sec == latest.tv_sec && changed.tv_nsec < latest.tv_nsec);
+}
+
+bool WriteWatch::hasNoWriter(int file) noexcept {
+    // The signal for a lease that somebody else asks for would by default end the process.
+    return ::fcntl(file, F_SETSIG, SIGURG) == 0 && ::fcntl(file, F_SETLEASE, F_RDLCK) == 0
+           && ::fcntl(file, F_SETLEASE, F_UNLCK) == 0;
+}
+
+const std::unordered_set<ino_t>* WriteWatch::closedByWriters() {
+    alignas(fanotify_event_metadata) std::array<char, 16384> buffer;
+    while (isComplete_) {
+        const auto length = ::read(events_.get(), buffer.data(), buffer.size());
+        if (length < 0 && errno == EINTR) {
+            continue;
+        }
+        if (length <= 0) {
+            isComplete_ = length < 0 && errno == EAGAIN;
+            break;
+        }
+        const auto* event = reinterpret_cast<const fanotify_event_metadata*>(buffer.data());
+        for (auto left = length; FAN_EVENT_OK(event, left); event = FAN_EVENT_NEXT(event, left)) {
+            note(reinterpret_cast<const char*>(event));
+        }
+    }
+    return isComplete_ ? &closed_ : nullptr;
+}
+
+void WriteWatch::note(const char* event) {
+    const auto& metadata = *reinterpret_cast<const fanotify_event_metadata*>(event);
+    const auto* info = reinterpret_cast<const fanotify_event_info_fid*>(event + metadata.metadata_len);
+    if (metadata.vers != FANOTIFY_METADATA_VERSION || (metadata.mask & FAN_Q_OVERFLOW) != 0
+        || metadata.event_len < metadata.metadata_len + sizeof *info
+        || info->hdr.info_type != FAN_EVENT_INFO_TYPE_FID) {
+        isComplete_ = false;
+        return;
+    }
+    // The kernel only reads it.
+    auto* const place = const_cast<unsigned char*>(info->handle);
+    const FileDescriptor file(
+        ::open_by_handle_at(root_.get(), reinterpret_cast<file_handle*>(place), O_PATH | O_CLOEXEC));
+    struct stat status {};
+    if (file && ::fstat(file.get(), &status) == 0) {
+        closed_.insert(status.st_ino);
+    } else if (errno != ESTALE) {
+        // What is stale was removed for good.
+        isComplete_ = false;
+    }
+}
+
+} // namespace ramdisk

@@ -1,0 +1,51 @@
+#pragma once
+
+#include "RamDiskInfrastructure/Commands/FileDescriptor.h"
+
+#include <optional>
+#include <unordered_set>
+
+#include <sys/types.h>
+#include <time.h>
+
+namespace ramdisk {
+
+/// Tells which files of a tmpfs nobody can have written to since the watch began, by whatever means.
+///
+/// Dates do not tell it, since a write through a shared mapping changes none. But whoever writes to a file
+/// has it open for that, a mapping included, and either has so still, which a lease on the file tells, or has
+/// closed it, which the kernel reports to the watch. What changes a file without opening it sets its change
+/// date. Ends with the process, and leaves nothing behind when that crashes.
+class WriteWatch {
+public:
+    /// Absent for other file systems, and where the kernel cannot tell or we may not ask it.
+    [[nodiscard]] static std::optional<WriteWatch> begin(const FileDescriptor& root);
+
+    /// Whether a file that was changed at this time would have another change date now if it had been changed
+    /// once more since the watch began.
+    [[nodiscard]] bool wouldShowInDate(const timespec& changed) const noexcept;
+
+    /// Whether nobody has the file, which is open for reading, open for writing or so mapped. Whoever opens
+    /// it meanwhile waits for the microsecond that this takes.
+    [[nodiscard]] static bool hasNoWriter(int file) noexcept;
+
+    /// The files that were closed after having been open for writing since the watch began: those that had no
+    /// writer at some time before this call are all among them. Absent when the kernel lost count.
+    [[nodiscard]] const std::unordered_set<ino_t>* closedByWriters();
+
+private:
+    WriteWatch(FileDescriptor events, FileDescriptor root, timespec begun)
+        : events_(std::move(events)),
+          root_(std::move(root)),
+          begun_(begun) {}
+
+    void note(const char* event);
+
+    FileDescriptor events_;
+    FileDescriptor root_;
+    timespec begun_;
+    std::unordered_set<ino_t> closed_;
+    bool isComplete_ = true;
+};
+
+} // namespace ramdisk

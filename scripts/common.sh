@@ -74,13 +74,15 @@ install_packages() {
         apt-get -o DPkg::Lock::Timeout=120 install --yes --no-install-recommends "${missing[@]}"
 }
 
-# build PRESET TARGET [CMAKE OPTIONS...]: configures and builds, with warnings as errors.
+# build PRESET TARGET [CMAKE OPTIONS...]: configures and builds. Warnings are errors where the tests are built plainly:
+# what an optimiser suspects besides, or another compiler, must keep nobody from using the program.
 build() {
-    local preset=$1 target=$2
+    local preset=$1 target=$2 strict=OFF
     shift 2
+    [ "$preset" != debug ] || strict=ON
     command -v cmake >/dev/null || fail "cmake is not installed."
     cd "$repository" || fail "$repository cannot be entered."
     quietly "the $preset preset could not be configured" \
-        cmake --preset "$preset" -DRAMDISK_WARNINGS_ARE_ERRORS=ON "$@"
+        cmake --preset "$preset" -DRAMDISK_WARNINGS_ARE_ERRORS="$strict" "$@"
     cmake --build --preset "$preset" --target "$target" || fail "the $preset preset could not be built."
 }

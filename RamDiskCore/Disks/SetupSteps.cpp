@@ -50,7 +50,8 @@ void addRedirects(FolderRedirectsUseCase& redirects, const std::vector<RedirectT
     try {
         noteFailures(redirects.add(disk, targets), problems);
     } catch (const std::exception&) {
-        problems.push_back({RamDiskSetupProblem::RedirectsNotSaved{std::current_exception()}});
+        const RamDiskSetupProblem problem{RamDiskSetupProblem::RedirectsNotSaved{std::current_exception()}};
+        problems.push_back(problem);
     }
 }
 

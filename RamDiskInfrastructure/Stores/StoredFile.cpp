@@ -21,7 +21,7 @@ constexpr mode_t folderMode = 0700;
 constexpr std::string_view preparedSuffix = ".new";
 
 std::string preparedPrefix(const std::filesystem::path& target) {
-    return "." + target.filename().string() + ".";
+    return fmt::format(".{}.", target.filename().string());
 }
 
 std::filesystem::path preparedName(const std::filesystem::path& target) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 /// Characters as grammars of ASCII know them, the same in every locale.
 namespace ramdisk {
 
@@ -14,6 +16,14 @@ namespace ramdisk {
 }
 [[nodiscard]] constexpr bool isLetter(char character) noexcept {
     return lowered(character) >= 'a' && lowered(character) <= 'z';
+}
+
+/// `text` with `lowered` letters.
+[[nodiscard]] inline std::string lowerCased(std::string text) {
+    for (auto& character : text) {
+        character = lowered(character);
+    }
+    return text;
 }
 
 } // namespace ramdisk

@@ -1,8 +1,8 @@
 #include "RamDiskInfrastructure/MacTools/MDUtilIndexController.h"
 
+#include "RamDiskCore/Values/ASCII.h"
 #include "RamDiskInfrastructure/MacTools/ToolPaths.h"
 
-#include <algorithm>
 #include <utility>
 
 namespace ramdisk {
@@ -16,14 +16,6 @@ SystemCommand setCommand(SearchIndexing indexing, const std::string& volume) {
             std::nullopt};
 }
 
-/// The tool begins the sentence with a capital.
-std::string lowerCased(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(), [](char character) {
-        return character >= 'A' && character <= 'Z' ? static_cast<char>(character + ('a' - 'A')) : character;
-    });
-    return text;
-}
-
 } // namespace
 
 MDUtilIndexController::MDUtilIndexController(std::shared_ptr<CommandRunning> runner)
@@ -35,6 +27,7 @@ void MDUtilIndexController::set(SearchIndexing indexing, const std::filesystem::
 
 std::optional<SearchIndexing> MDUtilIndexController::state(const std::filesystem::path& volume) {
     const auto output = runner_->run({toolPaths::mdutil, {"-s", volume.string()}, std::nullopt, 30.0});
+    // The tool begins the sentence with a capital.
     const auto text = lowerCased(output.standardOutput);
     if (text.find("indexing enabled") != std::string::npos) {
         return SearchIndexing::on;

@@ -1,5 +1,6 @@
 #include "RamDiskInfrastructure/MacTools/VolumeContents.h"
 
+#include "RamDiskCore/Values/ASCII.h"
 #include "RamDiskCore/Values/Text.h"
 #include "RamDiskCore/Values/UUID.h"
 #include "RamDiskInfrastructure/Archive/FileIdentity.h"
@@ -41,13 +42,6 @@ timespec changeTime(const Status& status) {
 
 std::string probeName() {
     return std::string(probePrefix) + UUID::random().text();
-}
-
-std::string lowerCase(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(), [](char character) {
-        return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a') : character;
-    });
-    return text;
 }
 
 bool isThere(const std::filesystem::path& path) {
@@ -179,15 +173,15 @@ bool VolumeContents::mergesNames() const {
     const FileDescriptor made(
         ::open(probe.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
     if (made) {
-        const bool isMerged = isThere(root_ / lowerCase(name));
+        const bool isMerged = isThere(root_ / lowerCased(name));
         ::unlink(probe.c_str());
         return isMerged;
     }
     std::error_code ignored;
     for (const auto& entry : std::filesystem::directory_iterator(root_, ignored)) {
         const auto present = entry.path().filename().string();
-        if (lowerCase(present) != present) {
-            return isThere(root_ / lowerCase(present));
+        if (lowerCased(present) != present) {
+            return isThere(root_ / lowerCased(present));
         }
     }
     return false;

@@ -17,8 +17,6 @@
 
 namespace ramdisk {
 
-namespace {} // namespace
-
 bool isInside(const std::filesystem::path& path, const std::filesystem::path& folder) {
     return std::mismatch(folder.begin(), folder.end(), path.begin(), path.end()).first == folder.end();
 }

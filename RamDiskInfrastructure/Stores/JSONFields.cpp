@@ -1,5 +1,7 @@
 #include "RamDiskInfrastructure/Stores/JSONFields.h"
 
+#include "RamDiskCore/Values/ASCII.h"
+
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
@@ -27,8 +29,9 @@ constexpr std::string_view hexDigits = "0123456789ABCDEF";
 }
 
 bool standsForItself(unsigned char byte) {
-    return (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z') || (byte >= '0' && byte <= '9')
-           || std::string_view("/-._~!$&'()*+,:=@").find(static_cast<char>(byte)) != std::string_view::npos;
+    const auto character = static_cast<char>(byte);
+    return isLetter(character) || isDigit(character)
+           || std::string_view("/-._~!$&'()*+,:=@").find(character) != std::string_view::npos;
 }
 
 char percentDecoded(std::string_view digits) {

@@ -1,5 +1,6 @@
 #include "RamDiskInfrastructure/Linux/SavedContents/MountedDisk.h"
 
+#include "RamDiskCore/Values/ASCII.h"
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/Linux/SavedContents/SavedRoot.h"
 #include "RamDiskInfrastructure/Linux/SystemCallError.h"
@@ -42,14 +43,8 @@ bool isWorthAWatch(const FileDescriptor& root) {
 /// A name that differs from every other, and the same in lower case.
 std::array<std::string, 2> probeNames() {
     const auto upper = UUID::random().text();
-    auto lower = upper;
-    for (auto& character : lower) {
-        if (character >= 'A' && character <= 'F') {
-            character = static_cast<char>(character - 'A' + 'a');
-        }
-    }
     constexpr const char* prefix = ".ramdisk-probe-";
-    return {prefix + upper, prefix + lower};
+    return {prefix + upper, prefix + lowerCased(upper)};
 }
 
 } // namespace

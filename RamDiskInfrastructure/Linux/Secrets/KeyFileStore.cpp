@@ -1,5 +1,6 @@
 #include "RamDiskInfrastructure/Linux/Secrets/KeyFileStore.h"
 
+#include "RamDiskCore/Values/ASCII.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Stores/FlushToDisk.h"
 #include "RamDiskInfrastructure/Stores/StoredFile.h"
@@ -22,8 +23,7 @@ constexpr std::string_view elsewhereSuffix = ".elsewhere";
 constexpr std::size_t largestKey = 4096;
 
 bool isPlain(char character) {
-    return (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z')
-           || (character >= '0' && character <= '9') || character == '-' || character == '_';
+    return isLetter(character) || isDigit(character) || character == '-' || character == '_';
 }
 
 /// Any text as a file name: what is not a plain letter, digit or hyphen is written as %XX.

@@ -54,31 +54,23 @@ void LoopImageTool::requireSupport(const RamDisk& disk) const {
 }
 
 std::unique_ptr<SaveSource> LoopImageTool::openSource(const SaveRequest& request) {
-    return std::make_unique<MountedSource>(MountedDisk::open(request.disk, host_));
+    return std::make_unique<MountedSource>(MountedDisk::open(request.disk, host_),
+                                           LatestCopy(request.files.latest, request.protection, host_));
 }
 
 bool LoopImageTool::isUpToDate(const SaveRequest& request, SaveSource& source) {
     auto& mounted = dynamic_cast<MountedSource&>(source);
-    try {
-        const auto image = OpenImage::open(ImageFile::open(request.files.latest, LoopAccess::readOnly, host_),
-                                           LoopAccess::readOnly, request.protection, host_);
-        const auto held = image.manifest();
-        return held && image.origin() == ImageOrigin{request.disk.name, request.disk.capacity}
-               && !held->firstDifference(mounted.manifest());
-    } catch (const RamDiskError& error) {
-        if (std::holds_alternative<RamDiskError::IncorrectPassphrase>(error.value())) {
-            throw;
-        }
-    } catch (const std::exception&) { // NOLINT(bugprone-empty-catch)
-        // Then it is saved again.
-    }
-    return false;
+    const auto& latest = mounted.latest().description();
+    return latest && latest->origin == ImageOrigin{request.disk.name, request.disk.capacity}
+           && !latest->manifest.firstDifference(mounted.manifest());
 }
 
 std::unique_ptr<PartialImage> LoopImageTool::begin(const std::filesystem::path& partial,
                                                    const SaveRequest& request, SaveSource& source) {
-    return std::make_unique<LoopPartialImage>(partial, request, dynamic_cast<MountedSource&>(source), host_,
-                                              runner_);
+    auto& mounted = dynamic_cast<MountedSource&>(source);
+    // The latest can be a start once it is closed.
+    static_cast<void>(mounted.latest().description());
+    return std::make_unique<LoopPartialImage>(partial, request, mounted, host_, runner_);
 }
 
 void LoopImageTool::verify(const std::filesystem::path& path, const VolumeProtection& protection) {

@@ -9,6 +9,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <utility>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -93,8 +94,9 @@ std::optional<OpenImage> LoopPartialImage::startFromEarlier(const TreeManifest& 
         const auto superblock = ExtSuperblock::read(file->descriptor());
         if (superblock && superblock->size >= geometry_.size) {
             auto image = OpenImage::checkAndOpen(std::move(*file), request_.protection, host_, *runner_);
-            if (const auto held = image.manifest()) {
-                requireRoom(wanted, ByteCount{held->byteCount() + held->itemCount() * bytesPerItem});
+            held_ = image.manifest();
+            if (held_) {
+                requireRoom(wanted, ByteCount{held_->byteCount() + held_->itemCount() * bytesPerItem});
                 return image;
             }
             static_cast<void>(image.close());
@@ -136,6 +138,7 @@ void LoopPartialImage::fill(SaveSource& source, const ProgressObserver& observer
             }
             // The image is full, not the system disk: what is written to that one fails later, in `close`.
             image_.reset();
+            held_.reset();
             unlink(partial_.c_str());
             const auto& wanted = mounted.manifest();
             geometry_ = std::max(geometry_.doubled(), geometryFor(wanted));
@@ -151,8 +154,8 @@ void LoopPartialImage::fill(SaveSource& source, const ProgressObserver& observer
 }
 
 void LoopPartialImage::fillOnce(MountedSource& source, const ProgressObserver& observer) {
-    // What the image holds: of the earlier save, or of the round before.
-    auto held = image_->writtenManifest();
+    // Of the earlier save, or of the round before.
+    auto held = held_ ? std::exchange(held_, std::nullopt) : image_->writtenManifest();
     if (!held) {
         held.emplace();
     }

@@ -38,6 +38,8 @@ private:
     std::shared_ptr<CommandRunning> runner_;
     ImageGeometry geometry_;
     std::optional<OpenImage> image_;
+    /// What the image holds of an earlier save, until it is filled.
+    std::optional<TreeManifest> held_;
     /// Runs while the disk is looked at again. Gone before the image is, which it keeps mounted.
     std::optional<EarlyFlush> flushing_;
 };

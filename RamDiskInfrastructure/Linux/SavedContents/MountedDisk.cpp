@@ -101,8 +101,9 @@ SaveSource::Status MountedSource::takeStatus(const ProgressObserver& observer) {
     if (!manifest_ && isWorthAWatch(disk_.root())) {
         watch_ = WriteWatch::begin(disk_.root());
     }
-    auto now = manifest_ && watch_ ? TreeManifest::scanAgain(disk_.root(), *manifest_, *watch_, observer)
-                                   : TreeManifest::scan(disk_.root(), observer);
+    auto now = !watch_     ? TreeManifest::scan(disk_.root(), observer)
+               : manifest_ ? TreeManifest::scanAgain(*watch_, *manifest_, observer)
+                           : TreeManifest::scan(*watch_, observer);
     forgetMark(now);
     const bool isSame = manifest_ && !now.firstDifference(*manifest_);
     manifest_ = std::move(now);

@@ -3,6 +3,7 @@
 #include "RamDiskCore/Values/RamDisk.h"
 #include "RamDiskInfrastructure/Archive/SavedImageTool.h"
 #include "RamDiskInfrastructure/Linux/LinuxHost.h"
+#include "RamDiskInfrastructure/Linux/SavedContents/LatestCopy.h"
 #include "RamDiskInfrastructure/Linux/Trees/TreeManifest.h"
 #include "RamDiskInfrastructure/Linux/Trees/WriteWatch.h"
 
@@ -40,17 +41,23 @@ private:
 /// A disk that is being saved.
 class MountedSource final : public SaveSource {
 public:
-    explicit MountedSource(MountedDisk disk) : disk_(std::move(disk)) {}
+    MountedSource(MountedDisk disk, LatestCopy latest) : disk_(std::move(disk)), latest_(std::move(latest)) {}
 
     Status takeStatus(const ProgressObserver& observer) override;
     [[nodiscard]] bool isPresent() const override { return disk_.isPresent(); }
 
-    [[nodiscard]] const FileDescriptor& root() const noexcept { return disk_.root(); }
+    /// The latest copy of its files, as it was when this source was opened.
+    [[nodiscard]] LatestCopy& latest() noexcept { return latest_; }
+    /// What is opened by way of this folder is no reason to read it again at the next status.
+    [[nodiscard]] const FileDescriptor& root() const noexcept {
+        return watch_ ? watch_->root() : disk_.root();
+    }
     /// The status taken last; taken now when none was.
     [[nodiscard]] const TreeManifest& manifest();
 
 private:
     MountedDisk disk_;
+    LatestCopy latest_;
     std::optional<WriteWatch> watch_;
     std::future<void> ending_;
     std::optional<TreeManifest> manifest_;

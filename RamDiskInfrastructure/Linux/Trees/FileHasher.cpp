@@ -6,6 +6,7 @@
 #include "RamDiskInfrastructure/Linux/Trees/ItemMetadata.h"
 #include "RamDiskInfrastructure/Linux/Trees/ParallelJobs.h"
 #include "RamDiskInfrastructure/Linux/Trees/TreeScanner.h"
+#include "RamDiskInfrastructure/Linux/Trees/WriteWatch.h"
 #include "RamDiskInfrastructure/Linux/Trees/ZeroBytes.h"
 
 #include <algorithm>
@@ -34,6 +35,7 @@ struct Piece {
     bool isGone = false;
     /// Of another inode than was looked at.
     bool isExchanged = false;
+    bool hadNoWriter = false;
     /// Only of the piece at the start.
     ItemAttributes attributes{};
 };
@@ -46,10 +48,11 @@ struct OpenedFile {
 class HashWorker {
 public:
     HashWorker(const TreeManifest::Contents& tree, const FileDescriptor& root, std::vector<BlockHash>& blocks,
-               const TreeManifest::Contents* earlier, ProgressMeter& meter)
+               Writers writers, const TreeManifest::Contents* earlier, ProgressMeter& meter)
         : tree_(tree),
           cursor_(root, tree),
           blocks_(blocks),
+          writers_(writers),
           earlier_(earlier),
           // Not set to zero: of a small tree next to nothing of it is used.
           buffer_(new char[hashBufferSize]),
@@ -67,6 +70,8 @@ public:
         }
         const int descriptor = file->descriptor.get();
         piece.isExchanged = file->status.st_ino != tree_.items[piece.item].inode;
+        // Before anything is read: who opens it for writing from now on shows.
+        piece.hadNoWriter = writers_ == Writers::note && WriteWatch::hasNoWriter(descriptor);
         if (piece.start == 0) {
             piece.attributes = readFileAttributes(descriptor, tree_, piece.item);
         }
@@ -91,6 +96,7 @@ private:
         const auto then = tree_.items[piece.item].unwritten;
         const auto* const first = earlier_->blocksOf(then);
         piece.attributes = earlier_->attributes(then);
+        piece.hadNoWriter = true;
         piece.firstBlock = blocks_.size();
         piece.blockCount = earlier_->items[then].blockCount;
         blocks_.insert(blocks_.end(), first, first + piece.blockCount);
@@ -160,6 +166,7 @@ private:
     const TreeManifest::Contents& tree_;
     FolderCursor cursor_;
     std::vector<BlockHash>& blocks_;
+    Writers writers_;
     const TreeManifest::Contents* earlier_;
     std::unique_ptr<char[]> buffer_;
     ProgressMeter& meter_;
@@ -168,7 +175,7 @@ private:
 } // namespace
 
 void hashFiles(TreeManifest::Contents& tree, const FileDescriptor& root, const ProgressObserver& observer,
-               const TreeManifest::Contents* earlier) {
+               Writers writers, const TreeManifest::Contents* earlier) {
     std::vector<Piece> pieces;
     std::uint64_t bytes = 0;
     std::uint64_t files = 0;
@@ -194,7 +201,7 @@ void hashFiles(TreeManifest::Contents& tree, const FileDescriptor& root, const P
     const ParallelJobs jobs(pieces.size(), bytes);
     std::deque<std::vector<BlockHash>> blocks(jobs.workerCount());
     jobs.run([&](unsigned worker) {
-        const auto hasher = std::make_shared<HashWorker>(tree, root, blocks[worker], earlier, meter);
+        const auto hasher = std::make_shared<HashWorker>(tree, root, blocks[worker], writers, earlier, meter);
         return [&pieces, hasher, worker](std::size_t job) {
             pieces[job].worker = worker;
             hasher->hash(pieces[job]);
@@ -211,6 +218,7 @@ void hashFiles(TreeManifest::Contents& tree, const FileDescriptor& root, const P
         if (piece.isExchanged) {
             file.inode = 0;
         }
+        file.hadNoWriter = piece.hadNoWriter && (piece.start == 0 || file.hadNoWriter);
         if (piece.start == 0) {
             file.firstBlock = tree.blocks.size();
             tree.setAttributes(piece.item, std::move(piece.attributes));

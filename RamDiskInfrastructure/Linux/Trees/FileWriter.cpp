@@ -26,7 +26,7 @@ constexpr std::size_t pageSize = 4096;
 /// guess is far less, which a loop device is slow to answer.
 constexpr std::uint64_t readAhead = 8U << 20U;
 /// After so many blocks without anything of the old ones the next are taken for the same.
-constexpr int manyBlocks = 16;
+constexpr int manyBlocks = 4;
 
 const TreeItem& originalOf(FileWriter::Item item) {
     return item.tree.items[item.tree.items[item.number].original];

@@ -11,15 +11,22 @@ namespace {
 
 constexpr std::size_t jobsAtATime = 8;
 constexpr std::size_t jobsWorthAThread = 256;
+/// When each waits.
+constexpr std::size_t waitsWorthAThread = 16;
 constexpr std::uint64_t bytesWorthAThread = 8U << 20U;
-constexpr unsigned mostWorkers = 4;
+constexpr unsigned mostProcessors = 4;
+/// So many workers that wait keep the device busy, and a processor with what it delivers.
+constexpr unsigned waitingPerProcessor = 4;
 constexpr auto betweenReports = std::chrono::milliseconds(30);
 
 } // namespace
 
-ParallelJobs::ParallelJobs(std::size_t jobs, std::uint64_t bytes) : jobs_(jobs), workers_(1) {
-    if (jobs > 1 && (jobs >= jobsWorthAThread || bytes >= bytesWorthAThread)) {
-        workers_ = std::clamp(std::thread::hardware_concurrency(), 2U, mostWorkers);
+ParallelJobs::ParallelJobs(std::size_t jobs, std::uint64_t bytes, Load load) : jobs_(jobs), workers_(1) {
+    const auto enough = load == Load::waiting ? waitsWorthAThread : jobsWorthAThread;
+    if (jobs > 1 && (jobs >= enough || bytes >= bytesWorthAThread)) {
+        const auto processors = std::clamp(std::thread::hardware_concurrency(), 2U, mostProcessors);
+        workers_ = load == Load::waiting ? processors * waitingPerProcessor : processors;
+        workers_ = static_cast<unsigned>(std::min<std::size_t>(workers_, jobs));
     }
 }
 

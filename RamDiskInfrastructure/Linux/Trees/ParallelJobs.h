@@ -14,8 +14,11 @@ namespace ramdisk {
 /// Does jobs on several threads, the calling one among them, and waits for all of them.
 class ParallelJobs {
 public:
+    /// What a worker does most of its time: use a processor, or wait for a device.
+    enum class Load { computing, waiting };
+
     /// As many workers as are worth their start for `jobs` jobs that move `bytes` bytes.
-    ParallelJobs(std::size_t jobs, std::uint64_t bytes);
+    ParallelJobs(std::size_t jobs, std::uint64_t bytes, Load load = Load::computing);
 
     [[nodiscard]] unsigned workerCount() const noexcept { return workers_; }
 

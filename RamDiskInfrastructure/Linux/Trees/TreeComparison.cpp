@@ -9,23 +9,6 @@ namespace {
 
 constexpr const char* modificationTimesDiffer = "modification times differ";
 
-void pairChildren(const TreeManifest::Contents& source, std::uint32_t sourceFolder,
-                  const TreeManifest::Contents& target, std::uint32_t targetFolder, TreePairing& pairing) {
-    auto left = source.items[sourceFolder].firstChild;
-    auto right = target.items[targetFolder].firstChild;
-    const auto leftEnd = left + source.items[sourceFolder].childCount;
-    const auto rightEnd = right + target.items[targetFolder].childCount;
-    while (left < leftEnd && right < rightEnd) {
-        const auto order = source.name(left).compare(target.name(right));
-        if (order == 0) {
-            pairing.ofSource[left] = right;
-            pairing.ofTarget[right] = left;
-        }
-        left += order <= 0 ? 1 : 0;
-        right += order >= 0 ? 1 : 0;
-    }
-}
-
 const char* differenceOf(const TreeManifest::Contents& source, std::uint32_t left,
                          const TreeManifest::Contents& target, std::uint32_t right,
                          const TreePairing& pairing) {
@@ -65,6 +48,23 @@ const char* differenceOf(const TreeManifest::Contents& source, std::uint32_t lef
 
 bool isSameTime(const timespec& left, const timespec& right) {
     return left.tv_sec == right.tv_sec && left.tv_nsec == right.tv_nsec;
+}
+
+void pairChildren(const TreeManifest::Contents& source, std::uint32_t sourceFolder,
+                  const TreeManifest::Contents& target, std::uint32_t targetFolder, TreePairing& pairing) {
+    auto left = source.items[sourceFolder].firstChild;
+    auto right = target.items[targetFolder].firstChild;
+    const auto leftEnd = left + source.items[sourceFolder].childCount;
+    const auto rightEnd = right + target.items[targetFolder].childCount;
+    while (left < leftEnd && right < rightEnd) {
+        const auto order = source.name(left).compare(target.name(right));
+        if (order == 0) {
+            pairing.ofSource[left] = right;
+            pairing.ofTarget[right] = left;
+        }
+        left += order <= 0 ? 1 : 0;
+        right += order >= 0 ? 1 : 0;
+    }
 }
 
 TreePairing pairItems(const TreeManifest::Contents& source, const TreeManifest::Contents& target) {

@@ -16,6 +16,10 @@ struct TreePairing {
 [[nodiscard]] TreePairing pairItems(const TreeManifest::Contents& source,
                                     const TreeManifest::Contents& target);
 
+/// Pairs what is in two folders, which are each other's pair, by name. `pairing` has room for it.
+void pairChildren(const TreeManifest::Contents& source, std::uint32_t sourceFolder,
+                  const TreeManifest::Contents& target, std::uint32_t targetFolder, TreePairing& pairing);
+
 [[nodiscard]] bool isSameTime(const timespec& left, const timespec& right);
 /// Whether two items have the same mode, owner, modification time and attributes.
 [[nodiscard]] bool isSameMetadata(const TreeManifest::Contents& source, std::uint32_t sourceItem,

@@ -78,6 +78,8 @@ struct TreeItem {
     timespec changed{};
     /// The item of an earlier scan of the tree whose contents and attributes it has still.
     std::uint32_t unwritten = noItem;
+    /// Whether nobody had the file open for writing when its contents began to be read.
+    bool hadNoWriter = false;
 };
 
 /// Items are numbered; 0 is the root. A folder's number is less than those of the items in it.

@@ -4,6 +4,7 @@
 #include "RamDiskInfrastructure/Linux/Trees/FileHasher.h"
 #include "RamDiskInfrastructure/Linux/Trees/TreeComparison.h"
 #include "RamDiskInfrastructure/Linux/Trees/TreeScanner.h"
+#include "RamDiskInfrastructure/Linux/Trees/WriteWatch.h"
 
 #include <unordered_map>
 
@@ -24,11 +25,18 @@ TreeManifest TreeManifest::scan(const FileDescriptor& root, const ProgressObserv
     return manifest;
 }
 
-TreeManifest TreeManifest::scanAgain(const FileDescriptor& root, const TreeManifest& earlier,
-                                     WriteWatch& watch, const ProgressObserver& observer) {
+TreeManifest TreeManifest::scan(WriteWatch& watch, const ProgressObserver& observer) {
     TreeManifest manifest;
-    manifest.contents() = TreeScanner(root, earlier.contents_.get(), &watch).scan();
-    hashFiles(manifest.contents(), root, observer, earlier.contents_.get());
+    manifest.contents() = TreeScanner(watch.root()).scan();
+    hashFiles(manifest.contents(), watch.root(), observer, Writers::note);
+    return manifest;
+}
+
+TreeManifest TreeManifest::scanAgain(WriteWatch& watch, const TreeManifest& earlier,
+                                     const ProgressObserver& observer) {
+    TreeManifest manifest;
+    manifest.contents() = TreeScanner(watch, earlier.contents()).scan();
+    hashFiles(manifest.contents(), watch.root(), observer, Writers::note, &earlier.contents());
     return manifest;
 }
 

@@ -23,10 +23,12 @@ public:
     /// no other mounted volume entered; an item that vanishes meanwhile is left out.
     /// @throws SystemCallError naming the item, when one cannot be read.
     [[nodiscard]] static TreeManifest scan(const FileDescriptor& root, const ProgressObserver& observer);
-    /// The same, but the files that provably nobody wrote to since `earlier`, a scan of this tree made while
-    /// `watch` watched its volume, are not read.
-    [[nodiscard]] static TreeManifest scanAgain(const FileDescriptor& root, const TreeManifest& earlier,
-                                                WriteWatch& watch, const ProgressObserver& observer);
+    /// The same of the tree that is being watched, so that it can be scanned again.
+    [[nodiscard]] static TreeManifest scan(WriteWatch& watch, const ProgressObserver& observer);
+    /// The same, but the files that provably nobody wrote to since `earlier`, a scan made by this watch, are
+    /// not read.
+    [[nodiscard]] static TreeManifest scanAgain(WriteWatch& watch, const TreeManifest& earlier,
+                                                const ProgressObserver& observer);
 
     TreeManifest();
     ~TreeManifest();

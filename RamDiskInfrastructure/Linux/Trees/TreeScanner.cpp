@@ -4,7 +4,6 @@
 #include "RamDiskInfrastructure/Linux/Trees/ItemMetadata.h"
 #include "RamDiskInfrastructure/Linux/Trees/ParallelJobs.h"
 #include "RamDiskInfrastructure/Linux/Trees/TreeComparison.h"
-#include "RamDiskInfrastructure/Linux/Trees/WriteWatch.h"
 
 #include <algorithm>
 #include <array>
@@ -58,6 +57,19 @@ std::vector<FolderEntry> entriesOf(int folder, TreeManifest::Contents& tree) {
     return entries;
 }
 
+/// The same of a folder of an earlier scan in which nothing changed.
+std::vector<FolderEntry> entriesOf(std::uint32_t folder, const TreeManifest::Contents& earlier,
+                                   TreeManifest::Contents& tree) {
+    const auto& then = earlier.items[folder];
+    std::vector<FolderEntry> entries;
+    entries.reserve(then.childCount);
+    for (auto child = then.firstChild; child < then.firstChild + then.childCount; ++child) {
+        const bool isFolder = earlier.items[child].type == ItemType::folder;
+        entries.push_back({tree.addText(earlier.name(child)), isFolder ? DT_DIR : DT_REG});
+    }
+    return entries;
+}
+
 std::optional<ItemType> typeOf(mode_t mode) {
     switch (mode & S_IFMT) {
     case S_IFDIR:
@@ -108,12 +120,11 @@ std::optional<std::string> readLink(int folder, const std::string& name, std::si
     }
 }
 
-/// Whether an open file is the one that was there then, with the same dates, and nobody can be writing to it.
-bool isUnwritten(int file, const struct stat& status, const TreeItem& then) {
-    return S_ISREG(status.st_mode) && status.st_ino == then.inode
-           && static_cast<std::uint64_t>(status.st_size) == then.size
-           && isSameTime(status.st_mtim, then.modified) && isSameTime(status.st_ctim, then.changed)
-           && WriteWatch::hasNoWriter(file);
+/// Whether this is the item that was there then, with the same dates.
+bool isAsThen(const struct stat& status, const TreeItem& then) {
+    return typeOf(status.st_mode) == then.type && status.st_ino == then.inode
+           && (then.type != ItemType::file || static_cast<std::uint64_t>(status.st_size) == then.size)
+           && isSameTime(status.st_mtim, then.modified) && isSameTime(status.st_ctim, then.changed);
 }
 
 } // namespace
@@ -126,11 +137,11 @@ TreeManifest::Contents TreeScanner::scan() {
         readFolder(folder);
     }
     if (earlier_ != nullptr) {
-        pairWithEarlier();
+        findUnwritten();
     }
     lookAtItems();
     if (earlier_ != nullptr) {
-        forgetWhatWasWritten();
+        forgetWhatWasOpened();
     }
     putTogether();
     return std::move(tree_);
@@ -145,6 +156,10 @@ void TreeScanner::noteRoot() {
     tree_.items.push_back({});
     findings_.push_back({});
     noteStatus(tree_.items[0], status);
+    if (earlier_ != nullptr) {
+        pairing_ = {{0}, std::vector(earlier_->items.size(), noItem)};
+        pairing_.ofTarget[0] = 0;
+    }
     const int folder = cursor_.open(0);
     if (folder < 0) {
         throw SystemCallError("open", ".");
@@ -172,7 +187,8 @@ void TreeScanner::readFolder(std::uint32_t folder) {
         if (descriptor < 0) {
             throw SystemCallError("open");
         }
-        entries = entriesOf(descriptor, tree_);
+        const auto then = unchangedFolder(descriptor, folder);
+        entries = then == noItem ? entriesOf(descriptor, tree_) : entriesOf(then, *earlier_, tree_);
     } catch (const SystemCallError& error) {
         throw SystemCallError("read the folder", tree_.path(folder), error.code().value());
     }
@@ -184,6 +200,24 @@ void TreeScanner::readFolder(std::uint32_t folder) {
     const auto end = static_cast<std::uint32_t>(tree_.items.size());
     tree_.items[folder].firstChild = first;
     tree_.items[folder].childCount = end - first;
+    if (earlier_ != nullptr) {
+        pairChildrenWithEarlier(folder);
+    }
+}
+
+std::uint32_t TreeScanner::unchangedFolder(int descriptor, std::uint32_t folder) const {
+    const auto then = earlier_ == nullptr ? noItem : pairing_.ofSource[folder];
+    struct stat status {};
+    const bool isUnchanged = then != noItem && watch_->wouldShowInDate(earlier_->items[then].changed)
+                             && ::fstat(descriptor, &status) == 0 && isAsThen(status, earlier_->items[then]);
+    return isUnchanged ? then : noItem;
+}
+
+void TreeScanner::pairChildrenWithEarlier(std::uint32_t folder) {
+    pairing_.ofSource.resize(tree_.items.size(), noItem);
+    if (pairing_.ofSource[folder] != noItem) {
+        pairChildren(tree_, folder, *earlier_, pairing_.ofSource[folder], pairing_);
+    }
 }
 
 void TreeScanner::addItem(int folder, std::uint32_t parent, TextRange name, unsigned char kind) {
@@ -213,24 +247,23 @@ void TreeScanner::addItem(int folder, std::uint32_t parent, TextRange name, unsi
     itemsToLookAt_.push_back(number);
 }
 
-void TreeScanner::pairWithEarlier() {
-    const auto pairing = pairItems(tree_, *earlier_);
+void TreeScanner::findUnwritten() {
     for (const auto number : itemsToLookAt_) {
-        const auto other = pairing.ofSource[number];
+        const auto other = pairing_.ofSource[number];
         const auto original = other == noItem ? noItem : earlier_->items[other].original;
-        if (original != noItem && earlier_->hasOwnContents(original)
+        if (original != noItem && earlier_->hasOwnContents(original) && earlier_->items[original].hadNoWriter
             && watch_->wouldShowInDate(earlier_->items[original].changed)) {
             tree_.items[number].unwritten = original;
         }
     }
 }
 
-void TreeScanner::forgetWhatWasWritten() {
-    // Whoever wrote before a file was looked at, and had it closed by then, has been reported by now.
-    const auto* const closed = watch_->closedByWriters();
+void TreeScanner::forgetWhatWasOpened() {
+    // Whoever wrote to a file before it was looked at had opened it before, and has been reported by now.
+    const auto* const opened = watch_->openedByOthers();
     for (const auto number : itemsToLookAt_) {
         auto& item = tree_.items[number];
-        if (closed == nullptr || closed->contains(item.inode)) {
+        if (opened == nullptr || opened->contains(item.inode)) {
             item.unwritten = noItem;
         }
     }
@@ -249,14 +282,7 @@ void TreeScanner::lookAt(FolderCursor& cursor, std::uint32_t number) {
     const int folder = cursor.open(item.parent);
     const std::string name(tree_.name(number));
     struct stat status {};
-    FileDescriptor file;
-    if (folder >= 0 && item.unwritten != noItem) {
-        file = openForReading(folder, name.c_str());
-    }
-    if (folder < 0
-        || (file ? ::fstat(file.get(), &status)
-                 : ::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT))
-               != 0) {
+    if (folder < 0 || ::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT) != 0) {
         if (!isGone(errno)) {
             throw SystemCallError("read", tree_.path(number));
         }
@@ -271,7 +297,7 @@ void TreeScanner::lookAt(FolderCursor& cursor, std::uint32_t number) {
     }
     item.type = *type;
     noteStatus(item, status);
-    if (!file || !isUnwritten(file.get(), status, earlier_->items[item.unwritten])) {
+    if (item.unwritten != noItem && !isAsThen(status, earlier_->items[item.unwritten])) {
         item.unwritten = noItem;
     }
     if (item.type != ItemType::folder && status.st_nlink > 1) {

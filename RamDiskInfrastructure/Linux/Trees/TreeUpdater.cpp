@@ -159,7 +159,9 @@ void TreeUpdater::writeItems() {
         }
     }
     meter_.expect(bytes, items);
-    ParallelJobs(jobs.size(), bytes).run([&](unsigned) {
+    const auto load =
+        update_.pageCache == PageCache::bypass ? ParallelJobs::Load::waiting : ParallelJobs::Load::computing;
+    ParallelJobs(jobs.size(), bytes, load).run([&](unsigned) {
         const auto places = std::make_shared<Places>(
             Places{FolderCursor(update_.source, source_), FolderCursor(update_.target, source_)});
         const auto writer = std::make_shared<FileWriter>(meter_, update_.pageCache);

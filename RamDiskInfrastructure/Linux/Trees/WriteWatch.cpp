@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <linux/magic.h>
 #include <sys/fanotify.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/utsname.h>
 #include <sys/vfs.h>
@@ -19,14 +20,14 @@ namespace {
 /// In nanoseconds. The clock that change dates are taken from advances in ticks of up to a fifth of this.
 constexpr long dateMargin = 50'000'000;
 
-/// Older kernels do not report what is written by way of an overlay whose upper folder lies on the volume,
-/// and still older ones let attributes change without the date.
+/// Older kernels do not report every file that the kernel itself opens for somebody, as for an overlay whose
+/// upper folder lies on the volume, and still older ones let attributes change without the date.
 bool kernelTellsAll() {
     utsname system{};
     unsigned major = 0;
     unsigned minor = 0;
     return ::uname(&system) == 0 && std::sscanf(system.release, "%u.%u", &major, &minor) == 2
-           && (major > 6 || (major == 6 && minor >= 8));
+           && (major > 6 || (major == 6 && minor >= 12));
 }
 
 } // namespace
@@ -39,16 +40,17 @@ std::optional<WriteWatch> WriteWatch::begin(const FileDescriptor& root) {
     // Handles instead of descriptors: an event must not keep a file that was removed, nor open a device.
     FileDescriptor events(
         ::fanotify_init(FAN_CLASS_NOTIF | FAN_CLOEXEC | FAN_NONBLOCK | FAN_REPORT_FID, O_RDONLY | O_CLOEXEC));
-    FileDescriptor own(::fcntl(root.get(), F_DUPFD_CLOEXEC, 0));
-    if (!events || !own
-        || ::fanotify_mark(events.get(), FAN_MARK_ADD | FAN_MARK_FILESYSTEM, FAN_CLOSE_WRITE, own.get(),
-                           nullptr)
-               != 0) {
+    FileDescriptor mount(::open_tree(root.get(), "", OPEN_TREE_CLONE | OPEN_TREE_CLOEXEC | AT_EMPTY_PATH));
+    FileDescriptor own(mount ? ::openat(mount.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC) : -1);
+    const auto mark = [&](unsigned flags) {
+        return ::fanotify_mark(events.get(), FAN_MARK_ADD | flags, FAN_OPEN, own.get(), nullptr) == 0;
+    };
+    if (!events || !own || !mark(FAN_MARK_MOUNT | FAN_MARK_IGNORE_SURV) || !mark(FAN_MARK_FILESYSTEM)) {
         return std::nullopt;
     }
     timespec begun{};
     ::clock_gettime(CLOCK_REALTIME, &begun);
-    return WriteWatch(std::move(events), std::move(own), begun);
+    return WriteWatch(std::move(events), std::move(mount), std::move(own), begun);
 }
 
 bool WriteWatch::wouldShowInDate(const timespec& changed) const noexcept {
@@ -69,7 +71,7 @@ bool WriteWatch::hasNoWriter(int file) noexcept {
            && ::fcntl(file, F_SETLEASE, F_UNLCK) == 0;
 }
 
-const std::unordered_set<ino_t>* WriteWatch::closedByWriters() {
+const std::unordered_set<ino_t>* WriteWatch::openedByOthers() {
     alignas(fanotify_event_metadata) std::array<char, 16384> buffer;
     while (isComplete_) {
         const auto length = ::read(events_.get(), buffer.data(), buffer.size());
@@ -85,7 +87,7 @@ const std::unordered_set<ino_t>* WriteWatch::closedByWriters() {
             note(reinterpret_cast<const char*>(event));
         }
     }
-    return isComplete_ ? &closed_ : nullptr;
+    return isComplete_ ? &opened_ : nullptr;
 }
 
 void WriteWatch::note(const char* event) {
@@ -103,7 +105,7 @@ void WriteWatch::note(const char* event) {
         ::open_by_handle_at(root_.get(), reinterpret_cast<file_handle*>(place), O_PATH | O_CLOEXEC));
     struct stat status {};
     if (file && ::fstat(file.get(), &status) == 0) {
-        closed_.insert(status.st_ino);
+        opened_.insert(status.st_ino);
     } else if (errno != ESTALE) {
         // What is stale was removed for good.
         isComplete_ = false;

@@ -13,13 +13,16 @@ namespace ramdisk {
 /// Tells which files of a tmpfs nobody can have written to since the watch began, by whatever means.
 ///
 /// Dates do not tell it, since a write through a shared mapping changes none. But whoever writes to a file
-/// has it open for that, a mapping included, and either has so still, which a lease on the file tells, or has
-/// closed it, which the kernel reports to the watch. What changes a file without opening it sets its change
-/// date. Ends with the process, and leaves nothing behind when that crashes.
+/// has it open for that, a mapping included, and either had so when it was looked at, which a lease on the
+/// file tells, or has opened it since, which the kernel reports to the watch. What changes a file without
+/// opening it sets its change date. Ends with the process, and leaves nothing behind when that crashes.
 class WriteWatch {
 public:
     /// Absent for other file systems, and where the kernel cannot tell or we may not ask it.
     [[nodiscard]] static std::optional<WriteWatch> begin(const FileDescriptor& root);
+
+    /// The same folder by a way that only we have: what is opened below it is not reported to this watch.
+    [[nodiscard]] const FileDescriptor& root() const noexcept { return root_; }
 
     /// Whether a file that was changed at this time would have another change date now if it had been changed
     /// once more since the watch began.
@@ -29,22 +32,24 @@ public:
     /// it meanwhile waits for the microsecond that this takes.
     [[nodiscard]] static bool hasNoWriter(int file) noexcept;
 
-    /// The files that were closed after having been open for writing since the watch began: those that had no
-    /// writer at some time before this call are all among them. Absent when the kernel lost count.
-    [[nodiscard]] const std::unordered_set<ino_t>* closedByWriters();
+    /// The files that others opened, for whatever, since the watch began. Absent when the kernel lost count.
+    [[nodiscard]] const std::unordered_set<ino_t>* openedByOthers();
 
 private:
-    WriteWatch(FileDescriptor events, FileDescriptor root, timespec begun)
+    WriteWatch(FileDescriptor events, FileDescriptor mount, FileDescriptor root, timespec begun)
         : events_(std::move(events)),
+          mount_(std::move(mount)),
           root_(std::move(root)),
           begun_(begun) {}
 
     void note(const char* event);
 
     FileDescriptor events_;
+    /// Ends with this descriptor.
+    FileDescriptor mount_;
     FileDescriptor root_;
     timespec begun_;
-    std::unordered_set<ino_t> closed_;
+    std::unordered_set<ino_t> opened_;
     bool isComplete_ = true;
 };
 

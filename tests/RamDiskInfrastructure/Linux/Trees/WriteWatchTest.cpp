@@ -3,6 +3,7 @@
 #include "tests/RamDiskInfrastructure/Linux/Trees/TreeDescription.h"
 #include "tests/support/Linux/TestMachine.h"
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 
 #include <thread>
@@ -42,16 +43,16 @@ struct WatchedTree {
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
         root = openTree(tree);
         watch = WriteWatch::begin(root);
-        first = TreeManifest::scan(root, {});
+        first = watch ? TreeManifest::scan(*watch, {}) : TreeManifest();
         return watch.has_value();
     }
 
     /// How the tree differs from the first scan, and how many bytes were read to find out.
     std::string scanAgain(std::uint64_t& bytesRead) {
         const auto before = bytesReadSoFar();
-        auto again = TreeManifest::scanAgain(root, first, *watch, {});
+        auto again = TreeManifest::scanAgain(*watch, first, {});
         bytesRead = bytesReadSoFar() - before;
-        EXPECT_EQ(again.firstDifference(TreeManifest::scan(root, {})), std::nullopt);
+        EXPECT_EQ(again.firstDifference(TreeManifest::scan(watch->root(), {})), std::nullopt);
         const auto difference = again.firstDifference(first);
         first = std::move(again);
         return difference.value_or("");
@@ -82,6 +83,21 @@ public:
 private:
     void* bytes_ = MAP_FAILED;
 };
+
+fs::path overlayOf(const fs::path& upper) {
+    return upper / "../../overlay";
+}
+
+/// Nothing where the kernel has no overlays.
+void mountOverlay(const fs::path& upper) {
+    const auto place = upper / "../..";
+    for (const char* name : {"lower", "work", "overlay"}) {
+        fs::create_directory(place / name);
+    }
+    const auto options =
+        fmt::format("lowerdir={0}/lower,upperdir={1},workdir={0}/work", place.native(), upper.native());
+    mount("overlay", overlayOf(upper).c_str(), "overlay", 0, options.c_str());
+}
 
 struct ChangeBetweenScans {
     const char* what;
@@ -120,6 +136,14 @@ const std::vector<ChangeBetweenScans> changesBetweenScans{
                                return 0;
                            }),
                    0);
+     }},
+    {"mapped by way of an overlay", [](const auto& file, auto&) { mountOverlay(file.parent_path()); },
+     [](const auto& file, auto& mapping) {
+         const auto overlay = overlayOf(file.parent_path());
+         const auto same = overlay / file.filename();
+         mapping.make(fs::exists(same) ? same : file);
+         mapping.write();
+         umount2(overlay.c_str(), MNT_DETACH);
      }},
     {"written, with the dates put back", noPreparation,
      [](const auto& file, auto&) { overwrite(file, 5, "new"); }},
@@ -173,7 +197,7 @@ TEST(WriteWatchTest, OnlyAWatchOfWhichNothingWasLostSparesTheReading) {
     std::uint64_t bytesRead = 0;
     EXPECT_EQ(watched.scanAgain(bytesRead), "");
     EXPECT_LT(bytesRead, watchedFileSize);
-    EXPECT_THAT(watched.watch->closedByWriters(), testing::Pointee(testing::IsEmpty()));
+    EXPECT_THAT(watched.watch->openedByOthers(), testing::Pointee(testing::IsEmpty()));
     // More than the kernel keeps; nothing of it is left in the tree.
     for (int file = 0; file < 20'000; ++file) {
         FileDescriptor(
@@ -181,7 +205,7 @@ TEST(WriteWatchTest, OnlyAWatchOfWhichNothingWasLostSparesTheReading) {
     }
     EXPECT_EQ(watched.scanAgain(bytesRead), "");
     EXPECT_GE(bytesRead, watchedFileCount * watchedFileSize);
-    EXPECT_EQ(watched.watch->closedByWriters(), nullptr);
+    EXPECT_EQ(watched.watch->openedByOthers(), nullptr);
 }
 
 TEST(WriteWatchTest, IsAbsentWhereItCannotBeHad) {

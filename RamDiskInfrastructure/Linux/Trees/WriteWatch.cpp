@@ -17,8 +17,9 @@ namespace ramdisk {
 
 namespace {
 
-/// In nanoseconds. The clock that change dates are taken from advances in ticks of up to a fifth of this.
-constexpr long dateMargin = 50'000'000;
+constexpr timespec pollInterval{0, 500'000};
+/// The clock advances every ten milliseconds at the least.
+constexpr int mostPolls = 100;
 
 /// Older kernels do not report every file that the kernel itself opens for somebody, as for an overlay whose
 /// upper folder lies on the volume, and still older ones let attributes change without the date.
@@ -28,6 +29,24 @@ bool kernelTellsAll() {
     unsigned minor = 0;
     return ::uname(&system) == 0 && std::sscanf(system.release, "%u.%u", &major, &minor) == 2
            && (major > 6 || (major == 6 && minor >= 12));
+}
+
+bool isLater(const timespec& one, const timespec& other) {
+    return one.tv_sec > other.tv_sec || (one.tv_sec == other.tv_sec && one.tv_nsec > other.tv_nsec);
+}
+
+/// Waits until what is changed gets a later date than whatever was changed up to `begun`: the clock that
+/// dates are taken from advances in ticks.
+bool waitForNewDates(const timespec& begun) {
+    for (int poll = 0; poll < mostPolls; ++poll) {
+        timespec now{};
+        ::clock_gettime(CLOCK_REALTIME_COARSE, &now);
+        if (isLater(now, begun)) {
+            return true;
+        }
+        ::nanosleep(&pollInterval, nullptr);
+    }
+    return false;
 }
 
 } // namespace
@@ -50,19 +69,14 @@ std::optional<WriteWatch> WriteWatch::begin(const FileDescriptor& root) {
     }
     timespec begun{};
     ::clock_gettime(CLOCK_REALTIME, &begun);
+    if (!waitForNewDates(begun)) {
+        return std::nullopt;
+    }
     return WriteWatch(std::move(events), std::move(mount), std::move(own), begun);
 }
 
 bool WriteWatch::wouldShowInDate(const timespec& changed) const noexcept {
-    constexpr long second = 1'000'000'000;
-    auto latest = begun_;
-    latest.tv_nsec -= dateMargin;
-    if (latest.tv_nsec < 0) {
-        latest.tv_nsec += second;
-        --latest.tv_sec;
-    }
-    return changed.tv_sec < latest.tv_sec
-           || (changed.tv_sec == latest.tv_sec && changed.tv_nsec < latest.tv_nsec);
+    return !isLater(changed, begun_);
 }
 
 bool WriteWatch::hasNoWriter(int file) noexcept {

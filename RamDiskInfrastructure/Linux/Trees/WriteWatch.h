@@ -18,14 +18,15 @@ namespace ramdisk {
 /// opening it sets its change date. Ends with the process, and leaves nothing behind when that crashes.
 class WriteWatch {
 public:
-    /// Absent for other file systems, and where the kernel cannot tell or we may not ask it.
+    /// Absent for other file systems, and where the kernel cannot tell or we may not ask it. Takes a tick of
+    /// the clock that dates are taken from, some milliseconds.
     [[nodiscard]] static std::optional<WriteWatch> begin(const FileDescriptor& root);
 
     /// The same folder by a way that only we have: what is opened below it is not reported to this watch.
     [[nodiscard]] const FileDescriptor& root() const noexcept { return root_; }
 
-    /// Whether a file that was changed at this time would have another change date now if it had been changed
-    /// once more since the watch began.
+    /// Whether an item that was changed at this time would have another change date if it had been changed
+    /// once more since `begin` returned.
     [[nodiscard]] bool wouldShowInDate(const timespec& changed) const noexcept;
 
     /// Whether nobody has the file, which is open for reading, open for writing or so mapped. Whoever opens

@@ -7,7 +7,6 @@
 
 #include <cstring>
 #include <random>
-#include <thread>
 
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -310,7 +309,6 @@ TEST(SavedImage, TheSecondLookAtADiskReadsOnlyWhatMayHaveBeenWritten) {
         << "a watch for so little";
 
     writeFile(*disk.mountPoint / "tree/larger", std::string(70U << 20U, 'x'));
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
     source = world.tool.openSource(world.request(disk));
     EXPECT_EQ(look(), (std::pair{SaveSource::Status::changed, std::uint64_t{73}}));
     changeUnseen(*disk.mountPoint / "tree/large");

@@ -6,8 +6,6 @@
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 
-#include <thread>
-
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/mount.h>
@@ -22,7 +20,7 @@ namespace fs = std::filesystem;
 constexpr std::size_t watchedFileSize = 100'000;
 constexpr int watchedFileCount = 20;
 
-/// A tmpfs with some files that were made a while ago, watched and scanned once.
+/// A tmpfs with some files that were made just now, watched and scanned once.
 struct WatchedTree {
     WatchedTree() {
         fs::create_directory(place);
@@ -40,7 +38,6 @@ struct WatchedTree {
 
     /// False where the kernel has no watch to offer.
     bool scan() {
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
         root = openTree(tree);
         watch = WriteWatch::begin(root);
         first = watch ? TreeManifest::scan(*watch, {}) : TreeManifest();

@@ -1,6 +1,6 @@
 #include "RamDiskInfrastructure/Linux/DiskRecordStore.h"
 
-#include "RamDiskInfrastructure/Linux/SystemCallError.h"
+#include "RamDiskInfrastructure/Commands/SystemCallError.h"
 
 #include <fmt/format.h>
 

@@ -1,8 +1,8 @@
 #include "RamDiskInfrastructure/Linux/FolderVolume.h"
 
 #include "RamDiskCore/Values/ByteCountFormat.h"
+#include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/SmallFile.h"
-#include "RamDiskInfrastructure/Linux/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/VolumeMarkLinux.h"
 
 #include <fmt/format.h>

@@ -1,7 +1,7 @@
 #include "RamDiskInfrastructure/Linux/Fscrypt.h"
 
 #include "RamDiskCore/Values/RamDiskError.h"
-#include "RamDiskInfrastructure/Linux/SystemCallError.h"
+#include "RamDiskInfrastructure/Commands/SystemCallError.h"
 
 #include <sodium.h>
 

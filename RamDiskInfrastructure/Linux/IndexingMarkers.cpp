@@ -1,8 +1,8 @@
 #include "RamDiskInfrastructure/Linux/IndexingMarkers.h"
 
 #include "RamDiskInfrastructure/Commands/FileDescriptor.h"
+#include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/SmallFile.h"
-#include "RamDiskInfrastructure/Linux/SystemCallError.h"
 
 #include <fmt/format.h>
 

@@ -1,8 +1,8 @@
 #include "RamDiskInfrastructure/Linux/LinuxDeviceAllocator.h"
 
 #include "RamDiskCore/Values/RamDiskError.h"
+#include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/RecordHealer.h"
-#include "RamDiskInfrastructure/Linux/SystemCallError.h"
 
 #include <fmt/format.h>
 

@@ -2,9 +2,9 @@
 
 #include "RamDiskCore/Ports/RamDeviceAllocating.h"
 #include "RamDiskCore/Values/RamDiskError.h"
+#include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/DiskPlaces.h"
 #include "RamDiskInfrastructure/Linux/SmallFile.h"
-#include "RamDiskInfrastructure/Linux/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/VolumeMarkLinux.h"
 
 #include <fmt/format.h>

@@ -1,10 +1,10 @@
 #include "RamDiskInfrastructure/Linux/LinuxVolumeRenamer.h"
 
 #include "RamDiskCore/Values/RamDiskError.h"
+#include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/DiskPlaces.h"
 #include "RamDiskInfrastructure/Linux/LoopDevice.h"
 #include "RamDiskInfrastructure/Linux/LoopVolumeRoot.h"
-#include "RamDiskInfrastructure/Linux/SystemCallError.h"
 
 #include <fmt/format.h>
 

@@ -1,7 +1,7 @@
 #include "RamDiskInfrastructure/Linux/LoopDevice.h"
 
+#include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/SmallFile.h"
-#include "RamDiskInfrastructure/Linux/SystemCallError.h"
 
 #include <fmt/format.h>
 

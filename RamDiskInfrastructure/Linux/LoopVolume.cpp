@@ -1,12 +1,12 @@
 #include "RamDiskInfrastructure/Linux/LoopVolume.h"
 
+#include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/DetachedMount.h"
 #include "RamDiskInfrastructure/Linux/DmCrypt.h"
 #include "RamDiskInfrastructure/Linux/Fscrypt.h"
 #include "RamDiskInfrastructure/Linux/LoopVolumeRoot.h"
 #include "RamDiskInfrastructure/Linux/ProcSystemMemoryProvider.h"
 #include "RamDiskInfrastructure/Linux/SmallFile.h"
-#include "RamDiskInfrastructure/Linux/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/SystemTools.h"
 #include "RamDiskInfrastructure/Linux/VolumeMarkLinux.h"
 

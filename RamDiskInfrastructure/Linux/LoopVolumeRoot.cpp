@@ -1,8 +1,8 @@
 #include "RamDiskInfrastructure/Linux/LoopVolumeRoot.h"
 
+#include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/Fscrypt.h"
 #include "RamDiskInfrastructure/Linux/LoopFormat.h"
-#include "RamDiskInfrastructure/Linux/SystemCallError.h"
 
 #include <fmt/format.h>
 

@@ -1,7 +1,7 @@
 #include "RamDiskInfrastructure/Linux/MountFolders.h"
 
 #include "RamDiskCore/Values/Text.h"
-#include "RamDiskInfrastructure/Linux/SystemCallError.h"
+#include "RamDiskInfrastructure/Commands/SystemCallError.h"
 
 #include <fmt/format.h>
 

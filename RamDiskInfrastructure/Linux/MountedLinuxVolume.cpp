@@ -1,7 +1,7 @@
 #include "RamDiskInfrastructure/Linux/MountedLinuxVolume.h"
 
+#include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/MediaIDs.h"
-#include "RamDiskInfrastructure/Linux/SystemCallError.h"
 
 #include <fmt/format.h>
 

@@ -1,6 +1,6 @@
 #include "RamDiskInfrastructure/Linux/SmallFile.h"
 
-#include "RamDiskInfrastructure/Linux/SystemCallError.h"
+#include "RamDiskInfrastructure/Commands/SystemCallError.h"
 
 #include <array>
 

@@ -1,7 +1,7 @@
 #include "RamDiskInfrastructure/Linux/TreeFolderCopier.h"
 
 #include "RamDiskCore/Values/RamDiskError.h"
-#include "RamDiskInfrastructure/Linux/SystemCallError.h"
+#include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/Trees/TreeUpdate.h"
 
 #include <fcntl.h>

@@ -1,6 +1,6 @@
 #include "RamDiskInfrastructure/Linux/VolumeMarkLinux.h"
 
-#include "RamDiskInfrastructure/Linux/SystemCallError.h"
+#include "RamDiskInfrastructure/Commands/SystemCallError.h"
 
 #include <array>
 #include <string>

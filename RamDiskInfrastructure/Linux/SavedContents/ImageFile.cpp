@@ -1,7 +1,7 @@
 #include "RamDiskInfrastructure/Linux/SavedContents/ImageFile.h"
 
 #include "RamDiskCore/Values/RamDiskError.h"
-#include "RamDiskInfrastructure/Linux/SystemCallError.h"
+#include "RamDiskInfrastructure/Commands/SystemCallError.h"
 
 #include <fmt/format.h>
 

@@ -1,9 +1,9 @@
 #include "RamDiskInfrastructure/Linux/SavedContents/ImageLock.h"
 
 #include "RamDiskCore/Values/RamDiskError.h"
+#include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/Fscrypt.h"
 #include "RamDiskInfrastructure/Linux/LoopVolumeRoot.h"
-#include "RamDiskInfrastructure/Linux/SystemCallError.h"
 
 #include <fcntl.h>
 #include <linux/fscrypt.h>

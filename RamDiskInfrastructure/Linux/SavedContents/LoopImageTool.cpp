@@ -2,10 +2,10 @@
 
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/Archive/SavedCopyNames.h"
+#include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/MountTable.h"
 #include "RamDiskInfrastructure/Linux/SavedContents/LoopPartialImage.h"
 #include "RamDiskInfrastructure/Linux/SavedContents/LoopRestore.h"
-#include "RamDiskInfrastructure/Linux/SystemCallError.h"
 
 #include <fmt/format.h>
 

@@ -3,7 +3,7 @@
 #include "RamDiskCore/Values/ByteCountFormat.h"
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/Archive/SavedCopyNames.h"
-#include "RamDiskInfrastructure/Linux/SystemCallError.h"
+#include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/Trees/TreeUpdate.h"
 
 #include <fmt/format.h>

@@ -1,9 +1,9 @@
 #include "RamDiskInfrastructure/Linux/SavedContents/LoopRestore.h"
 
 #include "RamDiskCore/Values/RamDiskError.h"
+#include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/ProcSystemMemoryProvider.h"
 #include "RamDiskInfrastructure/Linux/SavedContents/SavedRoot.h"
-#include "RamDiskInfrastructure/Linux/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/Trees/FileWriter.h"
 #include "RamDiskInfrastructure/Linux/Trees/TreeUpdate.h"
 

@@ -1,6 +1,6 @@
 #include "RamDiskInfrastructure/Linux/Trees/FileHasher.h"
 
-#include "RamDiskInfrastructure/Linux/SystemCallError.h"
+#include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/Trees/ContentHash.h"
 #include "RamDiskInfrastructure/Linux/Trees/FolderCursor.h"
 #include "RamDiskInfrastructure/Linux/Trees/ItemMetadata.h"

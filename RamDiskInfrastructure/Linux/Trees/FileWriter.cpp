@@ -1,6 +1,6 @@
 #include "RamDiskInfrastructure/Linux/Trees/FileWriter.h"
 
-#include "RamDiskInfrastructure/Linux/SystemCallError.h"
+#include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/Trees/ZeroBytes.h"
 
 #include <algorithm>

@@ -1,7 +1,7 @@
 #include "RamDiskInfrastructure/Linux/Trees/ItemMetadata.h"
 
 #include "RamDiskCore/Values/VolumeMark.h"
-#include "RamDiskInfrastructure/Linux/SystemCallError.h"
+#include "RamDiskInfrastructure/Commands/SystemCallError.h"
 
 #include <algorithm>
 #include <optional>

@@ -1,4 +1,4 @@
-#include "RamDiskInfrastructure/Linux/SystemCallError.h"
+#include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/Trees/ContentHash.h"
 #include "RamDiskInfrastructure/Linux/Trees/TreeContents.h"
 

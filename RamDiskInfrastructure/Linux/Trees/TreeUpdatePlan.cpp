@@ -1,6 +1,6 @@
 #include "RamDiskInfrastructure/Linux/Trees/TreeUpdatePlan.h"
 
-#include "RamDiskInfrastructure/Linux/SystemCallError.h"
+#include "RamDiskInfrastructure/Commands/SystemCallError.h"
 
 #include <cerrno>
 

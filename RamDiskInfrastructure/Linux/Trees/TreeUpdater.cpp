@@ -1,7 +1,7 @@
 #include "RamDiskInfrastructure/Linux/Trees/TreeUpdater.h"
 
 #include "RamDiskCore/Values/RamDiskError.h"
-#include "RamDiskInfrastructure/Linux/SystemCallError.h"
+#include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/Trees/ItemMetadata.h"
 
 #include <algorithm>

@@ -1,5 +1,5 @@
 #include "RamDiskCore/Values/RamDiskError.h"
-#include "RamDiskInfrastructure/Linux/SystemCallError.h"
+#include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "tests/RamDiskInfrastructure/Linux/Trees/TreeDescription.h"
 #include "tests/support/Linux/TestMachine.h"
 #include "tests/support/ScratchFolder.h"

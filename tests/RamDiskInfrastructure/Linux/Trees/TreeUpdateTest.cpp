@@ -1,6 +1,6 @@
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskCore/Values/VolumeMark.h"
-#include "RamDiskInfrastructure/Linux/SystemCallError.h"
+#include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/TreeFolderCopier.h"
 #include "tests/RamDiskInfrastructure/Linux/Trees/TreeDescription.h"
 #include "tests/support/Linux/TestMachine.h"

@@ -2,6 +2,7 @@
 
 #include "RamDiskCore/Values/Text.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
+#include "RamDiskInfrastructure/Stores/StoredFile.h"
 
 #include <fmt/format.h>
 
@@ -51,17 +52,15 @@ fs::path MountFolders::preferred(std::string_view name, VolumeAccess access) con
 void MountFolders::makeParent(const fs::path& parent, VolumeAccess access) const {
     struct stat status {};
     if (lstat(parent.c_str(), &status) != 0) {
-        std::error_code error;
-        fs::create_directories(parent, error);
-        if (error) {
-            throw SystemCallError("make the folder", parent, error.value());
-        }
-        // Below the home of the user behind sudo, folders are that user's.
-        struct stat home {};
-        const bool isOwnersHome = stat(host_.home.c_str(), &home) == 0 && home.st_uid == host_.owner;
-        if (access == VolumeAccess::onlyMe && isOwnersHome && host_.owner != geteuid()
-            && lchown(parent.c_str(), host_.owner, host_.ownerGroup) != 0) {
-            throw SystemCallError("hand over the folder", parent);
+        if (access == VolumeAccess::onlyMe) {
+            // Below the home of the user behind sudo, folders are that user's.
+            makeFolders(parent);
+        } else {
+            std::error_code error;
+            fs::create_directories(parent, error);
+            if (error) {
+                throw SystemCallError("make the folder", parent, error.value());
+            }
         }
         if (lstat(parent.c_str(), &status) != 0) {
             throw SystemCallError("look at the folder", parent);

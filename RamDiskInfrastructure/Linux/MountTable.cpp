@@ -80,7 +80,8 @@ std::optional<MountEntry> parseLine(std::string_view line) {
                       unescaped(root),
                       unescaped(mountPoint),
                       std::string(fileSystem),
-                      unescaped(source)};
+                      unescaped(source),
+                      std::string(takeField(line))};
 }
 
 } // namespace

@@ -21,6 +21,8 @@ struct MountEntry {
     std::filesystem::path mountPoint;
     std::string fileSystem;
     std::string source;
+    /// Those of the file system, set apart by commas.
+    std::string options;
 
     friend bool operator==(const MountEntry&, const MountEntry&) = default;
 };

@@ -23,15 +23,22 @@ void TmpfsVolume::requireSupport(const RamDiskSpecification& /*specification*/) 
 
 MountRequest TmpfsVolume::request(const DiskRecord& record, const RamDiskSpecification& specification) const {
     const auto pages = record.size.bytes / 4096;
-    return {"tmpfs",
-            record.volumeTag(),
-            {{"size", fmt::format("{}", record.size.bytes)},
-             {"mode", specification.access == VolumeAccess::onlyMe ? "0700" : "0755"},
-             {"uid", fmt::format("{}", host().owner)},
-             {"gid", fmt::format("{}", host().ownerGroup)},
-             // Empty files and folders take kernel memory that the size does not count: two for every page is
-             // more than real trees have, and keeps a small disk from filling the machine with them.
-             {"nr_inodes", fmt::format("{}", 2 * pages + 1024)}}};
+    MountRequest request{
+        "tmpfs",
+        record.volumeTag(),
+        {{"size", fmt::format("{}", record.size.bytes)},
+         {"mode", specification.access == VolumeAccess::onlyMe ? "0700" : "0755"},
+         {"uid", fmt::format("{}", host().owner)},
+         {"gid", fmt::format("{}", host().ownerGroup)},
+         // Empty files and folders take kernel memory that the size does not count: two for every page is
+         // more than real trees have, and keeps a small disk from filling the machine with them.
+         {"nr_inodes", fmt::format("{}", 2 * pages + 1024)}}};
+    // For those who map a file and ask for them, as a restore does; nobody else's files take more memory.
+    // Kernels without huge pages refuse the option.
+    if (std::filesystem::exists(host().sys / "kernel/mm/transparent_hugepage/shmem_enabled")) {
+        request.options.push_back({"huge", "advise"});
+    }
+    return request;
 }
 
 std::vector<MachineStep> TmpfsVolume::makingSteps(VolumeInMaking& making) const {

@@ -11,6 +11,9 @@ namespace ramdisk {
 
 namespace {
 
+/// Enough for the file system's own blocks and a manifest.
+constexpr auto firstReadAhead = ByteCount::of(32, ByteCount::Unit::mebibyte);
+
 bool isDamage(const SystemCallError& error) {
     const int number = error.code().value();
     return number == EIO || number == EUCLEAN || number == EBADMSG;
@@ -69,8 +72,8 @@ SavedImageTool::Closing LoopRestore::perform(const ProgressObserver& observer) c
 
 void LoopRestore::copy(const OpenImage& image, const MountedDisk& disk,
                        const ProgressObserver& observer) const {
-    // From here on, so that the manifest's own blocks come first.
-    std::optional<ReadAhead> reading(std::in_place, image.file().descriptor(), readAheadLimit(host_));
+    // The rest follows when the manifest has told that it is worth it.
+    std::optional<ReadAhead> reading(std::in_place, image.file().descriptor(), firstReadAhead);
     // Somebody may have changed the image since it was saved: then its files are what counts.
     if (!image.writtenManifest()) {
         throw RamDiskError(RamDiskError::ImageUnreadable{});
@@ -79,9 +82,11 @@ void LoopRestore::copy(const OpenImage& image, const MountedDisk& disk,
     if (!saved) {
         saved = TreeManifest::scan(image.contents(), {});
     }
+    reading.reset();
     if (isMostlyLarge(saved->contents())) {
-        reading.reset();
         image.readDirectly();
+    } else {
+        reading.emplace(image.file().descriptor(), readAheadLimit(host_));
     }
     if (saved->firstNameClash() && disk.mergesNames()) {
         throw RamDiskError(RamDiskError::NamesMerged{});
@@ -94,6 +99,7 @@ void LoopRestore::copy(const OpenImage& image, const MountedDisk& disk,
     const auto extras = request_.mode == RestoreMode::fill ? Extras::keep : Extras::remove;
     TreeUpdate update{image.contents(), *saved, disk.root(), present, extras};
     update.pageCache = PageCache::bypass;
+    update.hugePages = disk.hugePages(host_);
     update.perform(observer);
 }
 

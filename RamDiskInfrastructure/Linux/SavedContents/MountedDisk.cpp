@@ -3,11 +3,13 @@
 #include "RamDiskCore/Values/ASCII.h"
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
+#include "RamDiskInfrastructure/Linux/MountTable.h"
 #include "RamDiskInfrastructure/Linux/SavedContents/SavedRoot.h"
 #include "RamDiskInfrastructure/Linux/VolumeMarkLinux.h"
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <array>
 
 #include <fcntl.h>
@@ -95,6 +97,19 @@ bool MountedDisk::mergesNames() const {
     const bool merges = fstatat(root_.get(), lower.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
     unlinkat(root_.get(), upper.c_str(), 0);
     return merges;
+}
+
+HugePages MountedDisk::hugePages(const LinuxHost& host) const {
+    struct stat held {};
+    if (fstat(root_.get(), &held) != 0) {
+        throw SystemCallError("look at the disk");
+    }
+    const auto mounts = MountTable::read(host.proc).entries();
+    const bool isOffered = std::any_of(mounts.begin(), mounts.end(), [&](const MountEntry& mount) {
+        return mount.device == held.st_dev && mount.fileSystem == "tmpfs"
+               && mount.options.find("huge=advise") != std::string::npos;
+    });
+    return isOffered ? HugePages::onRequest : HugePages::none;
 }
 
 SaveSource::Status MountedSource::takeStatus(const ProgressObserver& observer) {

@@ -5,6 +5,7 @@
 #include "RamDiskInfrastructure/Linux/LinuxHost.h"
 #include "RamDiskInfrastructure/Linux/SavedContents/LatestCopy.h"
 #include "RamDiskInfrastructure/Linux/Trees/TreeManifest.h"
+#include "RamDiskInfrastructure/Linux/Trees/TreeUpdate.h"
 #include "RamDiskInfrastructure/Linux/Trees/WriteWatch.h"
 
 #include <filesystem>
@@ -28,6 +29,9 @@ public:
     /// Whether the volume takes names that differ only in letter case for one another. Tried with a file.
     /// @throws SystemCallError
     [[nodiscard]] bool mergesNames() const;
+    /// Whether mappings of its files that ask for huge pages get them.
+    /// @throws SystemCallError
+    [[nodiscard]] HugePages hugePages(const LinuxHost& host) const;
 
 private:
     MountedDisk(std::filesystem::path mountPoint, FileDescriptor root)

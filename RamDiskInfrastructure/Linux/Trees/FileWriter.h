@@ -12,7 +12,7 @@ namespace ramdisk {
 /// Copies the contents of files from one descriptor to another. Each thread has its own.
 class FileWriter {
 public:
-    FileWriter(ProgressMeter& meter, PageCache pageCache);
+    FileWriter(ProgressMeter& meter, PageCache pageCache, HugePages hugePages);
 
     /// A file of a tree.
     struct Item {
@@ -55,6 +55,7 @@ private:
     void copyData(Part part);
     void makeBuffer(std::size_t size);
     void copyRange(std::uint64_t start, std::uint64_t end);
+    [[nodiscard]] bool readIntoHugePage(std::uint64_t start);
     [[nodiscard]] bool copyInKernel(std::uint64_t& start, std::uint64_t end);
     void updateBlocks(Item source, Item target, Part part);
     /// Whether all of it differed.
@@ -66,11 +67,13 @@ private:
 
     ProgressMeter& meter_;
     PageCache pageCache_;
+    HugePages hugePages_;
     /// Aligned as the kernel wants it for what goes past the page cache.
     std::unique_ptr<char, Free> buffer_;
     std::size_t bufferSize_ = 0;
     bool kernelCopies_ = true;
     bool readsDirectly_ = false;
+    bool fillsHugePages_ = false;
     int from_ = -1;
     int to_ = -1;
     const TreeManifest::Contents* tree_ = nullptr;

@@ -26,6 +26,13 @@ enum class PageCache {
     bypass
 };
 
+/// Whether the target keeps its files in memory and gives huge pages to mappings that ask for them.
+enum class HugePages {
+    none,
+    /// What is read past the page cache into a large new file goes straight into such pages, without a copy.
+    onRequest
+};
+
 /// Makes one tree the same as another, writing what differs and nothing else: contents, modes, owners, times,
 /// hard links, symbolic links, extended attributes, ACLs, holes, FIFOs and the root's own metadata. No link
 /// is followed out of either tree, whoever changes them meanwhile.
@@ -41,6 +48,7 @@ struct TreeUpdate {
     RootMetadata rootMetadata = RootMetadata::apply;
     Owners owners = Owners::all;
     PageCache pageCache = PageCache::use;
+    HugePages hugePages = HugePages::none;
 
     /// Changes the target. An item of the source that vanished since its manifest was made is left out.
     /// @throws RamDiskError `namesMerged` when the target took two names for one; SystemCallError naming the

@@ -164,7 +164,7 @@ void TreeUpdater::writeItems() {
     ParallelJobs(jobs.size(), bytes, load).run([&](unsigned) {
         const auto places = std::make_shared<Places>(
             Places{FolderCursor(update_.source, source_), FolderCursor(update_.target, source_)});
-        const auto writer = std::make_shared<FileWriter>(meter_, update_.pageCache);
+        const auto writer = std::make_shared<FileWriter>(meter_, update_.pageCache, update_.hugePages);
         return [this, &jobs, places, writer](std::size_t number) {
             auto& job = jobs[number];
             if (isLarge(job.item)) {

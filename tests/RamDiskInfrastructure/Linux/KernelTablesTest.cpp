@@ -22,10 +22,10 @@ TEST(MountTable, ReadsWhatTheKernelWritesAndLeavesOutTheRest) {
         "40 25 0:33 / /short\\04 rw -  \n"
         "41 25 0:31 / /mnt rw - tmpfs last rw");
     const std::vector<MountEntry> expected{
-        {36, 25, makedev(0, 31), "/", "/media/My Disk\\\t\n", "tmpfs", "ramdisk-A B"},
-        {37, 25, makedev(8, 1), "/sub", "/mnt", "ext4", "/dev/sda1"},
-        {40, 25, makedev(0, 33), "/", "/short\\04", "", ""},
-        {41, 25, makedev(0, 31), "/", "/mnt", "tmpfs", "last"}};
+        {36, 25, makedev(0, 31), "/", "/media/My Disk\\\t\n", "tmpfs", "ramdisk-A B", "rw,size=8192k"},
+        {37, 25, makedev(8, 1), "/sub", "/mnt", "ext4", "/dev/sda1", "rw"},
+        {40, 25, makedev(0, 33), "/", "/short\\04", "", "", ""},
+        {41, 25, makedev(0, 31), "/", "/mnt", "tmpfs", "last", "rw"}};
     std::vector<MountEntry> whole;
     for (const auto& entry : table.entries()) {
         if (entry.mountPoint != "/dash") {

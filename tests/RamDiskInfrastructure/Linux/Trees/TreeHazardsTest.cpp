@@ -2,6 +2,7 @@
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "tests/RamDiskInfrastructure/Linux/Trees/TreeDescription.h"
 #include "tests/support/Linux/TestMachine.h"
+#include "tests/support/Linux/TmpfsMount.h"
 #include "tests/support/ScratchFolder.h"
 
 #include <gmock/gmock.h>
@@ -14,7 +15,6 @@
 #include <xxhash.h>
 
 #include <fcntl.h>
-#include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -152,17 +152,8 @@ TEST(TreeUpdateHazardsTest, AFullTargetNamesTheFileAndOtherMountsAreLeftAlone) {
     const TestMachine machine;
     const auto source = machine.folder() / "source";
     const auto tiny = machine.folder() / "tiny";
-    fs::create_directories(source / "folder/mount");
-    fs::create_directory(tiny);
-    struct Mount {
-        explicit Mount(const fs::path& path) : place(path) {
-            EXPECT_EQ(mount("tmpfs", place.c_str(), "tmpfs", 0, "size=64k"), 0);
-        }
-        ~Mount() { umount2(place.c_str(), MNT_DETACH); }
-        fs::path place;
-    };
-    const Mount target(tiny);
-    const Mount below(source / "folder/mount");
+    const TmpfsMount target(tiny, "size=64k");
+    const TmpfsMount below(source / "folder/mount", "size=64k");
     writeFile(source / "folder/mount/file", "of another volume");
     const FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_un address{AF_UNIX, {}};

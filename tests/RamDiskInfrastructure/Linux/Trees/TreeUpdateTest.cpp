@@ -4,6 +4,7 @@
 #include "RamDiskInfrastructure/Linux/TreeFolderCopier.h"
 #include "tests/RamDiskInfrastructure/Linux/Trees/TreeDescription.h"
 #include "tests/support/Linux/TestMachine.h"
+#include "tests/support/Linux/TmpfsMount.h"
 #include "tests/support/ScratchFolder.h"
 
 #include <gmock/gmock.h>
@@ -149,21 +150,34 @@ TEST(TreeUpdateTest, EveryChangeIsSeenAndFollowed) {
     EXPECT_LT(after.st_blocks, big.st_blocks);
 }
 
-TEST(TreeUpdateTest, ALargeFileIsFollowedPartByPart) {
-    const Trees trees;
+constexpr off_t mebibyte = 1 << 20;
+
+std::string bytes(std::size_t count, char first) {
+    std::string text(count, first);
+    for (std::size_t place = 0; place < count; place += 1000) {
+        text[place] = static_cast<char>(first + place / 1000 % 20);
+    }
+    return text;
+}
+
+void updateLargeFiles(const Trees& trees, PageCache pageCache, HugePages hugePages) {
+    const auto source = openTree(trees.source);
+    const auto target = openTree(trees.target);
+    const auto wanted = TreeManifest::scan(source, {});
+    const auto present = TreeManifest::scan(target, {});
+    TreeUpdate update{source, wanted, target, present};
+    update.pageCache = pageCache;
+    update.hugePages = hugePages;
+    update.perform({});
+}
+
+void followALargeFile(const Trees& trees, PageCache pageCache, HugePages hugePages) {
     const auto file = trees.source / "large";
     const auto other = trees.target / "large";
-    constexpr off_t mebibyte = 1 << 20;
-    const auto bytes = [](std::size_t count, char first) {
-        std::string text(count, first);
-        for (std::size_t place = 0; place < count; place += 1000) {
-            text[place] = static_cast<char>(first + place / 1000 % 20);
-        }
-        return text;
-    };
     writeFile(file, bytes(3 * mebibyte, 'a'));
     fs::resize_file(file, 70 * mebibyte + 12'345);
     overwrite(file, 31 * mebibyte + 5, bytes(2 * mebibyte, 'b'));
+    overwrite(file, 40 * mebibyte, bytes(5 * mebibyte + 77, 'g'));
     overwrite(file, 70 * mebibyte, bytes(12'345, 'c'));
     struct stat status {};
     const std::vector<std::pair<const char*, std::function<void()>>> steps{
@@ -180,18 +194,42 @@ TEST(TreeUpdateTest, ALargeFileIsFollowedPartByPart) {
     for (const auto& [what, change] : steps) {
         SCOPED_TRACE(what);
         change();
-        updateTree(trees.source, trees.target);
+        updateLargeFiles(trees, pageCache, hugePages);
         ASSERT_EQ(differences(trees.source, trees.target), "");
         const auto inode = status.st_ino;
         ASSERT_EQ(stat(other.c_str(), &status), 0);
         EXPECT_TRUE(inode == 0 || inode == status.st_ino) << "written anew";
-        EXPECT_LT(status.st_blocks * 512, 12 * mebibyte) << "the holes are filled";
+        EXPECT_LT(status.st_blocks * 512, 18 * mebibyte) << "the holes are filled";
     }
+}
+
+TEST(TreeUpdateTest, ALargeFileIsFollowedPartByPart) {
+    const Trees trees;
+    followALargeFile(trees, PageCache::use, HugePages::none);
+    const auto file = trees.source / "large";
+    const auto other = trees.target / "large";
     const auto source = scanTree(trees.source);
     fs::remove(file);
     fs::remove(other);
     TreeUpdate{openTree(trees.source), source, openTree(trees.target), scanTree(trees.target)}.perform({});
     EXPECT_FALSE(fs::exists(other)) << "the file was gone when its turn came";
+}
+
+TEST(TreeUpdateTest, ALargeFileIsReadIntoHugePages) {
+    SKIP_UNLESS_ROOT();
+    const TestMachine machine;
+    const Trees trees;
+    const bool areThere = fs::exists("/sys/kernel/mm/transparent_hugepage/shmem_enabled");
+    const TmpfsMount target(trees.target, areThere ? "huge=advise,size=80m" : "size=80m");
+    followALargeFile(trees, PageCache::bypass, HugePages::onRequest);
+    fs::remove(trees.target / "large");
+    writeFile(trees.source / "large", bytes(90 * mebibyte, 'h'));
+    try {
+        updateLargeFiles(trees, PageCache::bypass, HugePages::onRequest);
+        FAIL() << "there was room";
+    } catch (const SystemCallError& error) {
+        EXPECT_STREQ(error.what(), "could not write “large”: No space left on device");
+    }
 }
 
 TEST(TreeUpdateTest, TheMarkOfAVolumeNeitherComesNorGoes) {

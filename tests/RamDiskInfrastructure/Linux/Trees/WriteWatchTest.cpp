@@ -2,6 +2,7 @@
 
 #include "tests/RamDiskInfrastructure/Linux/Trees/TreeDescription.h"
 #include "tests/support/Linux/TestMachine.h"
+#include "tests/support/Linux/TmpfsMount.h"
 
 #include <fmt/format.h>
 #include <gmock/gmock.h>
@@ -23,8 +24,6 @@ constexpr int watchedFileCount = 20;
 /// A tmpfs with some files that were made just now, watched and scanned once.
 struct WatchedTree {
     WatchedTree() {
-        fs::create_directory(place);
-        EXPECT_EQ(mount("tmpfs", place.c_str(), "tmpfs", 0, "size=16m"), 0);
         fs::create_directories(tree / "sub");
         for (int file = 0; file < watchedFileCount; ++file) {
             writeFile(tree / "sub" / std::to_string(file), std::string(watchedFileSize, 'x'));
@@ -32,9 +31,6 @@ struct WatchedTree {
         writeFile(place / "aside", std::string(watchedFileSize, 'y'));
         setAttribute(tree / "sub/7", "user.one", "value");
     }
-    ~WatchedTree() { umount2(place.c_str(), MNT_DETACH); }
-    WatchedTree(const WatchedTree&) = delete;
-    WatchedTree& operator=(const WatchedTree&) = delete;
 
     /// False where the kernel has no watch to offer.
     bool scan() {
@@ -57,6 +53,7 @@ struct WatchedTree {
 
     TestMachine machine;
     fs::path place = machine.folder() / "watched";
+    TmpfsMount mounted{place, "size=16m"};
     fs::path tree = place / "tree";
     FileDescriptor root;
     std::optional<WriteWatch> watch;

@@ -52,16 +52,7 @@ fs::path MountFolders::preferred(std::string_view name, VolumeAccess access) con
 void MountFolders::makeParent(const fs::path& parent, VolumeAccess access) const {
     struct stat status {};
     if (lstat(parent.c_str(), &status) != 0) {
-        if (access == VolumeAccess::onlyMe) {
-            // Below the home of the user behind sudo, folders are that user's.
-            makeFolders(parent);
-        } else {
-            std::error_code error;
-            fs::create_directories(parent, error);
-            if (error) {
-                throw SystemCallError("make the folder", parent, error.value());
-            }
-        }
+        makeFolders(parent, access == VolumeAccess::onlyMe ? 0700 : 0755);
         if (lstat(parent.c_str(), &status) != 0) {
             throw SystemCallError("look at the folder", parent);
         }

@@ -17,7 +17,6 @@ namespace ramdisk {
 namespace {
 
 constexpr mode_t fileMode = 0600;
-constexpr mode_t folderMode = 0700;
 constexpr std::string_view preparedSuffix = ".new";
 
 std::string preparedPrefix(const std::filesystem::path& target) {
@@ -97,16 +96,16 @@ std::optional<std::string> readStoredFile(const std::filesystem::path& path) {
     return content;
 }
 
-void makeFolders(const std::filesystem::path& folder) {
-    if (folder.empty() || mkdir(folder.c_str(), folderMode) == 0) {
+void makeFolders(const std::filesystem::path& folder, mode_t mode) {
+    if (folder.empty() || mkdir(folder.c_str(), mode) == 0) {
         if (!folder.empty()) {
             giveToOwnerOf(folder.parent_path(), openFolder(AT_FDCWD, folder.c_str()));
         }
         return;
     }
     if (errno == ENOENT && folder.has_parent_path() && folder.parent_path() != folder) {
-        makeFolders(folder.parent_path());
-        makeFolders(folder);
+        makeFolders(folder.parent_path(), mode);
+        makeFolders(folder, mode);
         return;
     }
     const int error = errno;

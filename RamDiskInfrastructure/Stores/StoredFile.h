@@ -7,6 +7,8 @@
 #include <string>
 #include <string_view>
 
+#include <sys/types.h>
+
 /// Small files that are read whole and replaced whole.
 namespace ramdisk {
 
@@ -14,9 +16,10 @@ namespace ramdisk {
 /// under the name.
 [[nodiscard]] std::optional<std::string> readStoredFile(const std::filesystem::path& path);
 
-/// Makes the folder and its parents where they are missing, for their owner alone.
+/// Makes the folder and its parents where they are missing, for their owner alone where no other mode is
+/// given. Below the home of the user behind sudo they are that user's.
 /// @throws std::system_error
-void makeFolders(const std::filesystem::path& folder);
+void makeFolders(const std::filesystem::path& folder, mode_t mode = 0700);
 
 /// Waits until the names in a folder would survive a power cut, where the file system can promise that.
 /// @throws std::system_error

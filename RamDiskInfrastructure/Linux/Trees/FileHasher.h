@@ -14,6 +14,6 @@ enum class Writers { ignore, note };
 /// there.
 /// @throws SystemCallError naming the file that cannot be read
 void hashFiles(TreeManifest::Contents& tree, const FileDescriptor& root, const ProgressObserver& observer,
-               Writers writers = Writers::ignore, const TreeManifest::Contents* earlier = nullptr);
+               Writers writers, const TreeManifest::Contents* earlier = nullptr);
 
 } // namespace ramdisk

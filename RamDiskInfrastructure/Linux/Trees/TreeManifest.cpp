@@ -10,6 +10,18 @@
 
 namespace ramdisk {
 
+namespace {
+
+TreeManifest scanWith(TreeScanner&& scanner, const FileDescriptor& root, const ProgressObserver& observer,
+                      Writers writers, const TreeManifest::Contents* earlier = nullptr) {
+    TreeManifest manifest;
+    manifest.contents() = scanner.scan();
+    hashFiles(manifest.contents(), root, observer, writers, earlier);
+    return manifest;
+}
+
+} // namespace
+
 TreeManifest::TreeManifest() : contents_(std::make_unique<Contents>()) {
     contents_->items.emplace_back();
 }
@@ -19,25 +31,17 @@ TreeManifest::TreeManifest(TreeManifest&&) noexcept = default;
 TreeManifest& TreeManifest::operator=(TreeManifest&&) noexcept = default;
 
 TreeManifest TreeManifest::scan(const FileDescriptor& root, const ProgressObserver& observer) {
-    TreeManifest manifest;
-    manifest.contents() = TreeScanner(root).scan();
-    hashFiles(manifest.contents(), root, observer);
-    return manifest;
+    return scanWith(TreeScanner(root), root, observer, Writers::ignore);
 }
 
 TreeManifest TreeManifest::scan(WriteWatch& watch, const ProgressObserver& observer) {
-    TreeManifest manifest;
-    manifest.contents() = TreeScanner(watch.root()).scan();
-    hashFiles(manifest.contents(), watch.root(), observer, Writers::note);
-    return manifest;
+    return scanWith(TreeScanner(watch.root()), watch.root(), observer, Writers::note);
 }
 
 TreeManifest TreeManifest::scanAgain(WriteWatch& watch, const TreeManifest& earlier,
                                      const ProgressObserver& observer) {
-    TreeManifest manifest;
-    manifest.contents() = TreeScanner(watch, earlier.contents()).scan();
-    hashFiles(manifest.contents(), watch.root(), observer, Writers::note, &earlier.contents());
-    return manifest;
+    return scanWith(TreeScanner(watch, earlier.contents()), watch.root(), observer, Writers::note,
+                    &earlier.contents());
 }
 
 std::uint64_t TreeManifest::itemCount() const noexcept {

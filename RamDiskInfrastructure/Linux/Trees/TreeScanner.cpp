@@ -13,6 +13,7 @@
 
 #include <dirent.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 namespace ramdisk {
@@ -153,6 +154,7 @@ void TreeScanner::noteRoot() {
         throw SystemCallError("read", ".");
     }
     volume_ = status.st_dev;
+    makeRoom();
     tree_.items.push_back({});
     findings_.push_back({});
     noteStatus(tree_.items[0], status);
@@ -170,6 +172,17 @@ void TreeScanner::noteRoot() {
         throw SystemCallError("reach the open folder by", place);
     }
     foldersToRead_.push_back(0);
+}
+
+void TreeScanner::makeRoom() {
+    constexpr std::uint64_t most = 1U << 16U;
+    struct statvfs volume {};
+    if (::fstatvfs(root_.get(), &volume) == 0) {
+        const auto items = std::min<std::uint64_t>(volume.f_files - volume.f_ffree, most);
+        tree_.items.reserve(items);
+        findings_.reserve(items);
+        itemsToLookAt_.reserve(items);
+    }
 }
 
 void TreeScanner::readFolder(std::uint32_t folder) {

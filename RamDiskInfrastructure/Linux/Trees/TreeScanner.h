@@ -40,6 +40,8 @@ private:
     };
 
     void noteRoot();
+    /// For what the whole volume holds, within reason, so that what is found is not moved again and again.
+    void makeRoom();
     void readFolder(std::uint32_t folder);
     /// What the folder was in the earlier scan, when the same names were in it.
     [[nodiscard]] std::uint32_t unchangedFolder(int descriptor, std::uint32_t folder) const;

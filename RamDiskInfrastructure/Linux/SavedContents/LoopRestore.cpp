@@ -7,6 +7,8 @@
 #include "RamDiskInfrastructure/Linux/Trees/FileWriter.h"
 #include "RamDiskInfrastructure/Linux/Trees/TreeUpdate.h"
 
+#include <sys/sysinfo.h>
+
 namespace ramdisk {
 
 namespace {
@@ -32,6 +34,13 @@ bool isMostlyLarge(const TreeManifest::Contents& tree) {
         smallFiles += !isLarge && tree.hasOwnContents(item) ? 1 : 0;
     }
     return smallFiles < largeBytes / bytesWorthAFile;
+}
+
+/// Whether so much memory lies idle that no pages must be freed, nor moved together, to make huge ones: that
+/// would take longer than they save.
+bool isMemoryIdle(std::uint64_t bytes) {
+    struct sysinfo machine {};
+    return ::sysinfo(&machine) == 0 && std::uint64_t{machine.freeram} * machine.mem_unit >= bytes + bytes / 8;
 }
 
 } // namespace
@@ -80,6 +89,7 @@ void LoopRestore::copy(const OpenImage& image, const MountedDisk& disk,
     }
     auto saved = image.manifest();
     if (!saved) {
+        reading.emplace(image.file().descriptor(), readAheadLimit(host_));
         saved = TreeManifest::scan(image.contents(), {});
     }
     reading.reset();
@@ -99,7 +109,9 @@ void LoopRestore::copy(const OpenImage& image, const MountedDisk& disk,
     const auto extras = request_.mode == RestoreMode::fill ? Extras::keep : Extras::remove;
     TreeUpdate update{image.contents(), *saved, disk.root(), present, extras};
     update.pageCache = PageCache::bypass;
-    update.hugePages = disk.hugePages(host_);
+    if (isMemoryIdle(saved->byteCount())) {
+        update.hugePages = disk.hugePages(host_);
+    }
     update.perform(observer);
 }
 

@@ -83,12 +83,12 @@ void LoopRestore::copy(const OpenImage& image, const MountedDisk& disk,
                        const ProgressObserver& observer) const {
     // The rest follows when the manifest has told that it is worth it.
     std::optional<ReadAhead> reading(std::in_place, image.file().descriptor(), firstReadAhead);
-    // Somebody may have changed the image since it was saved: then its files are what counts.
-    if (!image.writtenManifest()) {
+    auto saved = image.writtenManifest();
+    if (!saved) {
         throw RamDiskError(RamDiskError::ImageUnreadable{});
     }
-    auto saved = image.manifest();
-    if (!saved) {
+    if (!image.isAsWritten()) {
+        // Somebody has changed the image since it was saved: its files are what counts.
         reading.emplace(image.file().descriptor(), readAheadLimit(host_));
         saved = TreeManifest::scan(image.contents(), {});
     }

@@ -180,8 +180,12 @@ std::optional<TreeManifest> OpenImage::writtenManifest() const {
     return file ? TreeManifest::read(file) : std::nullopt;
 }
 
+bool OpenImage::isAsWritten() const {
+    return about().starts_with(superblock_.seal + "\n");
+}
+
 std::optional<TreeManifest> OpenImage::manifest() const {
-    return about().starts_with(superblock_.seal + "\n") ? writtenManifest() : std::nullopt;
+    return isAsWritten() ? writtenManifest() : std::nullopt;
 }
 
 std::optional<ImageOrigin> OpenImage::origin() const {

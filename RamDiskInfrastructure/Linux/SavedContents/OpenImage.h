@@ -60,6 +60,8 @@ public:
     [[nodiscard]] std::optional<TreeManifest> manifest() const;
     /// The manifest as it was written, whether or not the tree may have been changed since.
     [[nodiscard]] std::optional<TreeManifest> writtenManifest() const;
+    /// Whether the tree is known not to have been changed since then.
+    [[nodiscard]] bool isAsWritten() const;
     [[nodiscard]] std::optional<ImageOrigin> origin() const;
 
     /// Says what the tree holds from now on.

@@ -20,12 +20,12 @@ namespace ramdisk {
 namespace {
 
 constexpr std::size_t copyBufferSize = 256U << 10U;
-/// Of what goes past the page cache, so that the device is asked for much at a time.
-constexpr std::size_t directBufferSize = 2U << 20U;
 constexpr std::size_t pageSize = 4096;
 /// Memory is handed to a device in pieces that are whole: a huge page is one, where small pages are 512,
 /// which took a virtual disk more than twice as long.
 constexpr std::size_t hugePageSize = 2U << 20U;
+/// Of what goes past the page cache, so that the device is asked for much at a time.
+constexpr std::size_t directBufferSize = hugePageSize;
 /// Of a large file the kernel is asked for so much before it is due, so that it reads while we write. Its own
 /// guess is far less, which a loop device is slow to answer.
 constexpr std::uint64_t readAhead = 8U << 20U;

@@ -174,12 +174,16 @@ TreeManifest scanTree(const fs::path& root) {
     return TreeManifest::scan(openTree(root), {});
 }
 
-void updateTree(const fs::path& source, const fs::path& target, Extras extras) {
+void updateTree(const fs::path& source, const fs::path& target, Extras extras, PageCache pageCache,
+                HugePages hugePages) {
     const auto from = openTree(source);
     const auto to = openTree(target);
     const auto sourceManifest = TreeManifest::scan(from, {});
     const auto targetManifest = TreeManifest::scan(to, {});
-    TreeUpdate{from, sourceManifest, to, targetManifest, extras}.perform({});
+    TreeUpdate update{from, sourceManifest, to, targetManifest, extras};
+    update.pageCache = pageCache;
+    update.hugePages = hugePages;
+    update.perform({});
 }
 
 void setAttribute(const fs::path& path, const std::string& name, const std::string& value) {

@@ -21,7 +21,8 @@ void makeOddTree(const std::filesystem::path& root);
 [[nodiscard]] TreeManifest scanTree(const std::filesystem::path& root);
 /// Scans both trees and makes the second like the first.
 void updateTree(const std::filesystem::path& source, const std::filesystem::path& target,
-                Extras extras = Extras::remove);
+                Extras extras = Extras::remove, PageCache pageCache = PageCache::use,
+                HugePages hugePages = HugePages::none);
 
 /// An attribute of the item itself, never of what it links to.
 void setAttribute(const std::filesystem::path& path, const std::string& name, const std::string& value);

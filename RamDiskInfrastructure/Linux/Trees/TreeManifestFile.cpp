@@ -2,6 +2,8 @@
 #include "RamDiskInfrastructure/Linux/Trees/ContentHash.h"
 #include "RamDiskInfrastructure/Linux/Trees/TreeContents.h"
 
+#include <bit>
+#include <cstring>
 #include <limits>
 #include <utility>
 
@@ -15,6 +17,11 @@ namespace {
 constexpr std::string_view manifestMagic = "RAMDISK TREES 1\n";
 constexpr std::size_t headerSize = 40; // magic, length of the rest, its hash
 constexpr std::uint64_t largestFile = 4ULL << 30U;
+
+/// The lowest byte first, or back.
+std::uint64_t littleEndian(std::uint64_t value) {
+    return std::endian::native == std::endian::little ? value : __builtin_bswap64(value);
+}
 
 /// Numbers in the fewest bytes, seven bits each, the lowest first.
 class Encoder {
@@ -35,9 +42,8 @@ public:
         number(static_cast<std::uint64_t>(value.tv_nsec));
     }
     void fixed(std::uint64_t value) {
-        for (unsigned shift = 0; shift < 64; shift += 8) {
-            bytes.push_back(static_cast<char>(value >> shift));
-        }
+        const auto wire = littleEndian(value);
+        bytes.append(reinterpret_cast<const char*>(&wire), sizeof wire);
     }
 
     std::string bytes;
@@ -59,7 +65,9 @@ public:
     [[nodiscard]] std::uint64_t number(std::uint64_t most = ~std::uint64_t{0}) {
         std::uint64_t value = 0;
         for (unsigned shift = 0; shift < 64; shift += 7) {
-            const auto byte = static_cast<unsigned char>(take(1)[0]);
+            require(!bytes_.empty());
+            const auto byte = static_cast<unsigned char>(bytes_.front());
+            bytes_.remove_prefix(1);
             value |= static_cast<std::uint64_t>(byte & 0x7FU) << shift;
             if ((byte & 0x80U) == 0) {
                 require(value <= most);
@@ -80,13 +88,9 @@ public:
         return value;
     }
     [[nodiscard]] std::uint64_t fixed() {
-        std::uint64_t value = 0;
-        unsigned shift = 0;
-        for (const char byte : take(8)) {
-            value |= static_cast<std::uint64_t>(static_cast<unsigned char>(byte)) << shift;
-            shift += 8;
-        }
-        return value;
+        std::uint64_t wire = 0;
+        std::memcpy(&wire, take(sizeof wire).data(), sizeof wire);
+        return littleEndian(wire);
     }
     /// How many things follow, each of at least `size` bytes: never more than there is room for.
     [[nodiscard]] std::uint64_t count(std::size_t size) { return number(bytes_.size() / size); }
@@ -190,8 +194,15 @@ void decodeItem(Decoder& decoder, TreeManifest::Contents& tree) {
     place(tree, number);
 }
 
+/// With room for the header.
 std::string encode(const TreeManifest::Contents& tree) {
+    // About what all of it takes, so that what is written is not moved again and again.
+    constexpr std::size_t bytesPerItem = 48;
+    constexpr std::size_t bytesPerBlock = 17;
     Encoder encoder;
+    encoder.bytes.reserve(headerSize + tree.items.size() * bytesPerItem + tree.text.size()
+                          + tree.blocks.size() * bytesPerBlock);
+    encoder.bytes.resize(headerSize);
     encoder.number(tree.attributeSets.size());
     for (const auto& set : tree.attributeSets) {
         encoder.number(set.size());
@@ -223,6 +234,7 @@ TreeManifest::Contents decode(std::string_view bytes) {
     const auto count = decoder.count(20);
     require(count > 0 && count < std::numeric_limits<std::uint32_t>::max());
     tree.items.reserve(count);
+    tree.blocks.reserve(count);
     for (std::uint64_t item = 0; item < count; ++item) {
         decodeItem(decoder, tree);
     }
@@ -255,7 +267,7 @@ void writeAll(const FileDescriptor& file, std::string_view bytes) {
 
 void TreeManifest::write(const FileDescriptor& file) const {
     auto bytes = encode(*contents_);
-    bytes.insert(0, headerFor(bytes));
+    bytes.replace(0, headerSize, headerFor(std::string_view(bytes).substr(headerSize)));
     writeAll(file, bytes);
     if (::ftruncate(file.get(), static_cast<off_t>(bytes.size())) != 0) {
         throw SystemCallError("write the list of the files");

@@ -48,6 +48,11 @@ std::pair<const BlockHash*, const BlockHash*> blocksIn(FileWriter::Item item, Fi
     return {at(part.start), at(part.end)};
 }
 
+bool mayHaveHoles(int file) {
+    struct stat status {};
+    return ::fstat(file, &status) != 0 || hasHoles(status);
+}
+
 /// Makes what is read or written by this descriptor go past the page cache, where its file system can do
 /// that.
 bool beginDirect(int file) {
@@ -67,8 +72,9 @@ void FileWriter::Free::operator()(char* bytes) const noexcept {
     std::free(bytes); // NOLINT: from aligned_alloc
 }
 
-FileWriter::FileWriter(ProgressMeter& meter, PageCache pageCache, HugePages hugePages)
+FileWriter::FileWriter(ProgressMeter& meter, Renewals& renewals, PageCache pageCache, HugePages hugePages)
     : meter_(meter),
+      renewals_(renewals),
       pageCache_(pageCache),
       hugePages_(hugePages) {
     static_assert(copyBufferSize >= 2 * BlockHash::blockSize);
@@ -108,7 +114,7 @@ void FileWriter::copyWhole(const FileDescriptor& from, const FileDescriptor& to,
     if (::fstat(from_, &status) != 0) {
         fail("read");
     }
-    if (status.st_blocks * 512 >= status.st_size) {
+    if (!hasHoles(status)) {
         copyRange(0, static_cast<std::uint64_t>(status.st_size));
         return;
     }
@@ -240,7 +246,8 @@ void FileWriter::updateBlocks(Item source, Item target, Part part) {
     auto [present, presentEnd] = blocksIn(target, part);
     // Where block after block is another one altogether, looking for what is left of the old ones is given
     // up.
-    int whole = 0;
+    const bool isOneBlock = originalOf(source).size <= BlockHash::blockSize;
+    int whole = isOneBlock && renewals_.areExpected() && !mayHaveHoles(from_) ? manyBlocks : 0;
     Part run{part.start, part.start};
     const auto endRun = [&] {
         copyRange(run.start, run.end);
@@ -263,6 +270,9 @@ void FileWriter::updateBlocks(Item source, Item target, Part part) {
             run.end = end;
         } else if (isChanged) {
             whole = updateBlock(start, end - start, isPresent) ? whole + 1 : 0;
+            if (isOneBlock && isPresent) {
+                renewals_.note(whole > 0);
+            }
             meter_.add(end - start, 0);
             run = {end, end};
         } else if (!isWanted) {

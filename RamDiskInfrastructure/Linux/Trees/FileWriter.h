@@ -4,15 +4,40 @@
 #include "RamDiskInfrastructure/Linux/Trees/TreeContents.h"
 #include "RamDiskInfrastructure/Linux/Trees/TreeUpdate.h"
 
+#include <atomic>
 #include <cstddef>
 #include <memory>
 
 namespace ramdisk {
 
+/// Whether files of one block that change are, of late, written anew as a whole, as programs do with small
+/// files, or changed in place. For all threads of an update together.
+class Renewals {
+public:
+    /// Whether to expect nothing of the old contents in the next file. Now and then false, so that somebody
+    /// looks.
+    [[nodiscard]] bool areExpected() noexcept {
+        return inARow_.load(std::memory_order_relaxed) >= enough
+               && expected_.fetch_add(1, std::memory_order_relaxed) % betweenLooks != 0;
+    }
+    void note(bool wasRenewed) noexcept {
+        inARow_.store(wasRenewed ? inARow_.load(std::memory_order_relaxed) + 1 : 0,
+                      std::memory_order_relaxed);
+    }
+
+private:
+    static constexpr int enough = 8;
+    static constexpr unsigned betweenLooks = 16;
+
+    std::atomic<int> inARow_{0};
+    std::atomic<unsigned> expected_{1};
+};
+
 /// Copies the contents of files from one descriptor to another. Each thread has its own.
 class FileWriter {
 public:
-    FileWriter(ProgressMeter& meter, PageCache pageCache, HugePages hugePages);
+    /// `meter` and `renewals` must outlive the writer.
+    FileWriter(ProgressMeter& meter, Renewals& renewals, PageCache pageCache, HugePages hugePages);
 
     /// A file of a tree.
     struct Item {
@@ -35,7 +60,8 @@ public:
     /// @throws SystemCallError with the item's path
     void copyPart(const FileDescriptor& from, const FileDescriptor& to, Item source, Part part);
 
-    /// Makes the contents those of the source, writing only the pages that differ in blocks whose hashes do.
+    /// Makes the contents those of the source, writing only the pages that differ in blocks whose hashes do,
+    /// or such a block whole where that is to be expected anyway.
     /// @throws SystemCallError with the item's path
     void update(const FileDescriptor& from, const FileDescriptor& to, Item source, Item target);
 
@@ -66,6 +92,7 @@ private:
     [[noreturn]] void fail(const char* doing) const;
 
     ProgressMeter& meter_;
+    Renewals& renewals_;
     PageCache pageCache_;
     HugePages hugePages_;
     /// Aligned as the kernel wants it for what goes past the page cache.

@@ -11,8 +11,8 @@ namespace {
 
 constexpr std::size_t jobsAtATime = 8;
 constexpr std::size_t jobsWorthAThread = 256;
-/// When each waits.
-constexpr std::size_t waitsWorthAThread = 16;
+/// When each takes longer than a microsecond or two.
+constexpr std::size_t longJobsWorthAThread = 16;
 constexpr std::uint64_t bytesWorthAThread = 8U << 20U;
 constexpr unsigned mostProcessors = 4;
 /// So many workers that wait keep the device busy, and a processor with what it delivers.
@@ -22,7 +22,7 @@ constexpr auto betweenReports = std::chrono::milliseconds(30);
 } // namespace
 
 ParallelJobs::ParallelJobs(std::size_t jobs, std::uint64_t bytes, Load load) : jobs_(jobs), workers_(1) {
-    const auto enough = load == Load::waiting ? waitsWorthAThread : jobsWorthAThread;
+    const auto enough = load == Load::brief ? jobsWorthAThread : longJobsWorthAThread;
     if (jobs > 1 && (jobs >= enough || bytes >= bytesWorthAThread)) {
         const auto processors = std::clamp(std::thread::hardware_concurrency(), 2U, mostProcessors);
         workers_ = load == Load::waiting ? processors * waitingPerProcessor : processors;

@@ -14,11 +14,11 @@ namespace ramdisk {
 /// Does jobs on several threads, the calling one among them, and waits for all of them.
 class ParallelJobs {
 public:
-    /// What a worker does most of its time: use a processor, or wait for a device.
-    enum class Load { computing, waiting };
+    /// What a job is: microseconds of a processor, tens of them, or mostly waiting for a device.
+    enum class Load { brief, lengthy, waiting };
 
     /// As many workers as are worth their start for `jobs` jobs that move `bytes` bytes.
-    ParallelJobs(std::size_t jobs, std::uint64_t bytes, Load load = Load::computing);
+    ParallelJobs(std::size_t jobs, std::uint64_t bytes, Load load = Load::brief);
 
     [[nodiscard]] unsigned workerCount() const noexcept { return workers_; }
 

@@ -9,6 +9,7 @@
 #include <string>
 #include <utility>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -160,11 +161,12 @@ void TreeUpdater::writeItems() {
     }
     meter_.expect(bytes, items);
     const auto load =
-        update_.pageCache == PageCache::bypass ? ParallelJobs::Load::waiting : ParallelJobs::Load::computing;
+        update_.pageCache == PageCache::bypass ? ParallelJobs::Load::waiting : ParallelJobs::Load::brief;
     ParallelJobs(jobs.size(), bytes, load).run([&](unsigned) {
         const auto places = std::make_shared<Places>(
             Places{FolderCursor(update_.source, source_), FolderCursor(update_.target, source_)});
-        const auto writer = std::make_shared<FileWriter>(meter_, update_.pageCache, update_.hugePages);
+        const auto writer =
+            std::make_shared<FileWriter>(meter_, renewals_, update_.pageCache, update_.hugePages);
         return [this, &jobs, places, writer](std::size_t number) {
             auto& job = jobs[number];
             if (isLarge(job.item)) {
@@ -266,6 +268,10 @@ void TreeUpdater::writeFile(std::uint32_t item, Places& places, FileWriter& writ
         const auto open = openTarget(folder, item, O_RDWR | O_NONBLOCK);
         writer.update(file, open, {source_, item}, {target_, plan_.pairing.ofSource[item]});
         applyMetadata(open.get(), source_, item, update_.owners);
+        if (update_.pageCache == PageCache::bypass) {
+            // It is to reach the device soon, which has little to do while the next ones are compared.
+            static_cast<void>(::sync_file_range(open.get(), 0, 0, SYNC_FILE_RANGE_WRITE));
+        }
     }
 }
 

@@ -59,6 +59,7 @@ private:
     const Contents& target_;
     TreeUpdatePlan plan_;
     ProgressMeter meter_;
+    Renewals renewals_;
     /// Items of the source that are gone by now. A byte each: several threads write to it.
     std::vector<char> gone_;
 };

@@ -150,6 +150,41 @@ TEST(TreeUpdateTest, EveryChangeIsSeenAndFollowed) {
     EXPECT_LT(after.st_blocks, big.st_blocks);
 }
 
+TEST(TreeUpdateTest, SmallFilesThatAreWrittenAnewAreNotComparedForLong) {
+    constexpr int count = 60;
+    constexpr std::size_t size = 50'000;
+    const Trees trees;
+    const auto file = [](int number) { return std::to_string(number); };
+    const auto changeAll = [&](const auto& change) {
+        for (int number = 0; number < count; ++number) {
+            change(trees.source / file(number));
+        }
+    };
+    changeAll([](const auto& path) { writeFile(path, std::string(size, 'a')); });
+    updateTree(trees.source, trees.target);
+    changeAll([](const auto& path) { writeFile(path, std::string(size, 'b')); });
+    // What lies in one block with a hole keeps the hole.
+    fs::remove(trees.source / file(count - 1));
+    writeFile(trees.source / file(count - 1), "");
+    fs::resize_file(trees.source / file(count - 1), size);
+    overwrite(trees.source / file(count - 1), 30'000, "data");
+    {
+        const auto source = scanTree(trees.source);
+        const auto target = scanTree(trees.target);
+        const auto before = bytesReadSoFar();
+        TreeUpdate{openTree(trees.source), source, openTree(trees.target), target}.perform({});
+        EXPECT_LT(bytesReadSoFar() - before, count * size * 3 / 2);
+    }
+    EXPECT_EQ(differences(trees.source, trees.target), "");
+    struct stat sparse {};
+    ASSERT_EQ(stat((trees.target / file(count - 1)).c_str(), &sparse), 0);
+    EXPECT_LT(sparse.st_blocks * 512, 10'000);
+
+    changeAll([](const auto& path) { overwrite(path, 20'000, "a few bytes"); });
+    updateTree(trees.source, trees.target);
+    EXPECT_EQ(differences(trees.source, trees.target), "");
+}
+
 constexpr off_t mebibyte = 1 << 20;
 
 std::string bytes(std::size_t count, char first) {

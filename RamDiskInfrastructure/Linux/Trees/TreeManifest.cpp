@@ -13,10 +13,11 @@ namespace ramdisk {
 namespace {
 
 TreeManifest scanWith(TreeScanner&& scanner, const FileDescriptor& root, const ProgressObserver& observer,
-                      Writers writers, const TreeManifest::Contents* earlier = nullptr) {
+                      Writers writers) {
     TreeManifest manifest;
-    manifest.contents() = scanner.scan();
-    hashFiles(manifest.contents(), root, observer, writers, earlier);
+    ProgressMeter meter(observer);
+    manifest.contents() = scanner.scan(meter);
+    hashFiles(manifest.contents(), root, writers, meter);
     return manifest;
 }
 
@@ -35,13 +36,12 @@ TreeManifest TreeManifest::scan(const FileDescriptor& root, const ProgressObserv
 }
 
 TreeManifest TreeManifest::scan(WriteWatch& watch, const ProgressObserver& observer) {
-    return scanWith(TreeScanner(watch.root()), watch.root(), observer, Writers::note);
+    return scanWith(TreeScanner(watch), watch.root(), observer, Writers::note);
 }
 
 TreeManifest TreeManifest::scanAgain(WriteWatch& watch, const TreeManifest& earlier,
                                      const ProgressObserver& observer) {
-    return scanWith(TreeScanner(watch, earlier.contents()), watch.root(), observer, Writers::note,
-                    &earlier.contents());
+    return scanWith(TreeScanner(watch, earlier.contents()), watch.root(), observer, Writers::note);
 }
 
 std::uint64_t TreeManifest::itemCount() const noexcept {

@@ -1,15 +1,15 @@
 #include "RamDiskInfrastructure/Linux/Trees/TreeScanner.h"
 
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
+#include "RamDiskInfrastructure/Linux/Trees/FolderListing.h"
 #include "RamDiskInfrastructure/Linux/Trees/ItemMetadata.h"
-#include "RamDiskInfrastructure/Linux/Trees/ParallelJobs.h"
 #include "RamDiskInfrastructure/Linux/Trees/TreeComparison.h"
 
 #include <algorithm>
-#include <array>
-#include <memory>
+#include <iterator>
 #include <optional>
 #include <unordered_map>
+#include <utility>
 
 #include <dirent.h>
 #include <sys/stat.h>
@@ -19,57 +19,6 @@
 namespace ramdisk {
 
 namespace {
-
-struct FolderEntry {
-    TextRange name;
-    /// What `readdir` calls the type; unknown on some file systems.
-    unsigned char kind;
-};
-
-/// What is in a folder that was opened just now, sorted by the bytes of the names, which go into the tree.
-std::vector<FolderEntry> entriesOf(int folder, TreeManifest::Contents& tree) {
-    alignas(dirent64) std::array<char, 32768> buffer;
-    std::vector<FolderEntry> entries;
-    while (true) {
-        const auto length = ::getdents64(folder, buffer.data(), buffer.size());
-        if (length < 0 && errno != ENOENT) {
-            throw SystemCallError("read");
-        }
-        if (length <= 0) {
-            break;
-        }
-        for (std::size_t place = 0; place < static_cast<std::size_t>(length);) {
-            const auto* entry = reinterpret_cast<const dirent64*>(buffer.data() + place);
-            const std::string_view name(entry->d_name);
-            if (name != "." && name != "..") {
-                entries.push_back({tree.addText(name), entry->d_type});
-            }
-            place += entry->d_reclen;
-        }
-    }
-    const auto nameOf = [&](const FolderEntry& entry) { return tree.textOf(entry.name); };
-    std::sort(entries.begin(), entries.end(),
-              [&](const auto& left, const auto& right) { return nameOf(left) < nameOf(right); });
-    // A folder that changes meanwhile may tell a name twice.
-    entries.erase(
-        std::unique(entries.begin(), entries.end(),
-                    [&](const auto& left, const auto& right) { return nameOf(left) == nameOf(right); }),
-        entries.end());
-    return entries;
-}
-
-/// The same of a folder of an earlier scan in which nothing changed.
-std::vector<FolderEntry> entriesOf(std::uint32_t folder, const TreeManifest::Contents& earlier,
-                                   TreeManifest::Contents& tree) {
-    const auto& then = earlier.items[folder];
-    std::vector<FolderEntry> entries;
-    entries.reserve(then.childCount);
-    for (auto child = then.firstChild; child < then.firstChild + then.childCount; ++child) {
-        const bool isFolder = earlier.items[child].type == ItemType::folder;
-        entries.push_back({tree.addText(earlier.name(child)), isFolder ? DT_DIR : DT_REG});
-    }
-    return entries;
-}
 
 std::optional<ItemType> typeOf(mode_t mode) {
     switch (mode & S_IFMT) {
@@ -106,6 +55,20 @@ void noteStatus(TreeItem& item, const struct stat& status) {
     }
 }
 
+/// As it was then.
+void noteMetadata(TreeItem& item, const TreeItem& then) {
+    item.type = then.type;
+    item.mode = then.mode;
+    item.user = then.user;
+    item.group = then.group;
+    item.modified = then.modified;
+    item.accessed = then.accessed;
+    item.changed = then.changed;
+    item.inode = then.inode;
+    item.size = then.size;
+    item.device = then.device;
+}
+
 std::optional<std::string> readLink(int folder, const std::string& name, std::size_t length) {
     std::string target(std::max<std::size_t>(length + 1, 256), '\0');
     while (true) {
@@ -130,21 +93,25 @@ bool isAsThen(const struct stat& status, const TreeItem& then) {
 
 } // namespace
 
-TreeManifest::Contents TreeScanner::scan() {
+struct TreeScanner::FolderFinding {
+    bool isOtherVolume = false;
+    /// The folder of the earlier scan in which the same was; then there is no listing.
+    std::uint32_t unchangedSince = noItem;
+    FolderListing listing;
+};
+
+TreeManifest::Contents TreeScanner::scan(ProgressMeter& meter) {
     noteRoot();
-    while (!foldersToRead_.empty()) {
-        const auto folder = foldersToRead_.back();
-        foldersToRead_.pop_back();
-        readFolder(folder);
-    }
+    makeRoom(meter);
+    walk();
     if (earlier_ != nullptr) {
         findUnwritten();
     }
-    lookAtItems();
+    lookAtItems(meter);
     if (earlier_ != nullptr) {
-        forgetWhatWasOpened();
+        lookAtWhatWasTouched(meter);
     }
-    putTogether();
+    putTogether(meter);
     return std::move(tree_);
 }
 
@@ -154,15 +121,13 @@ void TreeScanner::noteRoot() {
         throw SystemCallError("read", ".");
     }
     volume_ = status.st_dev;
-    makeRoom();
     tree_.items.push_back({});
     findings_.push_back({});
-    noteStatus(tree_.items[0], status);
     if (earlier_ != nullptr) {
         pairing_ = {{0}, std::vector(earlier_->items.size(), noItem)};
         pairing_.ofTarget[0] = 0;
     }
-    const int folder = cursor_.open(0);
+    const int folder = cursors_.emplace_back(root_, tree_).open(0);
     if (folder < 0) {
         throw SystemCallError("open", ".");
     }
@@ -171,128 +136,221 @@ void TreeScanner::noteRoot() {
     if (::access(place.c_str(), F_OK) != 0) {
         throw SystemCallError("reach the open folder by", place);
     }
-    foldersToRead_.push_back(0);
 }
 
-void TreeScanner::makeRoom() {
+void TreeScanner::makeRoom(ProgressMeter& meter) {
     constexpr std::uint64_t most = 1U << 16U;
     struct statvfs volume {};
-    if (::fstatvfs(root_.get(), &volume) == 0) {
-        const auto items = std::min<std::uint64_t>(volume.f_files - volume.f_ffree, most);
-        tree_.items.reserve(items);
-        findings_.reserve(items);
-        itemsToLookAt_.reserve(items);
+    if (::fstatvfs(root_.get(), &volume) != 0) {
+        return;
+    }
+    const auto items = volume.f_files - volume.f_ffree;
+    const auto room = std::min<std::uint64_t>(items, most);
+    tree_.items.reserve(room);
+    findings_.reserve(room);
+    itemsToLookAt_.reserve(room);
+    if (watch_ != nullptr && earlier_ == nullptr) {
+        // Until all sizes are known.
+        meter.expect(std::uint64_t{volume.f_blocks - volume.f_bfree} * volume.f_frsize, items);
     }
 }
 
-void TreeScanner::readFolder(std::uint32_t folder) {
-    const int descriptor = cursor_.open(folder);
-    if (descriptor < 0 && errno == EXDEV) {
-        itemsToLookAt_.push_back(folder);
-        return;
+void TreeScanner::makeCursors(const ParallelJobs& jobs) {
+    while (cursors_.size() < jobs.workerCount()) {
+        cursors_.emplace_back(root_, tree_);
     }
+}
+
+void TreeScanner::walk() {
+    foldersToRead_ = {0};
+    while (!foldersToRead_.empty()) {
+        const auto folders = std::exchange(foldersToRead_, {});
+        std::vector<FolderFinding> found(folders.size());
+        const ParallelJobs jobs(folders.size(), 0, ParallelJobs::Load::lengthy);
+        makeCursors(jobs);
+        jobs.run([&](unsigned worker) {
+            return [&, &cursor = cursors_[worker]](std::size_t job) {
+                found[job] = readFolder(cursor, folders[job]);
+            };
+        });
+        for (std::size_t number = 0; number < folders.size(); ++number) {
+            addItems(folders[number], found[number]);
+        }
+    }
+}
+
+TreeScanner::FolderFinding TreeScanner::readFolder(FolderCursor& cursor, std::uint32_t folder) {
+    FolderFinding found;
+    const int descriptor = cursor.open(folder);
     if (descriptor < 0 && isGone(errno)) {
-        findings_[folder].isGone = true;
-        return;
+        found.isOtherVolume = errno == EXDEV;
+        findings_[folder].isGone = !found.isOtherVolume;
+        return found;
     }
-    std::vector<FolderEntry> entries;
     try {
-        if (descriptor < 0) {
+        struct stat status {};
+        if (descriptor < 0 || ::fstat(descriptor, &status) != 0) {
             throw SystemCallError("open");
         }
-        const auto then = unchangedFolder(descriptor, folder);
-        entries = then == noItem ? entriesOf(descriptor, tree_) : entriesOf(then, *earlier_, tree_);
+        if (status.st_dev != volume_) {
+            found.isOtherVolume = true;
+            return found;
+        }
+        noteStatus(tree_.items[folder], status);
+        found.unchangedSince = unchangedFolder(status, folder);
+        if (found.unchangedSince == noItem) {
+            found.listing = FolderListing::of(descriptor);
+        }
     } catch (const SystemCallError& error) {
         throw SystemCallError("read the folder", tree_.path(folder), error.code().value());
     }
-    findings_[folder].attributes = readFileAttributes(descriptor, tree_, folder);
+    for (auto& entry : found.listing.entries) {
+        struct stat status {};
+        if (entry.kind == DT_UNKNOWN
+            && ::fstatat(descriptor, std::string(found.listing.name(entry)).c_str(), &status,
+                         AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT)
+                   == 0
+            && S_ISDIR(status.st_mode)) {
+            entry.kind = DT_DIR;
+        }
+    }
+    findings_[folder].reading.attributes = readFileAttributes(descriptor, tree_, folder);
+    return found;
+}
+
+std::uint32_t TreeScanner::unchangedFolder(const struct stat& status, std::uint32_t folder) const {
+    const auto then = earlier_ == nullptr ? noItem : pairing_.ofSource[folder];
+    const bool isUnchanged = then != noItem && watch_->wouldShowInDate(earlier_->items[then].changed)
+                             && isAsThen(status, earlier_->items[then]);
+    return isUnchanged ? then : noItem;
+}
+
+void TreeScanner::addItems(std::uint32_t folder, const FolderFinding& found) {
+    if (found.isOtherVolume) {
+        itemsToLookAt_.push_back(folder);
+        return;
+    }
     const auto first = static_cast<std::uint32_t>(tree_.items.size());
-    for (const auto& entry : entries) {
-        addItem(descriptor, folder, entry.name, entry.kind);
+    findings_[folder].isUnchanged = found.unchangedSince != noItem;
+    if (found.unchangedSince != noItem) {
+        const auto& then = earlier_->items[found.unchangedSince];
+        for (auto child = then.firstChild; child < then.firstChild + then.childCount; ++child) {
+            const bool isFolder = earlier_->items[child].type == ItemType::folder;
+            addItem(folder, earlier_->name(child), isFolder ? DT_DIR : DT_UNKNOWN);
+        }
+    }
+    for (const auto& entry : found.listing.entries) {
+        addItem(folder, found.listing.name(entry), entry.kind);
     }
     const auto end = static_cast<std::uint32_t>(tree_.items.size());
     tree_.items[folder].firstChild = first;
     tree_.items[folder].childCount = end - first;
     if (earlier_ != nullptr) {
-        pairChildrenWithEarlier(folder);
-    }
-}
-
-std::uint32_t TreeScanner::unchangedFolder(int descriptor, std::uint32_t folder) const {
-    const auto then = earlier_ == nullptr ? noItem : pairing_.ofSource[folder];
-    struct stat status {};
-    const bool isUnchanged = then != noItem && watch_->wouldShowInDate(earlier_->items[then].changed)
-                             && ::fstat(descriptor, &status) == 0 && isAsThen(status, earlier_->items[then]);
-    return isUnchanged ? then : noItem;
-}
-
-void TreeScanner::pairChildrenWithEarlier(std::uint32_t folder) {
-    pairing_.ofSource.resize(tree_.items.size(), noItem);
-    if (pairing_.ofSource[folder] != noItem) {
-        pairChildren(tree_, folder, *earlier_, pairing_.ofSource[folder], pairing_);
-    }
-}
-
-void TreeScanner::addItem(int folder, std::uint32_t parent, TextRange name, unsigned char kind) {
-    const auto number = static_cast<std::uint32_t>(tree_.items.size());
-    TreeItem item;
-    // Folders alone are told apart for now.
-    item.type = ItemType::file;
-    item.parent = parent;
-    item.original = number;
-    item.name = name;
-    tree_.items.push_back(item);
-    findings_.push_back({});
-    if (kind == DT_DIR || kind == DT_UNKNOWN) {
-        struct stat status {};
-        const std::string text(tree_.name(number));
-        if (::fstatat(folder, text.c_str(), &status, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT) == 0
-            && S_ISDIR(status.st_mode)) {
-            auto& added = tree_.items[number];
-            added.type = ItemType::folder;
-            noteStatus(added, status);
-            if (status.st_dev == volume_) {
-                foldersToRead_.push_back(number);
-                return;
-            }
+        pairing_.ofSource.resize(tree_.items.size(), noItem);
+        if (pairing_.ofSource[folder] != noItem) {
+            pairChildren(tree_, folder, *earlier_, pairing_.ofSource[folder], pairing_);
         }
     }
-    itemsToLookAt_.push_back(number);
+}
+
+void TreeScanner::addItem(std::uint32_t parent, std::string_view name, unsigned char kind) {
+    const auto number = static_cast<std::uint32_t>(tree_.items.size());
+    auto& item = tree_.items.emplace_back();
+    // Folders alone are told apart for now.
+    item.type = kind == DT_DIR ? ItemType::folder : ItemType::file;
+    item.parent = parent;
+    item.original = number;
+    item.name = tree_.addText(name);
+    findings_.emplace_back().isListedAsFile = kind == DT_REG;
+    (kind == DT_DIR ? foldersToRead_ : itemsToLookAt_).push_back(number);
 }
 
 void TreeScanner::findUnwritten() {
+    std::vector<bool> hasOtherNames(earlier_->items.size());
+    for (std::uint32_t item = 0; item < earlier_->items.size(); ++item) {
+        if (earlier_->items[item].original != item) {
+            hasOtherNames[earlier_->items[item].original] = true;
+        }
+    }
+    const auto* const touched = watch_->touchedByOthers();
+    std::vector<std::uint32_t> left;
     for (const auto number : itemsToLookAt_) {
         const auto other = pairing_.ofSource[number];
         const auto original = other == noItem ? noItem : earlier_->items[other].original;
-        if (original != noItem && earlier_->hasOwnContents(original) && earlier_->items[original].hadNoWriter
-            && watch_->wouldShowInDate(earlier_->items[original].changed)) {
-            tree_.items[number].unwritten = original;
+        const bool isCandidate = original != noItem && earlier_->hasOwnContents(original)
+                                 && earlier_->items[original].hadNoWriter
+                                 && watch_->wouldShowInDate(earlier_->items[original].changed);
+        findings_[number].unwritten = isCandidate ? original : noItem;
+        if (isCandidate && original == other && !hasOtherNames[original]
+            && findings_[tree_.items[number].parent].isUnchanged && touched != nullptr
+            && !touched->contains(earlier_->items[original].inode)) {
+            noteMetadata(tree_.items[number], earlier_->items[original]);
+            itemsSpared_.push_back(number);
+        } else {
+            left.push_back(number);
         }
     }
+    itemsToLookAt_ = std::move(left);
 }
 
-void TreeScanner::forgetWhatWasOpened() {
+void TreeScanner::lookAtWhatWasTouched(ProgressMeter& meter) {
     // Whoever wrote to a file before it was looked at had opened it before, and has been reported by now.
-    const auto* const opened = watch_->openedByOthers();
-    for (const auto number : itemsToLookAt_) {
-        auto& item = tree_.items[number];
-        if (opened == nullptr || opened->contains(item.inode)) {
-            item.unwritten = noItem;
+    const auto* const touched = watch_->touchedByOthers();
+    const auto isTouched = [&](std::uint32_t number) {
+        return touched == nullptr || touched->contains(tree_.items[number].inode);
+    };
+    const auto forget = [&](std::uint32_t number) { findings_[number].unwritten = noItem; };
+    for (const auto number : std::exchange(itemsToLookAt_, {})) {
+        if (isTouched(number)) {
+            forget(number);
         }
     }
+    std::copy_if(itemsSpared_.begin(), itemsSpared_.end(), std::back_inserter(itemsToLookAt_), isTouched);
+    std::for_each(itemsToLookAt_.begin(), itemsToLookAt_.end(), forget);
+    lookAtItems(meter);
 }
 
-void TreeScanner::lookAtItems() {
-    ParallelJobs(itemsToLookAt_.size(), 0).run([this](unsigned) {
-        const auto cursor = std::make_shared<FolderCursor>(root_, tree_);
-        return [this, cursor](std::size_t job) { lookAt(*cursor, itemsToLookAt_[job]); };
+void TreeScanner::lookAtItems(ProgressMeter& meter) {
+    const bool areRead = watch_ != nullptr && earlier_ == nullptr;
+    const auto count = itemsToLookAt_.size();
+    const ParallelJobs jobs(count, areRead ? count * FileReader::smallFile : 0);
+    makeCursors(jobs);
+    while (areRead && readers_.size() < jobs.workerCount()) {
+        readers_.emplace_back(tree_, Writers::note, meter);
+    }
+    jobs.run([&](unsigned worker) {
+        return [this, worker](std::size_t job) { lookAt(itemsToLookAt_[job], worker); };
     });
 }
 
-void TreeScanner::lookAt(FolderCursor& cursor, std::uint32_t number) {
+bool TreeScanner::readSmallFile(int folder, std::uint32_t number, unsigned worker) {
+    const auto file = openForReading(folder, std::string(tree_.name(number)).c_str());
+    struct stat status {};
+    if (!file || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode) || status.st_dev != volume_) {
+        return false;
+    }
     auto& item = tree_.items[number];
     auto& finding = findings_[number];
-    const int folder = cursor.open(item.parent);
+    noteStatus(item, status);
+    finding.hasOtherNames = status.st_nlink > 1;
+    if (item.size == 0) {
+        finding.reading.attributes = readFileAttributes(file.get(), tree_, number);
+    } else if (!finding.hasOtherNames && item.size <= FileReader::smallFile) {
+        finding.reading = readers_[worker].read(file.get(), status, number, 0, item.size);
+        finding.reader = worker;
+        item.areContentsNoted = true;
+        item.hadNoWriter = finding.reading.hadNoWriter;
+    }
+    return true;
+}
+
+void TreeScanner::lookAt(std::uint32_t number, unsigned worker) {
+    auto& item = tree_.items[number];
+    auto& finding = findings_[number];
+    const int folder = cursors_[worker].open(item.parent);
+    if (!readers_.empty() && finding.isListedAsFile && folder >= 0 && readSmallFile(folder, number, worker)) {
+        return;
+    }
     const std::string name(tree_.name(number));
     struct stat status {};
     if (folder < 0 || ::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT) != 0) {
@@ -310,8 +368,8 @@ void TreeScanner::lookAt(FolderCursor& cursor, std::uint32_t number) {
     }
     item.type = *type;
     noteStatus(item, status);
-    if (item.unwritten != noItem && !isAsThen(status, earlier_->items[item.unwritten])) {
-        item.unwritten = noItem;
+    if (finding.unwritten != noItem && !isAsThen(status, earlier_->items[finding.unwritten])) {
+        finding.unwritten = noItem;
     }
     if (item.type != ItemType::folder && status.st_nlink > 1) {
         finding.hasOtherNames = true;
@@ -329,12 +387,12 @@ void TreeScanner::lookAt(FolderCursor& cursor, std::uint32_t number) {
     }
     if (item.type != ItemType::file || item.size == 0) {
         // Those of the others are read with their contents.
-        finding.attributes = readAttributes(folder, tree_, number);
+        finding.reading.attributes = readAttributes(folder, tree_, number);
     }
 }
 
-void TreeScanner::putTogether() {
-    leaveOutVolumeMark(findings_[0].attributes);
+void TreeScanner::putTogether(ProgressMeter& meter) {
+    leaveOutVolumeMark(findings_[0].reading.attributes);
     std::unordered_map<ino_t, std::uint32_t> originals;
     std::vector<bool> gone;
     for (std::uint32_t number = 0; number < tree_.items.size(); ++number) {
@@ -353,15 +411,32 @@ void TreeScanner::putTogether() {
             // An inode may go and its number come again between two looks.
             item.original = tree_.items[first].type == item.type ? first : number;
         }
-        if (item.original == number) {
-            tree_.setAttributes(number, std::move(finding.attributes));
-        } else {
+        if (item.original != number) {
             item.attributes = tree_.items[item.original].attributes;
+        } else if (finding.unwritten != noItem) {
+            takeOver(number);
+            meter.add(item.size, 1);
+        } else if (item.areContentsNoted) {
+            readers_[finding.reader].note(std::move(finding.reading), tree_, number);
+        } else {
+            tree_.setAttributes(number, std::move(finding.reading.attributes));
         }
     }
     if (!gone.empty()) {
         removeItems(tree_, gone);
     }
+}
+
+void TreeScanner::takeOver(std::uint32_t number) {
+    const auto then = findings_[number].unwritten;
+    const auto count = earlier_->items[then].blockCount;
+    auto& item = tree_.items[number];
+    item.firstBlock = tree_.blocks.size();
+    item.blockCount = count;
+    item.hadNoWriter = true;
+    item.areContentsNoted = true;
+    tree_.blocks.insert(tree_.blocks.end(), earlier_->blocksOf(then), earlier_->blocksOf(then) + count);
+    tree_.setAttributes(number, ItemAttributes(earlier_->attributes(then)));
 }
 
 void removeItems(TreeManifest::Contents& tree, const std::vector<bool>& gone) {

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <csignal>
+#include <cstdint>
 #include <cstdio>
 
 #include <fcntl.h>
@@ -61,10 +62,12 @@ std::optional<WriteWatch> WriteWatch::begin(const FileDescriptor& root) {
         ::fanotify_init(FAN_CLASS_NOTIF | FAN_CLOEXEC | FAN_NONBLOCK | FAN_REPORT_FID, O_RDONLY | O_CLOEXEC));
     FileDescriptor mount(::open_tree(root.get(), "", OPEN_TREE_CLONE | OPEN_TREE_CLOEXEC | AT_EMPTY_PATH));
     FileDescriptor own(mount ? ::openat(mount.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC) : -1);
-    const auto mark = [&](unsigned flags) {
-        return ::fanotify_mark(events.get(), FAN_MARK_ADD | flags, FAN_OPEN, own.get(), nullptr) == 0;
+    const auto mark = [&](unsigned flags, std::uint64_t mask) {
+        return ::fanotify_mark(events.get(), FAN_MARK_ADD | flags, mask, own.get(), nullptr) == 0;
     };
-    if (!events || !own || !mark(FAN_MARK_MOUNT | FAN_MARK_IGNORE_SURV) || !mark(FAN_MARK_FILESYSTEM)) {
+    // Without opening it a file can be cut short, which is to modify it.
+    if (!events || !own || !mark(FAN_MARK_MOUNT | FAN_MARK_IGNORE_SURV, FAN_OPEN)
+        || !mark(FAN_MARK_FILESYSTEM, FAN_OPEN | FAN_ATTRIB | FAN_MODIFY)) {
         return std::nullopt;
     }
     timespec begun{};
@@ -85,7 +88,7 @@ bool WriteWatch::hasNoWriter(int file) noexcept {
            && ::fcntl(file, F_SETLEASE, F_UNLCK) == 0;
 }
 
-const std::unordered_set<ino_t>* WriteWatch::openedByOthers() {
+const std::unordered_set<ino_t>* WriteWatch::touchedByOthers() {
     alignas(fanotify_event_metadata) std::array<char, 16384> buffer;
     while (isComplete_) {
         const auto length = ::read(events_.get(), buffer.data(), buffer.size());
@@ -101,7 +104,7 @@ const std::unordered_set<ino_t>* WriteWatch::openedByOthers() {
             note(reinterpret_cast<const char*>(event));
         }
     }
-    return isComplete_ ? &opened_ : nullptr;
+    return isComplete_ ? &touched_ : nullptr;
 }
 
 void WriteWatch::note(const char* event) {
@@ -119,7 +122,7 @@ void WriteWatch::note(const char* event) {
         ::open_by_handle_at(root_.get(), reinterpret_cast<file_handle*>(place), O_PATH | O_CLOEXEC));
     struct stat status {};
     if (file && ::fstat(file.get(), &status) == 0) {
-        opened_.insert(status.st_ino);
+        touched_.insert(status.st_ino);
     } else if (errno != ESTALE) {
         // What is stale was removed for good.
         isComplete_ = false;

@@ -10,12 +10,13 @@
 
 namespace ramdisk {
 
-/// Tells which files of a tmpfs nobody can have written to since the watch began, by whatever means.
+/// Tells which files of a tmpfs nobody can have changed since the watch began, by whatever means.
 ///
 /// Dates do not tell it, since a write through a shared mapping changes none. But whoever writes to a file
 /// has it open for that, a mapping included, and either had so when it was looked at, which a lease on the
-/// file tells, or has opened it since, which the kernel reports to the watch. What changes a file without
-/// opening it sets its change date. Ends with the process, and leaves nothing behind when that crashes.
+/// file tells, or has opened it since, which the kernel reports to the watch. It also reports what changes a
+/// file's metadata, or its size without opening it. Only which file a name leads to is told by the dates of
+/// the folders. Ends with the process, and leaves nothing behind when that crashes.
 class WriteWatch {
 public:
     /// Absent for other file systems, and where the kernel cannot tell or we may not ask it. Takes a tick of
@@ -33,8 +34,9 @@ public:
     /// it meanwhile waits for the microsecond that this takes.
     [[nodiscard]] static bool hasNoWriter(int file) noexcept;
 
-    /// The files that others opened, for whatever, since the watch began. Absent when the kernel lost count.
-    [[nodiscard]] const std::unordered_set<ino_t>* openedByOthers();
+    /// The files that others opened, for whatever, or changed since the watch began. Absent when the kernel
+    /// lost count.
+    [[nodiscard]] const std::unordered_set<ino_t>* touchedByOthers();
 
 private:
     WriteWatch(FileDescriptor events, FileDescriptor mount, FileDescriptor root, timespec begun)
@@ -50,7 +52,7 @@ private:
     FileDescriptor mount_;
     FileDescriptor root_;
     timespec begun_;
-    std::unordered_set<ino_t> opened_;
+    std::unordered_set<ino_t> touched_;
     bool isComplete_ = true;
 };
 

@@ -25,19 +25,25 @@ constexpr int watchedFileCount = 20;
 struct WatchedTree {
     WatchedTree() {
         fs::create_directories(tree / "sub");
+        fs::create_directory(tree / "odd");
         for (int file = 0; file < watchedFileCount; ++file) {
             writeFile(tree / "sub" / std::to_string(file), std::string(watchedFileSize, 'x'));
         }
         writeFile(place / "aside", std::string(watchedFileSize, 'y'));
         setAttribute(tree / "sub/7", "user.one", "value");
+        makeOddTree(tree / "odd");
     }
 
     /// False where the kernel has no watch to offer.
     bool scan() {
         root = openTree(tree);
         watch = WriteWatch::begin(root);
-        first = watch ? TreeManifest::scan(*watch, {}) : TreeManifest();
-        return watch.has_value();
+        if (!watch) {
+            return false;
+        }
+        first = TreeManifest::scan(*watch, {});
+        EXPECT_EQ(first.firstDifference(TreeManifest::scan(watch->root(), {})), std::nullopt);
+        return true;
     }
 
     /// How the tree differs from the first scan, and how many bytes were read to find out.
@@ -146,6 +152,23 @@ const std::vector<ChangeBetweenScans> changesBetweenScans{
          EXPECT_EQ(truncate(file.c_str(), 1), 0);
          EXPECT_EQ(truncate(file.c_str(), watchedFileSize), 0);
      }},
+    {"made longer by its path", noPreparation,
+     [](const auto& file, auto&) { EXPECT_EQ(truncate(file.c_str(), watchedFileSize + 1), 0); },
+     "sub/7: sizes differ"},
+    {"another mode", noPreparation, [](const auto& file, auto&) { EXPECT_EQ(chmod(file.c_str(), 0604), 0); },
+     "sub/7: modes differ"},
+    {"another owner", noPreparation,
+     [](const auto& file, auto&) { EXPECT_EQ(chown(file.c_str(), nobody, nobody), 0); },
+     "sub/7: owners differ"},
+    {"another modification time alone", noPreparation,
+     [](const auto& file, auto&) {
+         const timespec times[2] = {{0, UTIME_OMIT}, {1, 0}};
+         EXPECT_EQ(utimensat(AT_FDCWD, file.c_str(), times, 0), 0);
+     },
+     "sub/7: modification times differ"},
+    {"another name", noPreparation,
+     [](const auto& file, auto&) { fs::create_hard_link(file, file.parent_path() / "70"); },
+     "sub/70: is missing"},
     {"another file in its place", noPreparation,
      [](const auto& file, auto&) { fs::rename(file.parent_path() / "../../aside", file); }},
     {"exchanged with another file", noPreparation,
@@ -191,7 +214,7 @@ TEST(WriteWatchTest, OnlyAWatchOfWhichNothingWasLostSparesTheReading) {
     std::uint64_t bytesRead = 0;
     EXPECT_EQ(watched.scanAgain(bytesRead), "");
     EXPECT_LT(bytesRead, watchedFileSize);
-    EXPECT_THAT(watched.watch->openedByOthers(), testing::Pointee(testing::IsEmpty()));
+    EXPECT_THAT(watched.watch->touchedByOthers(), testing::Pointee(testing::IsEmpty()));
     // More than the kernel keeps; nothing of it is left in the tree.
     for (int file = 0; file < 20'000; ++file) {
         FileDescriptor(
@@ -199,7 +222,7 @@ TEST(WriteWatchTest, OnlyAWatchOfWhichNothingWasLostSparesTheReading) {
     }
     EXPECT_EQ(watched.scanAgain(bytesRead), "");
     EXPECT_GE(bytesRead, watchedFileCount * watchedFileSize);
-    EXPECT_EQ(watched.watch->openedByOthers(), nullptr);
+    EXPECT_EQ(watched.watch->touchedByOthers(), nullptr);
 }
 
 TEST(WriteWatchTest, IsAbsentWhereItCannotBeHad) {

@@ -128,15 +128,18 @@ void LoopPartialImage::requireRoom(const TreeManifest& wanted, ByteCount present
 
 void LoopPartialImage::fill(SaveSource& source, const ProgressObserver& observer) {
     auto& mounted = dynamic_cast<MountedSource&>(source);
-    flushing_.reset();
     try {
+        if (finishing_.valid()) {
+            finishing_.get();
+            reopen();
+        }
         try {
             fillOnce(mounted, observer);
         } catch (const SystemCallError& error) {
             if (error.code().value() != ENOSPC && error.code().value() != EDQUOT) {
                 throw;
             }
-            // The image is full, not the system disk: what is written to that one fails later, in `close`.
+            // The image is full, not the system disk: what is written to that one fails later, in `finish`.
             image_.reset();
             held_.reset();
             unlink(partial_.c_str());
@@ -145,7 +148,8 @@ void LoopPartialImage::fill(SaveSource& source, const ProgressObserver& observer
             image_ = startFromNothing(geometry_, wanted);
             fillOnce(mounted, observer);
         }
-        flushing_.emplace(image_->contents());
+        // Without a thread it is finished when that is asked for.
+        finishing_ = std::async(std::launch::async | std::launch::deferred, [this] { finish(); });
     } catch (const RamDiskError&) {
         throw;
     } catch (const std::exception& error) {
@@ -153,32 +157,41 @@ void LoopPartialImage::fill(SaveSource& source, const ProgressObserver& observer
     }
 }
 
+void LoopPartialImage::reopen() {
+    image_ = OpenImage::checkAndOpen(ImageFile::open(partial_, LoopAccess::readWrite, host_),
+                                     request_.protection, host_, *runner_);
+    held_ = image_->manifest();
+    if (!held_) {
+        throw SystemCallError("read back", partial_, EIO);
+    }
+}
+
 void LoopPartialImage::fillOnce(MountedSource& source, const ProgressObserver& observer) {
     // Of the earlier save, or of the round before.
-    auto held = held_ ? std::exchange(held_, std::nullopt) : image_->writtenManifest();
-    if (!held) {
-        held.emplace();
-    }
+    const auto held = std::exchange(held_, std::nullopt).value_or(TreeManifest());
     image_->undescribe();
-    TreeUpdate update{source.root(), source.manifest(), image_->contents(), *held, Extras::remove};
+    TreeUpdate update{source.root(), source.manifest(), image_->contents(), held, Extras::remove};
     update.pageCache = PageCache::bypass;
     update.perform(observer);
     image_->describe(source.manifest(), {request_.disk.name, request_.disk.capacity});
 }
 
+void LoopPartialImage::finish() {
+    image_->flush();
+    if (!image_->close()) {
+        throw RamDiskError(RamDiskError::ContentsTransferFailed{"the new copy could not be closed."});
+    }
+    image_->file().flush();
+    const auto superblock = ExtSuperblock::read(image_->file().descriptor());
+    if (!superblock || !superblock->isClean) {
+        throw SystemCallError("write to", partial_, EIO);
+    }
+    image_.reset();
+}
+
 void LoopPartialImage::close() {
-    flushing_.reset();
     try {
-        image_->flush();
-        if (!image_->close()) {
-            throw RamDiskError(RamDiskError::ContentsTransferFailed{"the new copy could not be closed."});
-        }
-        image_->file().flush();
-        const auto superblock = ExtSuperblock::read(image_->file().descriptor());
-        if (!superblock || !superblock->isClean) {
-            throw SystemCallError("write to", partial_, EIO);
-        }
-        image_.reset();
+        finishing_.get();
     } catch (const RamDiskError&) {
         throw;
     } catch (const std::exception& error) {

@@ -1,11 +1,11 @@
 #pragma once
 
 #include "RamDiskInfrastructure/Archive/SavedImageTool.h"
-#include "RamDiskInfrastructure/Linux/SavedContents/EarlyFlush.h"
 #include "RamDiskInfrastructure/Linux/SavedContents/MountedDisk.h"
 #include "RamDiskInfrastructure/Linux/SavedContents/OpenImage.h"
 
 #include <filesystem>
+#include <future>
 #include <memory>
 #include <optional>
 
@@ -29,6 +29,10 @@ private:
     [[nodiscard]] std::optional<ImageFile> takeEarlierFile();
     [[nodiscard]] OpenImage startFromNothing(const ImageGeometry& geometry, const TreeManifest& wanted);
     void fillOnce(MountedSource& source, const ProgressObserver& observer);
+    /// The image that was finished, since the disk changed meanwhile.
+    void reopen();
+    /// Brings everything to the system disk and closes the image.
+    void finish();
     void requireRoom(const TreeManifest& wanted, ByteCount present) const;
     [[noreturn]] void throwTransferFailure(const std::exception& cause) const;
 
@@ -40,8 +44,8 @@ private:
     std::optional<OpenImage> image_;
     /// What the image holds of an earlier save, until it is filled.
     std::optional<TreeManifest> held_;
-    /// Runs while the disk is looked at again. Gone before the image is, which it keeps mounted.
-    std::optional<EarlyFlush> flushing_;
+    /// Runs while the disk is looked at again. Done before anything else of this goes.
+    std::future<void> finishing_;
 };
 
 } // namespace ramdisk

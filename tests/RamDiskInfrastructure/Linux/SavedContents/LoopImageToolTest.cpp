@@ -336,5 +336,27 @@ TEST(SavedImage, GrowsWhenTheDiskDoesMeanwhile) {
     EXPECT_TRUE(world.isUpToDate(disk));
 }
 
+TEST(SavedImage, FollowsADiskThatChangesWhileItIsSaved) {
+    SKIP_UNLESS_ROOT();
+    SavingMachine world;
+    const auto disk = world.disk("A");
+    const auto onto = world.disk("Onto");
+    plant(*disk.mountPoint);
+    const auto wanted = world.request(disk);
+    const auto source = world.tool.openSource(wanted);
+    const auto image = world.tool.begin(world.files.latest, wanted, *source);
+    for (const char* contents : {"first", "second", "third"}) {
+        writeFile(*disk.mountPoint / "tree/changing", contents);
+        writeFile(*disk.mountPoint / "tree" / contents, contents);
+        EXPECT_EQ(source->takeStatus({}), SaveSource::Status::changed);
+        image->fill(*source, {});
+    }
+    EXPECT_EQ(source->takeStatus({}), SaveSource::Status::unchanged);
+    image->close();
+    world.tool.verify(world.files.latest, {});
+    world.restore(onto);
+    EXPECT_EQ(SavingMachine::difference(disk, onto), "");
+}
+
 } // namespace
 } // namespace ramdisk::test

@@ -11,22 +11,48 @@ namespace ramdisk::cli {
 
 namespace {
 
+/// Stands before a value that is to be taken as it is: the parser would take “[a,b]” for the two values a and
+/// b. It is removed again from whatever value has it.
+constexpr char literalMark = '\x1f';
+
+std::string literal(std::string_view value) {
+    const bool looksLikeAList = value.starts_with('[') && value.ends_with(']');
+    return (looksLikeAList || value.starts_with(literalMark) ? std::string(1, literalMark) : std::string())
+        .append(value);
+}
+
+std::string withoutMark(std::string value) {
+    return value.starts_with(literalMark) ? value.substr(1) : value;
+}
+
+void removeMarksFromValues(CLI::App& app) {
+    for (auto* option : app.get_options()) {
+        if (option->get_items_expected_max() > 0) {
+            option->transform(withoutMark);
+        }
+    }
+    for (auto* subcommand : app.get_subcommands(nullptr)) {
+        removeMarksFromValues(*subcommand);
+    }
+}
+
 /// The arguments in the order that the parser wants, last first. It would take the argument after "--name="
 /// for the name; split in two, such an option has the empty value that was meant.
 std::vector<std::string> reversedArguments(int argumentCount, const char* const* arguments) {
     std::vector<std::string> list;
     bool areOptionsOver = false;
     for (int index = 1; index < argumentCount; ++index) {
-        std::string_view argument = arguments[index];
+        const std::string_view argument = arguments[index];
         areOptionsOver = areOptionsOver || argument == "--";
-        const bool hasEmptyValue =
-            !areOptionsOver && argument.starts_with("--") && argument.find('=') == argument.size() - 1;
-        if (hasEmptyValue) {
-            argument.remove_suffix(1);
-        }
-        list.emplace_back(argument);
-        if (hasEmptyValue) {
+        const auto equals = argument.find('=');
+        if (areOptionsOver || !argument.starts_with("--") || equals == argument.npos) {
+            list.push_back(literal(argument));
+        } else if (equals == argument.size() - 1) {
+            list.emplace_back(argument.substr(0, equals));
             list.emplace_back();
+        } else {
+            list.push_back(std::string(argument.substr(0, equals + 1))
+                           + literal(argument.substr(equals + 1)));
         }
     }
     std::reverse(list.begin(), list.end());
@@ -52,6 +78,7 @@ Parser::Parser()
     addStartupSubcommands(*this);
     addSurroundingsSubcommands(*this);
     addSettingsSubcommands(*this);
+    removeMarksFromValues(app_);
 }
 
 Invocation Parser::parse(int argumentCount, const char* const* arguments) {
@@ -94,7 +121,7 @@ std::string Parser::unexpectedArgument() const {
         const auto more = subcommand->remaining();
         remaining.insert(remaining.end(), more.begin(), more.end());
     }
-    const auto argument = remaining.empty() ? std::string() : remaining.front();
+    const auto argument = remaining.empty() ? std::string() : withoutMark(remaining.front());
     if (chosen.empty() && !argument.starts_with("-")) {
         return fmt::format("“{}” is not a subcommand. Run `tramdisk --help` to see them.", argument);
     }
@@ -107,6 +134,10 @@ std::string Parser::unexpectedArgument() const {
 
 void addReference(CLI::App& app, std::string& reference) {
     app.add_option("REF", reference, "A device, a mount point or a name")->required();
+}
+
+void addTexts(CLI::App& app, const std::string& name, std::vector<std::string>& texts, const char* help) {
+    app.add_option(name, texts, help)->allow_extra_args(false);
 }
 
 void Switch::addTo(CLI::App& app, const std::string& name, const char* help, const char* helpOff) {

@@ -48,6 +48,8 @@ void addSurroundingsSubcommands(Parser& parser);
 
 /// The argument that names one disk.
 void addReference(CLI::App& app, std::string& reference);
+/// An option that may be given several times, with one text each.
+void addTexts(CLI::App& app, const std::string& name, std::vector<std::string>& texts, const char* help);
 
 /// The texts of a switch that overrules a setting, either way: "--NAME" and "--no-NAME".
 struct Switch {

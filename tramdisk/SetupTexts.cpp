@@ -29,10 +29,9 @@ void SetupTexts::addTo(CLI::App& app, Use use) {
     keepFiles_.addTo(app, "keep-files", "Save its files and put them back at the next launch",
                      isNew ? "Not so, whatever the template says" : "No more");
     app.add_option("--seed", seed_, "Copy the contents of this folder onto the new disk");
-    app.add_option("--folder", folders_, "Make this folder on the disk (may be given several times)");
-    app.add_option(
-        "--redirect", redirects_,
-        "Keep a tool's folder on the disk: xcode, npm, tmp, cache:NAME or folder:PATH (several times)");
+    addTexts(app, "--folder", folders_, "Make this folder on the disk (may be given several times)");
+    addTexts(app, "--redirect", redirects_,
+             "Keep a tool's folder on the disk: xcode, npm, tmp, cache:NAME or folder:PATH (several times)");
 }
 
 void SetupTexts::addNewDiskOptions(CLI::App& app) {

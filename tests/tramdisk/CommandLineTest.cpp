@@ -60,6 +60,9 @@ TEST_F(CommandLine, ToldWrongSaysWhatAndDoesNothing) {
          1,
          "The name must not contain “/”.\nHFS+ needs at least 4 MB."},
         {{"create", "extra"}, 2, "`tramdisk create` takes no further argument “extra”."},
+        {{"create", "[a,b]"}, 2, "`tramdisk create` takes no further argument “[a,b]”."},
+        {{"create", "--name=[a/b]"}, 1, "The name must not contain “/”."},
+        {{"create", "--folder", "a", "b"}, 2, "`tramdisk create` takes no further argument “b”."},
         {{"create", "--frob"}, 2, "“--frob” is not an option of `tramdisk create`."},
         {{"--frob", "list"}, 2, "“--frob” is not an option of `tramdisk list`."},
         {{"frobnicate"}, 2, "“frobnicate” is not a subcommand. Run `tramdisk --help` to see them."},
@@ -67,6 +70,9 @@ TEST_F(CommandLine, ToldWrongSaysWhatAndDoesNothing) {
         {{"eject", "x", "--all"}, 2, "Name the disks to eject, or give --all."},
         {{"eject", "nothing"}, 1, "No RAM disk matches “nothing”."},
         {{"eject", ""}, 1, "No RAM disk matches “”."},
+        {{"eject", "[a,b]"}, 1, "No RAM disk matches “[a,b]”."},
+        {{"eject", "[]"}, 1, "No RAM disk matches “[]”."},
+        {{"save", "[a,b]"}, 1, "No RAM disk matches “[a,b]”."},
         {{"eject", "list"}, 1, "No RAM disk matches “list”."},
         {{"show", "/dev/disk7"}, 1, "No RAM disk matches “disk7”."},
         {{"users", "/nowhere"}, 1, "No RAM disk matches “/nowhere”."},
@@ -140,9 +146,10 @@ TEST_F(CommandLine, AnyNameWorks) {
         zalgo += "\u0301";
         longest += "é";
     }
-    const std::vector<std::string> names{
-        "two words",   "line\nbreak", "\"quoted\" 'twice'",  "🚀 Raketenstück", "\xff\xfe", "$(reboot) %n %s",
-        "\033[31mred", "list",        std::string(255, 'x'), longest,          zalgo};
+    const std::vector<std::string> names{"\x1ftwo words",       "line\nbreak", "\"quoted\" 'twice'",
+                                         "🚀 Raketenstück",      "\xff\xfe",    "$(reboot) %n %s",
+                                         "\033[31mred",         "list",        "[one, two]",
+                                         std::string(255, 'x'), longest,       zalgo};
     for (const auto rung : rungs) {
         machine.environment["TRAMDISK_HOST"] = rawValue(rung);
         for (const auto& name : names) {

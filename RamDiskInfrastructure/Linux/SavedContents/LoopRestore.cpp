@@ -4,7 +4,8 @@
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/ProcSystemMemoryProvider.h"
 #include "RamDiskInfrastructure/Linux/SavedContents/SavedRoot.h"
-#include "RamDiskInfrastructure/Linux/Trees/FileWriter.h"
+#include "RamDiskInfrastructure/Linux/Trees/ParallelJobs.h"
+#include "RamDiskInfrastructure/Linux/Trees/TreeContents.h"
 #include "RamDiskInfrastructure/Linux/Trees/TreeUpdate.h"
 
 #include <sys/sysinfo.h>
@@ -29,7 +30,7 @@ bool isMostlyLarge(const TreeManifest::Contents& tree) {
     std::uint64_t largeBytes = 0;
     std::uint64_t smallFiles = 0;
     for (std::uint32_t item = 0; item < tree.items.size(); ++item) {
-        const bool isLarge = tree.items[item].size > FileWriter::partSize;
+        const bool isLarge = tree.items[item].size > largestWholeFile;
         largeBytes += isLarge ? tree.dataSize(item) : 0;
         smallFiles += !isLarge && tree.hasOwnContents(item) ? 1 : 0;
     }

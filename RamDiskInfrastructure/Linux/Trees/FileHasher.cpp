@@ -15,9 +15,6 @@ namespace ramdisk {
 
 namespace {
 
-/// Larger files are hashed in several pieces at once.
-constexpr std::uint64_t pieceSize = 32ULL << 20U;
-
 struct Piece {
     std::uint32_t item;
     std::uint64_t start;
@@ -101,9 +98,7 @@ void hashFiles(TreeManifest::Contents& tree, const FileDescriptor& root, Writers
             continue;
         }
         bytesLeft += file.size;
-        // Of a sparse giant only the holes would be shared out.
-        const auto step =
-            std::max(pieceSize, (file.size / 4096 + 1) / FileReader::smallFile * FileReader::smallFile);
+        const auto step = partSizeOf(file.size);
         for (std::uint64_t start = 0; start < file.size; start += step) {
             pieces.push_back({item, start, std::min(file.size, start + step)});
         }

@@ -49,8 +49,6 @@ public:
         std::uint64_t start;
         std::uint64_t end;
     };
-    /// Larger files are worth being copied in parts of this size, by several threads.
-    static constexpr std::uint64_t partSize = 32ULL << 20U;
 
     /// Fills an empty file; holes stay holes.
     /// @throws SystemCallError with the item's path

@@ -33,6 +33,14 @@ private:
     unsigned workers_;
 };
 
+/// Larger files are worth being shared by several threads, in parts.
+inline constexpr std::uint64_t largestWholeFile = 32ULL << 20U;
+/// How large the parts of a file of `size` bytes are: whole blocks, and of a sparse giant, most of whose
+/// parts are holes, about a thousand.
+[[nodiscard]] constexpr std::uint64_t partSizeOf(std::uint64_t size) {
+    return largestWholeFile * (1 + size / largestWholeFile / 1024);
+}
+
 /// Counts what several threads have done and tells the observer now and then.
 class ProgressMeter {
 public:

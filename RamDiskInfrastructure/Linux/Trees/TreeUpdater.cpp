@@ -134,9 +134,7 @@ std::vector<TreeUpdater::Job> TreeUpdater::jobs() const {
             continue;
         }
         const auto size = source_.items[source_.items[item].original].size;
-        // Of a sparse giant only the holes would be shared out.
-        const auto partSize =
-            isLarge(item) ? FileWriter::partSize * (1 + size / FileWriter::partSize / 1024) : size + 1;
+        const auto partSize = isLarge(item) ? partSizeOf(size) : size + 1;
         for (std::uint64_t start = 0; start == 0 || start < size; start += partSize) {
             jobs.push_back({item, {start, std::min(size, start + partSize)}});
         }
@@ -192,7 +190,7 @@ void TreeUpdater::writeItems() {
 
 bool TreeUpdater::isLarge(std::uint32_t item) const {
     return source_.items[item].type == ItemType::file && plan_.steps[item] != UpdateStep::metadata
-           && source_.items[source_.items[item].original].size > FileWriter::partSize;
+           && source_.items[source_.items[item].original].size > largestWholeFile;
 }
 
 void TreeUpdater::prepareLargeFile(std::uint32_t item, Places& places) {

@@ -1,4 +1,5 @@
 #include "tests/support/Linux/TestMachine.h"
+#include "tests/support/Linux/TestMount.h"
 #include "tests/support/RedirectWorld.h"
 
 #include <gmock/gmock.h>
@@ -15,29 +16,11 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-/// A mount that goes with this value. A TestMachine stands meanwhile, which keeps it from everybody else.
-class Mount {
-public:
-    Mount(const char* source, fs::path target, const char* type, unsigned long flags)
-        : target_(std::move(target)) {
-        if (mount(source, target_.c_str(), type, flags, nullptr) != 0) {
-            throw std::runtime_error("could not mount");
-        }
-    }
-    Mount(const Mount&) = delete;
-    Mount& operator=(const Mount&) = delete;
-    ~Mount() { umount2(target_.c_str(), MNT_DETACH); }
-
-private:
-    fs::path target_;
-};
-
 TEST(RedirectMount, FoldersOnAnotherFileSystemAreMovedThereButItsRootIsNot) {
     SKIP_UNLESS_ROOT();
     const TestMachine machine;
     RedirectWorld world;
-    fs::create_directory(world.home() / "data");
-    const Mount data("none", world.home() / "data", "tmpfs", 0);
+    const TmpfsMount data(world.home() / "data");
     world.write("data/cache/x", "old");
     const auto before = world.tree();
     EXPECT_THAT(texts(world.useCase().add(world.disk(), {folderTarget("data")})),
@@ -56,7 +39,7 @@ TEST(RedirectMount, AHomeThatCannotBeWrittenIsLeftAsItIs) {
     world.write(".npmrc", "a=1");
     const auto before = world.tree();
     {
-        const Mount bound(world.home().c_str(), world.home(), nullptr, MS_BIND);
+        const TestMount bound(world.home().c_str(), world.home(), nullptr, MS_BIND);
         ASSERT_EQ(mount(nullptr, world.home().c_str(), nullptr, MS_BIND | MS_REMOUNT | MS_RDONLY, nullptr),
                   0);
         EXPECT_THAT(

@@ -4,7 +4,7 @@
 #include "RamDiskInfrastructure/Linux/TreeFolderCopier.h"
 #include "tests/RamDiskInfrastructure/Linux/Trees/TreeDescription.h"
 #include "tests/support/Linux/TestMachine.h"
-#include "tests/support/Linux/TmpfsMount.h"
+#include "tests/support/Linux/TestMount.h"
 #include "tests/support/ScratchFolder.h"
 
 #include <gmock/gmock.h>

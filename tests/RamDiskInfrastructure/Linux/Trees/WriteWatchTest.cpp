@@ -2,7 +2,7 @@
 
 #include "tests/RamDiskInfrastructure/Linux/Trees/TreeDescription.h"
 #include "tests/support/Linux/TestMachine.h"
-#include "tests/support/Linux/TmpfsMount.h"
+#include "tests/support/Linux/TestMount.h"
 
 #include <fmt/format.h>
 #include <gmock/gmock.h>

@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <csignal>
+#include <filesystem>
 #include <stdexcept>
 #include <tuple>
 
@@ -41,8 +43,11 @@ protected:
     }
 
     void prepare(SavingWorld& world) const {
+        const auto saved = std::filesystem::file_time_type::clock::now() - std::chrono::hours(1);
         for (const auto* content : {"1", "2", "3"}) {
             world.save(content);
+            // All in one second, however the clock stands: what is brought back keeps its date.
+            std::filesystem::last_write_time(world.files.latest, saved);
         }
         world.previousCopies = previousCopies;
     }

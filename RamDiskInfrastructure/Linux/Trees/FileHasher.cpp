@@ -126,7 +126,6 @@ void hashFiles(TreeManifest::Contents& tree, const FileDescriptor& root, Writers
         if (piece.isExchanged) {
             file.inode = 0;
         }
-        file.hadNoWriter = piece.reading.hadNoWriter && (piece.start == 0 || file.hadNoWriter);
         workers[piece.worker].reader().note(std::move(piece.reading), tree, piece.item);
     }
     for (auto& item : tree.items) {

@@ -13,6 +13,21 @@
 
 namespace ramdisk {
 
+namespace {
+
+/// The start of the block in which the next data lies.
+std::uint64_t nextData(int file, std::uint64_t place, std::uint64_t end) {
+    const auto data = ::lseek(file, static_cast<off_t>(place), SEEK_DATA);
+    if (data < 0) {
+        // Without an answer everything counts as data.
+        return errno == ENXIO ? end : place;
+    }
+    const auto block = static_cast<std::uint64_t>(data) / BlockHash::blockSize;
+    return std::max(place, block * BlockHash::blockSize);
+}
+
+} // namespace
+
 FileReader::FileReader(const TreeManifest::Contents& tree, Writers writers, ProgressMeter& meter)
     : tree_(tree),
       writers_(writers),
@@ -48,25 +63,15 @@ FileReading FileReader::read(int file, const struct stat& status, std::uint32_t 
 void FileReader::note(FileReading&& reading, TreeManifest::Contents& tree, std::uint32_t item) const {
     auto& file = tree.items[item];
     const auto first = blocks_.begin() + static_cast<std::ptrdiff_t>(reading.firstBlock);
-    if (file.blockCount == 0) {
+    if (!file.areContentsNoted) {
+        file.areContentsNoted = true;
+        file.hadNoWriter = true;
         file.firstBlock = tree.blocks.size();
-    }
-    tree.blocks.insert(tree.blocks.end(), first, first + static_cast<std::ptrdiff_t>(reading.blockCount));
-    file.blockCount += reading.blockCount;
-    if (!reading.attributes.empty()) {
         tree.setAttributes(item, std::move(reading.attributes));
     }
-}
-
-/// The start of the block in which the next data lies.
-std::uint64_t FileReader::nextData(int file, std::uint64_t place, std::uint64_t end) const {
-    const auto data = ::lseek(file, static_cast<off_t>(place), SEEK_DATA);
-    if (data < 0) {
-        // Without an answer everything counts as data.
-        return errno == ENXIO ? end : place;
-    }
-    const auto block = static_cast<std::uint64_t>(data) / BlockHash::blockSize;
-    return std::max(place, block * BlockHash::blockSize);
+    file.hadNoWriter = file.hadNoWriter && reading.hadNoWriter;
+    tree.blocks.insert(tree.blocks.end(), first, first + static_cast<std::ptrdiff_t>(reading.blockCount));
+    file.blockCount += reading.blockCount;
 }
 
 std::size_t FileReader::fillBuffer(int file, std::uint32_t item, std::uint64_t place, std::uint64_t end) {

@@ -44,7 +44,6 @@ public:
     void note(FileReading&& reading, TreeManifest::Contents& tree, std::uint32_t item) const;
 
 private:
-    [[nodiscard]] std::uint64_t nextData(int file, std::uint64_t place, std::uint64_t end) const;
     [[nodiscard]] std::size_t fillBuffer(int file, std::uint32_t item, std::uint64_t place,
                                          std::uint64_t end);
     void hashBlocks(std::uint64_t place, std::size_t length);

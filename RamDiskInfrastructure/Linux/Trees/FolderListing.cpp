@@ -6,8 +6,23 @@
 #include <array>
 
 #include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
 
 namespace ramdisk {
+
+namespace {
+
+unsigned char kindOf(int folder, const dirent64& entry) {
+    struct stat status {};
+    const bool isFolder =
+        entry.d_type == DT_UNKNOWN
+        && ::fstatat(folder, entry.d_name, &status, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT) == 0
+        && S_ISDIR(status.st_mode);
+    return isFolder ? static_cast<unsigned char>(DT_DIR) : entry.d_type;
+}
+
+} // namespace
 
 FolderListing FolderListing::of(int folder) {
     alignas(dirent64) std::array<char, 32768> buffer;
@@ -25,7 +40,7 @@ FolderListing FolderListing::of(int folder) {
             const std::string_view name(entry->d_name);
             if (name != "." && name != "..") {
                 listing.entries.push_back({static_cast<std::uint32_t>(listing.names.size()),
-                                           static_cast<std::uint32_t>(name.size()), entry->d_type});
+                                           static_cast<std::uint32_t>(name.size()), kindOf(folder, *entry)});
                 listing.names.append(name);
             }
             place += entry->d_reclen;

@@ -12,7 +12,7 @@ struct FolderListing {
     struct Entry {
         std::uint32_t nameStart;
         std::uint32_t nameLength;
-        /// What `readdir` calls the type; unknown on some file systems.
+        /// What `readdir` calls the type. Of what is no folder it is unknown on some file systems.
         unsigned char kind;
     };
 

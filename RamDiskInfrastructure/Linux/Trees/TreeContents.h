@@ -76,10 +76,10 @@ struct TreeItem {
     ino_t inode = 0;
     /// When anything of it was last changed.
     timespec changed{};
+    /// Whether the contents were noted, or a part of them.
+    bool areContentsNoted = false;
     /// Whether nobody had the file open for writing when its contents began to be read.
     bool hadNoWriter = false;
-    /// Whether the contents were noted when the item was looked at.
-    bool areContentsNoted = false;
 };
 
 /// Items are numbered; 0 is the root. A folder's number is less than those of the items in it.

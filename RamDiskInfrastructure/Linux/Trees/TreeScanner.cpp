@@ -149,7 +149,7 @@ void TreeScanner::makeRoom(ProgressMeter& meter) {
     tree_.items.reserve(room);
     findings_.reserve(room);
     itemsToLookAt_.reserve(room);
-    if (watch_ != nullptr && earlier_ == nullptr) {
+    if (readsSmallFiles()) {
         // Until all sizes are known.
         meter.expect(std::uint64_t{volume.f_blocks - volume.f_bfree} * volume.f_frsize, items);
     }
@@ -203,16 +203,6 @@ TreeScanner::FolderFinding TreeScanner::readFolder(FolderCursor& cursor, std::ui
         }
     } catch (const SystemCallError& error) {
         throw SystemCallError("read the folder", tree_.path(folder), error.code().value());
-    }
-    for (auto& entry : found.listing.entries) {
-        struct stat status {};
-        if (entry.kind == DT_UNKNOWN
-            && ::fstatat(descriptor, std::string(found.listing.name(entry)).c_str(), &status,
-                         AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT)
-                   == 0
-            && S_ISDIR(status.st_mode)) {
-            entry.kind = DT_DIR;
-        }
     }
     findings_[folder].reading.attributes = readFileAttributes(descriptor, tree_, folder);
     return found;
@@ -311,11 +301,10 @@ void TreeScanner::lookAtWhatWasTouched(ProgressMeter& meter) {
 }
 
 void TreeScanner::lookAtItems(ProgressMeter& meter) {
-    const bool areRead = watch_ != nullptr && earlier_ == nullptr;
     const auto count = itemsToLookAt_.size();
-    const ParallelJobs jobs(count, areRead ? count * FileReader::smallFile : 0);
+    const ParallelJobs jobs(count, readsSmallFiles() ? count * FileReader::smallFile : 0);
     makeCursors(jobs);
-    while (areRead && readers_.size() < jobs.workerCount()) {
+    while (readsSmallFiles() && readers_.size() < jobs.workerCount()) {
         readers_.emplace_back(tree_, Writers::note, meter);
     }
     jobs.run([&](unsigned worker) {
@@ -338,8 +327,6 @@ bool TreeScanner::readSmallFile(int folder, std::uint32_t number, unsigned worke
     } else if (!finding.hasOtherNames && item.size <= FileReader::smallFile) {
         finding.reading = readers_[worker].read(file.get(), status, number, 0, item.size);
         finding.reader = worker;
-        item.areContentsNoted = true;
-        item.hadNoWriter = finding.reading.hadNoWriter;
     }
     return true;
 }
@@ -348,7 +335,7 @@ void TreeScanner::lookAt(std::uint32_t number, unsigned worker) {
     auto& item = tree_.items[number];
     auto& finding = findings_[number];
     const int folder = cursors_[worker].open(item.parent);
-    if (!readers_.empty() && finding.isListedAsFile && folder >= 0 && readSmallFile(folder, number, worker)) {
+    if (readsSmallFiles() && finding.isListedAsFile && folder >= 0 && readSmallFile(folder, number, worker)) {
         return;
     }
     const std::string name(tree_.name(number));
@@ -416,8 +403,8 @@ void TreeScanner::putTogether(ProgressMeter& meter) {
         } else if (finding.unwritten != noItem) {
             takeOver(number);
             meter.add(item.size, 1);
-        } else if (item.areContentsNoted) {
-            readers_[finding.reader].note(std::move(finding.reading), tree_, number);
+        } else if (finding.reader) {
+            readers_[*finding.reader].note(std::move(finding.reading), tree_, number);
         } else {
             tree_.setAttributes(number, std::move(finding.reading.attributes));
         }

@@ -6,6 +6,7 @@
 #include "RamDiskInfrastructure/Linux/Trees/WriteWatch.h"
 
 #include <deque>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -46,7 +47,7 @@ private:
         /// Of a folder in which the same names lead to the same items as at the earlier scan.
         bool isUnchanged = false;
         /// Who read it, when that was done already.
-        std::uint32_t reader = 0;
+        std::optional<unsigned> reader;
         /// The file of the earlier scan whose contents and attributes it has still.
         std::uint32_t unwritten = noItem;
         std::string linkTarget;
@@ -55,6 +56,8 @@ private:
     /// What was found in a folder.
     struct FolderFinding;
 
+    /// Whether small files are read when they are looked at: where that may spare a second look at them.
+    [[nodiscard]] bool readsSmallFiles() const noexcept { return watch_ != nullptr && earlier_ == nullptr; }
     void noteRoot();
     /// For what the whole volume holds, within reason, so that what is found is not moved again and again.
     void makeRoom(ProgressMeter& meter);

@@ -2,9 +2,9 @@
 
 #include "RamDiskCore/Disks/CreateRamDiskResult.h"
 #include "RamDiskCore/Redirects/RedirectFailure.h"
-#include "RamDiskCore/Validation/ValidationIssue.h"
 #include "RamDiskCore/Values/ByteCount.h"
 #include "RamDiskCore/Values/RamDiskError.h"
+#include "RamDiskCore/Values/ValidationIssue.h"
 
 #include <exception>
 #include <optional>

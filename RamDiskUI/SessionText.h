@@ -1,6 +1,6 @@
 #pragma once
 
-#include "RamDiskCore/Disks/RamDiskSetupResult.h"
+#include "RamDiskCore/Setup/RamDiskSetupResult.h"
 #include "RamDiskCore/Startup/ShutdownReport.h"
 #include "RamDiskCore/Startup/StartupOutcome.h"
 

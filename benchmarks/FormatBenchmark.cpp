@@ -1,7 +1,7 @@
 // The formats on a loop device: making them against the same bare commands, work on them against the file
 // system that those commands make, and the memory that they hold.
 
-#include "RamDiskInfrastructure/Linux/SmallFile.h"
+#include "RamDiskInfrastructure/Linux/Host/SmallFile.h"
 #include "benchmarks/BenchmarkState.h"
 #include "benchmarks/BenchmarkTable.h"
 

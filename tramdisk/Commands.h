@@ -1,7 +1,7 @@
 #pragma once
 
-#include "RamDiskCore/Startup/RamDiskSessionServices.h"
-#include "RamDiskInfrastructure/PlatformStores.h"
+#include "RamDiskCore/Setup/RamDiskSessionServices.h"
+#include "RamDiskInfrastructure/Platform/Platform.h"
 #include "tramdisk/Console.h"
 #include "tramdisk/Invocation.h"
 
@@ -9,6 +9,7 @@ namespace ramdisk::cli {
 
 /// What every subcommand works with.
 struct CommandContext {
+    const Platform& platform;
     const RamDiskServices& services;
     const RamDiskSessionServices& session;
     const PlatformStores& stores;

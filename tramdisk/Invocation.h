@@ -2,11 +2,11 @@
 
 #include "RamDiskCore/Ports/ContentArchiving.h"
 #include "RamDiskCore/Ports/RamDeviceAllocating.h"
-#include "RamDiskCore/Redirects/RedirectTarget.h"
 #include "RamDiskCore/Startup/SaveBeforeEject.h"
 #include "RamDiskCore/Values/ByteCount.h"
 #include "RamDiskCore/Values/FileSystem.h"
 #include "RamDiskCore/Values/RamDiskReference.h"
+#include "RamDiskCore/Values/RedirectTarget.h"
 #include "RamDiskCore/Values/VolumeAccess.h"
 #include "tramdisk/Setting.h"
 

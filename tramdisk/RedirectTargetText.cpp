@@ -1,6 +1,6 @@
 #include "tramdisk/RedirectTargetText.h"
 
-#include "RamDiskCore/Redirects/KnownCache.h"
+#include "RamDiskCore/Values/KnownCache.h"
 
 namespace ramdisk::cli {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "RamDiskCore/Redirects/RedirectTarget.h"
+#include "RamDiskCore/Values/RedirectTarget.h"
 
 #include <optional>
 #include <string>

@@ -1,4 +1,3 @@
-#include "RamDiskInfrastructure/PlatformShutdown.h"
 #include "RamDiskInfrastructure/Stores/RunningSession.h"
 #include "RamDiskUI/SessionText.h"
 #include "tramdisk/KeptDisks.h"
@@ -108,8 +107,8 @@ ExitStatus run(const SessionRunInvocation& /*invocation*/, const CommandContext&
     }
     // Before the first disk is made, so that none is left standing.
     SessionSignals signals;
-    const auto delay = makeShutdownDelay();
-    delayShutdown(*delay, context);
+    auto& delay = *context.platform.shutdownDelay;
+    delayShutdown(delay, context);
     const auto launched = launch(context);
     session->tell(SessionPhase::running);
     context.console.confirm("Running; ends on SIGTERM or SIGINT.");
@@ -117,7 +116,7 @@ ExitStatus run(const SessionRunInvocation& /*invocation*/, const CommandContext&
     waitForEnd(signals, context);
     session->tell(SessionPhase::quitting);
     const auto report = quit(context);
-    delay->stop();
+    delay.stop();
     if (context.console.wantsJSON()) {
         context.console.printDocument(compactText(documentOf(launched, report)));
     }

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "RamDiskCore/Disks/RamDiskSetupResult.h"
-#include "RamDiskCore/Startup/SavedContents.h"
+#include "RamDiskCore/Setup/RamDiskSetupResult.h"
 #include "RamDiskCore/Startup/ShutdownReport.h"
 #include "RamDiskCore/Startup/StartupOutcome.h"
+#include "RamDiskCore/Values/SavedContents.h"
 #include "RamDiskInfrastructure/Stores/RecordJSON.h"
 
 #include <vector>

@@ -26,8 +26,10 @@ std::optional<Setting> Setting::named(std::string_view name) {
     if (const auto* field = preferenceFieldNamed(name)) {
         return Setting(field);
     }
-    if (const auto* own = platformSettingNamed(name)) {
-        return Setting(own);
+    for (const auto& own : platformSettings()) {
+        if (own.name == name) {
+            return Setting(&own);
+        }
     }
     return std::nullopt;
 }
@@ -62,6 +64,10 @@ std::string Setting::defaultsKey() const {
 
 std::string Setting::allowedValues() const {
     return field() != nullptr ? field()->allowedValues : "true or false";
+}
+
+bool Setting::hasEffect() const {
+    return field() == nullptr || field()->hasEffect;
 }
 
 std::optional<DefaultsValue> Setting::valueFrom(std::string_view text) const {

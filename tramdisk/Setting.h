@@ -1,7 +1,7 @@
 #pragma once
 
 #include "RamDiskCore/Preferences/PreferenceField.h"
-#include "RamDiskInfrastructure/PlatformSettings.h"
+#include "RamDiskInfrastructure/Platform/Platform.h"
 
 #include <map>
 #include <optional>
@@ -23,6 +23,8 @@ public:
     [[nodiscard]] std::string_view name() const;
     [[nodiscard]] std::string defaultsKey() const;
     [[nodiscard]] std::string allowedValues() const;
+    /// Whether anything heeds it yet.
+    [[nodiscard]] bool hasEffect() const;
 
     /// What to store for a typed value; absent when it cannot be meant.
     [[nodiscard]] std::optional<DefaultsValue> valueFrom(std::string_view text) const;

@@ -26,7 +26,7 @@ ExitStatus change(const Setting& setting, std::optional<DefaultsValue> value, co
         context.console.printDocument(setting.jsonText(stored));
     }
     context.console.confirm(fmt::format("{} is now {}.", setting.name(), printable(setting.text(stored))));
-    if (!settingHasEffect(setting.name())) {
+    if (!setting.hasEffect()) {
         context.console.note(fmt::format("{} has no effect on this platform yet.", setting.name()));
     }
     return succeeded;
@@ -43,7 +43,7 @@ ExitStatus run(const SettingsListInvocation& /*invocation*/, const CommandContex
     std::vector<std::vector<std::string>> rows;
     for (const auto& setting : Setting::all()) {
         rows.push_back({std::string(setting.name()), setting.text(stored), setting.text({}),
-                        settingHasEffect(setting.name()) ? "" : "no effect on this platform yet"});
+                        setting.hasEffect() ? "" : "no effect on this platform yet"});
     }
     context.console.printTable({"SETTING", "VALUE", "DEFAULT", "NOTE"}, rows);
     return succeeded;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "RamDiskCore/Templates/RamDiskSetup.h"
+#include "RamDiskCore/Values/RamDiskSetup.h"
 #include "tramdisk/Commands.h"
 
 #include <optional>

@@ -1,8 +1,6 @@
 #include "RamDiskCore/Values/RamDiskError.h"
-#include "RamDiskInfrastructure/PlatformRedirects.h"
-#include "RamDiskInfrastructure/PlatformServices.h"
-#include "RamDiskInfrastructure/PlatformStores.h"
-#include "RamDiskInfrastructure/SessionServices.h"
+#include "RamDiskInfrastructure/Platform/Platform.h"
+#include "RamDiskInfrastructure/Platform/SessionServices.h"
 #include "RamDiskInfrastructure/Stores/ValueJSON.h"
 #include "RamDiskUI/ErrorText.h"
 #include "tramdisk/CommandLine.h"
@@ -52,10 +50,9 @@ ExitStatus carryOut(const Invocation& invocation, const Console& console) {
         static_cast<void>(std::fputs(print->text.c_str(), stdout));
         return succeeded;
     }
-    const auto services = makeRamDiskServices([&console](const std::string& text) { console.note(text); });
-    const auto stores = makePlatformStores();
-    const auto session = makeSessionServices(services, stores, makeFolderRedirecting());
-    const CommandContext context{services, session, stores, console};
+    const auto platform = makePlatform([&console](const std::string& text) { console.note(text); });
+    const auto session = makeSessionServices(platform.services, platform.stores, platform.redirecting);
+    const CommandContext context{platform, platform.services, session, platform.stores, console};
     return std::visit(
         [&context](const auto& command) {
             if constexpr (std::is_same_v<std::decay_t<decltype(command)>, PrintInvocation>) {

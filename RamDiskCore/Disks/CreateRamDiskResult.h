@@ -1,7 +1,7 @@
 #pragma once
 
-#include "RamDiskCore/Validation/ValidationIssue.h"
 #include "RamDiskCore/Values/RamDisk.h"
+#include "RamDiskCore/Values/ValidationIssue.h"
 
 #include <string>
 #include <string_view>

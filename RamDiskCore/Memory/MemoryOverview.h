@@ -1,7 +1,7 @@
 #pragma once
 
-#include "RamDiskCore/Memory/SystemMemory.h"
 #include "RamDiskCore/Values/ByteCount.h"
+#include "RamDiskCore/Values/SystemMemory.h"
 
 #include <cstdint>
 

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "RamDiskCore/Ports/TransferProgress.h"
-#include "RamDiskCore/Startup/SavedContents.h"
 #include "RamDiskCore/Values/RamDisk.h"
+#include "RamDiskCore/Values/SavedContents.h"
 #include "RamDiskCore/Values/VolumeProtection.h"
 
 #include <cstdint>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "RamDiskCore/Startup/RamDiskProfile.h"
+#include "RamDiskCore/Values/RamDiskProfile.h"
 
 #include <functional>
 #include <vector>

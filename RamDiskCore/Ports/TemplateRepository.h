@@ -1,6 +1,6 @@
 #pragma once
 
-#include "RamDiskCore/Templates/DiskTemplate.h"
+#include "RamDiskCore/Values/DiskTemplate.h"
 
 #include <functional>
 #include <vector>

@@ -214,8 +214,11 @@ std::string allowedFor() {
     }
 }
 
+/// Whether anything heeds a setting yet.
+enum class Effect { none, has };
+
 template <auto Member>
-PreferenceField field(std::string_view name, std::string_view defaultsKey) {
+PreferenceField field(std::string_view name, std::string_view defaultsKey, Effect effect = Effect::none) {
     using Value = std::remove_cvref_t<decltype(std::declval<PreferencesSnapshot>().*Member)>;
     const auto take = [](std::optional<Value> value, PreferencesSnapshot& snapshot) {
         if (value) {
@@ -223,7 +226,8 @@ PreferenceField field(std::string_view name, std::string_view defaultsKey) {
         }
         return value.has_value();
     };
-    PreferenceField result{name, defaultsKey, allowedFor<Value>(), nullptr, nullptr, nullptr, nullptr};
+    PreferenceField result{name,    defaultsKey, effect == Effect::has, allowedFor<Value>(), nullptr, nullptr,
+                           nullptr, nullptr};
     result.read = [](const DefaultsValue& stored, PreferencesSnapshot& snapshot) {
         return decltype(take){}(valueFrom<Value>(stored), snapshot);
     };
@@ -240,11 +244,13 @@ PreferenceField field(std::string_view name, std::string_view defaultsKey) {
 std::vector<PreferenceField> makeFields() {
     using P = PreferencesSnapshot;
     return {
-        field<&P::defaultSize>("defaultSize", "defaultSizeBytes"),
-        field<&P::defaultFileSystem>("defaultFileSystem", "defaultFileSystem"),
+        field<&P::defaultSize>("defaultSize", "defaultSizeBytes", Effect::has),
+        field<&P::defaultFileSystem>("defaultFileSystem", "defaultFileSystem", Effect::has),
         field<&P::revealAfterCreation>("revealAfterCreation", "revealAfterCreation"),
-        field<&P::isIndexingEnabledByDefault>("isIndexingEnabledByDefault", "indexingEnabledByDefault"),
-        field<&P::isEncryptionEnabledByDefault>("isEncryptionEnabledByDefault", "encryptionEnabledByDefault"),
+        field<&P::isIndexingEnabledByDefault>("isIndexingEnabledByDefault", "indexingEnabledByDefault",
+                                              Effect::has),
+        field<&P::isEncryptionEnabledByDefault>("isEncryptionEnabledByDefault", "encryptionEnabledByDefault",
+                                                Effect::has),
         field<&P::showsWindowAtLaunch>("showsWindowAtLaunch", "showsWindowAtLaunch"),
         field<&P::diskLayout>("diskLayout", "diskLayout"),
         field<&P::appearance>("appearance", "appearance"),
@@ -264,7 +270,7 @@ std::vector<PreferenceField> makeFields() {
         field<&P::checksForUpdates>("checksForUpdates", "checksForUpdates"),
         field<&P::downloadsUpdates>("downloadsUpdates", "downloadsUpdates"),
         field<&P::terminal>("terminal", "terminal"),
-        field<&P::newDiskAccess>("newDiskAccess", "newDiskAccess"),
+        field<&P::newDiskAccess>("newDiskAccess", "newDiskAccess", Effect::has),
         field<&P::hotKeys>("hotKeys", "hotKeys"),
     };
 }

@@ -15,6 +15,8 @@ struct PreferenceField {
     std::string_view name;
     /// The key under which it is stored.
     std::string_view defaultsKey;
+    /// Whether anything heeds it yet.
+    bool hasEffect = false;
     /// What a user can set it to, in words.
     std::string allowedValues;
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "RamDiskCore/Automation/AutomationModes.h"
 #include "RamDiskCore/Preferences/HotKey.h"
 #include "RamDiskCore/Preferences/InterfaceChoices.h"
+#include "RamDiskCore/Values/AutomationModes.h"
 #include "RamDiskCore/Values/ByteCount.h"
 #include "RamDiskCore/Values/FileSystem.h"
 #include "RamDiskCore/Values/VolumeAccess.h"

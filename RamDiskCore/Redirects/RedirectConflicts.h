@@ -1,7 +1,7 @@
 #pragma once
 
 #include "RamDiskCore/Ports/FolderRedirecting.h"
-#include "RamDiskCore/Redirects/FolderRedirect.h"
+#include "RamDiskCore/Values/FolderRedirect.h"
 
 #include <functional>
 #include <set>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "RamDiskCore/Redirects/FolderRedirect.h"
+#include "RamDiskCore/Values/FolderRedirect.h"
 #include "RamDiskCore/Values/RamDiskError.h"
 
 #include <string>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "RamDiskCore/Startup/RamDiskProfile.h"
 #include "RamDiskCore/Values/RamDisk.h"
+#include "RamDiskCore/Values/RamDiskProfile.h"
 
 namespace ramdisk {
 

@@ -1,6 +1,6 @@
 #include "RamDiskCore/Startup/SessionLifecycleUseCase.h"
 
-#include "RamDiskCore/Disks/SetupSteps.h"
+#include "RamDiskCore/Disks/MakeFolders.h"
 #include "RamDiskCore/Startup/TransferError.h"
 #include "RamDiskCore/Values/Text.h"
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "RamDiskCore/Startup/RamDiskProfile.h"
 #include "RamDiskCore/Values/RamDisk.h"
 #include "RamDiskCore/Values/RamDiskError.h"
+#include "RamDiskCore/Values/RamDiskProfile.h"
 
 #include <string>
 #include <string_view>

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "RamDiskCore/Validation/ValidationContext.h"
-#include "RamDiskCore/Validation/ValidationIssue.h"
 #include "RamDiskCore/Values/RamDiskSpecification.h"
+#include "RamDiskCore/Values/ValidationIssue.h"
 
 #include <vector>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "RamDiskCore/Validation/ValidationIssue.h"
+#include "RamDiskCore/Values/ValidationIssue.h"
 
 #include <vector>
 

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "RamDiskCore/Validation/ValidationIssue.h"
 #include "RamDiskCore/Values/ByteCount.h"
 #include "RamDiskCore/Values/DeviceIdentifier.h"
 #include "RamDiskCore/Values/RamDiskReference.h"
+#include "RamDiskCore/Values/ValidationIssue.h"
 
 #include <exception>
 #include <filesystem>

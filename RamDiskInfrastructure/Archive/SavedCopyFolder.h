@@ -1,6 +1,6 @@
 #pragma once
 
-#include "RamDiskCore/Startup/SavedContents.h"
+#include "RamDiskCore/Values/SavedContents.h"
 #include "RamDiskInfrastructure/Archive/SavedCopyNames.h"
 #include "RamDiskInfrastructure/Archive/SavedImageTool.h"
 

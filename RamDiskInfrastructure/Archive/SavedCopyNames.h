@@ -1,6 +1,6 @@
 #pragma once
 
-#include "RamDiskCore/Startup/SavedContents.h"
+#include "RamDiskCore/Values/SavedContents.h"
 
 #include <chrono>
 #include <compare>

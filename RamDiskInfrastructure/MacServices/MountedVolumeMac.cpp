@@ -1,6 +1,6 @@
 #include "RamDiskInfrastructure/MacServices/MediaIDs.h"
 #include "RamDiskInfrastructure/MacTools/AttachedRamImage.h"
-#include "RamDiskInfrastructure/MountedVolume.h"
+#include "RamDiskInfrastructure/Unix/MountedVolume.h"
 
 #include <sys/mount.h>
 #include <sys/param.h>

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "RamDiskCore/Values/DeviceIdentifier.h"
-#include "RamDiskInfrastructure/MountedVolume.h"
+#include "RamDiskInfrastructure/Unix/MountedVolume.h"
 
 #include <cstdint>
 #include <filesystem>

@@ -4,7 +4,7 @@
 #include "RamDiskInfrastructure/Archive/SavedContentsArchiver.h"
 #include "RamDiskInfrastructure/MacTools/HDIUtilImages.h"
 #include "RamDiskInfrastructure/MacTools/VolumeStatisticsReading.h"
-#include "RamDiskInfrastructure/MountedVolume.h"
+#include "RamDiskInfrastructure/Unix/MountedVolume.h"
 
 #include <chrono>
 #include <filesystem>

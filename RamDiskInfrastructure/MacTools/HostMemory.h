@@ -1,6 +1,6 @@
 #pragma once
 
-#include "RamDiskCore/Memory/SystemMemory.h"
+#include "RamDiskCore/Values/SystemMemory.h"
 
 #include <cstdint>
 #include <optional>

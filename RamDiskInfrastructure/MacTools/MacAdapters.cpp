@@ -3,12 +3,12 @@
 #include "RamDiskInfrastructure/MacTools/DiskUtilVolumeFormatter.h"
 #include "RamDiskInfrastructure/MacTools/DiskUtilVolumeRenamer.h"
 #include "RamDiskInfrastructure/MacTools/DittoFolderCopier.h"
-#include "RamDiskInfrastructure/MacTools/FileManagerFolderMaker.h"
 #include "RamDiskInfrastructure/MacTools/HDIUtilContentArchiver.h"
 #include "RamDiskInfrastructure/MacTools/HDIUtilRamDiskInventory.h"
-#include "RamDiskInfrastructure/MacTools/LsofVolumeUsers.h"
 #include "RamDiskInfrastructure/MacTools/MDUtilIndexController.h"
 #include "RamDiskInfrastructure/MacTools/ToolPaths.h"
+#include "RamDiskInfrastructure/Unix/FileManagerFolderMaker.h"
+#include "RamDiskInfrastructure/Unix/LsofVolumeUsers.h"
 
 #include <stdexcept>
 

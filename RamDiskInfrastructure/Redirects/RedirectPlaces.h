@@ -1,6 +1,6 @@
 #pragma once
 
-#include "RamDiskCore/Redirects/KnownCache.h"
+#include "RamDiskCore/Values/KnownCache.h"
 
 #include <filesystem>
 

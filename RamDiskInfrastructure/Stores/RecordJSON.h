@@ -1,8 +1,8 @@
 #pragma once
 
-#include "RamDiskCore/Redirects/FolderRedirect.h"
-#include "RamDiskCore/Startup/RamDiskProfile.h"
-#include "RamDiskCore/Templates/DiskTemplate.h"
+#include "RamDiskCore/Values/DiskTemplate.h"
+#include "RamDiskCore/Values/FolderRedirect.h"
+#include "RamDiskCore/Values/RamDiskProfile.h"
 #include "RamDiskInfrastructure/Stores/ValueJSON.h"
 
 #include <optional>

@@ -3,9 +3,9 @@
 #include "RamDiskCore/Disks/CreateRamDiskResult.h"
 #include "RamDiskCore/Memory/MemoryOverview.h"
 #include "RamDiskCore/Ports/VolumeUsersListing.h"
-#include "RamDiskCore/Validation/ValidationIssue.h"
 #include "RamDiskCore/Values/RamDisk.h"
 #include "RamDiskCore/Values/RamDiskSpecification.h"
+#include "RamDiskCore/Values/ValidationIssue.h"
 
 #include <nlohmann/json_fwd.hpp>
 

@@ -6,7 +6,7 @@
 #include "RamDiskInfrastructure/MacTools/RamDeviceAllocator.h"
 #include "RamDiskInfrastructure/MacTools/VolumeMarkAccessing.h"
 #include "RamDiskInfrastructure/MacTools/VolumeStatisticsReading.h"
-#include "RamDiskInfrastructure/MountedVolume.h"
+#include "RamDiskInfrastructure/Unix/MountedVolume.h"
 #include "tests/support/ScratchFolder.h"
 
 #include <deque>

@@ -2,8 +2,8 @@
 
 #include "RamDiskCore/Values/ByteCount.h"
 #include "RamDiskInfrastructure/Commands/FileDescriptor.h"
-#include "RamDiskInfrastructure/Linux/LinuxHost.h"
-#include "RamDiskInfrastructure/Linux/LoopDevice.h"
+#include "RamDiskInfrastructure/Linux/Host/LinuxHost.h"
+#include "RamDiskInfrastructure/Linux/Mounting/LoopDevice.h"
 
 #include <filesystem>
 #include <optional>

@@ -2,8 +2,8 @@
 
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
-#include "RamDiskInfrastructure/Linux/Fscrypt.h"
-#include "RamDiskInfrastructure/Linux/LoopVolumeRoot.h"
+#include "RamDiskInfrastructure/Linux/Mounting/Fscrypt.h"
+#include "RamDiskInfrastructure/Linux/Volumes/LoopVolumeRoot.h"
 
 #include <fcntl.h>
 #include <linux/fscrypt.h>

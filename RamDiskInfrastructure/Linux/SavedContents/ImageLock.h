@@ -2,7 +2,7 @@
 
 #include "RamDiskCore/Values/VolumeProtection.h"
 #include "RamDiskInfrastructure/Commands/FileDescriptor.h"
-#include "RamDiskInfrastructure/Linux/LinuxHost.h"
+#include "RamDiskInfrastructure/Linux/Host/LinuxHost.h"
 
 namespace ramdisk {
 

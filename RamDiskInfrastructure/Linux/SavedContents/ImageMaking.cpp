@@ -1,9 +1,9 @@
 #include "RamDiskInfrastructure/Linux/SavedContents/ImageMaking.h"
 
 #include "RamDiskCore/Values/RamDiskError.h"
-#include "RamDiskInfrastructure/Linux/Fscrypt.h"
-#include "RamDiskInfrastructure/Linux/LoopFormat.h"
-#include "RamDiskInfrastructure/Linux/SystemTools.h"
+#include "RamDiskInfrastructure/Linux/Host/SystemTools.h"
+#include "RamDiskInfrastructure/Linux/Mounting/Fscrypt.h"
+#include "RamDiskInfrastructure/Linux/Volumes/LoopFormat.h"
 
 #include <fmt/format.h>
 

@@ -3,7 +3,7 @@
 #include "RamDiskCore/Ports/CommandRunning.h"
 #include "RamDiskCore/Values/RamDisk.h"
 #include "RamDiskCore/Values/VolumeProtection.h"
-#include "RamDiskInfrastructure/Linux/LoopDevice.h"
+#include "RamDiskInfrastructure/Linux/Mounting/LoopDevice.h"
 
 #include <compare>
 #include <cstdint>

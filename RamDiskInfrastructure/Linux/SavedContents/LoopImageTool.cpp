@@ -3,7 +3,7 @@
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/Archive/SavedCopyNames.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
-#include "RamDiskInfrastructure/Linux/MountTable.h"
+#include "RamDiskInfrastructure/Linux/Host/MountTable.h"
 #include "RamDiskInfrastructure/Linux/SavedContents/LoopPartialImage.h"
 #include "RamDiskInfrastructure/Linux/SavedContents/LoopRestore.h"
 

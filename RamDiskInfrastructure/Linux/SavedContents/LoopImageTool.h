@@ -2,7 +2,7 @@
 
 #include "RamDiskCore/Ports/CommandRunning.h"
 #include "RamDiskInfrastructure/Archive/SavedImageTool.h"
-#include "RamDiskInfrastructure/Linux/LinuxHost.h"
+#include "RamDiskInfrastructure/Linux/Host/LinuxHost.h"
 
 #include <memory>
 

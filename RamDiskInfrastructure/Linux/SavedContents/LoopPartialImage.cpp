@@ -4,7 +4,7 @@
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/Archive/SavedCopyNames.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
-#include "RamDiskInfrastructure/Linux/Trees/TreeUpdate.h"
+#include "RamDiskInfrastructure/Trees/TreeUpdate.h"
 
 #include <fmt/format.h>
 

@@ -2,11 +2,11 @@
 
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
-#include "RamDiskInfrastructure/Linux/ProcSystemMemoryProvider.h"
+#include "RamDiskInfrastructure/Linux/Host/ProcSystemMemoryProvider.h"
 #include "RamDiskInfrastructure/Linux/SavedContents/SavedRoot.h"
-#include "RamDiskInfrastructure/Linux/Trees/ParallelJobs.h"
-#include "RamDiskInfrastructure/Linux/Trees/TreeContents.h"
-#include "RamDiskInfrastructure/Linux/Trees/TreeUpdate.h"
+#include "RamDiskInfrastructure/Trees/ParallelJobs.h"
+#include "RamDiskInfrastructure/Trees/TreeContents.h"
+#include "RamDiskInfrastructure/Trees/TreeUpdate.h"
 
 #include <sys/sysinfo.h>
 

@@ -3,9 +3,9 @@
 #include "RamDiskCore/Values/ASCII.h"
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
-#include "RamDiskInfrastructure/Linux/MountTable.h"
+#include "RamDiskInfrastructure/Linux/Host/MountTable.h"
+#include "RamDiskInfrastructure/Linux/Mounting/VolumeMarkLinux.h"
 #include "RamDiskInfrastructure/Linux/SavedContents/SavedRoot.h"
-#include "RamDiskInfrastructure/Linux/VolumeMarkLinux.h"
 
 #include <fmt/format.h>
 

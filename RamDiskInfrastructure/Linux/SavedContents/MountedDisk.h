@@ -2,11 +2,11 @@
 
 #include "RamDiskCore/Values/RamDisk.h"
 #include "RamDiskInfrastructure/Archive/SavedImageTool.h"
-#include "RamDiskInfrastructure/Linux/LinuxHost.h"
+#include "RamDiskInfrastructure/Linux/Host/LinuxHost.h"
 #include "RamDiskInfrastructure/Linux/SavedContents/LatestCopy.h"
-#include "RamDiskInfrastructure/Linux/Trees/TreeManifest.h"
-#include "RamDiskInfrastructure/Linux/Trees/TreeUpdate.h"
-#include "RamDiskInfrastructure/Linux/Trees/WriteWatch.h"
+#include "RamDiskInfrastructure/Trees/TreeManifest.h"
+#include "RamDiskInfrastructure/Trees/TreeUpdate.h"
+#include "RamDiskInfrastructure/Trees/WriteWatch.h"
 
 #include <filesystem>
 #include <future>

@@ -2,8 +2,8 @@
 
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
-#include "RamDiskInfrastructure/Linux/LoopVolumeRoot.h"
 #include "RamDiskInfrastructure/Linux/SavedContents/ImageLock.h"
+#include "RamDiskInfrastructure/Linux/Volumes/LoopVolumeRoot.h"
 
 #include <fmt/format.h>
 

@@ -2,11 +2,11 @@
 
 #include "RamDiskCore/Ports/CommandRunning.h"
 #include "RamDiskCore/Values/VolumeProtection.h"
-#include "RamDiskInfrastructure/Linux/DetachedMount.h"
+#include "RamDiskInfrastructure/Linux/Mounting/DetachedMount.h"
 #include "RamDiskInfrastructure/Linux/SavedContents/ExtSuperblock.h"
 #include "RamDiskInfrastructure/Linux/SavedContents/ImageFile.h"
 #include "RamDiskInfrastructure/Linux/SavedContents/ImageMaking.h"
-#include "RamDiskInfrastructure/Linux/Trees/TreeManifest.h"
+#include "RamDiskInfrastructure/Trees/TreeManifest.h"
 
 #include <optional>
 #include <string>

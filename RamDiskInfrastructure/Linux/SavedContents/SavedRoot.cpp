@@ -1,7 +1,7 @@
 #include "RamDiskInfrastructure/Linux/SavedContents/SavedRoot.h"
 
-#include "RamDiskInfrastructure/Linux/Trees/TreeContents.h"
-#include "RamDiskInfrastructure/Linux/VolumeMarkLinux.h"
+#include "RamDiskInfrastructure/Linux/Mounting/VolumeMarkLinux.h"
+#include "RamDiskInfrastructure/Trees/TreeContents.h"
 
 #include <algorithm>
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "RamDiskCore/Values/VolumeAccess.h"
-#include "RamDiskInfrastructure/Linux/Trees/TreeManifest.h"
+#include "RamDiskInfrastructure/Trees/TreeManifest.h"
 
 namespace ramdisk {
 

@@ -1,7 +1,6 @@
 #include "RamDiskInfrastructure/Linux/Secrets/LinuxSecretStore.h"
 
 #include "RamDiskInfrastructure/Linux/Secrets/SecretServiceStore.h"
-#include "RamDiskInfrastructure/PlatformSettings.h"
 
 #include <algorithm>
 #include <iterator>
@@ -11,8 +10,6 @@
 namespace ramdisk {
 
 namespace {
-
-constexpr const char* settingName = "allowsKeyFile";
 
 [[noreturn]] void throwNotRunning() {
     throw SecretServiceUnavailable(
@@ -30,9 +27,9 @@ LinuxSecretStore::LinuxSecretStore(std::unique_ptr<SecretStoring> service,
       settings_(std::move(settings)) {}
 
 bool LinuxSecretStore::allowsKeyFile() const {
-    const auto value = settings_->value(settingName);
+    const auto value = settings_->value(allowsKeyFileSetting);
     const auto* const allowed = value ? value->as<bool>() : nullptr;
-    return allowed != nullptr ? *allowed : platformSettingNamed(settingName)->defaultValue;
+    return allowed != nullptr && *allowed;
 }
 
 void LinuxSecretStore::requireKeyFileAllowed() const {

@@ -17,6 +17,9 @@ namespace ramdisk {
 /// readable there until the keyring is given a newer one.
 class LinuxSecretStore final : public SecretStoring {
 public:
+    /// The setting in the user defaults that allows keys in files; false unless it is set.
+    static constexpr const char* allowsKeyFileSetting = "allowsKeyFile";
+
     /// @param service throws `SecretServiceAbsent` where no service answers.
     LinuxSecretStore(std::unique_ptr<SecretStoring> service, const std::filesystem::path& applicationSupport,
                      std::shared_ptr<const UserDefaultsStoring> settings);

@@ -1,6 +1,6 @@
 #include "RamDiskInfrastructure/Linux/Secrets/SecretServiceConnection.h"
 
-#include "RamDiskInfrastructure/Linux/SdBus.h"
+#include "RamDiskInfrastructure/Linux/Bus/SdBus.h"
 
 #include <algorithm>
 #include <string_view>

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "RamDiskCore/Values/VolumePassphrase.h"
-#include "RamDiskInfrastructure/Linux/MessageBus.h"
+#include "RamDiskInfrastructure/Linux/Bus/MessageBus.h"
 #include "RamDiskInfrastructure/Linux/Secrets/SecretServiceStore.h"
 
 #include <map>

@@ -1,7 +1,7 @@
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/MacTools/HDIUtilInfoParser.h"
 #include "RamDiskInfrastructure/MacTools/HDIUtilRamDiskInventory.h"
-#include "RamDiskInfrastructure/MacTools/LsofVolumeUsers.h"
+#include "RamDiskInfrastructure/Unix/LsofVolumeUsers.h"
 #include "RamDiskUI/ErrorText.h"
 #include "tests/support/ScriptedMac.h"
 

@@ -1,6 +1,6 @@
 #include "RamDiskInfrastructure/MacTools/HDIUtilInfoParser.h"
-#include "RamDiskInfrastructure/MacTools/LsofVolumeUsers.h"
 #include "RamDiskInfrastructure/MacTools/ToolOutput.h"
+#include "RamDiskInfrastructure/Unix/LsofVolumeUsers.h"
 #include "tests/support/ScriptedMac.h"
 
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 #include "RamDiskCore/Values/RamDiskError.h"
-#include "RamDiskInfrastructure/MacTools/FileManagerFolderMaker.h"
 #include "RamDiskInfrastructure/MacTools/PrivateMounts.h"
+#include "RamDiskInfrastructure/Unix/FileManagerFolderMaker.h"
 #include "tests/support/ScriptedMac.h"
 
 #include <gtest/gtest.h>

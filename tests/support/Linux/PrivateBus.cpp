@@ -1,7 +1,7 @@
 #include "tests/support/Linux/PrivateBus.h"
 
-#include "RamDiskInfrastructure/Linux/MessageBus.h"
-#include "RamDiskInfrastructure/Linux/SdBus.h"
+#include "RamDiskInfrastructure/Linux/Bus/MessageBus.h"
+#include "RamDiskInfrastructure/Linux/Bus/SdBus.h"
 
 #include <chrono>
 #include <csignal>

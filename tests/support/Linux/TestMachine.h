@@ -1,6 +1,6 @@
 #pragma once
 
-#include "RamDiskInfrastructure/Linux/LinuxHost.h"
+#include "RamDiskInfrastructure/Linux/Host/LinuxHost.h"
 #include "tests/support/Files.h"
 
 #include <gtest/gtest.h>

@@ -1,8 +1,8 @@
-#include "RamDiskInfrastructure/Linux/DetachedMount.h"
-#include "RamDiskInfrastructure/Linux/Fscrypt.h"
+#include "RamDiskInfrastructure/Linux/Mounting/DetachedMount.h"
+#include "RamDiskInfrastructure/Linux/Mounting/Fscrypt.h"
+#include "RamDiskInfrastructure/Linux/Mounting/VolumeMarkLinux.h"
 #include "RamDiskInfrastructure/Linux/SavedContents/ExtSuperblock.h"
-#include "RamDiskInfrastructure/Linux/Trees/WriteWatch.h"
-#include "RamDiskInfrastructure/Linux/VolumeMarkLinux.h"
+#include "RamDiskInfrastructure/Trees/WriteWatch.h"
 #include "tests/RamDiskInfrastructure/Linux/SavedContents/SavingMachine.h"
 
 #include <cstring>

@@ -3,10 +3,10 @@
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/Archive/SavedCopyNames.h"
 #include "RamDiskInfrastructure/Commands/ProcessCommandRunner.h"
-#include "RamDiskInfrastructure/Linux/LoopDevice.h"
+#include "RamDiskInfrastructure/Linux/Host/SmallFile.h"
+#include "RamDiskInfrastructure/Linux/Mounting/LoopDevice.h"
 #include "RamDiskInfrastructure/Linux/SavedContents/LoopImageTool.h"
-#include "RamDiskInfrastructure/Linux/SmallFile.h"
-#include "RamDiskInfrastructure/Linux/Trees/TreeManifest.h"
+#include "RamDiskInfrastructure/Trees/TreeManifest.h"
 #include "tests/support/Linux/TestMachine.h"
 
 #include <gmock/gmock.h>

@@ -1,8 +1,8 @@
 #include "RamDiskInfrastructure/Linux/Secrets/SecretServiceStore.h"
 
 #include "RamDiskInfrastructure/Commands/ProcessCommandRunner.h"
-#include "RamDiskInfrastructure/Linux/MessageBus.h"
-#include "RamDiskInfrastructure/Linux/SdBus.h"
+#include "RamDiskInfrastructure/Linux/Bus/MessageBus.h"
+#include "RamDiskInfrastructure/Linux/Bus/SdBus.h"
 #include "tests/support/Linux/PrivateBus.h"
 
 #include <gtest/gtest.h>

@@ -1,0 +1,144 @@
+#include "RamDiskCore/Setup/ConfigureRamDiskUseCase.h"
+
+#include "RamDiskCore/Setup/SetupSteps.h"
+#include "RamDiskCore/Values/Text.h"
+
+#include <algorithm>
+
+namespace ramdisk {
+
+namespace {
+
+template <typename Change, typename Field>
+void assign(const std::optional<Change>& change, Field& field) {
+    if (change) {
+        field = *change;
+    }
+}
+
+} // namespace
+
+ConfigureRamDiskUseCase::ConfigureRamDiskUseCase(RamDiskServices services,
+                                                 std::shared_ptr<ManageProfilesUseCase> profiles,
+                                                 std::shared_ptr<FolderRedirectsUseCase> redirects)
+    : services_(std::move(services)),
+      profiles_(std::move(profiles)),
+      redirects_(std::move(redirects)) {}
+
+RamDiskSetup ConfigureRamDiskUseCase::setup(const RamDisk& disk) const {
+    if (!disk.mountPoint) {
+        throw RamDiskError(RamDiskError::NotMounted{disk.device});
+    }
+    if (!disk.fileSystem) {
+        throw RamDiskError(RamDiskError::FormattingFailed{"“" + disk.name + "” has a format of its own."});
+    }
+    RamDiskSetup setup;
+    setup.specification = {disk.name,
+                           disk.capacity,
+                           *disk.fileSystem,
+                           services_.indexing->state(*disk.mountPoint) == SearchIndexing::on,
+                           disk.isEncrypted.value_or(false),
+                           disk.access};
+    for (auto& redirect : redirects_->redirects(disk.name)) {
+        setup.redirects.push_back(std::move(redirect.target));
+    }
+    if (const auto profile = profiles_->named(disk.name)) {
+        // As it was asked for; a volume rounds its size and may be mounted otherwise for now.
+        setup.specification.size = profile->size;
+        setup.createsAtLaunch = true;
+        setup.keepsFiles = profile->keepsContents;
+        setup.seedFolder = profile->seedFolder;
+        setup.folders = profile->folders;
+    }
+    return setup;
+}
+
+RamDiskProfile ConfigureRamDiskUseCase::makeProfile(const RamDisk& disk) const {
+    const auto described = setup(disk).specification;
+    return {.id = UUID::random(),
+            .name = described.name,
+            .size = described.size,
+            .fileSystem = described.fileSystem,
+            .isEncrypted = described.isEncrypted,
+            .isIndexingEnabled = described.isIndexingEnabled,
+            .access = described.access};
+}
+
+ConfigureRamDiskResult ConfigureRamDiskUseCase::execute(const RamDisk& disk, RamDiskChanges changes) {
+    if (!disk.mountPoint) {
+        throw RamDiskError(RamDiskError::NotMounted{disk.device});
+    }
+    changes.folders = checkedFolders(changes.folders);
+    ConfigureRamDiskResult result{disk, {}};
+    if (changes.name && trimmed(*changes.name) != disk.name) {
+        result.ramDisk = rename(disk, *changes.name, result.problems);
+    }
+    if (changes.access && *changes.access != result.ramDisk.access) {
+        result.ramDisk = setAccess(result.ramDisk, *changes.access, result.problems);
+    }
+    if (changes.indexing) {
+        services_.indexing->set(*changes.indexing, result.ramDisk.mountPoint.value());
+    }
+    changeProfile(result.ramDisk, changes, result.problems);
+    makeFolders(*services_.folderMaker, changes.folders, result.ramDisk, result.problems);
+    addRedirects(*redirects_, changes.redirects, result.ramDisk, result.problems);
+    return result;
+}
+
+RamDisk ConfigureRamDiskUseCase::setAccess(const RamDisk& disk, VolumeAccess access,
+                                           std::vector<RamDiskSetupProblem>& problems) {
+    // The disk is found elsewhere afterwards, and what leads to it must not lead nowhere meanwhile.
+    noteFailures(redirects_->undo(disk.name), problems);
+    services_.access->setAccess(disk, access);
+    auto changed = services_.list->resolve({RamDiskReference::Device{disk.device}});
+    noteFailures(redirects_->apply(changed), problems);
+    return changed;
+}
+
+RamDisk ConfigureRamDiskUseCase::rename(const RamDisk& disk, const std::string& newName,
+                                        std::vector<RamDiskSetupProblem>& problems) {
+    auto profile = profiles_->named(disk.name);
+    auto renamed = services_.rename->execute(disk, newName);
+    if (profile) {
+        // A crash in between leaves the record with the old name; the disk it is bound to tells them
+        // together.
+        profile->name = renamed.name;
+        profiles_->store(*profile);
+    }
+    noteFailures(redirects_->rename(disk.name, renamed.name), problems);
+    return renamed;
+}
+
+void ConfigureRamDiskUseCase::changeProfile(const RamDisk& disk, const RamDiskChanges& changes,
+                                            std::vector<RamDiskSetupProblem>& problems) {
+    try {
+        auto profile = profiles_->named(disk.name);
+        if (!profile && changes.becomesStartupDisk) {
+            profile = makeProfile(disk);
+        }
+        if (!profile) {
+            return;
+        }
+        if (changes.keepsFiles.value_or(false)) {
+            services_.archiver->requireSupport(disk);
+        }
+        const auto former = *profile;
+        assign(changes.keepsFiles, profile->keepsContents);
+        assign(changes.access, profile->access);
+        if (changes.indexing) {
+            profile->isIndexingEnabled = *changes.indexing == SearchIndexing::on;
+        }
+        if (changes.seedFolder) {
+            profile->seedFolder = changes.seedFolder;
+        }
+        profile->folders.insert(profile->folders.end(), changes.folders.begin(), changes.folders.end());
+        profile->folders = checkedFolders(profile->folders);
+        if (*profile != former || changes.becomesStartupDisk) {
+            profiles_->store(*profile);
+        }
+    } catch (const std::exception&) {
+        problems.push_back({RamDiskSetupProblem::ProfileNotSaved{std::current_exception()}});
+    }
+}
+
+} // namespace ramdisk

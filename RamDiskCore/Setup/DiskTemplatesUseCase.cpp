@@ -1,0 +1,85 @@
+#include "RamDiskCore/Setup/DiskTemplatesUseCase.h"
+
+#include "RamDiskCore/Values/RamDiskError.h"
+#include "RamDiskCore/Values/Text.h"
+
+#include <algorithm>
+
+namespace ramdisk {
+
+namespace {
+
+DiskTemplate builtIn(std::string_view identifier, std::string_view title, std::string_view diskName,
+                     std::uint64_t gibibytes, RedirectTarget redirect) {
+    RamDiskSetup setup;
+    setup.specification.name = diskName;
+    setup.specification.size = ByteCount::of(gibibytes, ByteCount::Unit::gibibyte);
+    setup.createsAtLaunch = true;
+    setup.redirects = {std::move(redirect)};
+    return {UUID::parse(identifier).value(), title, std::move(setup)};
+}
+
+} // namespace
+
+const std::vector<DiskTemplate>& builtInTemplates() {
+    static const std::vector<DiskTemplate> templates{
+        builtIn("6F1D2A8E-3C1B-4E4A-9D0B-5A6E2C7B0001", "Xcode", "DerivedData", 8,
+                {RedirectTarget::XcodeDerivedData{}}),
+        builtIn("6F1D2A8E-3C1B-4E4A-9D0B-5A6E2C7B0002", "npm", "npm", 2, {RedirectTarget::NpmCache{}})};
+    return templates;
+}
+
+DiskTemplatesUseCase::DiskTemplatesUseCase(std::shared_ptr<TemplateRepository> repository,
+                                           std::shared_ptr<ConfigureRamDiskUseCase> configure)
+    : repository_(std::move(repository)),
+      configure_(std::move(configure)) {}
+
+std::vector<DiskTemplate> DiskTemplatesUseCase::templates() const {
+    auto all = repository_->load();
+    const auto& builtIn = builtInTemplates();
+    all.insert(all.end(), builtIn.begin(), builtIn.end());
+    return all;
+}
+
+DiskTemplate DiskTemplatesUseCase::named(std::string_view title) const {
+    for (auto& one : templates()) {
+        if (namesEqual(one.title(), title)) {
+            return std::move(one);
+        }
+    }
+    throw RamDiskError(RamDiskError::TemplateNotFound{std::string(trimmed(title))});
+}
+
+DiskTemplate DiskTemplatesUseCase::save(std::string_view title, const RamDisk& disk) {
+    const auto name = trimmed(title);
+    if (name.empty()) {
+        throw RamDiskError(RamDiskError::TemplateNameMissing{});
+    }
+    const DiskTemplate fresh(UUID::random(), name, configure_->setup(disk));
+    repository_->update([&fresh](TemplateRepository::List list) {
+        const auto former = std::find_if(list.begin(), list.end(), [&fresh](const DiskTemplate& other) {
+            return namesEqual(other.title(), fresh.title());
+        });
+        if (former == list.end()) {
+            list.push_back(fresh);
+        } else {
+            *former = fresh;
+        }
+        return list;
+    });
+    return fresh;
+}
+
+void DiskTemplatesUseCase::remove(const UUID& id) {
+    for (const auto& one : builtInTemplates()) {
+        if (one.id == id) {
+            throw RamDiskError(RamDiskError::BuiltInTemplate{one.title()});
+        }
+    }
+    repository_->update([&id](TemplateRepository::List list) {
+        std::erase_if(list, [&id](const DiskTemplate& other) { return other.id == id; });
+        return list;
+    });
+}
+
+} // namespace ramdisk

@@ -1,0 +1,45 @@
+#pragma once
+
+#include "RamDiskCore/Ports/TemplateRepository.h"
+#include "RamDiskCore/Setup/ConfigureRamDiskUseCase.h"
+#include "RamDiskCore/Values/DiskTemplate.h"
+
+#include <memory>
+#include <string_view>
+#include <vector>
+
+namespace ramdisk {
+
+/// The templates that come with the system, by fixed identifiers; they are always there and never stored.
+[[nodiscard]] const std::vector<DiskTemplate>& builtInTemplates();
+
+/// Offers templates, saves disks as new ones and removes the user's own.
+class DiskTemplatesUseCase {
+public:
+    DiskTemplatesUseCase(std::shared_ptr<TemplateRepository> repository,
+                         std::shared_ptr<ConfigureRamDiskUseCase> configure);
+
+    /// The user's own, in the order in which they were first saved, then those built in.
+    [[nodiscard]] std::vector<DiskTemplate> templates() const;
+
+    /// The first template with this title, whatever its case and accents. A built-in one hides the user's own
+    /// of the same title.
+    /// @throws RamDiskError `templateNotFound`
+    [[nodiscard]] DiskTemplate named(std::string_view title) const;
+
+    /// Saves how the disk is set up now. The user's template of the same title is replaced.
+    /// @throws RamDiskError `templateNameMissing`, `builtInTemplate` when the title is one of a built-in,
+    /// which
+    ///         could never be reached; as `ConfigureRamDiskUseCase::setup`; std::system_error when it could
+    ///         not be stored.
+    DiskTemplate save(std::string_view title, const RamDisk& disk);
+
+    /// @throws RamDiskError `builtInTemplate`; std::system_error. That there is none is no failure.
+    void remove(const UUID& id);
+
+private:
+    std::shared_ptr<TemplateRepository> repository_;
+    std::shared_ptr<ConfigureRamDiskUseCase> configure_;
+};
+
+} // namespace ramdisk

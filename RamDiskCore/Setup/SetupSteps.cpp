@@ -1,0 +1,44 @@
+#include "RamDiskCore/Setup/SetupSteps.h"
+
+#include "RamDiskCore/Disks/MakeFolders.h"
+#include "RamDiskCore/Validation/DiskFolders.h"
+
+#include <utility>
+
+namespace ramdisk {
+
+std::vector<std::string> checkedFolders(const std::vector<std::string>& entries) {
+    auto checked = DiskFolders::check(entries);
+    if (!checked.issues.empty()) {
+        throw RamDiskError(RamDiskError::InvalidSpecification{std::move(checked.issues)});
+    }
+    return std::move(checked.folders);
+}
+
+void makeFolders(FolderMaking& maker, const std::vector<std::string>& folders, const RamDisk& disk,
+                 std::vector<RamDiskSetupProblem>& problems) {
+    for (auto& error : makeFolders(maker, folders, disk.mountPoint.value())) {
+        problems.push_back({RamDiskSetupProblem::FolderNotCreated{std::move(error)}});
+    }
+}
+
+void noteFailures(std::vector<RedirectFailure> failures, std::vector<RamDiskSetupProblem>& problems) {
+    for (auto& failure : failures) {
+        problems.push_back({RamDiskSetupProblem::RedirectFailed{std::move(failure)}});
+    }
+}
+
+void addRedirects(FolderRedirectsUseCase& redirects, const std::vector<RedirectTarget>& targets,
+                  const RamDisk& disk, std::vector<RamDiskSetupProblem>& problems) {
+    if (targets.empty()) {
+        return;
+    }
+    try {
+        noteFailures(redirects.add(disk, targets), problems);
+    } catch (const std::exception&) {
+        const RamDiskSetupProblem problem{RamDiskSetupProblem::RedirectsNotSaved{std::current_exception()}};
+        problems.push_back(problem);
+    }
+}
+
+} // namespace ramdisk

@@ -1,0 +1,40 @@
+#pragma once
+
+#include "RamDiskInfrastructure/Commands/MachineStep.h"
+#include "RamDiskInfrastructure/Linux/Host/LinuxHost.h"
+#include "RamDiskInfrastructure/Linux/Records/DiskRecordStore.h"
+#include "RamDiskInfrastructure/Linux/Volumes/LinuxVolume.h"
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace ramdisk {
+
+/// What the Linux adapters of one process share.
+struct LinuxContext {
+    /// With tools that are really run.
+    explicit LinuxContext(LinuxHost aHost);
+    LinuxContext(LinuxHost aHost, std::shared_ptr<CommandRunning> aRunner);
+
+    /// The store that this process makes its own records in.
+    [[nodiscard]] const DiskRecordStore& ownStore() const { return stores.front(); }
+
+    /// The store that a record was read from.
+    [[nodiscard]] const DiskRecordStore& storeOf(const DiskRecord& record) const;
+
+    /// Every record that this process may see, ordered by store and device.
+    [[nodiscard]] std::vector<DiskRecord> visibleRecords() const;
+
+    LinuxHost host;
+    std::shared_ptr<CommandRunning> runner;
+    LinuxVolumes volumes;
+    std::vector<DiskRecordStore> stores;
+    /// Empty outside of tests.
+    StepObserver observer;
+    /// Told what the user should know once, such as that sizes are not enforced here.
+    std::function<void(std::string)> notice = [](const std::string&) {};
+};
+
+} // namespace ramdisk

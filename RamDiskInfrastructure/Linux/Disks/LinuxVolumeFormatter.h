@@ -1,0 +1,40 @@
+#pragma once
+
+#include "RamDiskCore/Ports/VolumeFormatting.h"
+#include "RamDiskCore/Ports/VolumeMarking.h"
+#include "RamDiskInfrastructure/Linux/Disks/LinuxContext.h"
+#include "RamDiskInfrastructure/Linux/Records/DisksInMaking.h"
+
+#include <memory>
+
+namespace ramdisk {
+
+/// Makes the volume of a claimed device: takes its name among all disks, makes it in the realisation that its
+/// format asks for, and mounts it.
+class LinuxVolumeFormatter final : public VolumeFormatting, public VolumeMarking {
+public:
+    LinuxVolumeFormatter(std::shared_ptr<const LinuxContext> context, std::shared_ptr<DisksInMaking> making)
+        : context_(std::move(context)),
+          making_(std::move(making)) {}
+
+    void requireSupport(const RamDiskSpecification& specification) const override;
+    [[nodiscard]] std::filesystem::path format(const DeviceIdentifier& device,
+                                               const RamDiskSpecification& specification,
+                                               const VolumeProtection& protection) override;
+    [[nodiscard]] std::vector<std::string> plan(const RamDiskSpecification& specification) const override;
+    void mark(const std::filesystem::path& volume) override;
+
+private:
+    [[nodiscard]] VolumeKind firstKind(const RamDiskSpecification& specification) const;
+    [[nodiscard]] MachineStep claimNameStep(RecordHold& hold,
+                                            const RamDiskSpecification& specification) const;
+    void claimName(RecordHold& hold, const RamDiskSpecification& specification) const;
+    void make(RecordHold& hold, const RamDiskSpecification& specification,
+              const VolumeProtection& protection) const;
+    void fallBackToFolder(RecordHold& hold, const RamDiskSpecification& specification) const;
+
+    std::shared_ptr<const LinuxContext> context_;
+    std::shared_ptr<DisksInMaking> making_;
+};
+
+} // namespace ramdisk

@@ -1,0 +1,44 @@
+#pragma once
+
+#include "RamDiskInfrastructure/Linux/Disks/LinuxContext.h"
+
+namespace ramdisk {
+
+/// Brings a record back in line with the machine after a process was killed, a volume was unmounted by other
+/// means, or the last file of a forcibly ejected volume was closed.
+///
+/// Touches only what is provably ours and what no process holds; a volume that somebody put files onto is
+/// kept, whatever became of its maker. Everything is looked at afresh under the record's hold, so that a
+/// listing that saw an old state does no harm. Failures are silent: the next listing tries again.
+class RecordHealer {
+public:
+    explicit RecordHealer(const LinuxContext& context) : context_(context) {}
+
+    /// @returns the record as it stands now; absent when it is gone.
+    [[nodiscard]] std::optional<DiskRecord> heal(const DiskRecord& record) const noexcept;
+
+    /// Whether the record stands: at once for a complete disk that `mounts` shows, else after healing.
+    [[nodiscard]] bool stands(const DiskRecord& record, const MountTable& mounts) const noexcept;
+
+    /// Removes what the record's volume may have left, unless a newer disk lives there by now.
+    /// @throws SystemCallError
+    void removeRemains(const DiskRecord& record) const;
+
+    /// Takes away whatever the record's volume has left, and the record.
+    /// @throws SystemCallError
+    void discard(RecordHold hold) const;
+
+    /// As `discard` for a volume that nobody can see, unless something still keeps its memory: then the
+    /// record stays as the trace of it.
+    /// @throws SystemCallError
+    void discardUnseen(RecordHold hold, const MountTable& mounts) const;
+
+private:
+    void healHeld(RecordHold hold) const;
+    void healSettled(RecordHold hold, const MountTable& mounts) const;
+    void finishRenaming(RecordHold hold, const MountTable& mounts) const;
+
+    const LinuxContext& context_;
+};
+
+} // namespace ramdisk

@@ -1,0 +1,119 @@
+#include "RamDiskInfrastructure/Linux/Records/MountFolders.h"
+
+#include "RamDiskCore/Values/Text.h"
+#include "RamDiskInfrastructure/Commands/SystemCallError.h"
+#include "RamDiskInfrastructure/Stores/StoredFile.h"
+
+#include <fmt/format.h>
+
+#include <optional>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+namespace ramdisk {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::size_t longestFileName = 255;
+constexpr const char* folderMark = "user.com.tavrin.ramdisk.mountpoint";
+
+/// The folder name for a volume name: the same, unless it is longer than a file name may be.
+std::string folderName(std::string_view name, unsigned attempt) {
+    const auto suffix = attempt < 2 ? std::string() : fmt::format(" {}", attempt);
+    const auto prefix = prefixOfWholeCharacters(name, longestFileName - suffix.size());
+    // One character of many combining marks can alone be longer than a file name.
+    return (prefix.empty() ? "RAMDisk" : std::string(prefix)) + suffix;
+}
+
+bool isOurLeftover(const fs::path& path) {
+    struct stat status {};
+    return lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode) && status.st_uid == geteuid()
+           && lgetxattr(path.c_str(), folderMark, nullptr, 0) >= 0;
+}
+
+} // namespace
+
+std::vector<fs::path> MountFolders::parents(VolumeAccess access) const {
+    if (access == VolumeAccess::onlyMe) {
+        return {host_.privateMounts};
+    }
+    return host_.publicMounts;
+}
+
+fs::path MountFolders::preferred(std::string_view name, VolumeAccess access) const {
+    return parents(access).front() / folderName(name, 1);
+}
+
+void MountFolders::makeParent(const fs::path& parent, VolumeAccess access) const {
+    struct stat status {};
+    if (lstat(parent.c_str(), &status) != 0) {
+        makeFolders(parent, access == VolumeAccess::onlyMe ? 0700 : 0755);
+        if (lstat(parent.c_str(), &status) != 0) {
+            throw SystemCallError("look at the folder", parent);
+        }
+    }
+    if (access == VolumeAccess::onlyMe) {
+        if (!S_ISDIR(status.st_mode) || (status.st_uid != geteuid() && status.st_uid != host_.owner)) {
+            throw SystemCallError("keep private the folder", parent, EPERM);
+        }
+        if ((status.st_mode & 07777U) != 0700 && chmod(parent.c_str(), 0700) != 0) {
+            throw SystemCallError("keep private the folder", parent);
+        }
+    }
+}
+
+MountFolders::Made MountFolders::make(std::string_view name, VolumeAccess access,
+                                      const std::function<void(const fs::path&)>& announce,
+                                      const std::function<bool(const fs::path&)>& isTaken) const {
+    std::optional<SystemCallError> failure;
+    for (const auto& parent : parents(access)) {
+        try {
+            makeParent(parent, access);
+            for (unsigned attempt = 1;; ++attempt) {
+                const auto path = parent / folderName(name, attempt);
+                struct stat status {};
+                if (lstat(path.c_str(), &status) == 0
+                    && (!isOurLeftover(path) || isTaken(path) || rmdir(path.c_str()) != 0)) {
+                    // Never announced: what a record names is removed if its maker dies.
+                    continue;
+                }
+                announce(path);
+                if (mkdir(path.c_str(), 0755) == 0) {
+                    FileDescriptor folder(open(path.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+                    if (!folder) {
+                        throw SystemCallError("open the folder", path);
+                    }
+                    // Only for the day after a power cut; where attributes are missing, that day has one
+                    // folder more.
+                    static_cast<void>(lsetxattr(path.c_str(), folderMark, "1", 1, 0));
+                    return {path, std::move(folder)};
+                }
+                if (errno != EEXIST) {
+                    throw SystemCallError("make the folder", path);
+                }
+            }
+        } catch (const SystemCallError& error) {
+            failure = error;
+        }
+    }
+    throw *failure;
+}
+
+std::string MountFolders::nameFor(std::string_view name) {
+    return folderName(name, 1);
+}
+
+bool MountFolders::mayBeOurs(const fs::path& path) noexcept {
+    return lgetxattr(path.c_str(), folderMark, nullptr, 0) >= 0 || errno == ENOTSUP;
+}
+
+void MountFolders::remove(const fs::path& path) noexcept {
+    static_cast<void>(rmdir(path.c_str()));
+}
+
+} // namespace ramdisk

@@ -1,0 +1,194 @@
+#include "RamDiskInfrastructure/Linux/Volumes/FolderVolume.h"
+
+#include "RamDiskCore/Values/ByteCountFormat.h"
+#include "RamDiskInfrastructure/Commands/SystemCallError.h"
+#include "RamDiskInfrastructure/Linux/Host/SmallFile.h"
+#include "RamDiskInfrastructure/Linux/Mounting/VolumeMarkLinux.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include <fcntl.h>
+#include <linux/magic.h>
+#include <sys/stat.h>
+#include <sys/statfs.h>
+#include <unistd.h>
+
+namespace ramdisk {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+/// What the files below a folder hold, each inode counted once.
+ByteCount bytesBelow(const fs::path& folder) {
+    ByteCount sum;
+    std::error_code error;
+    for (fs::recursive_directory_iterator entry(folder, fs::directory_options::skip_permission_denied, error),
+         end;
+         !error && entry != end; entry.increment(error)) {
+        struct stat status {};
+        if (lstat(entry->path().c_str(), &status) == 0 && status.st_nlink > 0) {
+            const auto links = S_ISDIR(status.st_mode) ? 1U : status.st_nlink;
+            sum.bytes += static_cast<std::uint64_t>(status.st_blocks) * 512 / links;
+        }
+    }
+    return sum;
+}
+
+/// Opens the folders below to their owner: package managers seal what they unpack, and nothing can be deleted
+/// from a sealed folder. Follows no links.
+void letOwnerIn(const fs::path& folder) {
+    static_cast<void>(fchmodat(AT_FDCWD, folder.c_str(), 0700, AT_SYMLINK_NOFOLLOW));
+    std::error_code ignored;
+    for (const auto& entry : fs::directory_iterator(folder, ignored)) {
+        struct stat status {};
+        if (lstat(entry.path().c_str(), &status) == 0 && S_ISDIR(status.st_mode)) {
+            letOwnerIn(entry.path());
+        }
+    }
+}
+
+std::optional<ByteCount> freeBytes(const fs::path& folder) {
+    struct statfs volume {};
+    if (statfs(folder.c_str(), &volume) != 0 || volume.f_type != TMPFS_MAGIC) {
+        return std::nullopt;
+    }
+    return ByteCount{volume.f_bavail * static_cast<std::uint64_t>(volume.f_bsize)};
+}
+
+} // namespace
+
+void FolderVolume::requireSupport(const RamDiskSpecification& specification) const {
+    if (specification.fileSystem != FileSystem::hfsPlus) {
+        throw RamDiskError(RamDiskError::FormattingFailed{
+            fmt::format("{} volumes need the right to mount, which this user does not have.",
+                        displayName(specification.fileSystem))});
+    }
+    const auto free = freeBytes(host().sharedMemory);
+    if (!free || access(host().sharedMemory.c_str(), W_OK) != 0) {
+        throw RamDiskError(RamDiskError::AllocationFailed{
+            fmt::format("this user may not mount, and {} is no memory that this user may write to.",
+                        host().sharedMemory.string())});
+    }
+    if (*free < specification.size) {
+        throw RamDiskError(
+            RamDiskError::AllocationFailed{fmt::format("this user may not mount, and {} has only {} free.",
+                                                       host().sharedMemory.string(), format(*free))});
+    }
+}
+
+fs::path FolderVolume::outerFolder(const DiskRecord& record) const {
+    return host().sharedMemory / record.volumeTag();
+}
+
+fs::path FolderVolume::innerFolder(const DiskRecord& record) const {
+    const auto preferred = preferredMountPoint(record);
+    struct stat status {};
+    if (lstat(preferred.c_str(), &status) == 0) {
+        return preferred;
+    }
+    // A renaming was cut short: there is only one folder that it can be.
+    std::error_code ignored;
+    for (const auto& entry : fs::directory_iterator(outerFolder(record), ignored)) {
+        return entry.path();
+    }
+    return preferred;
+}
+
+fs::path FolderVolume::preferredMountPoint(const DiskRecord& record) const {
+    return outerFolder(record) / MountFolders::nameFor(record.name);
+}
+
+std::vector<MachineStep> FolderVolume::makingSteps(VolumeInMaking& making) const {
+    auto& record = making.hold.record;
+    const auto outer = outerFolder(record);
+    const auto inner = preferredMountPoint(record);
+    const bool isPrivate = making.specification.access == VolumeAccess::onlyMe;
+    const auto make = [isPrivate](const fs::path& path, mode_t modeForEveryone) {
+        const mode_t mode = isPrivate ? 0700 : modeForEveryone;
+        // chmod, since the user's umask takes bits away from what mkdir is asked for.
+        if (mkdir(path.c_str(), 0700) != 0 || chmod(path.c_str(), mode) != 0) {
+            throw SystemCallError("make the folder", path);
+        }
+    };
+    return {
+        {fmt::format("mkdir {}", outer.string()), [=] { make(outer, 0711); }},
+        {fmt::format("mkdir {}", inner.string()), [=] { make(inner, 0755); }},
+        {fmt::format("setxattr user.{} on it", VolumeMark::attribute),
+         [&record, inner] { writeVolumeMark(openFolder(inner).get(), record.instance); }},
+    };
+}
+
+bool FolderVolume::isOwnedFolder(const DiskRecord& record) const {
+    struct stat status {};
+    return lstat(outerFolder(record).c_str(), &status) == 0 && S_ISDIR(status.st_mode)
+           && (status.st_uid == record.owner
+               || (status.st_uid == 0 && DiskRecordStore(record.folder).isOwn()));
+}
+
+bool FolderVolume::isLive(const DiskRecord& record, const MountTable& /*mounts*/) const {
+    return isOwnedFolder(record);
+}
+
+RamDisk FolderVolume::describe(const DiskRecord& record, const MountTable& /*mounts*/) const {
+    auto disk = baseDescription(record);
+    disk.fileSystemName = fmt::format("folder on {} (size not enforced)", host().sharedMemory.string());
+    disk.fileSystem = record.fileSystem;
+    disk.isEncrypted = false;
+    disk.mountPoint = innerFolder(record);
+    disk.attachment = record.fallbackAttachment();
+    const auto used = bytesBelow(*disk.mountPoint);
+    const ByteCount left{record.size.bytes - std::min(record.size.bytes, used.bytes)};
+    disk.usage = VolumeUsage{record.size, std::min(left, freeBytes(host().sharedMemory).value_or(left))};
+    disk.memoryFootprint = used;
+    return disk;
+}
+
+Detached FolderVolume::detach(RecordHold& hold, const DiskRecordStore& store, Force force) const {
+    const auto outer = outerFolder(hold.record);
+    const auto openFiles = OpenFiles::find(host().proc, {FilesPlace::Folder{outer}});
+    if (!openFiles.users.empty() && force == Force::no) {
+        return busy(hold.record, openFiles.users);
+    }
+    // From here on the files go: should this process die half way, the next listing finishes the work.
+    hold.record.state = RecordState::detaching;
+    hold.record.heldBytes = openFiles.held.value_or(ByteCount{});
+    store.update(hold);
+    removeRemains(hold.record);
+    if (isOwnedFolder(hold.record)) {
+        return {Detached::Refused{fmt::format("not all files below “{}” could be deleted.", outer.string())}};
+    }
+    if (auto held = heldMemory(hold.record, MountTable{})) {
+        return {Detached::Held{std::move(*held)}};
+    }
+    return {Detached::Gone{}};
+}
+
+std::optional<ReleaseOutcome> FolderVolume::heldMemory(const DiskRecord& record,
+                                                       const MountTable& /*mounts*/) const {
+    return outcomeOf(OpenFiles::find(host().proc, {FilesPlace::Folder{outerFolder(record)}}));
+}
+
+std::optional<fs::path> FolderVolume::visibleAt(const DiskRecord& record,
+                                                const MountTable& /*mounts*/) const {
+    // Its files are deleted one by one: once that has begun, it must end.
+    if (record.state == RecordState::detaching || !isOwnedFolder(record)) {
+        return std::nullopt;
+    }
+    return innerFolder(record);
+}
+
+void FolderVolume::removeRemains(const DiskRecord& record) const {
+    if (isOwnedFolder(record)) {
+        std::error_code error;
+        fs::remove_all(outerFolder(record), error);
+        if (error) {
+            letOwnerIn(outerFolder(record));
+            fs::remove_all(outerFolder(record), error);
+        }
+    }
+}
+
+} // namespace ramdisk

@@ -1,0 +1,70 @@
+#include "RamDiskInfrastructure/Linux/Volumes/LinuxVolume.h"
+
+#include "RamDiskInfrastructure/Linux/Volumes/FolderVolume.h"
+#include "RamDiskInfrastructure/Linux/Volumes/IndexingMarkers.h"
+#include "RamDiskInfrastructure/Linux/Volumes/LoopVolume.h"
+#include "RamDiskInfrastructure/Linux/Volumes/TmpfsVolume.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <algorithm>
+
+namespace ramdisk {
+
+bool LinuxVolume::isPristine(const DiskRecord& record) const {
+    std::error_code error;
+    std::filesystem::directory_iterator entries(record.mountPoint, error);
+    if (error == std::errc::no_such_file_or_directory) {
+        return true;
+    }
+    // A folder that cannot be looked into may hold anything.
+    return !error && std::all_of(begin(entries), end(entries), [](const auto& entry) {
+        const auto name = entry.path().filename();
+        return std::find(indexingMarkers.begin(), indexingMarkers.end(), name.native())
+               != indexingMarkers.end();
+    });
+}
+
+void LinuxVolume::removeRemains(const DiskRecord& record) const {
+    // A maker that died may have had no time to mark its folder; later, an unmarked one is somebody else's.
+    if (!record.mountPoint.empty()
+        && (record.state == RecordState::making || MountFolders::mayBeOurs(record.mountPoint))) {
+        MountFolders::remove(record.mountPoint);
+    }
+}
+
+RamDisk LinuxVolume::baseDescription(const DiskRecord& record) {
+    RamDisk disk{record.device, record.name, record.size};
+    disk.isCreatedByRamDisk = true;
+    disk.instance = record.instance;
+    disk.access = record.access;
+    return disk;
+}
+
+Detached LinuxVolume::busy(const DiskRecord& record, const std::vector<VolumeUser>& users) {
+    const auto names = ramdisk::describe(users);
+    const auto who = names.empty() ? "open files" : fmt::format("{}", fmt::join(names, ", "));
+    return {Detached::Refused{fmt::format("“{}” is kept busy by {}.", record.mountPoint.string(), who),
+                              EjectObstacle::busy}};
+}
+
+std::optional<ReleaseOutcome> LinuxVolume::outcomeOf(const OpenFiles& files) {
+    if (files.users.empty()) {
+        return std::nullopt;
+    }
+    return ReleaseOutcome{files.held.value_or(ByteCount{}), ramdisk::describe(files.users)};
+}
+
+LinuxVolumes::LinuxVolumes(const LinuxHost& host, const std::shared_ptr<CommandRunning>& runner) {
+    volumes_.push_back(std::make_unique<TmpfsVolume>(host));
+    volumes_.push_back(std::make_unique<LoopVolume>(host, runner));
+    volumes_.push_back(std::make_unique<FolderVolume>(host));
+}
+
+const LinuxVolume& LinuxVolumes::of(VolumeKind kind) const {
+    // In the order of the enumerators.
+    return *volumes_.at(static_cast<std::size_t>(kind));
+}
+
+} // namespace ramdisk

@@ -1,0 +1,50 @@
+#pragma once
+
+#include "RamDiskCore/Ports/SystemCommand.h"
+#include "RamDiskCore/Values/FileSystem.h"
+#include "RamDiskInfrastructure/Linux/Host/LinuxHost.h"
+#include "RamDiskInfrastructure/Linux/Records/DiskRecord.h"
+
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace ramdisk {
+
+/// How a volume's contents are kept from those who read its memory.
+enum class EncryptionMeans {
+    none,
+    /// A LUKS2 container below the file system: everything is encrypted.
+    luks,
+    /// The file system's own: contents, names and link targets.
+    fscrypt,
+};
+
+/// The file system that stands for a format on a loop device, and the tool that lays it.
+struct LoopFormat {
+    /// The type as the kernel calls it.
+    std::string kernelType;
+    std::string tool;
+    /// The package that brings the tool, for users who lack it.
+    std::string package;
+    /// Whether files have owners and attributes of their own.
+    enum class Metadata { posix, none } metadata = Metadata::posix;
+
+    [[nodiscard]] static LoopFormat of(FileSystem fileSystem);
+
+    /// The arguments that lay the file system onto `device`.
+    [[nodiscard]] std::vector<std::string> arguments(const DiskRecord& record, EncryptionMeans encryption,
+                                                     const std::string& device, const LinuxHost& host) const;
+
+    /// As much of a name as ext4 keeps in its label.
+    [[nodiscard]] static std::string extLabel(const std::string& name);
+
+    /// What the mount needs to be told.
+    [[nodiscard]] std::vector<std::pair<std::string, std::string>> mountOptions(const DiskRecord& record,
+                                                                                const LinuxHost& host) const;
+};
+
+/// Whether volumes of this record's format take names that differ only in case for one another here.
+[[nodiscard]] bool foldsCase(const DiskRecord& record, EncryptionMeans encryption, const LinuxHost& host);
+
+} // namespace ramdisk

@@ -1,0 +1,254 @@
+#include "RamDiskInfrastructure/Linux/Volumes/LoopVolume.h"
+
+#include "RamDiskInfrastructure/Commands/SystemCallError.h"
+#include "RamDiskInfrastructure/Linux/Host/ProcSystemMemoryProvider.h"
+#include "RamDiskInfrastructure/Linux/Host/SmallFile.h"
+#include "RamDiskInfrastructure/Linux/Host/SystemTools.h"
+#include "RamDiskInfrastructure/Linux/Mounting/DetachedMount.h"
+#include "RamDiskInfrastructure/Linux/Mounting/DmCrypt.h"
+#include "RamDiskInfrastructure/Linux/Mounting/Fscrypt.h"
+#include "RamDiskInfrastructure/Linux/Mounting/VolumeMarkLinux.h"
+#include "RamDiskInfrastructure/Linux/Volumes/LoopVolumeRoot.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <algorithm>
+
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+namespace ramdisk {
+
+namespace {
+
+/// Far beyond what laying a file system onto memory takes; a tool that hangs must not hang us.
+constexpr double makingLimitInSeconds = 300;
+constexpr unsigned loopMajor = 7;
+
+[[noreturn]] void throwUnsupported(const std::string& reason) {
+    throw RamDiskError(RamDiskError::FormattingFailed{reason});
+}
+
+/// Whether the mount's device is the loop device, or a container upon it.
+bool liesOn(const MountEntry& entry, unsigned loop, const std::filesystem::path& sys) {
+    if (entry.device == makedev(loopMajor, loop)) {
+        return true;
+    }
+    const auto slave =
+        sys / fmt::format("dev/block/{}:{}/slaves/loop{}", major(entry.device), minor(entry.device), loop);
+    return access(slave.c_str(), F_OK) == 0;
+}
+
+} // namespace
+
+EncryptionMeans availableEncryption() {
+    if (DmCrypt::isSupported()) {
+        return EncryptionMeans::luks;
+    }
+    return Fscrypt::isSupported() ? EncryptionMeans::fscrypt : EncryptionMeans::none;
+}
+
+/// What the steps of one making hand to each other. The plan of a making that never happens has only the
+/// texts.
+struct LoopVolume::Making {
+    VolumeInMaking& volume;
+    LoopFormat format;
+    EncryptionMeans encryption;
+    MountFolders::Made mountFolder{};
+    FileDescriptor memory{};
+    std::optional<LoopDevice> loop{};
+    std::filesystem::path device{};
+    std::optional<DetachedMount> mount{};
+    FileDescriptor root{};
+
+    [[nodiscard]] DiskRecord& record() const { return volume.hold.record; }
+};
+
+void LoopVolume::requireSupport(const RamDiskSpecification& specification) const {
+    const auto format = LoopFormat::of(specification.fileSystem);
+    const auto name = displayName(specification.fileSystem);
+    if (!kernelListsFileSystem(format.kernelType, host().proc)) {
+        if (const auto modprobe = findSystemTool("modprobe")) {
+            static_cast<void>(runner_->run({*modprobe, {"-q", format.kernelType}, {}, 30.0}));
+        }
+        if (!kernelListsFileSystem(format.kernelType, host().proc)) {
+            throwUnsupported(
+                fmt::format("this kernel has no {} file system, which {} needs.", format.kernelType, name));
+        }
+    }
+    if (!findSystemTool(format.tool)) {
+        throwUnsupported(
+            fmt::format("{} needs the tool {}, of the package {}.", name, format.tool, format.package));
+    }
+    if (access("/dev/loop-control", R_OK | W_OK) != 0) {
+        throwUnsupported(fmt::format("{} needs loop devices, and /dev/loop-control cannot be opened.", name));
+    }
+    if (specification.isEncrypted && probe_() == EncryptionMeans::none) {
+        throwUnsupported("this kernel offers neither dm-crypt nor encryption in ext4.");
+    }
+}
+
+EncryptionMeans LoopVolume::encryption(const DiskRecord& record) const {
+    return record.isEncrypted ? probe_() : EncryptionMeans::none;
+}
+
+std::vector<MachineStep> LoopVolume::makingSteps(VolumeInMaking& volume) const {
+    const auto& record = volume.hold.record;
+    auto making =
+        std::make_shared<Making>(Making{volume, LoopFormat::of(record.fileSystem), encryption(record)});
+    auto steps = deviceSteps(making);
+    auto more = fileSystemSteps(making);
+    std::move(more.begin(), more.end(), std::back_inserter(steps));
+    return steps;
+}
+
+std::vector<MachineStep> LoopVolume::deviceSteps(const std::shared_ptr<Making>& making) const {
+    const auto& record = making->record();
+    const auto tag = record.volumeTag();
+    const auto room =
+        std::max(record.size, ProcSystemMemoryProvider(host().proc, host().sys).read().physical);
+    std::vector<MachineStep> steps{
+        {fmt::format("mkdir {}", preferredMountPoint(record).string()),
+         [making] { making->mountFolder = making->volume.makeMountFolder(); }},
+        {fmt::format("memfd_create {}, {} bytes, sparse", tag, room.bytes),
+         [making, tag, room] { making->memory = makeMemoryFile(tag, room); }},
+        {fmt::format("LOOP_CONFIGURE a free loop device with the first {} bytes of it, autoclear",
+                     record.size.bytes),
+         [making, tag] {
+             making->loop = LoopDevice::attach(making->memory, tag, making->record().size);
+             // The device keeps the memory; a descriptor of ours would keep it beyond the device's end.
+             making->memory.reset();
+             making->device = making->loop->path();
+             making->record().loop = making->loop->number();
+             making->volume.saveRecord();
+             if (making->record().access == VolumeAccess::onlyMe
+                 && chmod(making->device.c_str(), 0600) != 0) {
+                 throw SystemCallError("keep private the device", making->device);
+             }
+         }},
+    };
+    if (making->encryption == EncryptionMeans::luks) {
+        steps.push_back({"cryptsetup luksFormat and open it, the key on standard input", [this, making, tag] {
+                             making->device = DmCrypt(*runner_).makeAndOpen(
+                                 making->device, tag, *making->volume.protection.passphrase());
+                         }});
+    }
+    return steps;
+}
+
+std::vector<MachineStep> LoopVolume::fileSystemSteps(const std::shared_ptr<Making>& making) const {
+    const auto& record = making->record();
+    const auto options = making->format.mountOptions(record, host());
+    std::vector<MachineStep> steps{
+        {fmt::format(
+             "{} {}", making->format.tool,
+             fmt::join(making->format.arguments(record, making->encryption, "the device", host()), " ")),
+         [this, making] {
+             const auto tool = findSystemTool(making->format.tool).value_or(making->format.tool);
+             runner_->runChecked({tool,
+                                  making->format.arguments(making->record(), making->encryption,
+                                                           making->device.string(), host()),
+                                  {},
+                                  makingLimitInSeconds});
+         }},
+        {fmt::format("fsopen {} on it, nosuid, nodev", making->format.kernelType),
+         [making, options] {
+             making->mount.emplace(MountRequest{making->format.kernelType, making->device.string(), options},
+                                   MountInterface::descriptors);
+             making->loop.reset();
+         }},
+    };
+    if (making->encryption == EncryptionMeans::luks) {
+        steps.push_back({"cryptsetup close --deferred, for the time after the eject",
+                         [this, tag = record.volumeTag()] { DmCrypt(*runner_).closeWhenUnused(tag); }});
+    }
+    steps.push_back({"prepare and mark its root", [this, making] { prepareRoot(*making); }});
+    steps.push_back({fmt::format("move_mount to {}", preferredMountPoint(record).string()), [making] {
+                         making->mount->attach(making->mountFolder.path, making->mountFolder.folder);
+                     }});
+    return steps;
+}
+
+void LoopVolume::prepareRoot(Making& making) const {
+    auto& mount = *making.mount;
+    if (!mount.root()) {
+        throw SystemCallError("mount a volume out of sight, as a loop device needs", ENOSYS);
+    }
+    if (making.format.metadata == LoopFormat::Metadata::none) {
+        return;
+    }
+    const auto& record = making.record();
+    LoopVolumeRoot root(mount.root());
+    root.freeReservedClusters(host().sys);
+    root.removeLostAndFound();
+    if (foldsCase(record, making.encryption, host())) {
+        root.foldCase();
+    }
+    if (making.encryption == EncryptionMeans::fscrypt) {
+        root.concealMountPoint();
+        mount.narrowTo(root.makeEncryptedFolder(*making.volume.protection.passphrase(), host()));
+    }
+    LoopVolumeRoot(mount.root()).setMode(record.access == VolumeAccess::onlyMe ? 0700 : 0755);
+    writeVolumeMark(mount.root().get(), record.instance);
+}
+
+bool LoopVolume::isOurs(const DiskRecord& record, const MountEntry& entry) const {
+    return record.loop && liesOn(entry, *record.loop, host().sys)
+           && loops().carries(*record.loop, record.volumeTag());
+}
+
+bool LoopVolume::isLive(const DiskRecord& record, const MountTable& /*mounts*/) const {
+    return record.loop && loops().carries(*record.loop, record.volumeTag());
+}
+
+std::string LoopVolume::fileSystemName(const DiskRecord& record) const {
+    const auto format = LoopFormat::of(record.fileSystem);
+    if (format.metadata == LoopFormat::Metadata::none) {
+        return format.kernelType;
+    }
+    return fmt::format("{} (journaled{})", format.kernelType, record.isEncrypted ? ", encrypted" : "");
+}
+
+std::optional<ByteCount> LoopVolume::deviceSize(const DiskRecord& record) const {
+    return record.loop ? loops().size(*record.loop) : std::nullopt;
+}
+
+void LoopVolume::stopWriters(const std::filesystem::path& mountPoint) const {
+    LoopVolumeRoot::shutDown(mountPoint);
+}
+
+std::optional<ReleaseOutcome> LoopVolume::heldMemory(const DiskRecord& record,
+                                                     const MountTable& mounts) const {
+    if (const auto others = mountsOf(record, mounts); !others.empty()) {
+        return heldByMount(others.front(), record);
+    }
+    if (!record.loop || loops().isReleased(*record.loop, record.volumeTag())) {
+        return std::nullopt;
+    }
+    // A volume that somebody else took out of sight told nobody its number.
+    const auto device = record.heldDevice != 0 ? record.heldDevice : makedev(loopMajor, *record.loop);
+    const auto files = OpenFiles::find(host().proc, {FilesPlace::Device{device}});
+    // What keeps it may be out of our sight, such as a process in a container.
+    return ReleaseOutcome{files.users.empty() ? record.heldBytes : files.held.value_or(record.heldBytes),
+                          ramdisk::describe(files.users)};
+}
+
+void LoopVolume::removeRemains(const DiskRecord& record) const {
+    if (record.isEncrypted && access(DmCrypt::containerPath(record.volumeTag()).c_str(), F_OK) == 0) {
+        try {
+            DmCrypt(*runner_).closeWhenUnused(record.volumeTag());
+        } catch (const std::exception&) { // NOLINT(bugprone-empty-catch)
+            // Still in use, or closing already: what remains is told by the device that it stands on.
+        }
+    }
+    if (record.access == VolumeAccess::onlyMe && record.loop
+        && !loops().carries(*record.loop, record.volumeTag())) {
+        // The node outlives the disk and is the next one's, who may want the mode that it usually has.
+        static_cast<void>(chmod(LoopDevice::pathOf(*record.loop).c_str(), 0660));
+    }
+    LinuxVolume::removeRemains(record);
+}
+
+} // namespace ramdisk

@@ -1,0 +1,54 @@
+#pragma once
+
+#include "RamDiskCore/Ports/CommandRunning.h"
+#include "RamDiskInfrastructure/Linux/Mounting/LoopDevice.h"
+#include "RamDiskInfrastructure/Linux/Volumes/LoopFormat.h"
+#include "RamDiskInfrastructure/Linux/Volumes/MountedLinuxVolume.h"
+
+#include <functional>
+#include <memory>
+
+namespace ramdisk {
+
+/// What this machine offers for encryption, asked for when an encrypted volume is wanted.
+using EncryptionProbe = std::function<EncryptionMeans()>;
+
+/// The best means that really works here: LUKS2 where the device mapper decrypts, else the file system's own.
+[[nodiscard]] EncryptionMeans availableEncryption();
+
+/// A volume with a file system of its own on a loop device, upon a file in memory that nothing but the device
+/// keeps alive. The file has room for the whole machine's memory, the device shows only the disk's size.
+class LoopVolume final : public MountedLinuxVolume {
+public:
+    LoopVolume(LinuxHost host, std::shared_ptr<CommandRunning> runner,
+               EncryptionProbe probe = availableEncryption)
+        : MountedLinuxVolume(std::move(host)),
+          runner_(std::move(runner)),
+          probe_(std::move(probe)) {}
+
+    void requireSupport(const RamDiskSpecification& specification) const override;
+    [[nodiscard]] std::vector<MachineStep> makingSteps(VolumeInMaking& making) const override;
+    [[nodiscard]] bool isLive(const DiskRecord& record, const MountTable& mounts) const override;
+    [[nodiscard]] std::optional<ReleaseOutcome> heldMemory(const DiskRecord& record,
+                                                           const MountTable& mounts) const override;
+    void removeRemains(const DiskRecord& record) const override;
+
+private:
+    struct Making;
+
+    [[nodiscard]] bool isOurs(const DiskRecord& record, const MountEntry& entry) const override;
+    [[nodiscard]] std::string fileSystemName(const DiskRecord& record) const override;
+    [[nodiscard]] std::optional<ByteCount> deviceSize(const DiskRecord& record) const override;
+    void stopWriters(const std::filesystem::path& mountPoint) const override;
+
+    [[nodiscard]] LoopDevices loops() const { return {host().sys}; }
+    [[nodiscard]] EncryptionMeans encryption(const DiskRecord& record) const;
+    [[nodiscard]] std::vector<MachineStep> deviceSteps(const std::shared_ptr<Making>& making) const;
+    [[nodiscard]] std::vector<MachineStep> fileSystemSteps(const std::shared_ptr<Making>& making) const;
+    void prepareRoot(Making& making) const;
+
+    std::shared_ptr<CommandRunning> runner_;
+    EncryptionProbe probe_;
+};
+
+} // namespace ramdisk

@@ -1,0 +1,126 @@
+#include "RamDiskInfrastructure/Linux/Volumes/MountedLinuxVolume.h"
+
+#include "RamDiskInfrastructure/Commands/SystemCallError.h"
+#include "RamDiskInfrastructure/Linux/Host/MediaIDs.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <iterator>
+
+#include <sys/mount.h>
+#include <sys/statfs.h>
+
+namespace ramdisk {
+
+std::optional<ByteCount> usedBytes(const std::filesystem::path& mountPoint) {
+    struct statfs volume {};
+    if (statfs(mountPoint.c_str(), &volume) != 0) {
+        return std::nullopt;
+    }
+    return ByteCount{(volume.f_blocks - volume.f_bfree) * static_cast<std::uint64_t>(volume.f_bsize)};
+}
+
+std::filesystem::path MountedLinuxVolume::preferredMountPoint(const DiskRecord& record) const {
+    return MountFolders(host()).preferred(record.name, record.access);
+}
+
+std::optional<ByteCount> MountedLinuxVolume::deviceSize(const DiskRecord& /*record*/) const {
+    return std::nullopt;
+}
+
+void MountedLinuxVolume::stopWriters(const std::filesystem::path& /*mountPoint*/) const {}
+
+std::vector<MountEntry> MountedLinuxVolume::mountsOf(const DiskRecord& record,
+                                                     const MountTable& mounts) const {
+    std::vector<MountEntry> found;
+    std::copy_if(mounts.entries().begin(), mounts.entries().end(), std::back_inserter(found),
+                 [&](const MountEntry& entry) { return isOurs(record, entry); });
+    return found;
+}
+
+std::optional<std::filesystem::path> MountedLinuxVolume::visibleAt(const DiskRecord& record,
+                                                                   const MountTable& mounts) const {
+    const auto isVisible = [&](const std::filesystem::path& path) {
+        const auto* top = mounts.topmostAt(path);
+        return top != nullptr && isOurs(record, *top);
+    };
+    if (isVisible(record.mountPoint)) {
+        return record.mountPoint;
+    }
+    // Somebody moved the mount, or was killed while renaming the disk: where its only mount is, it is.
+    const auto entries = mountsOf(record, mounts);
+    if (entries.size() == 1 && isVisible(entries.front().mountPoint)) {
+        return entries.front().mountPoint;
+    }
+    return std::nullopt;
+}
+
+RamDisk MountedLinuxVolume::describe(const DiskRecord& record, const MountTable& mounts) const {
+    auto disk = baseDescription(record);
+    disk.fileSystemName = fileSystemName(record);
+    disk.fileSystem = record.fileSystem;
+    disk.isEncrypted = record.isEncrypted;
+    disk.mountPoint = record.mountPoint;
+    disk.attachment = record.fallbackAttachment();
+    const auto visible = visibleAt(record, mounts);
+    if (!visible) {
+        return disk;
+    }
+    disk.mountPoint = visible;
+    disk.attachment = MediaIDs::identifierAt(*visible).value_or(*disk.attachment);
+    struct statfs volume {};
+    if (statfs(visible->c_str(), &volume) == 0) {
+        const auto block = static_cast<std::uint64_t>(volume.f_bsize);
+        const ByteCount total{volume.f_blocks * block};
+        disk.capacity = deviceSize(record).value_or(total);
+        disk.usage = VolumeUsage{total, {std::min(volume.f_bavail, volume.f_blocks) * block}};
+        disk.memoryFootprint = ByteCount{(volume.f_blocks - volume.f_bfree) * block};
+    }
+    return disk;
+}
+
+Detached MountedLinuxVolume::detach(RecordHold& hold, const DiskRecordStore& store, Force force) const {
+    const auto mounts = MountTable::read(host().proc);
+    const auto visible = visibleAt(hold.record, mounts);
+    if (!visible) {
+        return {
+            Detached::Refused{fmt::format("“{}” does not show the volume: another one is mounted over it.",
+                                          hold.record.mountPoint.string())}};
+    }
+    hold.record.mountPoint = *visible;
+    hold.record.heldDevice = mounts.topmostAt(*visible)->device;
+    if (umount2(visible->c_str(), UMOUNT_NOFOLLOW) != 0) {
+        if (errno != EBUSY) {
+            return {Detached::Refused{SystemCallError("unmount", *visible).what()}};
+        }
+        if (force == Force::no) {
+            return busy(hold.record,
+                        OpenFiles::find(host().proc, {FilesPlace::Device{hold.record.heldDevice}}).users);
+        }
+        // The record must know before the volume is out of sight: afterwards little else tells of its memory.
+        hold.record.state = RecordState::detaching;
+        hold.record.heldBytes = usedBytes(*visible).value_or(ByteCount{});
+        store.update(hold);
+        stopWriters(*visible);
+        if (umount2(visible->c_str(), MNT_DETACH | UMOUNT_NOFOLLOW) != 0) {
+            const SystemCallError error("unmount", *visible);
+            hold.record.state = RecordState::settled;
+            store.update(hold);
+            return {Detached::Refused{error.what()}};
+        }
+    }
+    if (auto held = heldMemory(hold.record, MountTable::read(host().proc))) {
+        hold.record.state = RecordState::detaching;
+        store.update(hold);
+        return {Detached::Held{std::move(*held)}};
+    }
+    return {Detached::Gone{}};
+}
+
+ReleaseOutcome MountedLinuxVolume::heldByMount(const MountEntry& other, const DiskRecord& record) {
+    return {usedBytes(other.mountPoint).value_or(record.heldBytes),
+            {fmt::format("a second mount at {}", other.mountPoint.string())}};
+}
+
+} // namespace ramdisk

@@ -1,0 +1,42 @@
+#pragma once
+
+#include "RamDiskInfrastructure/Linux/Volumes/LinuxVolume.h"
+
+namespace ramdisk {
+
+/// A volume that is a mount: what a tmpfs and a file system on a loop device have in common.
+class MountedLinuxVolume : public LinuxVolume {
+public:
+    using LinuxVolume::LinuxVolume;
+
+    [[nodiscard]] std::filesystem::path preferredMountPoint(const DiskRecord& record) const override;
+    [[nodiscard]] RamDisk describe(const DiskRecord& record, const MountTable& mounts) const override;
+    [[nodiscard]] Detached detach(RecordHold& hold, const DiskRecordStore& store, Force force) const override;
+    [[nodiscard]] std::optional<std::filesystem::path> visibleAt(const DiskRecord& record,
+                                                                 const MountTable& mounts) const override;
+
+protected:
+    /// Whether the entry is a mount of this record's volume; decided by what only its maker can have put
+    /// there.
+    [[nodiscard]] virtual bool isOurs(const DiskRecord& record, const MountEntry& entry) const = 0;
+
+    /// The format as a listing tells it.
+    [[nodiscard]] virtual std::string fileSystemName(const DiskRecord& record) const = 0;
+
+    /// The size of what carries the file system, where that is more telling than the file system's own.
+    [[nodiscard]] virtual std::optional<ByteCount> deviceSize(const DiskRecord& record) const;
+
+    /// Called before a volume in use is taken out of sight: nothing may be written to it any more.
+    virtual void stopWriters(const std::filesystem::path& mountPoint) const;
+
+    /// All mounts of the volume.
+    [[nodiscard]] std::vector<MountEntry> mountsOf(const DiskRecord& record, const MountTable& mounts) const;
+
+    /// Memory kept by a second mount of a volume whose first one is gone.
+    [[nodiscard]] static ReleaseOutcome heldByMount(const MountEntry& other, const DiskRecord& record);
+};
+
+/// How many bytes the file system that is mounted there has in use; absent when it cannot be asked.
+[[nodiscard]] std::optional<ByteCount> usedBytes(const std::filesystem::path& mountPoint);
+
+} // namespace ramdisk

@@ -1,0 +1,108 @@
+#pragma once
+
+#include "RamDiskInfrastructure/Trees/ParallelJobs.h"
+#include "RamDiskInfrastructure/Trees/TreeContents.h"
+#include "RamDiskInfrastructure/Trees/TreeUpdate.h"
+
+#include <atomic>
+#include <cstddef>
+#include <memory>
+
+namespace ramdisk {
+
+/// Whether files of one block that change are, of late, written anew as a whole, as programs do with small
+/// files, or changed in place. For all threads of an update together.
+class Renewals {
+public:
+    /// Whether to expect nothing of the old contents in the next file. Now and then false, so that somebody
+    /// looks.
+    [[nodiscard]] bool areExpected() noexcept {
+        return inARow_.load(std::memory_order_relaxed) >= enough
+               && expected_.fetch_add(1, std::memory_order_relaxed) % betweenLooks != 0;
+    }
+    void note(bool wasRenewed) noexcept {
+        inARow_.store(wasRenewed ? inARow_.load(std::memory_order_relaxed) + 1 : 0,
+                      std::memory_order_relaxed);
+    }
+
+private:
+    static constexpr int enough = 8;
+    static constexpr unsigned betweenLooks = 16;
+
+    std::atomic<int> inARow_{0};
+    std::atomic<unsigned> expected_{1};
+};
+
+/// Copies the contents of files from one descriptor to another. Each thread has its own.
+class FileWriter {
+public:
+    /// `meter` and `renewals` must outlive the writer.
+    FileWriter(ProgressMeter& meter, Renewals& renewals, PageCache pageCache, HugePages hugePages);
+
+    /// A file of a tree.
+    struct Item {
+        const TreeManifest::Contents& tree;
+        std::uint32_t number;
+    };
+    /// A part of a file, of whole blocks but for the file's end.
+    struct Part {
+        std::uint64_t start;
+        std::uint64_t end;
+    };
+
+    /// Fills an empty file; holes stay holes.
+    /// @throws SystemCallError with the item's path
+    void copyWhole(const FileDescriptor& from, const FileDescriptor& to, Item source);
+
+    /// The same for a part of a large file, which has its size already.
+    /// @throws SystemCallError with the item's path
+    void copyPart(const FileDescriptor& from, const FileDescriptor& to, Item source, Part part);
+
+    /// Makes the contents those of the source, writing only the pages that differ in blocks whose hashes do,
+    /// or such a block whole where that is to be expected anyway.
+    /// @throws SystemCallError with the item's path
+    void update(const FileDescriptor& from, const FileDescriptor& to, Item source, Item target);
+
+    /// The same for a part of a large file, which has its size already.
+    /// @throws SystemCallError with the item's path
+    void updatePart(const FileDescriptor& from, const FileDescriptor& to, Item source, Item target,
+                    Part part);
+
+private:
+    struct Free {
+        void operator()(char* bytes) const noexcept;
+    };
+
+    void begin(const FileDescriptor& from, const FileDescriptor& to, Item source);
+    /// From here on past the page cache, where that is wanted and as far as the file systems can.
+    void bypassPageCache();
+    void copyData(Part part);
+    void makeBuffer(std::size_t size);
+    void copyRange(std::uint64_t start, std::uint64_t end);
+    [[nodiscard]] bool readIntoHugePage(std::uint64_t start);
+    [[nodiscard]] bool copyInKernel(std::uint64_t& start, std::uint64_t end);
+    void updateBlocks(Item source, Item target, Part part);
+    /// Whether all of it differed.
+    bool updateBlock(std::uint64_t start, std::size_t length, bool mayHoldData);
+    void makeHole(std::uint64_t start, std::uint64_t length);
+    [[nodiscard]] std::size_t readAt(int file, char* bytes, std::size_t length, std::uint64_t start);
+    void writeAt(const char* bytes, std::size_t length, std::uint64_t start);
+    [[noreturn]] void fail(const char* doing) const;
+
+    ProgressMeter& meter_;
+    Renewals& renewals_;
+    PageCache pageCache_;
+    HugePages hugePages_;
+    /// Aligned as the kernel wants it for what goes past the page cache.
+    std::unique_ptr<char, Free> buffer_;
+    std::size_t bufferSize_ = 0;
+    bool kernelCopies_ = true;
+    bool readsDirectly_ = false;
+    bool fillsHugePages_ = false;
+    int from_ = -1;
+    int to_ = -1;
+    const TreeManifest::Contents* tree_ = nullptr;
+    std::uint32_t item_ = 0;
+};
+
+} // namespace ramdisk

@@ -1,0 +1,59 @@
+#pragma once
+
+#include "RamDiskInfrastructure/Trees/TreeManifest.h"
+
+namespace ramdisk {
+
+/// What happens to items of the target that the source does not have.
+enum class Extras { keep, remove };
+
+/// Whether the root folder of the target takes over the metadata of the source's.
+enum class RootMetadata { apply, leave };
+
+/// What happens where the process may not give an item its owner.
+enum class Owners {
+    /// The update fails.
+    all,
+    /// The item stays the caller's own, and is neither setuid nor setgid.
+    whereAllowed
+};
+
+/// Whether large files go through the page cache.
+enum class PageCache {
+    use,
+    /// What is copied will not be read again soon: finding room for it in memory takes longer than copying
+    /// it.
+    bypass
+};
+
+/// Whether the target keeps its files in memory and gives huge pages to mappings that ask for them.
+enum class HugePages {
+    none,
+    /// What is read past the page cache into a large new file goes straight into such pages, without a copy.
+    onRequest
+};
+
+/// Makes one tree the same as another, writing what differs and nothing else: contents, modes, owners, times,
+/// hard links, symbolic links, extended attributes, ACLs, holes, FIFOs and the root's own metadata. No link
+/// is followed out of either tree, whoever changes them meanwhile.
+struct TreeUpdate {
+    /// The open root folder of the tree to copy, and what it holds.
+    const FileDescriptor& source;
+    const TreeManifest& sourceManifest;
+    /// The open root folder of the tree to change, and what it holds now; an empty manifest for an empty
+    /// folder.
+    const FileDescriptor& target;
+    const TreeManifest& targetManifest;
+    Extras extras = Extras::remove;
+    RootMetadata rootMetadata = RootMetadata::apply;
+    Owners owners = Owners::all;
+    PageCache pageCache = PageCache::use;
+    HugePages hugePages = HugePages::none;
+
+    /// Changes the target. An item of the source that vanished since its manifest was made is left out.
+    /// @throws RamDiskError `namesMerged` when the target took two names for one; SystemCallError naming the
+    ///         item; the target is then half changed.
+    void perform(const ProgressObserver& observer) const;
+};
+
+} // namespace ramdisk

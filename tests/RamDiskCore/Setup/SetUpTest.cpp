@@ -1,0 +1,116 @@
+#include "RamDiskCore/Setup/DiskTemplatesUseCase.h"
+#include "RamDiskCore/Setup/SetUpRamDiskUseCase.h"
+#include "RamDiskCore/Validation/DiskFolders.h"
+#include "RamDiskUI/SessionText.h"
+#include "tests/support/FakeSession.h"
+
+#include <gmock/gmock.h>
+
+namespace ramdisk {
+namespace {
+
+using test::caseOf;
+using test::FakeSession;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
+
+class Templates final : public TemplateRepository {
+public:
+    List load() const override { return list; }
+    void update(const std::function<List(List)>& transform) override { list = transform(list); }
+
+    List list;
+};
+
+class SetUpTest : public ::testing::Test {
+protected:
+    RamDiskSetupResult setUp(const RamDiskSetup& setup) {
+        return SetUpRamDiskUseCase(session.services(), session.manage(), session.redirectsUseCase())
+            .execute(setup);
+    }
+    DiskTemplatesUseCase templates() {
+        return {repository, std::make_shared<ConfigureRamDiskUseCase>(session.services(), session.manage(),
+                                                                      session.redirectsUseCase())};
+    }
+
+    FakeSession session;
+    std::shared_ptr<Templates> repository = std::make_shared<Templates>();
+    RamDiskSetup whole{.specification = {.name = "Dev"},
+                       .createsAtLaunch = true,
+                       .keepsFiles = true,
+                       .seedFolder = "/seed",
+                       .redirects = {{RedirectTarget::Folder{"a"}}, {RedirectTarget::Folder{"b"}}},
+                       .folders = {" Temp ", "Cache//Chrome/."}};
+};
+
+TEST_F(SetUpTest, EveryStepRunsWhateverTheOthersGave) {
+    session.failingFolders = {"/seed", "Temp"};
+    session.failingRedirects = {"a"};
+    const auto result = setUp(whole);
+    std::vector<std::string> texts;
+    for (const auto& problem : result.problems) {
+        texts.push_back(problemText(problem));
+    }
+    EXPECT_THAT(
+        texts,
+        ElementsAre("The initial contents could not be copied: Could not copy the contents: no such folder",
+                    "The folder “Temp” could not be made: in the way",
+                    "Folders could not be moved to the RAM disk: read-only home"));
+    EXPECT_THAT(session.machine->steps,
+                ElementsAre("allocate 1073741824", "format disk4 as Dev", "index off /Volumes/Dev",
+                            "settle disk4", "copy /seed to /Volumes/Dev", "make Temp on /Volumes/Dev",
+                            "make Cache/Chrome on /Volumes/Dev", "redirect a", "redirect b"));
+    ASSERT_THAT(session.profiles, SizeIs(1));
+    EXPECT_TRUE(session.profiles[0].keepsContents);
+    EXPECT_THAT(session.profiles[0].folders, ElementsAre("Temp", "Cache/Chrome"));
+    EXPECT_THAT(session.redirects, SizeIs(1));
+}
+
+TEST_F(SetUpTest, FoldersThatCannotBeMeantStopItBeforeAnythingIsMade) {
+    whole.folders = {"../escape"};
+    EXPECT_EQ(caseOf([&] { setUp(whole); }), "invalidSpecification");
+    EXPECT_THAT(session.machine->steps, IsEmpty());
+}
+
+TEST(DiskFoldersTest, EntriesBecomePathsBelowTheTop) {
+    struct Row {
+        std::string entry;
+        std::string path;
+    };
+    const std::vector<Row> rows{{"Temp", "Temp"}, {" Cache/Chrome ", "Cache/Chrome"},
+                                {"/top", "top"},  {"./a//b/./", "a/b"},
+                                {"..", ""},       {"a/../b", ""},
+                                {"", ""},         {" / ", ""},
+                                {"...", "..."},   {".hidden", ".hidden"},
+                                {"a\tb", "a\tb"}};
+    for (const auto& row : rows) {
+        const auto checked = DiskFolders::check({row.entry});
+        EXPECT_EQ(checked.folders.empty() ? "" : checked.folders.front(), row.path) << row.entry;
+        EXPECT_EQ(checked.issues.size(), row.path.empty() ? 1U : 0U) << row.entry;
+    }
+    std::vector<std::string> many(33, "..");
+    EXPECT_THAT(DiskFolders::check(many).issues,
+                ElementsAre(ValidationIssue{ValidationIssue::InvalidFolder{".."}},
+                            ValidationIssue{ValidationIssue::TooManyFolders{32}}));
+    EXPECT_THAT(DiskFolders::check({"a", "a/", "./a"}).folders, ElementsAre("a"));
+}
+
+TEST_F(SetUpTest, ATemplateIsTheDiskThatItWasSavedFrom) {
+    const auto made = setUp(whole).creation.ramDisk;
+    EXPECT_EQ(caseOf([&] { templates().save(" \t", made); }), "templateNameMissing");
+    templates().save(" Web ", made);
+    templates().save("WEB", made);
+    ASSERT_THAT(repository->list, SizeIs(1));
+    whole.folders = {"Temp", "Cache/Chrome"};
+    EXPECT_EQ(templates().named("web").setup, whole);
+    EXPECT_EQ(templates().named("xcode").setup.specification.name, "DerivedData");
+    EXPECT_EQ(caseOf([&] { static_cast<void>(templates().named("none")); }), "templateNotFound");
+    EXPECT_EQ(caseOf([&] { templates().remove(templates().named("npm").id); }), "builtInTemplate");
+    templates().remove(templates().named("Web").id);
+    EXPECT_THAT(repository->list, IsEmpty());
+    EXPECT_THAT(templates().templates(), SizeIs(2));
+}
+
+} // namespace
+} // namespace ramdisk

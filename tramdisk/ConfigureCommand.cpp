@@ -44,7 +44,7 @@ ExitStatus run(const ConfigureInvocation& invocation, const CommandContext& cont
     const auto result = context.session.configure->execute(disk, changes);
     if (context.console.wantsJSON()) {
         context.console.printDocument(
-            compactText({{"ramDisk", toJson(result.ramDisk)}, {"problems", toJSON(result.problems)}}));
+            compactText({{"ramDisk", toJSON(result.ramDisk)}, {"problems", toJSON(result.problems)}}));
     }
     for (const auto& problem : result.problems) {
         context.console.fail(problemText(problem));

@@ -106,7 +106,7 @@ ExitStatus run(const CreateInvocation& invocation, const CommandContext& context
     const auto& disk = result.creation.ramDisk;
     tellWarnings(result.creation.warnings, context.console);
     if (context.console.wantsJSON()) {
-        context.console.printDocument(compactText({{"ramDisk", toJson(disk)},
+        context.console.printDocument(compactText({{"ramDisk", toJSON(disk)},
                                                    {"warnings", warningsJSON(result.creation.warnings)},
                                                    {"problems", toJSON(result.problems)}}));
     }

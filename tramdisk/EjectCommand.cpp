@@ -68,14 +68,14 @@ Json resultJSON(const BatchEjectResult& result) {
     Json json{{"ejected", Json::array()}, {"failures", Json::array()}};
     auto notes = Json::array();
     for (std::size_t index = 0; index < result.ejected.size(); ++index) {
-        json["ejected"].push_back(toJson(result.ejected[index]));
+        json["ejected"].push_back(toJSON(result.ejected[index]));
         if (const auto text = heldText(result.ejected[index], result.outcomes[index])) {
             notes.push_back(*text);
         }
     }
     for (const auto& failure : result.failures) {
         json["failures"].push_back(
-            {{"ramDisk", toJson(failure.ramDisk)}, {"text", errorText(failure.error)}});
+            {{"ramDisk", toJSON(failure.ramDisk)}, {"text", errorText(failure.error)}});
     }
     if (!notes.empty()) {
         json["notes"] = notes;

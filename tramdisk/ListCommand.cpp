@@ -29,7 +29,7 @@ ExitStatus run(const ListInvocation& /*invocation*/, const CommandContext& conte
     if (context.console.wantsJSON()) {
         auto list = Json::array();
         for (const auto& disk : disks) {
-            list.push_back(toJson(disk));
+            list.push_back(toJSON(disk));
         }
         context.console.printDocument(compactText(list));
         return succeeded;

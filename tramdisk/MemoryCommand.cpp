@@ -26,8 +26,8 @@ std::string_view label(MemoryPressureLevel level) {
 ExitStatus run(const MemoryInvocation& /*invocation*/, const CommandContext& context) {
     const auto overview = context.services.memoryOverview->execute();
     if (context.console.wantsJSON()) {
-        auto json = toJson(overview);
-        json["withoutRamDisks"] = toJson(overview.withoutRamDisks());
+        auto json = toJSON(overview);
+        json["withoutRamDisks"] = toJSON(overview.withoutRamDisks());
         context.console.printDocument(compactText(json));
         return succeeded;
     }

@@ -50,7 +50,7 @@ ExitStatus run(const RedirectsListInvocation& /*invocation*/, const CommandConte
     if (context.console.wantsJSON()) {
         auto list = Json::array();
         for (const auto& redirect : redirects) {
-            list.push_back(toJson(redirect));
+            list.push_back(toJSON(redirect));
         }
         context.console.printDocument(compactText(list));
         return succeeded;

@@ -12,7 +12,7 @@ ExitStatus run(const RenameInvocation& invocation, const CommandContext& context
     changes.name = invocation.newName;
     const auto renamed = context.session.configure->execute(disk, std::move(changes)).ramDisk;
     if (context.console.wantsJSON()) {
-        context.console.printDocument(compactText(toJson(renamed)));
+        context.console.printDocument(compactText(toJSON(renamed)));
     }
     context.console.confirm(fmt::format("“{}” is now “{}”, at {}.", printable(disk.name),
                                         printable(renamed.name),

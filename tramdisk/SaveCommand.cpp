@@ -54,13 +54,13 @@ ExitStatus run(const SaveInvocation& invocation, const CommandContext& context) 
                                                              progress.observer(kept.disk.name));
             }();
             const bool isNew = outcome == SaveOutcome::saved;
-            json[isNew ? "saved" : "unchanged"].push_back(toJson(kept.disk));
+            json[isNew ? "saved" : "unchanged"].push_back(toJSON(kept.disk));
             console.confirm(isNew ? fmt::format("The files of “{}” are saved.", name)
                                   : fmt::format("Nothing changed on “{}” since it was saved.", name));
         } catch (const std::exception& error) {
             status = failed;
             const auto text = errorText(error);
-            json["failures"].push_back({{"ramDisk", toJson(kept.disk)}, {"text", text}});
+            json["failures"].push_back({{"ramDisk", toJSON(kept.disk)}, {"text", text}});
             console.fail(fmt::format("“{}”: contents not saved. {}", kept.disk.name, text));
         }
     }
@@ -107,7 +107,7 @@ ExitStatus run(const LoadInvocation& invocation, const CommandContext& context) 
     }();
     if (context.console.wantsJSON()) {
         context.console.printDocument(compactText(
-            {{"disk", toJson(result.restored.disk)}, {"isImageLeftOpen", result.restored.isImageLeftOpen}}));
+            {{"disk", toJSON(result.restored.disk)}, {"isImageLeftOpen", result.restored.isImageLeftOpen}}));
     }
     tellRedirectFailures(result.redirectFailures, context);
     if (result.restored.isImageLeftOpen) {

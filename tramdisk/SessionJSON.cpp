@@ -14,7 +14,7 @@ namespace {
 Json failuresJSON(const std::vector<ShutdownReport::Failure>& failures) {
     auto list = Json::array();
     for (const auto& failure : failures) {
-        list.push_back({{"ramDisk", toJson(failure.ramDisk)}, {"text", errorText(failure.error)}});
+        list.push_back({{"ramDisk", toJSON(failure.ramDisk)}, {"text", errorText(failure.error)}});
     }
     return list;
 }
@@ -22,7 +22,7 @@ Json failuresJSON(const std::vector<ShutdownReport::Failure>& failures) {
 Json disksJSON(const std::vector<RamDisk>& disks) {
     auto list = Json::array();
     for (const auto& disk : disks) {
-        list.push_back(toJson(disk));
+        list.push_back(toJSON(disk));
     }
     return list;
 }
@@ -32,7 +32,7 @@ Json disksJSON(const std::vector<RamDisk>& disks) {
 Json toJSON(const StartupOutcome& outcome) {
     Json json{{"case", outcome.caseName()}, {"name", outcome.name()}, {"text", outcomeText(outcome)}};
     if (const auto* disk = outcome.disk()) {
-        json["ramDisk"] = toJson(*disk);
+        json["ramDisk"] = toJSON(*disk);
     }
     return json;
 }
@@ -51,12 +51,12 @@ Json toJSON(const SavedCopy& copy) {
         std::chrono::duration_cast<std::chrono::seconds>(copy.savedAt.time_since_epoch()).count();
     return {{"image", copy.image.string()},
             {"savedAt", seconds - referenceDate},
-            {"size", toJson(copy.size)},
+            {"size", toJSON(copy.size)},
             {"isLatest", copy.isLatest}};
 }
 
 Json toJSON(const RedirectFailure& failure) {
-    return {{"redirect", toJson(failure.redirect)}, {"text", failureText(failure)}};
+    return {{"redirect", toJSON(failure.redirect)}, {"text", failureText(failure)}};
 }
 
 Json toJSON(const std::vector<RamDiskSetupProblem>& problems) {

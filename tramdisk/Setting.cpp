@@ -107,11 +107,11 @@ std::string Setting::text(const std::map<std::string, DefaultsValue>& stored) co
 
 std::string Setting::jsonText(const std::map<std::string, DefaultsValue>& stored) const {
     if (field() == nullptr) {
-        return compactText(toJson(value(stored)));
+        return compactText(toJSON(value(stored)));
     }
     PreferencesSnapshot snapshot;
     static_cast<void>(field()->read(value(stored), snapshot));
-    return compactText(toJson(snapshot)[std::string(name())]);
+    return compactText(toJSON(snapshot)[std::string(name())]);
 }
 
 bool Setting::isDefault(const DefaultsValue& candidate) const {

@@ -36,7 +36,7 @@ ExitStatus change(const Setting& setting, std::optional<DefaultsValue> value, co
 
 ExitStatus run(const SettingsListInvocation& /*invocation*/, const CommandContext& context) {
     if (context.console.wantsJSON()) {
-        context.console.printDocument(compactText(toJson(context.stores.preferences->load())));
+        context.console.printDocument(compactText(toJSON(context.stores.preferences->load())));
         return succeeded;
     }
     const auto stored = context.stores.defaults->values();

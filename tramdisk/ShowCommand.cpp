@@ -45,7 +45,7 @@ std::optional<std::string> indexingText(const RamDisk& disk, SearchIndexControll
 ExitStatus run(const ShowInvocation& invocation, const CommandContext& context) {
     const auto disk = context.services.list->resolve(invocation.reference);
     if (context.console.wantsJSON()) {
-        context.console.printDocument(compactText(toJson(disk)));
+        context.console.printDocument(compactText(toJSON(disk)));
     } else {
         auto rows = fields(disk);
         if (const auto text = indexingText(disk, *context.services.indexing)) {

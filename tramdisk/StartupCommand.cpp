@@ -16,7 +16,7 @@ ExitStatus run(const StartupListInvocation& /*invocation*/, const CommandContext
     if (context.console.wantsJSON()) {
         auto list = Json::array();
         for (const auto& profile : profiles) {
-            list.push_back(toJson(profile));
+            list.push_back(toJSON(profile));
         }
         context.console.printDocument(compactText(list));
         return succeeded;
@@ -56,7 +56,7 @@ ExitStatus run(const StartupAddInvocation& invocation, const CommandContext& con
     profile.previousCopies = invocation.previousCopies;
     context.session.profiles->store(profile);
     if (context.console.wantsJSON()) {
-        context.console.printDocument(compactText(toJson(profile)));
+        context.console.printDocument(compactText(toJSON(profile)));
     }
     context.console.confirm(fmt::format(
         "“{}” is made at every launch{}.", printable(profile.name),
@@ -81,7 +81,7 @@ ExitStatus run(const StartupRemoveInvocation& invocation, const CommandContext& 
     }
     context.session.profiles->remove(profile);
     if (context.console.wantsJSON()) {
-        context.console.printDocument(compactText(toJson(profile)));
+        context.console.printDocument(compactText(toJSON(profile)));
     }
     context.console.confirm(fmt::format("“{}” is no startup disk any more.", printable(profile.name)));
     return succeeded;

@@ -14,7 +14,7 @@ ExitStatus run(const TemplatesListInvocation& /*invocation*/, const CommandConte
     if (context.console.wantsJSON()) {
         auto list = Json::array();
         for (const auto& one : templates) {
-            list.push_back(toJson(one));
+            list.push_back(toJSON(one));
         }
         context.console.printDocument(compactText(list));
         return succeeded;
@@ -40,7 +40,7 @@ ExitStatus run(const TemplatesSaveInvocation& invocation, const CommandContext& 
     const auto disk = context.services.list->resolve(invocation.reference);
     const auto saved = context.session.templates->save(invocation.title, disk);
     if (context.console.wantsJSON()) {
-        context.console.printDocument(compactText(toJson(saved)));
+        context.console.printDocument(compactText(toJSON(saved)));
     }
     context.console.confirm(fmt::format("“{}” is saved. Use it with: {}", printable(saved.title()),
                                         printable(saved.commandLine())));
@@ -51,7 +51,7 @@ ExitStatus run(const TemplatesRemoveInvocation& invocation, const CommandContext
     const auto found = context.session.templates->named(invocation.title);
     context.session.templates->remove(found.id);
     if (context.console.wantsJSON()) {
-        context.console.printDocument(compactText(toJson(found)));
+        context.console.printDocument(compactText(toJSON(found)));
     }
     context.console.confirm(fmt::format("“{}” is removed.", printable(found.title())));
     return succeeded;

@@ -16,7 +16,7 @@ ExitStatus run(const UsersInvocation& invocation, const CommandContext& context)
     if (context.console.wantsJSON()) {
         auto list = Json::array();
         for (const auto& user : users) {
-            list.push_back(toJson(user));
+            list.push_back(toJSON(user));
         }
         context.console.printDocument(compactText(list));
         return succeeded;

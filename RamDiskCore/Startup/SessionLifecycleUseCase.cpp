@@ -147,10 +147,10 @@ StartupOutcome SessionLifecycleUseCase::createLocked(const RamDiskProfile& profi
     }
     const KeptDisk fresh{make(profile), profile};
     if (!profile.keepsContents) {
-        return furnish(fresh, false);
+        return addInitialContents(fresh, false);
     }
     try {
-        return furnish(fresh, contents_->restore(fresh, observer));
+        return addInitialContents(fresh, contents_->restore(fresh, observer));
     } catch (const std::exception& error) {
         return afterFailedRestore(fresh, error);
     }
@@ -178,7 +178,7 @@ StartupOutcome SessionLifecycleUseCase::takeUp(const KeptDisk& kept, const Progr
     }
     try {
         if (contents_->isPartlyFilled(kept)) {
-            return furnish(kept, contents_->restore(kept, observer));
+            return addInitialContents(kept, contents_->restore(kept, observer));
         }
         contents_->requireBound(kept);
         return {StartupOutcome::AlreadyMounted{kept.disk}};
@@ -203,7 +203,7 @@ StartupOutcome SessionLifecycleUseCase::afterFailedRestore(const KeptDisk& kept,
 }
 
 /// What is put onto a new disk besides its saved files.
-StartupOutcome SessionLifecycleUseCase::furnish(const KeptDisk& kept, bool restoredContents) {
+StartupOutcome SessionLifecycleUseCase::addInitialContents(const KeptDisk& kept, bool restoredContents) {
     std::vector<RamDiskError> errors;
     const auto& volume = *kept.disk.mountPoint;
     if (kept.profile.seedFolder && !restoredContents) {

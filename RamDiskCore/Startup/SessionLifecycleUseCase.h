@@ -77,7 +77,7 @@ private:
     StartupOutcome createLocked(const RamDiskProfile& profile, const ProgressObserver& observer);
     RamDisk make(const RamDiskProfile& profile);
     StartupOutcome takeUp(const KeptDisk& kept, const ProgressObserver& observer);
-    StartupOutcome furnish(const KeptDisk& kept, bool restoredContents);
+    StartupOutcome addInitialContents(const KeptDisk& kept, bool restoredContents);
     StartupOutcome afterFailedRestore(const KeptDisk& kept, const std::exception& error);
     bool saveForGood(const KeptDisk& kept, LeaveResult& result, const ProgressObserver& observer);
 

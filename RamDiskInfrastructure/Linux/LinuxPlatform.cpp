@@ -56,7 +56,7 @@ std::shared_ptr<FolderRedirecting> makeFolderRedirecting(const LinuxHost& host) 
 } // namespace
 
 RamDiskServices makeLinuxServices(const std::shared_ptr<const LinuxContext>& context) {
-    const auto making = std::make_shared<DisksInMaking>();
+    const auto making = std::make_shared<PendingRecords>();
     const auto allocator = std::make_shared<LinuxDeviceAllocator>(context, making);
     const auto inventory = std::make_shared<LinuxRamDiskInventory>(context);
     const auto memory = std::make_shared<ProcSystemMemoryProvider>(context->host.proc, context->host.sys);

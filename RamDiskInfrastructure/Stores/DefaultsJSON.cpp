@@ -30,14 +30,14 @@ struct ValueToJSON {
     Json operator()(const DefaultsValue::Array& array) const {
         auto json = Json::array();
         for (const auto& element : array) {
-            json.push_back(toJson(element));
+            json.push_back(toJSON(element));
         }
         return json;
     }
     Json operator()(const DefaultsValue::Dictionary& dictionary) const {
         auto json = Json::object();
         for (const auto& [key, value] : dictionary) {
-            json[key] = toJson(value);
+            json[key] = toJSON(value);
         }
         return json;
     }
@@ -72,7 +72,7 @@ DefaultsValue dictionaryFrom(const Json& json) {
 
 } // namespace
 
-Json toJson(const DefaultsValue& value) {
+Json toJSON(const DefaultsValue& value) {
     return std::visit(ValueToJSON{}, value.value);
 }
 
@@ -99,12 +99,12 @@ DefaultsValue defaultsValueFrom(const Json& json) {
     return {std::move(array)};
 }
 
-Json toJson(const PreferencesSnapshot& snapshot) {
+Json toJSON(const PreferencesSnapshot& snapshot) {
     Json json;
     for (const auto& field : preferenceFields()) {
-        json[std::string(field.name)] = toJson(field.stored(snapshot));
+        json[std::string(field.name)] = toJSON(field.stored(snapshot));
     }
-    json["defaultSize"] = toJson(snapshot.defaultSize);
+    json["defaultSize"] = toJSON(snapshot.defaultSize);
     return json;
 }
 

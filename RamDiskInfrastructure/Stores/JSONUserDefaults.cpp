@@ -72,7 +72,7 @@ void JSONUserDefaults::apply(const DefaultsChanges& changes) {
     const auto before = *json;
     for (const auto& [key, value] : changes) {
         if (value) {
-            (*json)[key] = toJson(*value);
+            (*json)[key] = toJSON(*value);
         } else {
             json->erase(key);
         }

@@ -128,11 +128,11 @@ Element recordFrom(const Json& json) {
 
 } // namespace
 
-Json toJson(const RamDiskProfile& value) {
+Json toJSON(const RamDiskProfile& value) {
     Json json;
     json["id"] = value.id.text();
     json["name"] = value.name;
-    json["size"] = toJson(value.size);
+    json["size"] = toJSON(value.size);
     json["fileSystem"] = rawValue(value.fileSystem);
     json["isEncrypted"] = value.isEncrypted;
     json["isIndexingEnabled"] = value.isIndexingEnabled;
@@ -146,9 +146,9 @@ Json toJson(const RamDiskProfile& value) {
     return json;
 }
 
-Json toJson(const RamDiskSetup& value) {
+Json toJSON(const RamDiskSetup& value) {
     Json json;
-    json["specification"] = toJson(value.specification);
+    json["specification"] = toJSON(value.specification);
     json["createsAtLaunch"] = value.createsAtLaunch;
     json["keepsFiles"] = value.keepsFiles;
     if (value.seedFolder) {
@@ -156,30 +156,30 @@ Json toJson(const RamDiskSetup& value) {
     }
     auto& redirects = json["redirects"] = Json::array();
     for (const auto& target : value.redirects) {
-        redirects.push_back(toJson(target));
+        redirects.push_back(toJSON(target));
     }
     json["folders"] = value.folders;
     return json;
 }
 
-Json toJson(const DiskTemplate& value) {
-    return {{"id", value.id.text()}, {"title", value.title()}, {"setup", toJson(value.setup)}};
+Json toJSON(const DiskTemplate& value) {
+    return {{"id", value.id.text()}, {"title", value.title()}, {"setup", toJSON(value.setup)}};
 }
 
-Json toJson(const RedirectTarget& value) {
+Json toJSON(const RedirectTarget& value) {
     return std::visit(TargetJSON{}, value.value);
 }
-Json toJson(const RedirectRestoreState& value) {
+Json toJSON(const RedirectRestoreState& value) {
     return std::visit(StateJSON{}, value.value);
 }
 
-Json toJson(const FolderRedirect& value) {
+Json toJSON(const FolderRedirect& value) {
     Json json;
     json["id"] = value.id.text();
     json["diskName"] = value.diskName;
-    json["target"] = toJson(value.target);
+    json["target"] = toJSON(value.target);
     if (value.restoreState) {
-        json["restoreState"] = toJson(*value.restoreState);
+        json["restoreState"] = toJSON(*value.restoreState);
     }
     if (value.applying) {
         json["applying"] = *value.applying;
@@ -281,7 +281,7 @@ template <typename Element>
 std::string encodeList(const std::vector<Element>& list) {
     auto array = Json::array();
     for (const auto& element : list) {
-        array.push_back(toJson(element));
+        array.push_back(toJSON(element));
     }
     try {
         return array.dump();

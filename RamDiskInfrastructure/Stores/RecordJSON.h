@@ -13,12 +13,12 @@
 /// The stored records as JSON, their fields in their order.
 namespace ramdisk {
 
-[[nodiscard]] Json toJson(const RamDiskProfile& value);
-[[nodiscard]] Json toJson(const RamDiskSetup& value);
-[[nodiscard]] Json toJson(const DiskTemplate& value);
-[[nodiscard]] Json toJson(const RedirectTarget& value);
-[[nodiscard]] Json toJson(const RedirectRestoreState& value);
-[[nodiscard]] Json toJson(const FolderRedirect& value);
+[[nodiscard]] Json toJSON(const RamDiskProfile& value);
+[[nodiscard]] Json toJSON(const RamDiskSetup& value);
+[[nodiscard]] Json toJSON(const DiskTemplate& value);
+[[nodiscard]] Json toJSON(const RedirectTarget& value);
+[[nodiscard]] Json toJSON(const RedirectRestoreState& value);
+[[nodiscard]] Json toJSON(const FolderRedirect& value);
 
 /// Each throws a DecodingError when a required field is missing or holds what cannot be meant. Fields that
 /// are not known are passed over, since a newer version may have written them.

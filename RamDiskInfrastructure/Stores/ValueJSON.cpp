@@ -4,23 +4,23 @@
 
 namespace ramdisk {
 
-Json toJson(ByteCount value) {
+Json toJSON(ByteCount value) {
     return {{"bytes", value.bytes}};
 }
 
-Json toJson(const DeviceIdentifier& value) {
+Json toJSON(const DeviceIdentifier& value) {
     return {{"bsdName", value.bsdName()}};
 }
 
-Json toJson(const VolumeUsage& value) {
-    return {{"total", toJson(value.total)}, {"available", toJson(value.available)}};
+Json toJSON(const VolumeUsage& value) {
+    return {{"total", toJSON(value.total)}, {"available", toJSON(value.available)}};
 }
 
-Json toJson(const RamDisk& value) {
+Json toJSON(const RamDisk& value) {
     Json json;
-    json["device"] = toJson(value.device);
+    json["device"] = toJSON(value.device);
     json["name"] = value.name;
-    json["capacity"] = toJson(value.capacity);
+    json["capacity"] = toJSON(value.capacity);
     if (value.mountPoint) {
         json["mountPoint"] = value.mountPoint->string();
     }
@@ -31,13 +31,13 @@ Json toJson(const RamDisk& value) {
         json["fileSystem"] = rawValue(*value.fileSystem);
     }
     if (value.usage) {
-        json["usage"] = toJson(*value.usage);
+        json["usage"] = toJSON(*value.usage);
     }
     if (value.isEncrypted) {
         json["isEncrypted"] = *value.isEncrypted;
     }
     if (value.memoryFootprint) {
-        json["memoryFootprint"] = toJson(*value.memoryFootprint);
+        json["memoryFootprint"] = toJSON(*value.memoryFootprint);
     }
     json["isCreatedByRamDisk"] = value.isCreatedByRamDisk;
     if (value.instance) {
@@ -50,30 +50,30 @@ Json toJson(const RamDisk& value) {
     return json;
 }
 
-Json toJson(const RamDiskSpecification& value) {
+Json toJSON(const RamDiskSpecification& value) {
     return {{"name", value.name},
-            {"size", toJson(value.size)},
+            {"size", toJSON(value.size)},
             {"fileSystem", rawValue(value.fileSystem)},
             {"isIndexingEnabled", value.isIndexingEnabled},
             {"isEncrypted", value.isEncrypted},
             {"access", rawValue(value.access)}};
 }
 
-Json toJson(const SystemMemory& value) {
-    return {{"physical", toJson(value.physical)},  {"available", toJson(value.available)},
-            {"wired", toJson(value.wired)},        {"compressed", toJson(value.compressed)},
-            {"swapUsed", toJson(value.swapUsed)},  {"swapOuts", value.swapOuts},
+Json toJSON(const SystemMemory& value) {
+    return {{"physical", toJSON(value.physical)},  {"available", toJSON(value.available)},
+            {"wired", toJSON(value.wired)},        {"compressed", toJSON(value.compressed)},
+            {"swapUsed", toJSON(value.swapUsed)},  {"swapOuts", value.swapOuts},
             {"pressure", rawValue(value.pressure)}};
 }
 
-Json toJson(const MemoryOverview& value) {
-    return {{"system", toJson(value.system)},
+Json toJSON(const MemoryOverview& value) {
+    return {{"system", toJSON(value.system)},
             {"ramDiskCount", value.ramDiskCount},
-            {"reservedByRamDisks", toJson(value.reservedByRamDisks)},
-            {"usedByRamDisks", toJson(value.usedByRamDisks)}};
+            {"reservedByRamDisks", toJSON(value.reservedByRamDisks)},
+            {"usedByRamDisks", toJSON(value.usedByRamDisks)}};
 }
 
-Json toJson(const VolumeUser& value) {
+Json toJSON(const VolumeUser& value) {
     return {{"processID", value.processID}, {"name", value.name}};
 }
 

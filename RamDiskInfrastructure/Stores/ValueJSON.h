@@ -14,14 +14,14 @@ namespace ramdisk {
 
 using Json = nlohmann::ordered_json;
 
-[[nodiscard]] Json toJson(ByteCount value);
-[[nodiscard]] Json toJson(const DeviceIdentifier& value);
-[[nodiscard]] Json toJson(const RamDisk& value);
-[[nodiscard]] Json toJson(const RamDiskSpecification& value);
-[[nodiscard]] Json toJson(const SystemMemory& value);
-[[nodiscard]] Json toJson(const MemoryOverview& value);
-[[nodiscard]] Json toJson(const VolumeUsage& value);
-[[nodiscard]] Json toJson(const VolumeUser& value);
+[[nodiscard]] Json toJSON(ByteCount value);
+[[nodiscard]] Json toJSON(const DeviceIdentifier& value);
+[[nodiscard]] Json toJSON(const RamDisk& value);
+[[nodiscard]] Json toJSON(const RamDiskSpecification& value);
+[[nodiscard]] Json toJSON(const SystemMemory& value);
+[[nodiscard]] Json toJSON(const MemoryOverview& value);
+[[nodiscard]] Json toJSON(const VolumeUsage& value);
+[[nodiscard]] Json toJSON(const VolumeUser& value);
 
 /// One compact document. Text that is not UTF-8 shows replacement characters, since JSON has no other text.
 [[nodiscard]] std::string compactText(const Json& json);

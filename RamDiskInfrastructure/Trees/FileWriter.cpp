@@ -247,7 +247,7 @@ void FileWriter::updateBlocks(Item source, Item target, Part part) {
     // Where block after block is another one altogether, looking for what is left of the old ones is given
     // up.
     const bool isOneBlock = originalOf(source).size <= BlockHash::blockSize;
-    int whole = isOneBlock && renewals_.areExpected() && !mayHaveHoles(from_) ? manyBlocks : 0;
+    int whole = isOneBlock && renewals_.expectInNextFile() && !mayHaveHoles(from_) ? manyBlocks : 0;
     Part run{part.start, part.start};
     const auto endRun = [&] {
         copyRange(run.start, run.end);

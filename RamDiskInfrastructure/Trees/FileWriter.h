@@ -14,9 +14,9 @@ namespace ramdisk {
 /// files, or changed in place. For all threads of an update together.
 class Renewals {
 public:
-    /// Whether to expect nothing of the old contents in the next file. Now and then false, so that somebody
-    /// looks.
-    [[nodiscard]] bool areExpected() noexcept {
+    /// Whether to expect that nothing of the old contents is in the next file. To be asked once a file: it
+    /// counts them, and says no for one in 16, so that the assumption is checked.
+    [[nodiscard]] bool expectInNextFile() noexcept {
         return inARow_.load(std::memory_order_relaxed) >= enough
                && expected_.fetch_add(1, std::memory_order_relaxed) % betweenLooks != 0;
     }

@@ -58,7 +58,7 @@ DeviceIdentifier LinuxDeviceAllocator::allocate(ByteCount size) {
         std::optional<RecordHold> claimed;
         perform({claimStep(size, claimed)}, context_->observer);
         const auto device = claimed->record.device;
-        making_->add(std::move(*claimed));
+        pending_->add(std::move(*claimed));
         return device;
     } catch (const RamDiskError&) {
         throw;
@@ -68,7 +68,7 @@ DeviceIdentifier LinuxDeviceAllocator::allocate(ByteCount size) {
 }
 
 void LinuxDeviceAllocator::settle(const DeviceIdentifier& device) {
-    auto* hold = making_->find(device);
+    auto* hold = pending_->find(device);
     if (hold == nullptr) {
         return;
     }
@@ -78,13 +78,13 @@ void LinuxDeviceAllocator::settle(const DeviceIdentifier& device) {
     } catch (const std::exception& error) {
         throw RamDiskError(RamDiskError::AllocationFailed{error.what()});
     }
-    static_cast<void>(making_->take(device));
+    static_cast<void>(pending_->take(device));
 }
 
 ReleaseOutcome LinuxDeviceAllocator::release(const DeviceIdentifier& device, Force force,
                                              std::optional<std::uint64_t> attachment) {
     try {
-        if (auto making = making_->take(device)) {
+        if (auto making = pending_->take(device)) {
             abandon(std::move(*making));
             return {};
         }

@@ -2,7 +2,7 @@
 
 #include "RamDiskCore/Ports/RamDeviceAllocating.h"
 #include "RamDiskInfrastructure/Linux/Disks/LinuxContext.h"
-#include "RamDiskInfrastructure/Linux/Records/DisksInMaking.h"
+#include "RamDiskInfrastructure/Linux/Records/PendingRecords.h"
 
 #include <memory>
 
@@ -12,9 +12,9 @@ namespace ramdisk {
 /// fresh device holds none.
 class LinuxDeviceAllocator final : public RamDeviceAllocating {
 public:
-    LinuxDeviceAllocator(std::shared_ptr<const LinuxContext> context, std::shared_ptr<DisksInMaking> making)
+    LinuxDeviceAllocator(std::shared_ptr<const LinuxContext> context, std::shared_ptr<PendingRecords> making)
         : context_(std::move(context)),
-          making_(std::move(making)) {}
+          pending_(std::move(making)) {}
 
     [[nodiscard]] DeviceIdentifier allocate(ByteCount size) override;
     void settle(const DeviceIdentifier& device) override;
@@ -32,7 +32,7 @@ private:
     ReleaseOutcome releaseHeld(RecordHold hold, Force force) const;
 
     std::shared_ptr<const LinuxContext> context_;
-    std::shared_ptr<DisksInMaking> making_;
+    std::shared_ptr<PendingRecords> pending_;
 };
 
 } // namespace ramdisk

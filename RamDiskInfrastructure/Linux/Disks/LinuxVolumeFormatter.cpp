@@ -52,7 +52,7 @@ void LinuxVolumeFormatter::make(RecordHold& hold, const RamDiskSpecification& sp
         const auto lock = store.lockNames();
         return makeMountFolder(context_->host, store, hold);
     };
-    VolumeInMaking making{hold, specification, protection, [&] { store.update(hold); }, makeFolder};
+    VolumeRequest making{hold, specification, protection, [&] { store.update(hold); }, makeFolder};
     perform(context_->volumes.of(hold.record.kind).makingSteps(making), context_->observer);
 }
 
@@ -69,7 +69,7 @@ void LinuxVolumeFormatter::fallBackToFolder(RecordHold& hold,
 std::filesystem::path LinuxVolumeFormatter::format(const DeviceIdentifier& device,
                                                    const RamDiskSpecification& specification,
                                                    const VolumeProtection& protection) {
-    auto* hold = making_->find(device);
+    auto* hold = pending_->find(device);
     if (hold == nullptr) {
         throw RamDiskError(RamDiskError::FormattingFailed{
             fmt::format("{} is not being made by this process.", device.bsdName())});
@@ -110,14 +110,14 @@ std::vector<std::string> LinuxVolumeFormatter::plan(const RamDiskSpecification& 
     const auto& volume = context_->volumes.of(draft.record.kind);
     draft.record.mountPoint = volume.preferredMountPoint(draft.record);
     const VolumeProtection none;
-    VolumeInMaking making{draft, specification, none, {}, {}};
+    VolumeRequest making{draft, specification, none, {}, {}};
     auto steps = volume.makingSteps(making);
     steps.insert(steps.begin(), claimNameStep(draft, specification));
     return descriptions(steps);
 }
 
 void LinuxVolumeFormatter::mark(const std::filesystem::path& volume) {
-    writeVolumeMark(openFolder(volume).get(), UUID::random());
+    writeVolumeMark(requireFolder(volume).get(), UUID::random());
 }
 
 } // namespace ramdisk

@@ -3,7 +3,7 @@
 #include "RamDiskCore/Ports/VolumeFormatting.h"
 #include "RamDiskCore/Ports/VolumeMarking.h"
 #include "RamDiskInfrastructure/Linux/Disks/LinuxContext.h"
-#include "RamDiskInfrastructure/Linux/Records/DisksInMaking.h"
+#include "RamDiskInfrastructure/Linux/Records/PendingRecords.h"
 
 #include <memory>
 
@@ -13,9 +13,9 @@ namespace ramdisk {
 /// format asks for, and mounts it.
 class LinuxVolumeFormatter final : public VolumeFormatting, public VolumeMarking {
 public:
-    LinuxVolumeFormatter(std::shared_ptr<const LinuxContext> context, std::shared_ptr<DisksInMaking> making)
+    LinuxVolumeFormatter(std::shared_ptr<const LinuxContext> context, std::shared_ptr<PendingRecords> making)
         : context_(std::move(context)),
-          making_(std::move(making)) {}
+          pending_(std::move(making)) {}
 
     void requireSupport(const RamDiskSpecification& specification) const override;
     [[nodiscard]] std::filesystem::path format(const DeviceIdentifier& device,
@@ -34,7 +34,7 @@ private:
     void fallBackToFolder(RecordHold& hold, const RamDiskSpecification& specification) const;
 
     std::shared_ptr<const LinuxContext> context_;
-    std::shared_ptr<DisksInMaking> making_;
+    std::shared_ptr<PendingRecords> pending_;
 };
 
 } // namespace ramdisk

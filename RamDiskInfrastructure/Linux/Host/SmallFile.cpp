@@ -39,7 +39,7 @@ std::optional<std::string> tryReadSmallFile(const std::filesystem::path& path) {
     }
 }
 
-FileDescriptor openFolder(const std::filesystem::path& path) {
+FileDescriptor requireFolder(const std::filesystem::path& path) {
     auto folder = openFolder(AT_FDCWD, path.c_str());
     if (!folder) {
         throw SystemCallError("open", path);

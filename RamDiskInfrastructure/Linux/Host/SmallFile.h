@@ -17,6 +17,6 @@ namespace ramdisk {
 
 /// Opens a folder for reading; a symbolic link in its place is refused.
 /// @throws SystemCallError
-[[nodiscard]] FileDescriptor openFolder(const std::filesystem::path& path);
+[[nodiscard]] FileDescriptor requireFolder(const std::filesystem::path& path);
 
 } // namespace ramdisk

@@ -101,11 +101,11 @@ fs::path FolderVolume::preferredMountPoint(const DiskRecord& record) const {
     return outerFolder(record) / MountFolders::nameFor(record.name);
 }
 
-std::vector<MachineStep> FolderVolume::makingSteps(VolumeInMaking& making) const {
-    auto& record = making.hold.record;
+std::vector<MachineStep> FolderVolume::makingSteps(VolumeRequest& request) const {
+    auto& record = request.hold.record;
     const auto outer = outerFolder(record);
     const auto inner = preferredMountPoint(record);
-    const bool isPrivate = making.specification.access == VolumeAccess::onlyMe;
+    const bool isPrivate = request.specification.access == VolumeAccess::onlyMe;
     const auto make = [isPrivate](const fs::path& path, mode_t modeForEveryone) {
         const mode_t mode = isPrivate ? 0700 : modeForEveryone;
         // chmod, since the user's umask takes bits away from what mkdir is asked for.
@@ -117,7 +117,7 @@ std::vector<MachineStep> FolderVolume::makingSteps(VolumeInMaking& making) const
         {fmt::format("mkdir {}", outer.string()), [=] { make(outer, 0711); }},
         {fmt::format("mkdir {}", inner.string()), [=] { make(inner, 0755); }},
         {fmt::format("setxattr user.{} on it", VolumeMark::attribute),
-         [&record, inner] { writeVolumeMark(openFolder(inner).get(), record.instance); }},
+         [&record, inner] { writeVolumeMark(requireFolder(inner).get(), record.instance); }},
     };
 }
 

@@ -14,7 +14,7 @@ public:
 
     void requireSupport(const RamDiskSpecification& specification) const override;
     [[nodiscard]] std::filesystem::path preferredMountPoint(const DiskRecord& record) const override;
-    [[nodiscard]] std::vector<MachineStep> makingSteps(VolumeInMaking& making) const override;
+    [[nodiscard]] std::vector<MachineStep> makingSteps(VolumeRequest& request) const override;
     [[nodiscard]] bool isLive(const DiskRecord& record, const MountTable& mounts) const override;
     [[nodiscard]] RamDisk describe(const DiskRecord& record, const MountTable& mounts) const override;
     [[nodiscard]] Detached detach(RecordHold& hold, const DiskRecordStore& store, Force force) const override;

@@ -15,7 +15,7 @@
 namespace ramdisk {
 
 void MarkerFileIndexController::set(SearchIndexing indexing, const std::filesystem::path& volume) {
-    const auto root = openFolder(volume);
+    const auto root = requireFolder(volume);
     struct stat status {};
     if (fstat(root.get(), &status) != 0) {
         throw SystemCallError("open", volume);

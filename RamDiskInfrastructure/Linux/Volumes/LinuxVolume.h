@@ -24,7 +24,7 @@
 namespace ramdisk {
 
 /// A volume that is being made: what is asked for, and the record in which every step leaves its trace.
-struct VolumeInMaking {
+struct VolumeRequest {
     RecordHold& hold;
     const RamDiskSpecification& specification;
     const VolumeProtection& protection;
@@ -66,9 +66,9 @@ public:
     /// Where the volume is going to be found, unless something stands in the way there.
     [[nodiscard]] virtual std::filesystem::path preferredMountPoint(const DiskRecord& record) const = 0;
 
-    /// The steps that make and mount the volume. They refer to `making`, which must outlive them. A failure
+    /// The steps that make and mount the volume. They refer to `request`, which must outlive them. A failure
     /// leaves what `detach` and `removeRemains` can take away.
-    [[nodiscard]] virtual std::vector<MachineStep> makingSteps(VolumeInMaking& making) const = 0;
+    [[nodiscard]] virtual std::vector<MachineStep> makingSteps(VolumeRequest& request) const = 0;
 
     /// Whether the kernel shows the volume of this record.
     [[nodiscard]] virtual bool isLive(const DiskRecord& record, const MountTable& mounts) const = 0;

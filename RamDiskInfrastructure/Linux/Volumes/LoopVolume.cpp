@@ -50,10 +50,10 @@ EncryptionMeans availableEncryption() {
     return Fscrypt::isSupported() ? EncryptionMeans::fscrypt : EncryptionMeans::none;
 }
 
-/// What the steps of one making hand to each other. The plan of a making that never happens has only the
+/// What the steps of one build hand to each other. The plan of a build that never happens has only the
 /// texts.
-struct LoopVolume::Making {
-    VolumeInMaking& volume;
+struct LoopVolume::Build {
+    VolumeRequest& request;
     LoopFormat format;
     EncryptionMeans encryption;
     MountFolders::Made mountFolder{};
@@ -63,7 +63,7 @@ struct LoopVolume::Making {
     std::optional<DetachedMount> mount{};
     FileDescriptor root{};
 
-    [[nodiscard]] DiskRecord& record() const { return volume.hold.record; }
+    [[nodiscard]] DiskRecord& record() const { return request.hold.record; }
 };
 
 void LoopVolume::requireSupport(const RamDiskSpecification& specification) const {
@@ -94,101 +94,99 @@ EncryptionMeans LoopVolume::encryption(const DiskRecord& record) const {
     return record.isEncrypted ? probe_() : EncryptionMeans::none;
 }
 
-std::vector<MachineStep> LoopVolume::makingSteps(VolumeInMaking& volume) const {
-    const auto& record = volume.hold.record;
-    auto making =
-        std::make_shared<Making>(Making{volume, LoopFormat::of(record.fileSystem), encryption(record)});
-    auto steps = deviceSteps(making);
-    auto more = fileSystemSteps(making);
+std::vector<MachineStep> LoopVolume::makingSteps(VolumeRequest& request) const {
+    const auto& record = request.hold.record;
+    auto build =
+        std::make_shared<Build>(Build{request, LoopFormat::of(record.fileSystem), encryption(record)});
+    auto steps = deviceSteps(build);
+    auto more = fileSystemSteps(build);
     std::move(more.begin(), more.end(), std::back_inserter(steps));
     return steps;
 }
 
-std::vector<MachineStep> LoopVolume::deviceSteps(const std::shared_ptr<Making>& making) const {
-    const auto& record = making->record();
+std::vector<MachineStep> LoopVolume::deviceSteps(const std::shared_ptr<Build>& build) const {
+    const auto& record = build->record();
     const auto tag = record.volumeTag();
     const auto room =
         std::max(record.size, ProcSystemMemoryProvider(host().proc, host().sys).read().physical);
     std::vector<MachineStep> steps{
         {fmt::format("mkdir {}", preferredMountPoint(record).string()),
-         [making] { making->mountFolder = making->volume.makeMountFolder(); }},
+         [build] { build->mountFolder = build->request.makeMountFolder(); }},
         {fmt::format("memfd_create {}, {} bytes, sparse", tag, room.bytes),
-         [making, tag, room] { making->memory = makeMemoryFile(tag, room); }},
+         [build, tag, room] { build->memory = makeMemoryFile(tag, room); }},
         {fmt::format("LOOP_CONFIGURE a free loop device with the first {} bytes of it, autoclear",
                      record.size.bytes),
-         [making, tag] {
-             making->loop = LoopDevice::attach(making->memory, tag, making->record().size);
+         [build, tag] {
+             build->loop = LoopDevice::attach(build->memory, tag, build->record().size);
              // The device keeps the memory; a descriptor of ours would keep it beyond the device's end.
-             making->memory.reset();
-             making->device = making->loop->path();
-             making->record().loop = making->loop->number();
-             making->volume.saveRecord();
-             if (making->record().access == VolumeAccess::onlyMe
-                 && chmod(making->device.c_str(), 0600) != 0) {
-                 throw SystemCallError("keep private the device", making->device);
+             build->memory.reset();
+             build->device = build->loop->path();
+             build->record().loop = build->loop->number();
+             build->request.saveRecord();
+             if (build->record().access == VolumeAccess::onlyMe && chmod(build->device.c_str(), 0600) != 0) {
+                 throw SystemCallError("keep private the device", build->device);
              }
          }},
     };
-    if (making->encryption == EncryptionMeans::luks) {
-        steps.push_back({"cryptsetup luksFormat and open it, the key on standard input", [this, making, tag] {
-                             making->device = DmCrypt(*runner_).makeAndOpen(
-                                 making->device, tag, *making->volume.protection.passphrase());
+    if (build->encryption == EncryptionMeans::luks) {
+        steps.push_back({"cryptsetup luksFormat and open it, the key on standard input", [this, build, tag] {
+                             build->device = DmCrypt(*runner_).makeAndOpen(
+                                 build->device, tag, *build->request.protection.passphrase());
                          }});
     }
     return steps;
 }
 
-std::vector<MachineStep> LoopVolume::fileSystemSteps(const std::shared_ptr<Making>& making) const {
-    const auto& record = making->record();
-    const auto options = making->format.mountOptions(record, host());
+std::vector<MachineStep> LoopVolume::fileSystemSteps(const std::shared_ptr<Build>& build) const {
+    const auto& record = build->record();
+    const auto options = build->format.mountOptions(record, host());
     std::vector<MachineStep> steps{
         {fmt::format(
-             "{} {}", making->format.tool,
-             fmt::join(making->format.arguments(record, making->encryption, "the device", host()), " ")),
-         [this, making] {
-             const auto tool = findSystemTool(making->format.tool).value_or(making->format.tool);
-             runner_->runChecked({tool,
-                                  making->format.arguments(making->record(), making->encryption,
-                                                           making->device.string(), host()),
-                                  {},
-                                  makingLimitInSeconds});
+             "{} {}", build->format.tool,
+             fmt::join(build->format.arguments(record, build->encryption, "the device", host()), " ")),
+         [this, build] {
+             const auto tool = findSystemTool(build->format.tool).value_or(build->format.tool);
+             runner_->runChecked(
+                 {tool,
+                  build->format.arguments(build->record(), build->encryption, build->device.string(), host()),
+                  {},
+                  makingLimitInSeconds});
          }},
-        {fmt::format("fsopen {} on it, nosuid, nodev", making->format.kernelType),
-         [making, options] {
-             making->mount.emplace(MountRequest{making->format.kernelType, making->device.string(), options},
-                                   MountInterface::descriptors);
-             making->loop.reset();
+        {fmt::format("fsopen {} on it, nosuid, nodev", build->format.kernelType),
+         [build, options] {
+             build->mount.emplace(MountRequest{build->format.kernelType, build->device.string(), options},
+                                  MountInterface::descriptors);
+             build->loop.reset();
          }},
     };
-    if (making->encryption == EncryptionMeans::luks) {
+    if (build->encryption == EncryptionMeans::luks) {
         steps.push_back({"cryptsetup close --deferred, for the time after the eject",
                          [this, tag = record.volumeTag()] { DmCrypt(*runner_).closeWhenUnused(tag); }});
     }
-    steps.push_back({"prepare and mark its root", [this, making] { prepareRoot(*making); }});
-    steps.push_back({fmt::format("move_mount to {}", preferredMountPoint(record).string()), [making] {
-                         making->mount->attach(making->mountFolder.path, making->mountFolder.folder);
-                     }});
+    steps.push_back({"prepare and mark its root", [this, build] { prepareRoot(*build); }});
+    steps.push_back({fmt::format("move_mount to {}", preferredMountPoint(record).string()),
+                     [build] { build->mount->attach(build->mountFolder.path, build->mountFolder.folder); }});
     return steps;
 }
 
-void LoopVolume::prepareRoot(Making& making) const {
-    auto& mount = *making.mount;
+void LoopVolume::prepareRoot(Build& build) const {
+    auto& mount = *build.mount;
     if (!mount.root()) {
         throw SystemCallError("mount a volume out of sight, as a loop device needs", ENOSYS);
     }
-    if (making.format.metadata == LoopFormat::Metadata::none) {
+    if (build.format.metadata == LoopFormat::Metadata::none) {
         return;
     }
-    const auto& record = making.record();
+    const auto& record = build.record();
     LoopVolumeRoot root(mount.root());
     root.freeReservedClusters(host().sys);
     root.removeLostAndFound();
-    if (foldsCase(record, making.encryption, host())) {
+    if (foldsCase(record, build.encryption, host())) {
         root.foldCase();
     }
-    if (making.encryption == EncryptionMeans::fscrypt) {
+    if (build.encryption == EncryptionMeans::fscrypt) {
         root.concealMountPoint();
-        mount.narrowTo(root.makeEncryptedFolder(*making.volume.protection.passphrase(), host()));
+        mount.narrowTo(root.makeEncryptedFolder(*build.request.protection.passphrase(), host()));
     }
     LoopVolumeRoot(mount.root()).setMode(record.access == VolumeAccess::onlyMe ? 0700 : 0755);
     writeVolumeMark(mount.root().get(), record.instance);

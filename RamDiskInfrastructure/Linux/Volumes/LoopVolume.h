@@ -27,14 +27,14 @@ public:
           probe_(std::move(probe)) {}
 
     void requireSupport(const RamDiskSpecification& specification) const override;
-    [[nodiscard]] std::vector<MachineStep> makingSteps(VolumeInMaking& making) const override;
+    [[nodiscard]] std::vector<MachineStep> makingSteps(VolumeRequest& request) const override;
     [[nodiscard]] bool isLive(const DiskRecord& record, const MountTable& mounts) const override;
     [[nodiscard]] std::optional<ReleaseOutcome> heldMemory(const DiskRecord& record,
                                                            const MountTable& mounts) const override;
     void removeRemains(const DiskRecord& record) const override;
 
 private:
-    struct Making;
+    struct Build;
 
     [[nodiscard]] bool isOurs(const DiskRecord& record, const MountEntry& entry) const override;
     [[nodiscard]] std::string fileSystemName(const DiskRecord& record) const override;
@@ -43,9 +43,9 @@ private:
 
     [[nodiscard]] LoopDevices loops() const { return {host().sys}; }
     [[nodiscard]] EncryptionMeans encryption(const DiskRecord& record) const;
-    [[nodiscard]] std::vector<MachineStep> deviceSteps(const std::shared_ptr<Making>& making) const;
-    [[nodiscard]] std::vector<MachineStep> fileSystemSteps(const std::shared_ptr<Making>& making) const;
-    void prepareRoot(Making& making) const;
+    [[nodiscard]] std::vector<MachineStep> deviceSteps(const std::shared_ptr<Build>& build) const;
+    [[nodiscard]] std::vector<MachineStep> fileSystemSteps(const std::shared_ptr<Build>& build) const;
+    void prepareRoot(Build& build) const;
 
     std::shared_ptr<CommandRunning> runner_;
     EncryptionProbe probe_;

@@ -21,7 +21,8 @@ void TmpfsVolume::requireSupport(const RamDiskSpecification& /*specification*/) 
     // Every kernel has it; the right to mount is what the ladder of rungs is about.
 }
 
-MountRequest TmpfsVolume::request(const DiskRecord& record, const RamDiskSpecification& specification) const {
+MountRequest TmpfsVolume::mountRequest(const DiskRecord& record,
+                                       const RamDiskSpecification& specification) const {
     const auto pages = record.size.bytes / 4096;
     MountRequest request{
         "tmpfs",
@@ -41,18 +42,17 @@ MountRequest TmpfsVolume::request(const DiskRecord& record, const RamDiskSpecifi
     return request;
 }
 
-std::vector<MachineStep> TmpfsVolume::makingSteps(VolumeInMaking& making) const {
+std::vector<MachineStep> TmpfsVolume::makingSteps(VolumeRequest& request) const {
     auto parts = std::make_shared<Parts>();
-    auto request = this->request(making.hold.record, making.specification);
-    const auto describeMount = fmt::format("fsopen {} as {} with {}, nosuid, nodev", request.fileSystem,
-                                           request.source, request.optionText());
-    auto& record = making.hold.record;
+    auto mount = mountRequest(request.hold.record, request.specification);
+    const auto describeMount = fmt::format("fsopen {} as {} with {}, nosuid, nodev", mount.fileSystem,
+                                           mount.source, mount.optionText());
+    auto& record = request.hold.record;
     const auto mountPoint = preferredMountPoint(record).string();
     return {
         {fmt::format("mkdir {}", mountPoint),
-         [&making, parts] { parts->mountFolder = making.makeMountFolder(); }},
-        {describeMount,
-         [parts, request, interface = interface_] { parts->mount.emplace(request, interface); }},
+         [&request, parts] { parts->mountFolder = request.makeMountFolder(); }},
+        {describeMount, [parts, mount, interface = interface_] { parts->mount.emplace(mount, interface); }},
         {fmt::format("setxattr user.{} on its root", VolumeMark::attribute),
          [&record, parts] {
              if (parts->mount->root()) {
@@ -63,7 +63,7 @@ std::vector<MachineStep> TmpfsVolume::makingSteps(VolumeInMaking& making) const 
          [&record, parts] {
              parts->mount->attach(parts->mountFolder.path, parts->mountFolder.folder);
              if (!parts->mount->root()) {
-                 writeVolumeMark(openFolder(parts->mountFolder.path).get(), record.instance);
+                 writeVolumeMark(requireFolder(parts->mountFolder.path).get(), record.instance);
              }
          }},
     };

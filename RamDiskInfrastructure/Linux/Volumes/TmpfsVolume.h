@@ -13,7 +13,7 @@ public:
           interface_(interface) {}
 
     void requireSupport(const RamDiskSpecification& specification) const override;
-    [[nodiscard]] std::vector<MachineStep> makingSteps(VolumeInMaking& making) const override;
+    [[nodiscard]] std::vector<MachineStep> makingSteps(VolumeRequest& request) const override;
     [[nodiscard]] bool isLive(const DiskRecord& record, const MountTable& mounts) const override;
     [[nodiscard]] std::optional<ReleaseOutcome> heldMemory(const DiskRecord& record,
                                                            const MountTable& mounts) const override;
@@ -21,8 +21,8 @@ public:
 private:
     [[nodiscard]] bool isOurs(const DiskRecord& record, const MountEntry& entry) const override;
     [[nodiscard]] std::string fileSystemName(const DiskRecord& record) const override;
-    [[nodiscard]] MountRequest request(const DiskRecord& record,
-                                       const RamDiskSpecification& specification) const;
+    [[nodiscard]] MountRequest mountRequest(const DiskRecord& record,
+                                            const RamDiskSpecification& specification) const;
 
     MountInterface interface_;
 };

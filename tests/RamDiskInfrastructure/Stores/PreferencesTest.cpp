@@ -66,7 +66,7 @@ TEST(Preferences, OfAnEmptyDomainAreTheTableOfDefaults) {
     for (const auto& row : table) {
         expected[row.name] = row.name == "defaultSize" ? Json{{"bytes", row.initial}} : row.initial;
     }
-    EXPECT_EQ(compactText(toJson(snapshot)), compactText(expected));
+    EXPECT_EQ(compactText(toJSON(snapshot)), compactText(expected));
 }
 
 TEST(Preferences, AreStoredEachUnderItsKeyUnlessTheyAreTheDefault) {
@@ -80,7 +80,7 @@ TEST(Preferences, AreStoredEachUnderItsKeyUnlessTheyAreTheDefault) {
         defaults->stored.clear();
         storage.store(snapshot);
         ASSERT_EQ(defaults->stored.size(), 1U) << row.name;
-        EXPECT_EQ(toJson(defaults->stored.at(row.key)), row.other) << row.name;
+        EXPECT_EQ(toJSON(defaults->stored.at(row.key)), row.other) << row.name;
         storage.store({});
         EXPECT_TRUE(defaults->stored.empty()) << row.name;
     }

@@ -278,7 +278,7 @@ TEST(SavedImage, ThatSomebodyHasOpenIsLeftToHim) {
         EXPECT_EQ(failureOf([&] { static_cast<void>(world.tool.describe(world.files.latest, {})); }),
                   "imageOpenAlready");
         DetachedMount mount({"ext4", loop.path(), {}}, MountInterface::descriptors);
-        mount.attach(place, openFolder(place));
+        mount.attach(place, requireFolder(place));
     }
     EXPECT_EQ(failureOf([&] { world.restore(disk); }), "imageOpenAlready");
     EXPECT_EQ(world.tool.describe(world.files.latest, {}).openAt, place);

@@ -68,7 +68,7 @@ struct SavingMachine {
     /// The first difference between the trees on two disks.
     [[nodiscard]] static std::string difference(const RamDisk& one, const RamDisk& other) {
         const auto scan = [](const RamDisk& disk) {
-            return TreeManifest::scan(openFolder(*disk.mountPoint / "tree"), {});
+            return TreeManifest::scan(requireFolder(*disk.mountPoint / "tree"), {});
         };
         return scan(one).firstDifference(scan(other)).value_or("");
     }

@@ -130,7 +130,7 @@ TEST(EncryptedDisk, NeverShowsItsPassphraseNorItsFiles) {
         const test::TestMachine machine;
         const auto runner = std::make_shared<WatchingRunner>(secret);
         auto context = std::make_shared<LinuxContext>(machine.host(HostRung::kernel), runner);
-        const auto making = std::make_shared<DisksInMaking>();
+        const auto making = std::make_shared<PendingRecords>();
         LinuxDeviceAllocator allocator(context, making);
         LinuxVolumeFormatter formatter(context, making);
         RamDiskSpecification specification;

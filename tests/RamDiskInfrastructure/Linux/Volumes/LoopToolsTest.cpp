@@ -186,7 +186,7 @@ struct Attempt {
         VolumeProtection protection;
         protection.value = VolumeProtection::Encrypted{VolumePassphrase(secret)};
         const RamDiskSpecification specification;
-        VolumeInMaking making{hold, specification, protection, [] {}, [] { return MountFolders::Made{}; }};
+        VolumeRequest making{hold, specification, protection, [] {}, [] { return MountFolders::Made{}; }};
         const auto steps = volume.makingSteps(making);
         for (const auto& step : steps) {
             plan += step.description + "\n";

@@ -1,4 +1,5 @@
 #include "RamDiskInfrastructure/MacTools/HostMemory.h"
+
 #include "RamDiskInfrastructure/MacTools/VolumeMarkAccessing.h"
 #include "RamDiskInfrastructure/MacTools/VolumeStatisticsReading.h"
 

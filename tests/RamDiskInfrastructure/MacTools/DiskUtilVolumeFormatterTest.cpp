@@ -1,6 +1,7 @@
+#include "RamDiskInfrastructure/MacTools/DiskUtilVolumeFormatter.h"
+
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/MacTools/AttachedRamImage.h"
-#include "RamDiskInfrastructure/MacTools/DiskUtilVolumeFormatter.h"
 #include "RamDiskInfrastructure/MacTools/DiskUtilVolumeRenamer.h"
 #include "RamDiskInfrastructure/MacTools/DittoFolderCopier.h"
 #include "RamDiskInfrastructure/MacTools/MDUtilIndexController.h"

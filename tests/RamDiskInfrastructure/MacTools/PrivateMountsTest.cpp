@@ -1,5 +1,6 @@
-#include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/MacTools/PrivateMounts.h"
+
+#include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/Unix/FileManagerFolderMaker.h"
 #include "tests/support/ScriptedMac.h"
 

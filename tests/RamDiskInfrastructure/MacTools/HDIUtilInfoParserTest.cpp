@@ -1,5 +1,6 @@
-#include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/MacTools/HDIUtilInfoParser.h"
+
+#include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/MacTools/HDIUtilRamDiskInventory.h"
 #include "RamDiskInfrastructure/Unix/LsofVolumeUsers.h"
 #include "RamDiskUI/ErrorText.h"

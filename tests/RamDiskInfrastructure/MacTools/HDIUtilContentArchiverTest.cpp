@@ -1,4 +1,5 @@
 #include "RamDiskInfrastructure/MacTools/HDIUtilContentArchiver.h"
+
 #include "RamDiskUI/ErrorText.h"
 #include "tests/support/Files.h"
 #include "tests/support/ScriptedMac.h"

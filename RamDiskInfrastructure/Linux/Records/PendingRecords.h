@@ -11,7 +11,7 @@ namespace ramdisk {
 
 /// The records that this process holds while it makes their disks: begun by the allocator, filled in by the
 /// formatter. Safe from any thread.
-class DisksInMaking {
+class PendingRecords {
 public:
     void add(RecordHold hold);
 

@@ -1,5 +1,6 @@
-#include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/MacTools/RamDeviceAllocator.h"
+
+#include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskUI/ErrorText.h"
 #include "tests/support/ScriptedMac.h"
 

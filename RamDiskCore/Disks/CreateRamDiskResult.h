@@ -1,5 +1,6 @@
 #pragma once
 
+#include "RamDiskCore/Values/CaseName.h"
 #include "RamDiskCore/Values/RamDisk.h"
 #include "RamDiskCore/Values/ValidationIssue.h"
 
@@ -13,11 +14,13 @@ namespace ramdisk {
 /// Something to tell about a disk that was made all the same.
 struct CreationWarning {
     struct Validation {
+        static constexpr std::string_view caseName = "validation";
         /// Its severity is `warning`.
         ValidationIssue issue;
         friend bool operator==(const Validation&, const Validation&) = default;
     };
     struct IndexingNotDisabled {
+        static constexpr std::string_view caseName = "indexingNotDisabled";
         std::string reason;
         friend bool operator==(const IndexingNotDisabled&, const IndexingNotDisabled&) = default;
     };
@@ -25,7 +28,7 @@ struct CreationWarning {
     std::variant<Validation, IndexingNotDisabled> value;
 
     /// The name of the case as scripts read it.
-    [[nodiscard]] std::string_view caseName() const noexcept;
+    [[nodiscard]] std::string_view caseName() const { return nameOfCase(value); }
 
     friend bool operator==(const CreationWarning&, const CreationWarning&) = default;
 };

@@ -2,6 +2,7 @@
 
 #include "RamDiskCore/Disks/CreateRamDiskResult.h"
 #include "RamDiskCore/Redirects/RedirectFailure.h"
+#include "RamDiskCore/Values/CaseName.h"
 #include "RamDiskCore/Values/RamDiskError.h"
 
 #include <exception>
@@ -15,27 +16,32 @@ namespace ramdisk {
 struct RamDiskSetupProblem {
     /// The startup disk's record could not be stored.
     struct ProfileNotSaved {
+        static constexpr std::string_view caseName = "profileNotSaved";
         std::exception_ptr error;
     };
     /// The initial contents could not be copied, or not all of them.
     struct SeedNotCopied {
+        static constexpr std::string_view caseName = "seedNotCopied";
         std::exception_ptr error;
     };
     struct FolderNotCreated {
+        static constexpr std::string_view caseName = "folderNotCreated";
         RamDiskError error;
     };
     struct RedirectFailed {
+        static constexpr std::string_view caseName = "redirectFailed";
         RedirectFailure failure;
     };
     /// The list of redirects could not be stored.
     struct RedirectsNotSaved {
+        static constexpr std::string_view caseName = "redirectsNotSaved";
         std::exception_ptr error;
     };
 
     std::variant<ProfileNotSaved, SeedNotCopied, FolderNotCreated, RedirectFailed, RedirectsNotSaved> value;
 
     /// The name of the case as scripts read it.
-    [[nodiscard]] std::string_view caseName() const noexcept;
+    [[nodiscard]] std::string_view caseName() const { return nameOfCase(value); }
 };
 
 struct RamDiskSetupResult {

@@ -1,7 +1,5 @@
 #include "RamDiskCore/Startup/StartupOutcome.h"
 
-#include <array>
-
 namespace ramdisk {
 
 namespace {
@@ -27,12 +25,6 @@ const std::string& StartupOutcome::name() const noexcept {
 
 bool StartupOutcome::needsAttention() const noexcept {
     return !std::holds_alternative<Created>(value) && !std::holds_alternative<AlreadyMounted>(value);
-}
-
-std::string_view StartupOutcome::caseName() const noexcept {
-    constexpr std::array<std::string_view, std::variant_size_v<decltype(value)>> names{
-        "created", "alreadyMounted", "restoreFailed", "foldersNotCreated", "failed"};
-    return names[value.index()];
 }
 
 } // namespace ramdisk

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "RamDiskCore/Values/CaseName.h"
 #include "RamDiskCore/Values/RamDisk.h"
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskCore/Values/RamDiskProfile.h"
@@ -14,6 +15,7 @@ namespace ramdisk {
 /// What became of one startup disk at launch.
 struct StartupOutcome {
     struct Created {
+        static constexpr std::string_view caseName = "created";
         RamDisk disk;
         /// Whether its saved files were put back; there may have been none.
         bool restoredContents = false;
@@ -21,23 +23,27 @@ struct StartupOutcome {
     };
     /// It stood already, so nothing was made.
     struct AlreadyMounted {
+        static constexpr std::string_view caseName = "alreadyMounted";
         RamDisk disk;
         friend bool operator==(const AlreadyMounted&, const AlreadyMounted&) = default;
     };
     /// It stands, without its saved files. They are kept, and what is on the disk is not saved over them.
     struct RestoreFailed {
+        static constexpr std::string_view caseName = "restoreFailed";
         RamDisk disk;
         RamDiskError error;
         friend bool operator==(const RestoreFailed&, const RestoreFailed&) = default;
     };
     /// It stands, without some of what was to be put onto it besides its saved files.
     struct FoldersNotCreated {
+        static constexpr std::string_view caseName = "foldersNotCreated";
         RamDisk disk;
         bool restoredContents = false;
         std::vector<RamDiskError> errors;
         friend bool operator==(const FoldersNotCreated&, const FoldersNotCreated&) = default;
     };
     struct Failed {
+        static constexpr std::string_view caseName = "failed";
         RamDiskProfile profile;
         RamDiskError error;
         friend bool operator==(const Failed&, const Failed&) = default;
@@ -52,7 +58,7 @@ struct StartupOutcome {
     /// Whether the user has to be told that something is wrong.
     [[nodiscard]] bool needsAttention() const noexcept;
     /// The name of the case as scripts read it.
-    [[nodiscard]] std::string_view caseName() const noexcept;
+    [[nodiscard]] std::string_view caseName() const { return nameOfCase(value); }
 
     friend bool operator==(const StartupOutcome&, const StartupOutcome&) = default;
 };

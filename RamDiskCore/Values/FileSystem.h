@@ -1,8 +1,8 @@
 #pragma once
 
 #include "RamDiskCore/Values/ByteCount.h"
+#include "RamDiskCore/Values/EnumerationTable.h"
 
-#include <array>
 #include <cstdint>
 #include <optional>
 #include <string_view>
@@ -16,31 +16,78 @@ enum class FileSystem { apfs, apfsCaseSensitive, hfsPlus, journaledHFSPlus, exFA
 /// How a file system tells names apart.
 enum class NameComparison { exact, folded };
 
+/// What holds for a format on every platform. What a platform lays for it is in a table of that platform's.
+struct FileSystemFacts {
+    FileSystem value;
+    /// The stored and typed form.
+    std::string_view name;
+    /// The name in pickers and messages.
+    std::string_view displayName;
+    /// The name where room is short.
+    std::string_view shortLabel;
+    /// One line for the user who chooses.
+    std::string_view description;
+    /// The least size that the format can be laid on.
+    std::uint64_t minimumMebibytes;
+    /// The longest volume name, in characters.
+    std::int64_t maximumNameLength;
+    bool supportsEncryption;
+    NameComparison nameComparison;
+};
+
+template <>
+inline constexpr auto enumerators<FileSystem> = enumerationTable<FileSystemFacts>({
+    {FileSystem::apfs, "apfs", "APFS", "APFS", "Modern, with clones and snapshots. Needed to encrypt.", 8,
+     255, true, NameComparison::folded},
+    {FileSystem::apfsCaseSensitive, "apfsx", "APFS (Case-sensitive)", "APFS-CS",
+     "Distinguishes “File” from “file”. Good for build trees.", 8, 255, true, NameComparison::exact},
+    {FileSystem::hfsPlus, "hfs+", "Mac OS Extended", "HFS+",
+     "No journal - the lowest overhead, the fastest on a RAM disk.", 4, 255, false, NameComparison::folded},
+    {FileSystem::journaledHFSPlus, "jhfs+", "Mac OS Extended (Journaled)", "JHFS+",
+     "Classic Mac format with journaling.", 16, 255, false, NameComparison::folded},
+    {FileSystem::exFAT, "exfat", "ExFAT", "ExFAT", "Cross-platform, handles large files.", 4, 15, false,
+     NameComparison::folded},
+    {FileSystem::fat32, "fat32", "MS-DOS (FAT32)", "FAT32", "Maximum compatibility, 4 GB file size limit.",
+     64, 11, false, NameComparison::folded},
+});
+
 /// All formats, in the order in which pickers show them.
-inline constexpr std::array allFileSystems{FileSystem::apfs,    FileSystem::apfsCaseSensitive,
-                                           FileSystem::hfsPlus, FileSystem::journaledHFSPlus,
-                                           FileSystem::exFAT,   FileSystem::fat32};
+inline constexpr auto allFileSystems = allOf<FileSystem>();
 
-/// The stored and typed form: "apfs", "apfsx", "hfs+", "jhfs+", "exfat", "fat32".
-[[nodiscard]] std::string_view rawValue(FileSystem fileSystem);
-[[nodiscard]] std::optional<FileSystem> fileSystemFromRawValue(std::string_view raw);
+[[nodiscard]] constexpr const FileSystemFacts& factsOf(FileSystem fileSystem) {
+    return rowOf(enumerators<FileSystem>, fileSystem);
+}
 
-/// The name in pickers and messages, such as "APFS (Case-sensitive)".
-[[nodiscard]] std::string_view displayName(FileSystem fileSystem);
+[[nodiscard]] constexpr std::optional<FileSystem> fileSystemFromRawValue(std::string_view raw) {
+    return fromRawValue<FileSystem>(raw);
+}
 
-/// The name where room is short, such as "APFS-CS".
-[[nodiscard]] std::string_view shortLabel(FileSystem fileSystem);
+[[nodiscard]] constexpr std::string_view displayName(FileSystem fileSystem) {
+    return factsOf(fileSystem).displayName;
+}
 
-/// One line for the user who chooses.
-[[nodiscard]] std::string_view description(FileSystem fileSystem);
+[[nodiscard]] constexpr std::string_view shortLabel(FileSystem fileSystem) {
+    return factsOf(fileSystem).shortLabel;
+}
 
-/// The least size that the format can be laid on.
-[[nodiscard]] ByteCount minimumSize(FileSystem fileSystem);
+[[nodiscard]] constexpr std::string_view description(FileSystem fileSystem) {
+    return factsOf(fileSystem).description;
+}
 
-/// The longest volume name, in characters.
-[[nodiscard]] std::int64_t maximumNameLength(FileSystem fileSystem);
+[[nodiscard]] constexpr ByteCount minimumSize(FileSystem fileSystem) {
+    return ByteCount::of(factsOf(fileSystem).minimumMebibytes, ByteCount::Unit::mebibyte);
+}
 
-[[nodiscard]] bool supportsEncryption(FileSystem fileSystem);
-[[nodiscard]] NameComparison nameComparison(FileSystem fileSystem);
+[[nodiscard]] constexpr std::int64_t maximumNameLength(FileSystem fileSystem) {
+    return factsOf(fileSystem).maximumNameLength;
+}
+
+[[nodiscard]] constexpr bool supportsEncryption(FileSystem fileSystem) {
+    return factsOf(fileSystem).supportsEncryption;
+}
+
+[[nodiscard]] constexpr NameComparison nameComparison(FileSystem fileSystem) {
+    return factsOf(fileSystem).nameComparison;
+}
 
 } // namespace ramdisk

@@ -1,6 +1,7 @@
 #include "RamDiskInfrastructure/MacServices/URLVolumeStatistics.h"
 
 #include "RamDiskInfrastructure/MacServices/CoreFoundationValue.h"
+#include "RamDiskInfrastructure/MacTools/MacFormat.h"
 
 #include <sys/mount.h>
 #include <sys/param.h>

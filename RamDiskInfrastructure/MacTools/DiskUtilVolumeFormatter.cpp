@@ -3,6 +3,7 @@
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/Commands/SecretInput.h"
 #include "RamDiskInfrastructure/MacTools/AttachedImageListing.h"
+#include "RamDiskInfrastructure/MacTools/MacFormat.h"
 #include "RamDiskInfrastructure/MacTools/ToolOutput.h"
 #include "RamDiskInfrastructure/MacTools/ToolPaths.h"
 
@@ -181,24 +182,6 @@ void DiskUtilVolumeFormatter::closeNodes(const DeviceIdentifier& device,
             static_cast<void>(ports_.privateMounts->closeDevice(*other));
         }
     }
-}
-
-std::string_view diskUtilName(FileSystem fileSystem) {
-    switch (fileSystem) {
-    case FileSystem::apfs:
-        return "APFS";
-    case FileSystem::apfsCaseSensitive:
-        return "APFSX";
-    case FileSystem::hfsPlus:
-        return "HFS+";
-    case FileSystem::journaledHFSPlus:
-        return "JHFS+";
-    case FileSystem::exFAT:
-        return "ExFAT";
-    case FileSystem::fat32:
-        return "FAT32";
-    }
-    return {};
 }
 
 } // namespace ramdisk

@@ -46,7 +46,4 @@ private:
     Ports ports_;
 };
 
-/// The name by which the disk utility knows a format, such as "JHFS+".
-[[nodiscard]] std::string_view diskUtilName(FileSystem fileSystem);
-
 } // namespace ramdisk

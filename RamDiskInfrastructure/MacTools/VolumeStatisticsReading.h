@@ -6,7 +6,6 @@
 #include <filesystem>
 #include <optional>
 #include <string>
-#include <string_view>
 
 namespace ramdisk {
 
@@ -36,16 +35,5 @@ public:
     [[nodiscard]] virtual std::optional<VolumeStatistics>
     read(const std::filesystem::path& mountPoint) const = 0;
 };
-
-/// How a volume tells "File" from "file".
-enum class CaseSensitivity { insensitive, sensitive };
-
-/// Whether a volume keeps a journal.
-enum class Journaling { off, on };
-
-/// Our format for a type of the mount table, such as apfs, hfs, exfat or msdos. Absent for every other type
-/// and for a case-sensitive Mac OS Extended volume, which we never make.
-[[nodiscard]] std::optional<FileSystem> fileSystemOfMountType(std::string_view type, CaseSensitivity names,
-                                                              Journaling journaling);
 
 } // namespace ramdisk

@@ -1,4 +1,4 @@
-#include "RamDiskInfrastructure/MacTools/DiskUtilVolumeFormatter.h"
+#include "RamDiskInfrastructure/MacTools/MacFormat.h"
 #include "tests/support/ScriptedMac.h"
 #include "tests/support/ScriptedMacOutput.h"
 

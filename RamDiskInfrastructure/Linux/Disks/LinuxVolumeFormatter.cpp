@@ -6,6 +6,7 @@
 #include "RamDiskInfrastructure/Linux/Host/SmallFile.h"
 #include "RamDiskInfrastructure/Linux/Mounting/VolumeMarkLinux.h"
 #include "RamDiskInfrastructure/Linux/Records/DiskPlaces.h"
+#include "RamDiskInfrastructure/Linux/Volumes/LinuxFormat.h"
 
 #include <fmt/format.h>
 
@@ -17,7 +18,7 @@ VolumeKind LinuxVolumeFormatter::firstKind(const RamDiskSpecification& specifica
     if (context_->host.firstRung() == HostRung::folder) {
         return VolumeKind::folder;
     }
-    return specification.fileSystem == FileSystem::hfsPlus ? VolumeKind::tmpfs : VolumeKind::loop;
+    return LinuxFormat::of(specification.fileSystem).kind;
 }
 
 void LinuxVolumeFormatter::requireSupport(const RamDiskSpecification& specification) const {

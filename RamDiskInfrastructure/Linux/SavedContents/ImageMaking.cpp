@@ -3,7 +3,7 @@
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/Linux/Host/SystemTools.h"
 #include "RamDiskInfrastructure/Linux/Mounting/Fscrypt.h"
-#include "RamDiskInfrastructure/Linux/Volumes/LoopFormat.h"
+#include "RamDiskInfrastructure/Linux/Volumes/LinuxFormat.h"
 
 #include <fmt/format.h>
 
@@ -57,7 +57,7 @@ std::vector<std::string> ImageGeometry::arguments(const std::string& diskName,
         // The holes of a fresh file are zero.
         "-E", "nodiscard,lazy_itable_init=1,lazy_journal_init=1,assume_storage_prezeroed=1,root_owner=0:0"};
     if (!isEncrypted) {
-        list.insert(list.end(), {"-L", LoopFormat::extLabel(diskName)});
+        list.insert(list.end(), {"-L", LinuxFormat::extLabel(diskName)});
     }
     list.push_back(device);
     return list;

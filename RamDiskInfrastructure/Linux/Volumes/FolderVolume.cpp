@@ -4,6 +4,7 @@
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/Host/SmallFile.h"
 #include "RamDiskInfrastructure/Linux/Mounting/VolumeMarkLinux.h"
+#include "RamDiskInfrastructure/Linux/Volumes/LinuxFormat.h"
 
 #include <fmt/format.h>
 
@@ -61,7 +62,7 @@ std::optional<ByteCount> freeBytes(const fs::path& folder) {
 } // namespace
 
 void FolderVolume::requireSupport(const RamDiskSpecification& specification) const {
-    if (specification.fileSystem != FileSystem::hfsPlus) {
+    if (LinuxFormat::of(specification.fileSystem).kind != VolumeKind::tmpfs) {
         throw RamDiskError(RamDiskError::FormattingFailed{
             fmt::format("{} volumes need the right to mount, which this user does not have.",
                         displayName(specification.fileSystem))});

@@ -54,7 +54,7 @@ EncryptionMeans availableEncryption() {
 /// texts.
 struct LoopVolume::Build {
     VolumeRequest& request;
-    LoopFormat format;
+    const LinuxFormat& format;
     EncryptionMeans encryption;
     MountFolders::Made mountFolder{};
     FileDescriptor memory{};
@@ -67,7 +67,7 @@ struct LoopVolume::Build {
 };
 
 void LoopVolume::requireSupport(const RamDiskSpecification& specification) const {
-    const auto format = LoopFormat::of(specification.fileSystem);
+    const auto& format = LinuxFormat::of(specification.fileSystem);
     const auto name = displayName(specification.fileSystem);
     if (!kernelListsFileSystem(format.kernelType, host().proc)) {
         if (const auto modprobe = findSystemTool("modprobe")) {
@@ -97,7 +97,7 @@ EncryptionMeans LoopVolume::encryption(const DiskRecord& record) const {
 std::vector<MachineStep> LoopVolume::makingSteps(VolumeRequest& request) const {
     const auto& record = request.hold.record;
     auto build =
-        std::make_shared<Build>(Build{request, LoopFormat::of(record.fileSystem), encryption(record)});
+        std::make_shared<Build>(Build{request, LinuxFormat::of(record.fileSystem), encryption(record)});
     auto steps = deviceSteps(build);
     auto more = fileSystemSteps(build);
     std::move(more.begin(), more.end(), std::back_inserter(steps));
@@ -174,7 +174,7 @@ void LoopVolume::prepareRoot(Build& build) const {
     if (!mount.root()) {
         throw SystemCallError("mount a volume out of sight, as a loop device needs", ENOSYS);
     }
-    if (build.format.metadata == LoopFormat::Metadata::none) {
+    if (build.format.metadata == LinuxFormat::Metadata::none) {
         return;
     }
     const auto& record = build.record();
@@ -202,8 +202,8 @@ bool LoopVolume::isLive(const DiskRecord& record, const MountTable& /*mounts*/) 
 }
 
 std::string LoopVolume::fileSystemName(const DiskRecord& record) const {
-    const auto format = LoopFormat::of(record.fileSystem);
-    if (format.metadata == LoopFormat::Metadata::none) {
+    const auto& format = LinuxFormat::of(record.fileSystem);
+    if (format.metadata == LinuxFormat::Metadata::none) {
         return format.kernelType;
     }
     return fmt::format("{} (journaled{})", format.kernelType, record.isEncrypted ? ", encrypted" : "");

@@ -2,7 +2,7 @@
 
 #include "RamDiskCore/Ports/CommandRunning.h"
 #include "RamDiskInfrastructure/Linux/Mounting/LoopDevice.h"
-#include "RamDiskInfrastructure/Linux/Volumes/LoopFormat.h"
+#include "RamDiskInfrastructure/Linux/Volumes/LinuxFormat.h"
 #include "RamDiskInfrastructure/Linux/Volumes/MountedLinuxVolume.h"
 
 #include <functional>

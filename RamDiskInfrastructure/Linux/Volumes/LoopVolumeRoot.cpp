@@ -2,7 +2,7 @@
 
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/Mounting/Fscrypt.h"
-#include "RamDiskInfrastructure/Linux/Volumes/LoopFormat.h"
+#include "RamDiskInfrastructure/Linux/Volumes/LinuxFormat.h"
 
 #include <fmt/format.h>
 
@@ -84,7 +84,7 @@ FileDescriptor LoopVolumeRoot::makeEncryptedFolder(const VolumePassphrase& passp
 
 void LoopVolumeRoot::setLabel(const std::filesystem::path& mountPoint, const std::string& name) {
     std::array<char, FSLABEL_MAX> label{};
-    const auto text = LoopFormat::extLabel(name);
+    const auto text = LinuxFormat::extLabel(name);
     std::copy(text.begin(), text.end(), label.begin());
     const auto root = openFolder(AT_FDCWD, mountPoint.c_str());
     if (root) {

@@ -1,5 +1,6 @@
 #include "RamDiskInfrastructure/MacTools/HostMemory.h"
 
+#include "RamDiskInfrastructure/MacTools/MacFormat.h"
 #include "RamDiskInfrastructure/MacTools/VolumeMarkAccessing.h"
 #include "RamDiskInfrastructure/MacTools/VolumeStatisticsReading.h"
 

@@ -3,7 +3,7 @@
 #include "RamDiskInfrastructure/Commands/ProcessCommandRunner.h"
 #include "RamDiskInfrastructure/Linux/Host/SystemTools.h"
 #include "RamDiskInfrastructure/Linux/Mounting/DmCrypt.h"
-#include "RamDiskInfrastructure/Linux/Volumes/LoopFormat.h"
+#include "RamDiskInfrastructure/Linux/Volumes/LinuxFormat.h"
 #include "RamDiskInfrastructure/Linux/Volumes/LoopVolume.h"
 #include "tests/support/Linux/TestMachine.h"
 
@@ -120,7 +120,7 @@ DiskRecord recordOf(const FormatRow& row) {
     return record;
 }
 
-TEST(LoopFormat, ArgumentsSuitTheFormatTheSizeAndTheEncryption) {
+TEST(LinuxFormat, ArgumentsSuitTheFormatTheSizeAndTheEncryption) {
     using FS = FileSystem;
     using Means = EncryptionMeans;
     const std::string extended = "nodiscard,assume_storage_prezeroed=1,root_owner=501:20";
@@ -153,22 +153,22 @@ TEST(LoopFormat, ArgumentsSuitTheFormatTheSizeAndTheEncryption) {
     std::filesystem::create_directories(machine.folder() / "fs/ext4/features/casefold");
     const auto host = hostWith(machine.folder());
     for (const auto& row : rows) {
-        EXPECT_EQ(LoopFormat::of(row.format).arguments(recordOf(row), row.encryption, "DEVICE", host),
+        EXPECT_EQ(LinuxFormat::of(row.format).arguments(recordOf(row), row.encryption, "DEVICE", host),
                   row.expected)
             << row.name << row.mebibytes << rawValue(row.format) << static_cast<int>(row.encryption);
     }
     EXPECT_FALSE(foldsCase(recordOf(rows[8]), Means::none, hostWith("/nowhere")));
 }
 
-TEST(LoopFormat, FileSystemsWithoutOwnersAreMountedForTheirUser) {
+TEST(LinuxFormat, FileSystemsWithoutOwnersAreMountedForTheirUser) {
     using Options = std::vector<std::pair<std::string, std::string>>;
     const auto host = hostWith("/nowhere");
     DiskRecord record = DiskRecord::draft();
-    EXPECT_THAT(LoopFormat::of(FileSystem::apfs).mountOptions(record, host), IsEmpty());
-    EXPECT_EQ(LoopFormat::of(FileSystem::exFAT).mountOptions(record, host),
+    EXPECT_THAT(LinuxFormat::of(FileSystem::apfs).mountOptions(record, host), IsEmpty());
+    EXPECT_EQ(LinuxFormat::of(FileSystem::exFAT).mountOptions(record, host),
               (Options{{"uid", "501"}, {"gid", "20"}, {"umask", "0022"}}));
     record.access = VolumeAccess::onlyMe;
-    EXPECT_EQ(LoopFormat::of(FileSystem::fat32).mountOptions(record, host),
+    EXPECT_EQ(LinuxFormat::of(FileSystem::fat32).mountOptions(record, host),
               (Options{{"uid", "501"}, {"gid", "20"}, {"umask", "0077"}, {"utf8", ""}}));
 }
 

@@ -20,17 +20,28 @@ enum class EncryptionMeans {
     fscrypt,
 };
 
-/// The file system that stands for a format on a loop device, and the tool that lays it.
-struct LoopFormat {
+/// What stands for a format on Linux.
+struct LinuxFormat {
+    FileSystem value;
+    /// What a disk of it is made of by a process that may mount.
+    VolumeKind kind;
     /// The type as the kernel calls it.
-    std::string kernelType;
-    std::string tool;
+    const char* kernelType;
+    /// The tool that lays it onto a loop device; empty for a type that needs no device.
+    const char* tool = "";
     /// The package that brings the tool, for users who lack it.
-    std::string package;
+    const char* package = "";
     /// Whether files have owners and attributes of their own.
     enum class Metadata { posix, none } metadata = Metadata::posix;
+    /// Whether it takes names that differ only in case for one another, where the kernel can do so.
+    bool mayFoldCase = false;
+    /// The tool's options; null without a tool.
+    std::vector<std::string> (*options)(const DiskRecord& record, EncryptionMeans encryption,
+                                        const LinuxHost& host) = nullptr;
+    /// A flag that its mount is given besides; empty for none.
+    const char* mountFlag = "";
 
-    [[nodiscard]] static LoopFormat of(FileSystem fileSystem);
+    [[nodiscard]] static const LinuxFormat& of(FileSystem fileSystem);
 
     /// The arguments that lay the file system onto `device`.
     [[nodiscard]] std::vector<std::string> arguments(const DiskRecord& record, EncryptionMeans encryption,

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "RamDiskCore/Values/EnumerationTable.h"
+
 #include <cstdint>
 #include <map>
 #include <string>
@@ -8,6 +10,11 @@ namespace ramdisk {
 
 /// What a global hot key can do.
 enum class HotKeyAction { newDisk, ejectAll, showWindow };
+template <>
+inline constexpr auto enumerators<HotKeyAction> =
+    enumerationTable<Named<HotKeyAction>>({{HotKeyAction::newDisk, "newDisk"},
+                                           {HotKeyAction::ejectAll, "ejectAll"},
+                                           {HotKeyAction::showWindow, "showWindow"}});
 
 /// A combination of keys.
 struct KeyCombo {

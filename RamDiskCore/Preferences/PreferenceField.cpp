@@ -4,8 +4,9 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
+#include <array>
 #include <charconv>
-#include <cstddef>
+#include <iterator>
 #include <limits>
 #include <optional>
 #include <type_traits>
@@ -16,52 +17,15 @@ namespace ramdisk {
 
 namespace {
 
-using Names = std::span<const std::string_view>;
-
-/// The enumerators of a choice, by their order.
-template <typename Choice>
-Names namesOf();
-
-#define RAMDISK_CHOICE_NAMES(choice, ...)                                                                    \
-    template <>                                                                                              \
-    Names namesOf<choice>() {                                                                                \
-        static constexpr std::string_view names[]{__VA_ARGS__};                                              \
-        return names;                                                                                        \
-    }
-RAMDISK_CHOICE_NAMES(DiskLayout, "cards", "list")
-RAMDISK_CHOICE_NAMES(AppAppearance, "automatic", "light", "dark")
-RAMDISK_CHOICE_NAMES(AccentChoice, "cobalt", "teal", "orange", "graphite")
-RAMDISK_CHOICE_NAMES(AutosaveInterval, "off", "fiveMinutes", "tenMinutes", "thirtyMinutes")
-RAMDISK_CHOICE_NAMES(AutoEjectInterval, "off", "thirtyMinutes", "oneHour", "fourHours")
-RAMDISK_CHOICE_NAMES(MenuBarDisplay, "icon", "fill", "activity")
-RAMDISK_CHOICE_NAMES(DiskGrowthMode, "off", "ask", "automatic")
-RAMDISK_CHOICE_NAMES(TerminalApp, "terminal", "iTerm", "ghostty")
-RAMDISK_CHOICE_NAMES(VolumeAccess, "everyone", "onlyMe")
-RAMDISK_CHOICE_NAMES(FileSystem, "apfs", "apfsx", "hfs+", "jhfs+", "exfat", "fat32")
-RAMDISK_CHOICE_NAMES(HotKeyAction, "newDisk", "ejectAll", "showWindow")
-#undef RAMDISK_CHOICE_NAMES
-
-template <typename Choice>
-std::string_view nameOf(Choice choice) {
-    return namesOf<Choice>()[static_cast<std::size_t>(choice)];
-}
-
-template <typename Choice>
-std::optional<Choice> choiceNamed(std::string_view name) {
-    const auto names = namesOf<Choice>();
-    const auto found = std::find(names.begin(), names.end(), name);
-    return found == names.end() ? std::nullopt : std::optional(static_cast<Choice>(found - names.begin()));
-}
-
 template <typename Value>
 constexpr bool isInterval =
     std::is_same_v<Value, AutosaveInterval> || std::is_same_v<Value, AutoEjectInterval>;
 
 template <typename Interval>
 std::optional<Interval> intervalOf(std::int64_t minutes) {
-    for (std::size_t index = 0; index < namesOf<Interval>().size(); ++index) {
-        if (minutesOf(static_cast<Interval>(index)).count() == minutes) {
-            return static_cast<Interval>(index);
+    for (const auto& row : enumerators<Interval>) {
+        if (row.length.count() == minutes) {
+            return row.value;
         }
     }
     return std::nullopt;
@@ -90,7 +54,7 @@ std::optional<HotKeys> hotKeysFrom(const DefaultsValue& stored) {
     }
     HotKeys keys;
     for (const auto& [name, value] : *entries) {
-        const auto action = choiceNamed<HotKeyAction>(name);
+        const auto action = fromRawValue<HotKeyAction>(name);
         auto combo = comboFrom(value);
         if (!action || !combo) {
             return std::nullopt;
@@ -103,7 +67,7 @@ std::optional<HotKeys> hotKeysFrom(const DefaultsValue& stored) {
 DefaultsValue storedHotKeys(const HotKeys& keys) {
     DefaultsValue::Dictionary entries;
     for (const auto& [action, combo] : keys) {
-        entries.push_back({std::string(nameOf(action)),
+        entries.push_back({std::string(rawValue(action)),
                            {DefaultsValue::Dictionary{{"keyCode", {combo.keyCode}},
                                                       {"carbonModifiers", {combo.carbonModifiers}},
                                                       {"display", {combo.display}}}}});
@@ -127,7 +91,7 @@ std::optional<Value> valueFrom(const DefaultsValue& stored) {
         return minutes == nullptr ? std::nullopt : intervalOf<Value>(*minutes);
     } else {
         const auto* name = stored.as<std::string>();
-        return name == nullptr ? std::nullopt : choiceNamed<Value>(*name);
+        return name == nullptr ? std::nullopt : fromRawValue<Value>(*name);
     }
 }
 
@@ -142,7 +106,7 @@ DefaultsValue storedFrom(const Value& value) {
     } else if constexpr (isInterval<Value>) {
         return {static_cast<std::int64_t>(minutesOf(value).count())};
     } else {
-        return {std::string(nameOf(value))};
+        return {std::string(rawValue(value))};
     }
 }
 
@@ -185,7 +149,7 @@ std::optional<Value> valueFromText(std::string_view text) {
                 return intervalOf<Value>(minutes);
             }
         }
-        return choiceNamed<Value>(text);
+        return fromRawValue<Value>(text);
     }
 }
 
@@ -196,7 +160,7 @@ std::string textFrom(const Value& value) {
     } else if constexpr (std::is_same_v<Value, ByteCount>) {
         return textOfSize(value);
     } else {
-        return std::string(nameOf(value));
+        return std::string(rawValue(value));
     }
 }
 
@@ -209,8 +173,11 @@ std::string allowedFor() {
     } else if constexpr (std::is_same_v<Value, HotKeys>) {
         return R"(JSON like {"newDisk":{"keyCode":45,"carbonModifiers":4352,"display":"⌃⌘N"}})";
     } else {
-        const auto names = namesOf<Value>();
-        return fmt::format("{} or {}", fmt::join(names.first(names.size() - 1), ", "), names.back());
+        std::vector<std::string_view> names;
+        for (const auto& row : enumerators<Value>) {
+            names.push_back(row.name);
+        }
+        return fmt::format("{} or {}", fmt::join(names.begin(), std::prev(names.end()), ", "), names.back());
     }
 }
 

@@ -1,8 +1,9 @@
 #pragma once
 
-#include <array>
+#include "RamDiskCore/Values/EnumerationTable.h"
+
 #include <chrono>
-#include <optional>
+#include <string_view>
 
 namespace ramdisk {
 
@@ -15,14 +16,39 @@ enum class AutoEjectInterval { off, thirtyMinutes, oneHour, fourHours };
 /// What happens when a disk is almost full.
 enum class DiskGrowthMode { off, ask, automatic };
 
+template <>
+inline constexpr auto enumerators<DiskGrowthMode> = enumerationTable<Named<DiskGrowthMode>>(
+    {{DiskGrowthMode::off, "off"}, {DiskGrowthMode::ask, "ask"}, {DiskGrowthMode::automatic, "automatic"}});
+
+template <typename Enumeration>
+struct NamedInterval {
+    Enumeration value;
+    std::string_view name;
+    /// Zero for `off`.
+    std::chrono::minutes length;
+};
+
+template <>
+inline constexpr auto enumerators<AutosaveInterval> = enumerationTable<NamedInterval<AutosaveInterval>>({
+    {AutosaveInterval::off, "off", std::chrono::minutes(0)},
+    {AutosaveInterval::fiveMinutes, "fiveMinutes", std::chrono::minutes(5)},
+    {AutosaveInterval::tenMinutes, "tenMinutes", std::chrono::minutes(10)},
+    {AutosaveInterval::thirtyMinutes, "thirtyMinutes", std::chrono::minutes(30)},
+});
+
+template <>
+inline constexpr auto enumerators<AutoEjectInterval> = enumerationTable<NamedInterval<AutoEjectInterval>>({
+    {AutoEjectInterval::off, "off", std::chrono::minutes(0)},
+    {AutoEjectInterval::thirtyMinutes, "thirtyMinutes", std::chrono::minutes(30)},
+    {AutoEjectInterval::oneHour, "oneHour", std::chrono::minutes(60)},
+    {AutoEjectInterval::fourHours, "fourHours", std::chrono::minutes(240)},
+});
+
 /// The length of an interval; zero for `off`.
-[[nodiscard]] constexpr std::chrono::minutes minutesOf(AutosaveInterval interval) {
-    constexpr std::array minutes{0, 5, 10, 30};
-    return std::chrono::minutes(minutes.at(static_cast<std::size_t>(interval)));
-}
-[[nodiscard]] constexpr std::chrono::minutes minutesOf(AutoEjectInterval interval) {
-    constexpr std::array minutes{0, 30, 60, 240};
-    return std::chrono::minutes(minutes.at(static_cast<std::size_t>(interval)));
+template <typename Interval>
+requires(std::is_same_v<Interval, AutosaveInterval> || std::is_same_v<Interval, AutoEjectInterval>)
+    [[nodiscard]] constexpr std::chrono::minutes minutesOf(Interval interval) {
+    return rowOf(enumerators<Interval>, interval).length;
 }
 
 } // namespace ramdisk

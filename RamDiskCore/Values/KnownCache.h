@@ -1,6 +1,7 @@
 #pragma once
 
-#include <array>
+#include "RamDiskCore/Values/EnumerationTable.h"
+
 #include <optional>
 #include <string_view>
 
@@ -10,12 +11,21 @@ namespace ramdisk {
 /// Where a cache lies differs from platform to platform and is told by the adapters.
 enum class KnownCache { swiftPM, cocoaPods, gradle, pip, cargo, homebrew, chrome };
 
-inline constexpr std::array allKnownCaches{KnownCache::swiftPM, KnownCache::cocoaPods, KnownCache::gradle,
-                                           KnownCache::pip,     KnownCache::cargo,     KnownCache::homebrew,
-                                           KnownCache::chrome};
+template <>
+inline constexpr auto enumerators<KnownCache> = enumerationTable<Named<KnownCache>>({
+    {KnownCache::swiftPM, "swiftPM"},
+    {KnownCache::cocoaPods, "cocoaPods"},
+    {KnownCache::gradle, "gradle"},
+    {KnownCache::pip, "pip"},
+    {KnownCache::cargo, "cargo"},
+    {KnownCache::homebrew, "homebrew"},
+    {KnownCache::chrome, "chrome"},
+});
 
-/// The stored and typed form: the enumerator's name.
-[[nodiscard]] std::string_view rawValue(KnownCache cache);
-[[nodiscard]] std::optional<KnownCache> knownCacheFromRawValue(std::string_view raw);
+inline constexpr auto allKnownCaches = allOf<KnownCache>();
+
+[[nodiscard]] constexpr std::optional<KnownCache> knownCacheFromRawValue(std::string_view raw) {
+    return fromRawValue<KnownCache>(raw);
+}
 
 } // namespace ramdisk

@@ -1,16 +1,19 @@
 #pragma once
 
 #include "RamDiskCore/Values/ByteCount.h"
+#include "RamDiskCore/Values/EnumerationTable.h"
 
 #include <cstdint>
-#include <string_view>
 
 namespace ramdisk {
 
 /// How hard the operating system is looking for memory.
 enum class MemoryPressureLevel { normal, warning, critical };
-
-[[nodiscard]] std::string_view rawValue(MemoryPressureLevel level);
+template <>
+inline constexpr auto enumerators<MemoryPressureLevel> =
+    enumerationTable<Named<MemoryPressureLevel>>({{MemoryPressureLevel::normal, "normal"},
+                                                  {MemoryPressureLevel::warning, "warning"},
+                                                  {MemoryPressureLevel::critical, "critical"}});
 
 /// How the machine's memory is used, at one moment.
 struct SystemMemory {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "RamDiskCore/Values/EnumerationTable.h"
+
 #include <optional>
 #include <string_view>
 
@@ -8,8 +10,12 @@ namespace ramdisk {
 /// Who may open a volume: every account of the machine, or only the user who made it.
 enum class VolumeAccess { everyone, onlyMe };
 
-/// The stored and typed form: "everyone" or "onlyMe".
-[[nodiscard]] std::string_view rawValue(VolumeAccess access);
-[[nodiscard]] std::optional<VolumeAccess> volumeAccessFromRawValue(std::string_view raw);
+template <>
+inline constexpr auto enumerators<VolumeAccess> = enumerationTable<Named<VolumeAccess>>(
+    {{VolumeAccess::everyone, "everyone"}, {VolumeAccess::onlyMe, "onlyMe"}});
+
+[[nodiscard]] constexpr std::optional<VolumeAccess> volumeAccessFromRawValue(std::string_view raw) {
+    return fromRawValue<VolumeAccess>(raw);
+}
 
 } // namespace ramdisk

@@ -1,28 +1,29 @@
 #include "RamDiskCore/Values/Text.h"
 #include "RamDiskInfrastructure/Redirects/RedirectPlaces.h"
 
-#include <array>
-#include <cstddef>
-
 namespace ramdisk {
 
 namespace {
 
-/// In the order of `KnownCache`.
-constexpr std::array<const char*, allKnownCaches.size()> folders{
-    "Library/Caches/org.swift.swiftpm",
-    "Library/Caches/CocoaPods",
-    ".gradle/caches",
-    "Library/Caches/pip",
-    ".cargo/registry",
-    "Library/Caches/Homebrew",
-    "Library/Caches/Google/Chrome",
+struct CacheFolder {
+    KnownCache value;
+    const char* folder;
 };
+
+constexpr auto cacheFolders = enumerationTable<CacheFolder>({
+    {KnownCache::swiftPM, "Library/Caches/org.swift.swiftpm"},
+    {KnownCache::cocoaPods, "Library/Caches/CocoaPods"},
+    {KnownCache::gradle, ".gradle/caches"},
+    {KnownCache::pip, "Library/Caches/pip"},
+    {KnownCache::cargo, ".cargo/registry"},
+    {KnownCache::homebrew, "Library/Caches/Homebrew"},
+    {KnownCache::chrome, "Library/Caches/Google/Chrome"},
+});
 
 } // namespace
 
 std::filesystem::path folderOfCache(KnownCache cache) {
-    return folders.at(static_cast<std::size_t>(cache));
+    return rowOf(cacheFolders, cache).folder;
 }
 
 std::filesystem::path comparableFolder(const std::filesystem::path& relative) {

@@ -5,7 +5,6 @@
 
 #include <nlohmann/json.hpp>
 
-#include <array>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -17,8 +16,6 @@ namespace ramdisk {
 
 namespace {
 
-constexpr std::array phases{SessionPhase::launching, SessionPhase::running, SessionPhase::quitting};
-
 FileLock lockIn(const std::filesystem::path& folder) {
     return FileLock(folder / "Session.lock");
 }
@@ -28,11 +25,6 @@ std::filesystem::path stateFile(const std::filesystem::path& folder) {
 }
 
 } // namespace
-
-std::string_view rawValue(SessionPhase phase) {
-    constexpr std::array<std::string_view, phases.size()> names{"launching", "running", "quitting"};
-    return names[static_cast<std::size_t>(phase)];
-}
 
 std::optional<RunningSession> RunningSession::begin(const std::filesystem::path& applicationSupport) {
     const auto file = lockIn(applicationSupport);
@@ -64,10 +56,8 @@ std::optional<SessionState> RunningSession::find(const std::filesystem::path& ap
     if (json.is_object() && json.contains("processID") && json["processID"].is_number_integer()) {
         state.processID = json["processID"].get<std::int32_t>();
     }
-    for (const auto phase : phases) {
-        if (json.is_object() && json.value("phase", "") == rawValue(phase)) {
-            state.phase = phase;
-        }
+    if (json.is_object()) {
+        state.phase = fromRawValue<SessionPhase>(json.value("phase", "")).value_or(state.phase);
     }
     if (kill(state.processID, 0) != 0 && errno == ESRCH) {
         // What a session that was killed told last; its successor has not told anything yet.

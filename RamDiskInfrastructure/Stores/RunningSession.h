@@ -1,5 +1,6 @@
 #pragma once
 
+#include "RamDiskCore/Values/EnumerationTable.h"
 #include "RamDiskInfrastructure/Commands/FileDescriptor.h"
 
 #include <cstdint>
@@ -12,8 +13,11 @@ namespace ramdisk {
 
 /// What a running session is doing.
 enum class SessionPhase { launching, running, quitting };
-
-[[nodiscard]] std::string_view rawValue(SessionPhase phase);
+template <>
+inline constexpr auto
+    enumerators<SessionPhase> = enumerationTable<Named<SessionPhase>>({{SessionPhase::launching, "launching"},
+                                                                       {SessionPhase::running, "running"},
+                                                                       {SessionPhase::quitting, "quitting"}});
 
 struct SessionState {
     std::int32_t processID = 0;

@@ -21,9 +21,6 @@ namespace ramdisk {
 
 namespace {
 
-constexpr std::array rungNames{std::string_view{"kernel"}, std::string_view{"udisks"},
-                               std::string_view{"folder"}};
-
 std::optional<std::string> environmentValue(const char* name) {
     const char* value = std::getenv(name);
     return value == nullptr || *value == '\0' ? std::nullopt : std::optional<std::string>(value);
@@ -114,19 +111,6 @@ void appendUsersRecords(std::vector<std::filesystem::path>& folders,
 
 } // namespace
 
-std::string_view rawValue(HostRung rung) {
-    return rungNames.at(static_cast<std::size_t>(rung));
-}
-
-std::optional<HostRung> hostRungFromRawValue(std::string_view raw) {
-    for (std::size_t index = 0; index < rungNames.size(); ++index) {
-        if (rungNames.at(index) == raw) {
-            return static_cast<HostRung>(index);
-        }
-    }
-    return std::nullopt;
-}
-
 LinuxHost LinuxHost::current() {
     LinuxHost host;
     host.isRoot = geteuid() == 0;
@@ -140,7 +124,7 @@ LinuxHost LinuxHost::current() {
     }
     host.mayMount = holdsSysAdmin();
     if (const auto forced = trustedEnvironmentValue("TRAMDISK_HOST")) {
-        host.forcedRung = hostRungFromRawValue(*forced);
+        host.forcedRung = fromRawValue<HostRung>(*forced);
         if (!host.forcedRung) {
             throw std::runtime_error(
                 fmt::format("TRAMDISK_HOST is “{}”; it can be kernel, udisks or folder.", *forced));

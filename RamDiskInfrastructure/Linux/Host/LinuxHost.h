@@ -1,8 +1,9 @@
 #pragma once
 
+#include "RamDiskCore/Values/EnumerationTable.h"
+
 #include <filesystem>
 #include <optional>
-#include <string_view>
 #include <vector>
 
 #include <sys/types.h>
@@ -19,8 +20,9 @@ enum class HostRung {
     folder,
 };
 
-[[nodiscard]] std::string_view rawValue(HostRung rung);
-[[nodiscard]] std::optional<HostRung> hostRungFromRawValue(std::string_view raw);
+template <>
+inline constexpr auto enumerators<HostRung> = enumerationTable<Named<HostRung>>(
+    {{HostRung::kernel, "kernel"}, {HostRung::udisks, "udisks"}, {HostRung::folder, "folder"}});
 
 /// Who runs this process, what it may do and where things are kept, read once at its start.
 ///

@@ -4,7 +4,6 @@
 
 #include <nlohmann/json.hpp>
 
-#include <array>
 #include <cstring>
 #include <limits>
 #include <stdexcept>
@@ -14,22 +13,6 @@ namespace ramdisk {
 namespace {
 
 using Json = nlohmann::ordered_json;
-
-constexpr std::array kindNames{std::string_view{"tmpfs"}, std::string_view{"loop"},
-                               std::string_view{"folder"}};
-constexpr std::array stateNames{std::string_view{"making"}, std::string_view{"settled"},
-                                std::string_view{"detaching"}};
-
-template <typename Enumeration, std::size_t count>
-std::optional<Enumeration> enumeratorNamed(const std::array<std::string_view, count>& names,
-                                           std::string_view name) {
-    for (std::size_t index = 0; index < count; ++index) {
-        if (names.at(index) == name) {
-            return static_cast<Enumeration>(index);
-        }
-    }
-    return std::nullopt;
-}
 
 bool isPlainText(const std::string& text) {
     for (const char character : text) {
@@ -71,8 +54,8 @@ DiskRecord decode(const FlatObject& json, const DeviceIdentifier& device) {
     DiskRecord record{device, required(UUID::parse(json.text("uuid"))),
                       required(UUID::parse(json.text("instance")))};
     record.owner = checkedUser(json.number("owner"));
-    record.state = required(enumeratorNamed<RecordState>(stateNames, json.text("state")));
-    record.kind = required(enumeratorNamed<VolumeKind>(kindNames, json.text("kind")));
+    record.state = required(fromRawValue<RecordState>(json.text("state")));
+    record.kind = required(fromRawValue<VolumeKind>(json.text("kind")));
     record.size = ByteCount{json.number("size")};
     record.name = checkedName(json.text("name"));
     record.fileSystem = required(fileSystemFromRawValue(json.text("fileSystem")));
@@ -93,13 +76,6 @@ DiskRecord decode(const FlatObject& json, const DeviceIdentifier& device) {
 }
 
 } // namespace
-
-std::string_view rawValue(VolumeKind kind) {
-    return kindNames.at(static_cast<std::size_t>(kind));
-}
-std::string_view rawValue(RecordState state) {
-    return stateNames.at(static_cast<std::size_t>(state));
-}
 
 std::uint64_t DiskRecord::fallbackAttachment() const {
     std::uint64_t number = 0;

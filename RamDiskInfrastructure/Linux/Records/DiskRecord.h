@@ -2,6 +2,7 @@
 
 #include "RamDiskCore/Values/ByteCount.h"
 #include "RamDiskCore/Values/DeviceIdentifier.h"
+#include "RamDiskCore/Values/EnumerationTable.h"
 #include "RamDiskCore/Values/FileSystem.h"
 #include "RamDiskCore/Values/UUID.h"
 #include "RamDiskCore/Values/VolumeAccess.h"
@@ -24,6 +25,9 @@ enum class VolumeKind {
     /// A folder on /dev/shm.
     folder,
 };
+template <>
+inline constexpr auto enumerators<VolumeKind> = enumerationTable<Named<VolumeKind>>(
+    {{VolumeKind::tmpfs, "tmpfs"}, {VolumeKind::loop, "loop"}, {VolumeKind::folder, "folder"}});
 
 /// How far a disk has come.
 enum class RecordState {
@@ -34,6 +38,11 @@ enum class RecordState {
     /// Ejected; its memory is not back yet, since a program still has one of its files open.
     detaching,
 };
+template <>
+inline constexpr auto
+    enumerators<RecordState> = enumerationTable<Named<RecordState>>({{RecordState::making, "making"},
+                                                                     {RecordState::settled, "settled"},
+                                                                     {RecordState::detaching, "detaching"}});
 
 /// What is remembered of an attached disk, beyond what the kernel shows: one file in a folder that is gone at
 /// reboot, as the disks are. The kernel has the last word: a record whose `uuid` no mount, loop device or
@@ -81,9 +90,6 @@ struct DiskRecord {
 
     friend bool operator==(const DiskRecord&, const DiskRecord&) = default;
 };
-
-[[nodiscard]] std::string_view rawValue(VolumeKind kind);
-[[nodiscard]] std::string_view rawValue(RecordState state);
 
 /// The record as its file holds it: one compact JSON object.
 [[nodiscard]] std::string encodeRecord(const DiskRecord& record);

@@ -1,22 +1,28 @@
 #include "RamDiskInfrastructure/Redirects/RedirectPlaces.h"
 
-#include <array>
-#include <cstddef>
-
 namespace ramdisk {
 
 namespace {
 
-/// In the order of `KnownCache`.
-constexpr std::array<const char*, allKnownCaches.size()> folders{
-    ".cache/org.swift.swiftpm", ".cache/CocoaPods", ".gradle/caches",       ".cache/pip",
-    ".cargo/registry",          ".cache/Homebrew",  ".cache/google-chrome",
+struct CacheFolder {
+    KnownCache value;
+    const char* folder;
 };
+
+constexpr auto cacheFolders = enumerationTable<CacheFolder>({
+    {KnownCache::swiftPM, ".cache/org.swift.swiftpm"},
+    {KnownCache::cocoaPods, ".cache/CocoaPods"},
+    {KnownCache::gradle, ".gradle/caches"},
+    {KnownCache::pip, ".cache/pip"},
+    {KnownCache::cargo, ".cargo/registry"},
+    {KnownCache::homebrew, ".cache/Homebrew"},
+    {KnownCache::chrome, ".cache/google-chrome"},
+});
 
 } // namespace
 
 std::filesystem::path folderOfCache(KnownCache cache) {
-    return folders.at(static_cast<std::size_t>(cache));
+    return rowOf(cacheFolders, cache).folder;
 }
 
 std::filesystem::path comparableFolder(const std::filesystem::path& relative) {

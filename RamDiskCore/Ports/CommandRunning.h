@@ -1,17 +1,13 @@
 #pragma once
 
+#include "RamDiskCore/Ports/Port.h"
 #include "RamDiskCore/Ports/SystemCommand.h"
 
 namespace ramdisk {
 
 /// Runs the system's command-line tools.
-class CommandRunning {
+class CommandRunning : public Port {
 public:
-    CommandRunning() = default;
-    CommandRunning(const CommandRunning&) = delete;
-    CommandRunning& operator=(const CommandRunning&) = delete;
-    virtual ~CommandRunning() = default;
-
     /// Runs the command to its end and gives back what it wrote and how it ended. A tool that reports failure
     /// has still run: callers who want that as an error use `runChecked`. Blocks; safe from any thread.
     /// @throws CommandTimeout when the time limit passed, whether or not the child had finished its work;

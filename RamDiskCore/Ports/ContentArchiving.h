@@ -1,5 +1,6 @@
 #pragma once
 
+#include "RamDiskCore/Ports/Port.h"
 #include "RamDiskCore/Ports/TransferProgress.h"
 #include "RamDiskCore/Values/RamDisk.h"
 #include "RamDiskCore/Values/SavedContents.h"
@@ -29,6 +30,7 @@ enum class RestoreMode {
     replace,
 };
 
+/// A save that is to be made.
 struct SaveRequest {
     /// The disk to save, mounted.
     RamDisk disk;
@@ -40,6 +42,7 @@ struct SaveRequest {
     Verification verification = Verification::no;
 };
 
+/// A copy that is to be put onto a disk.
 struct RestoreRequest {
     /// The latest copy or an earlier one.
     std::filesystem::path image;
@@ -56,13 +59,8 @@ struct RestoreRequest {
 /// latest copy and the earlier ones as they were, and what it left behind besides is removed by the next
 /// operation on the same files. Two operations on the same files at a time are the caller's to prevent,
 /// across processes; operations on different ones are independent.
-class ContentArchiving {
+class ContentArchiving : public Port {
 public:
-    ContentArchiving() = default;
-    ContentArchiving(const ContentArchiving&) = delete;
-    ContentArchiving& operator=(const ContentArchiving&) = delete;
-    virtual ~ContentArchiving() = default;
-
     /// Refuses a disk whose files cannot be saved on this machine, before anybody relies on it.
     /// @throws RamDiskError `contentsTransferFailed` with the reason, `diskEjected`
     virtual void requireSupport(const RamDisk& disk) const = 0;

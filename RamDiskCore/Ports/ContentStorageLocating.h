@@ -1,5 +1,6 @@
 #pragma once
 
+#include "RamDiskCore/Ports/Port.h"
 #include "RamDiskCore/Values/UUID.h"
 
 #include <filesystem>
@@ -11,13 +12,8 @@ namespace ramdisk {
 
 /// Tells where the saved files of startup disks lie and keeps two processes from working on the same ones.
 /// Each disk has locks of its own, so that saving one does not hold up another.
-class ContentStorageLocating {
+class ContentStorageLocating : public Port {
 public:
-    ContentStorageLocating() = default;
-    ContentStorageLocating(const ContentStorageLocating&) = delete;
-    ContentStorageLocating& operator=(const ContentStorageLocating&) = delete;
-    virtual ~ContentStorageLocating() = default;
-
     /// The image with the saved files of a profile; it need not exist.
     [[nodiscard]] virtual std::filesystem::path imageLocation(const UUID& profile) const = 0;
 

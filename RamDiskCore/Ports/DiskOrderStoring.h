@@ -1,17 +1,13 @@
 #pragma once
 
+#include "RamDiskCore/Ports/Port.h"
 #include "RamDiskCore/Preferences/DiskOrder.h"
 
 namespace ramdisk {
 
 /// Keeps the order in which the user wants to see the disks.
-class DiskOrderStoring {
+class DiskOrderStoring : public Port {
 public:
-    DiskOrderStoring() = default;
-    DiskOrderStoring(const DiskOrderStoring&) = delete;
-    DiskOrderStoring& operator=(const DiskOrderStoring&) = delete;
-    virtual ~DiskOrderStoring() = default;
-
     /// The stored order, at most its first `DiskOrder::maximumLength` entries; empty when there is none.
     [[nodiscard]] virtual DiskOrder read() const = 0;
     /// Stores the order as it is.

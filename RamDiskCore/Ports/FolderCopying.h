@@ -1,17 +1,14 @@
 #pragma once
 
+#include "RamDiskCore/Ports/Port.h"
+
 #include <filesystem>
 
 namespace ramdisk {
 
 /// Fills a volume from a folder.
-class FolderCopying {
+class FolderCopying : public Port {
 public:
-    FolderCopying() = default;
-    FolderCopying(const FolderCopying&) = delete;
-    FolderCopying& operator=(const FolderCopying&) = delete;
-    virtual ~FolderCopying() = default;
-
     /// Copies what is inside `folder` to the root of the volume mounted at `volume`, with its metadata. What
     /// is there under other names stays; a failure leaves what was copied so far.
     /// @throws RamDiskError `contentsTransferFailed`

@@ -1,18 +1,15 @@
 #pragma once
 
+#include "RamDiskCore/Ports/Port.h"
+
 #include <filesystem>
 #include <string>
 
 namespace ramdisk {
 
 /// Makes folders on a volume.
-class FolderMaking {
+class FolderMaking : public Port {
 public:
-    FolderMaking() = default;
-    FolderMaking(const FolderMaking&) = delete;
-    FolderMaking& operator=(const FolderMaking&) = delete;
-    virtual ~FolderMaking() = default;
-
     /// Makes the folder at `relativePath` below `volume`, with the folders above it, where they are missing.
     /// Never leaves the volume, whatever links lie on it.
     /// @throws RamDiskError `folderNotCreated`

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "RamDiskCore/Ports/Port.h"
 #include "RamDiskCore/Values/FolderRedirect.h"
 
 #include <filesystem>
@@ -24,16 +25,11 @@ struct RedirectPlace {
 /// before the step is made, and `undo` goes by what it really finds: it puts right whatever an `apply` or an
 /// `undo` left that was interrupted anywhere, and may be called as often as anybody likes. Callers hold the
 /// lock of the redirects meanwhile.
-class FolderRedirecting {
+class FolderRedirecting : public Port {
 public:
     /// Stores what undoes the redirect as it stands from the next step on. May throw: then that step is not
     /// made, and the exception is passed on.
     using Record = std::function<void(const RedirectRestoreState&)>;
-
-    FolderRedirecting() = default;
-    FolderRedirecting(const FolderRedirecting&) = delete;
-    FolderRedirecting& operator=(const FolderRedirecting&) = delete;
-    virtual ~FolderRedirecting() = default;
 
     /// What the target takes up. Looks at no disk.
     /// @throws RamDiskError `invalidSpecification` when the target names no folder below the home folder.

@@ -1,17 +1,13 @@
 #pragma once
 
+#include "RamDiskCore/Ports/Port.h"
 #include "RamDiskCore/Values/RamDisk.h"
 
 namespace ramdisk {
 
 /// Gives back the memory that deleted files of a disk still hold.
-class MemoryTrimming {
+class MemoryTrimming : public Port {
 public:
-    MemoryTrimming() = default;
-    MemoryTrimming(const MemoryTrimming&) = delete;
-    MemoryTrimming& operator=(const MemoryTrimming&) = delete;
-    virtual ~MemoryTrimming() = default;
-
     /// Nothing where the volume does so by itself. Never throws: what was not given back now is the next
     /// time.
     virtual void trim(const RamDisk& disk) noexcept = 0;

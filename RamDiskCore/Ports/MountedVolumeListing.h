@@ -1,5 +1,7 @@
 #pragma once
 
+#include "RamDiskCore/Ports/Port.h"
+
 #include <filesystem>
 #include <optional>
 #include <set>
@@ -8,13 +10,8 @@
 namespace ramdisk {
 
 /// Tells the names of the mounted volumes.
-class MountedVolumeListing {
+class MountedVolumeListing : public Port {
 public:
-    MountedVolumeListing() = default;
-    MountedVolumeListing(const MountedVolumeListing&) = delete;
-    MountedVolumeListing& operator=(const MountedVolumeListing&) = delete;
-    virtual ~MountedVolumeListing() = default;
-
     /// Every mounted volume's name, without that of the volume mounted at exactly `excluding`. Volumes
     /// without a readable name are left out.
     [[nodiscard]] virtual std::set<std::string>

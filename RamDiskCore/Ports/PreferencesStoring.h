@@ -1,17 +1,13 @@
 #pragma once
 
+#include "RamDiskCore/Ports/Port.h"
 #include "RamDiskCore/Preferences/PreferencesSnapshot.h"
 
 namespace ramdisk {
 
 /// Keeps the user's settings.
-class PreferencesStoring {
+class PreferencesStoring : public Port {
 public:
-    PreferencesStoring() = default;
-    PreferencesStoring(const PreferencesStoring&) = delete;
-    PreferencesStoring& operator=(const PreferencesStoring&) = delete;
-    virtual ~PreferencesStoring() = default;
-
     /// The settings as they are stored now. A setting that is not stored, or whose stored value cannot be
     /// meant, has its default. Never fails.
     [[nodiscard]] virtual PreferencesSnapshot load() const = 0;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "RamDiskCore/Ports/Port.h"
 #include "RamDiskCore/Values/ByteCount.h"
 
 #include <cstdint>
@@ -8,13 +9,8 @@
 namespace ramdisk {
 
 /// Tells how much memory a process holds.
-class ProcessFootprintReading {
+class ProcessFootprintReading : public Port {
 public:
-    ProcessFootprintReading() = default;
-    ProcessFootprintReading(const ProcessFootprintReading&) = delete;
-    ProcessFootprintReading& operator=(const ProcessFootprintReading&) = delete;
-    virtual ~ProcessFootprintReading() = default;
-
     /// Absent when the process is gone or may not be looked at.
     [[nodiscard]] virtual std::optional<ByteCount> footprint(std::int32_t processID) const = 0;
 };

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "RamDiskCore/Ports/Port.h"
 #include "RamDiskCore/Values/ByteCount.h"
 #include "RamDiskCore/Values/DeviceIdentifier.h"
 
@@ -29,13 +30,8 @@ struct ReleaseOutcome {
 /// A device lives from a successful `allocate` until `release`. Two callers never get the same device. Until
 /// `settle` it belongs to the process that allocated it: should that process die, the next listing removes
 /// it. From `settle` on it outlives every process.
-class RamDeviceAllocating {
+class RamDeviceAllocating : public Port {
 public:
-    RamDeviceAllocating() = default;
-    RamDeviceAllocating(const RamDeviceAllocating&) = delete;
-    RamDeviceAllocating& operator=(const RamDeviceAllocating&) = delete;
-    virtual ~RamDeviceAllocating() = default;
-
     /// A device of at least `size` bytes, rounded up to whole 512-byte sectors, not yet formatted.
     /// @throws RamDiskError `allocationFailed`, with nothing allocated.
     [[nodiscard]] virtual DeviceIdentifier allocate(ByteCount size) = 0;

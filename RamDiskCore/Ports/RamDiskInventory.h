@@ -1,5 +1,6 @@
 #pragma once
 
+#include "RamDiskCore/Ports/Port.h"
 #include "RamDiskCore/Values/RamDisk.h"
 
 #include <vector>
@@ -7,13 +8,8 @@
 namespace ramdisk {
 
 /// Tells which RAM disks are attached right now.
-class RamDiskInventory {
+class RamDiskInventory : public Port {
 public:
-    RamDiskInventory() = default;
-    RamDiskInventory(const RamDiskInventory&) = delete;
-    RamDiskInventory& operator=(const RamDiskInventory&) = delete;
-    virtual ~RamDiskInventory() = default;
-
     /// The attached disks that the caller may see, in the operating system's order. What cannot be read of a
     /// disk is absent in its entry and never fails the listing.
     /// @throws RamDiskError `inventoryUnavailable`

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "RamDiskCore/Ports/Port.h"
 #include "RamDiskCore/Values/FolderRedirect.h"
 
 #include <functional>
@@ -12,14 +13,9 @@ namespace ramdisk {
 ///
 /// Putting a redirect in place takes several steps, each recorded before the next one, so that a crash at any
 /// point can be undone from the list. That is why a change is not one transform but a whole piece of work.
-class RedirectRepository {
+class RedirectRepository : public Port {
 public:
     using List = std::vector<FolderRedirect>;
-
-    RedirectRepository() = default;
-    RedirectRepository(const RedirectRepository&) = delete;
-    RedirectRepository& operator=(const RedirectRepository&) = delete;
-    virtual ~RedirectRepository() = default;
 
     /// The stored list; empty when there is none or it cannot be read. Never waits for a change under way.
     [[nodiscard]] virtual List load() const = 0;

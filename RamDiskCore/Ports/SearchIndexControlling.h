@@ -1,5 +1,7 @@
 #pragma once
 
+#include "RamDiskCore/Ports/Port.h"
+
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -11,13 +13,8 @@ namespace ramdisk {
 enum class SearchIndexing { off, on };
 
 /// Switches search indexing of a mounted volume.
-class SearchIndexControlling {
+class SearchIndexControlling : public Port {
 public:
-    SearchIndexControlling() = default;
-    SearchIndexControlling(const SearchIndexControlling&) = delete;
-    SearchIndexControlling& operator=(const SearchIndexControlling&) = delete;
-    virtual ~SearchIndexControlling() = default;
-
     /// @throws the underlying error; its text is fit for a user.
     virtual void set(SearchIndexing indexing, const std::filesystem::path& volume) = 0;
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "RamDiskCore/Ports/Port.h"
 #include "RamDiskCore/Values/VolumePassphrase.h"
 
 #include <optional>
@@ -9,13 +10,8 @@
 namespace ramdisk {
 
 /// Keeps passphrases where only the user can read them. An account is the name under which one is kept.
-class SecretStoring {
+class SecretStoring : public Port {
 public:
-    SecretStoring() = default;
-    SecretStoring(const SecretStoring&) = delete;
-    SecretStoring& operator=(const SecretStoring&) = delete;
-    virtual ~SecretStoring() = default;
-
     /// Absent only when the store was asked and has none: a store that is locked, silent or missing is an
     /// error, so that nobody takes a secret that could not be read for one that is not there.
     /// @throws std::exception

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "RamDiskCore/Ports/Port.h"
+
 #include <chrono>
 #include <functional>
 #include <string>
@@ -33,14 +35,9 @@ using ShutdownDelay = std::variant<ShutdownDelayed, ShutdownNotDelayed>;
 ///
 /// The delay ends with `release`, with the object, and with the process, whatever ends it: a crash never
 /// holds up a shutdown.
-class ShutdownDelaying {
+class ShutdownDelaying : public Port {
 public:
     using Listener = std::function<void(ShutdownNotice)>;
-
-    ShutdownDelaying() = default;
-    ShutdownDelaying(const ShutdownDelaying&) = delete;
-    ShutdownDelaying& operator=(const ShutdownDelaying&) = delete;
-    virtual ~ShutdownDelaying() = default;
 
     /// Delays shutdowns from now on; to be called once. `listener` is called on a thread of this object's,
     /// must be quick and must not throw, and is never called again once `stop` has returned.

@@ -1,18 +1,15 @@
 #pragma once
 
+#include "RamDiskCore/Ports/Port.h"
+
 #include <set>
 #include <string>
 
 namespace ramdisk {
 
 /// Tells the names of the disks that are made at every launch, whether they are attached now or not.
-class StartupDiskNaming {
+class StartupDiskNaming : public Port {
 public:
-    StartupDiskNaming() = default;
-    StartupDiskNaming(const StartupDiskNaming&) = delete;
-    StartupDiskNaming& operator=(const StartupDiskNaming&) = delete;
-    virtual ~StartupDiskNaming() = default;
-
     [[nodiscard]] virtual std::set<std::string> startupDiskNames() const = 0;
 };
 

@@ -1,17 +1,13 @@
 #pragma once
 
+#include "RamDiskCore/Ports/Port.h"
 #include "RamDiskCore/Values/SystemMemory.h"
 
 namespace ramdisk {
 
 /// Reads how the machine's memory is used.
-class SystemMemoryProviding {
+class SystemMemoryProviding : public Port {
 public:
-    SystemMemoryProviding() = default;
-    SystemMemoryProviding(const SystemMemoryProviding&) = delete;
-    SystemMemoryProviding& operator=(const SystemMemoryProviding&) = delete;
-    virtual ~SystemMemoryProviding() = default;
-
     /// The memory as it is now. Cannot fail: what cannot be read falls back to zero, to normal pressure, and
     /// to all memory being available.
     [[nodiscard]] virtual SystemMemory read() const = 0;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "RamDiskCore/Ports/Port.h"
 #include "RamDiskCore/Values/DiskTemplate.h"
 
 #include <functional>
@@ -11,14 +12,9 @@ namespace ramdisk {
 ///
 /// Other processes work on the same list: it is read anew at every call, and only `update` changes it. A
 /// crash during a change leaves either the old list or the new one.
-class TemplateRepository {
+class TemplateRepository : public Port {
 public:
     using List = std::vector<DiskTemplate>;
-
-    TemplateRepository() = default;
-    TemplateRepository(const TemplateRepository&) = delete;
-    TemplateRepository& operator=(const TemplateRepository&) = delete;
-    virtual ~TemplateRepository() = default;
 
     /// The stored list; empty when there is none or it cannot be read. Never waits for a change under way.
     [[nodiscard]] virtual List load() const = 0;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "RamDiskCore/Ports/Port.h"
 #include "RamDiskCore/Preferences/DefaultsValue.h"
 
 #include <map>
@@ -12,13 +13,8 @@ namespace ramdisk {
 using DefaultsChanges = std::map<std::string, std::optional<DefaultsValue>>;
 
 /// The user defaults of one application: values under keys, shared by all processes of the user.
-class UserDefaultsStoring {
+class UserDefaultsStoring : public Port {
 public:
-    UserDefaultsStoring() = default;
-    UserDefaultsStoring(const UserDefaultsStoring&) = delete;
-    UserDefaultsStoring& operator=(const UserDefaultsStoring&) = delete;
-    virtual ~UserDefaultsStoring() = default;
-
     /// All values as they are stored now; empty when there are none or they cannot be read.
     [[nodiscard]] virtual std::map<std::string, DefaultsValue> values() const = 0;
 

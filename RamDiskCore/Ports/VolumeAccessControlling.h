@@ -1,17 +1,13 @@
 #pragma once
 
+#include "RamDiskCore/Ports/Port.h"
 #include "RamDiskCore/Values/RamDisk.h"
 
 namespace ramdisk {
 
 /// Changes who may open a mounted volume.
-class VolumeAccessControlling {
+class VolumeAccessControlling : public Port {
 public:
-    VolumeAccessControlling() = default;
-    VolumeAccessControlling(const VolumeAccessControlling&) = delete;
-    VolumeAccessControlling& operator=(const VolumeAccessControlling&) = delete;
-    virtual ~VolumeAccessControlling() = default;
-
     /// The volume moves to where volumes of that access are found, and is never open to more people than
     /// before or afterwards on the way.
     /// @throws std::exception; the volume is then as open as it was, or less.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "RamDiskCore/Ports/Port.h"
 #include "RamDiskCore/Values/VolumeMark.h"
 
 #include <filesystem>
@@ -7,13 +8,8 @@
 namespace ramdisk {
 
 /// Puts the system's mark on a volume.
-class VolumeMarking {
+class VolumeMarking : public Port {
 public:
-    VolumeMarking() = default;
-    VolumeMarking(const VolumeMarking&) = delete;
-    VolumeMarking& operator=(const VolumeMarking&) = delete;
-    virtual ~VolumeMarking() = default;
-
     /// Writes a fresh mark on the root folder of the volume.
     /// @throws the error of the write, as `std::system_error`.
     virtual void mark(const std::filesystem::path& volume) = 0;

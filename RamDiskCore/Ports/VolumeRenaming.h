@@ -1,5 +1,6 @@
 #pragma once
 
+#include "RamDiskCore/Ports/Port.h"
 #include "RamDiskCore/Values/RamDisk.h"
 
 #include <string>
@@ -7,13 +8,8 @@
 namespace ramdisk {
 
 /// Gives a mounted volume another name.
-class VolumeRenaming {
+class VolumeRenaming : public Port {
 public:
-    VolumeRenaming() = default;
-    VolumeRenaming(const VolumeRenaming&) = delete;
-    VolumeRenaming& operator=(const VolumeRenaming&) = delete;
-    virtual ~VolumeRenaming() = default;
-
     /// @throws RamDiskError `formattingFailed`, `notFound`; the volume then keeps its old name.
     virtual void rename(const RamDisk& volume, const std::string& newName) = 0;
 };

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "RamDiskCore/Ports/Port.h"
+
 #include <cstdint>
 #include <filesystem>
 #include <string>
@@ -17,13 +19,8 @@ struct VolumeUser {
 };
 
 /// Tells which processes hold files open on a volume.
-class VolumeUsersListing {
+class VolumeUsersListing : public Port {
 public:
-    VolumeUsersListing() = default;
-    VolumeUsersListing(const VolumeUsersListing&) = delete;
-    VolumeUsersListing& operator=(const VolumeUsersListing&) = delete;
-    virtual ~VolumeUsersListing() = default;
-
     /// Each process once, in the order in which it was found; empty when nobody uses the volume. Processes
     /// that the caller may not look into are not seen.
     /// @throws the error of the tool or of the system call that failed.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "RamDiskCore/Ports/Port.h"
 #include "RamDiskCore/Validation/ValidationContext.h"
 #include "RamDiskCore/Values/RamDiskSpecification.h"
 #include "RamDiskCore/Values/ValidationIssue.h"
@@ -9,13 +10,8 @@
 namespace ramdisk {
 
 /// One rule that a requested disk must obey: a pure function of the request and of the machine's state.
-class SpecificationRule {
+class SpecificationRule : public Port {
 public:
-    SpecificationRule() = default;
-    SpecificationRule(const SpecificationRule&) = delete;
-    SpecificationRule& operator=(const SpecificationRule&) = delete;
-    virtual ~SpecificationRule() = default;
-
     /// What this rule has against the request; empty when nothing.
     [[nodiscard]] virtual std::vector<ValidationIssue> check(const RamDiskSpecification& specification,
                                                              const ValidationContext& context) const = 0;

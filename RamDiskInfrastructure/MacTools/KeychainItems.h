@@ -1,5 +1,6 @@
 #pragma once
 
+#include "RamDiskCore/Ports/Port.h"
 #include "RamDiskCore/Values/VolumePassphrase.h"
 
 #include <cstdint>
@@ -11,7 +12,7 @@ namespace ramdisk {
 
 /// The calls to the keychain that are made, on generic-password items of a service. Each gives back the
 /// keychain's own status, 0 for success.
-class KeychainItems {
+class KeychainItems : public Port {
 public:
     struct Data {
         std::int32_t status = 0;
@@ -26,11 +27,6 @@ public:
         std::string service;
         std::string account;
     };
-
-    KeychainItems() = default;
-    KeychainItems(const KeychainItems&) = delete;
-    KeychainItems& operator=(const KeychainItems&) = delete;
-    virtual ~KeychainItems() = default;
 
     [[nodiscard]] virtual Data copyData(const Item& item) = 0;
     [[nodiscard]] virtual std::int32_t update(const Item& item, const VolumePassphrase& secret) = 0;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "RamDiskCore/Ports/Port.h"
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -7,13 +9,8 @@
 namespace ramdisk {
 
 /// Tells one medium from a later one that was given the same device name.
-class MediaIdentifying {
+class MediaIdentifying : public Port {
 public:
-    MediaIdentifying() = default;
-    MediaIdentifying(const MediaIdentifying&) = delete;
-    MediaIdentifying& operator=(const MediaIdentifying&) = delete;
-    virtual ~MediaIdentifying() = default;
-
     /// The identifier of the medium that has the name now; no medium ever gets another's. Absent when there
     /// is none. Safe from any thread.
     [[nodiscard]] virtual std::optional<std::uint64_t> identifier(const std::string& bsdName) = 0;

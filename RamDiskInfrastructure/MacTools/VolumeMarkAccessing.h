@@ -1,5 +1,6 @@
 #pragma once
 
+#include "RamDiskCore/Ports/Port.h"
 #include "RamDiskCore/Values/VolumeMark.h"
 
 #include <filesystem>
@@ -9,13 +10,8 @@
 namespace ramdisk {
 
 /// Reads and writes the attribute that marks our volumes.
-class VolumeMarkAccessing {
+class VolumeMarkAccessing : public Port {
 public:
-    VolumeMarkAccessing() = default;
-    VolumeMarkAccessing(const VolumeMarkAccessing&) = delete;
-    VolumeMarkAccessing& operator=(const VolumeMarkAccessing&) = delete;
-    virtual ~VolumeMarkAccessing() = default;
-
     /// The mark on the volume's root folder; not set when it cannot be read.
     [[nodiscard]] virtual VolumeMark::Reading read(const std::filesystem::path& volume) const = 0;
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "RamDiskCore/Ports/Port.h"
 #include "RamDiskCore/Values/ByteCount.h"
 #include "RamDiskCore/Values/FileSystem.h"
 
@@ -24,13 +25,8 @@ struct VolumeStatistics {
 };
 
 /// Reads the statistics of mounted volumes.
-class VolumeStatisticsReading {
+class VolumeStatisticsReading : public Port {
 public:
-    VolumeStatisticsReading() = default;
-    VolumeStatisticsReading(const VolumeStatisticsReading&) = delete;
-    VolumeStatisticsReading& operator=(const VolumeStatisticsReading&) = delete;
-    virtual ~VolumeStatisticsReading() = default;
-
     /// Absent when the volume cannot be asked.
     [[nodiscard]] virtual std::optional<VolumeStatistics>
     read(const std::filesystem::path& mountPoint) const = 0;

@@ -1,18 +1,15 @@
 #pragma once
 
+#include "RamDiskCore/Ports/Port.h"
+
 #include <optional>
 #include <string>
 
 namespace ramdisk {
 
 /// The environment that the user's session gives to programs opened from now on.
-class SessionEnvironment {
+class SessionEnvironment : public Port {
 public:
-    SessionEnvironment() = default;
-    SessionEnvironment(const SessionEnvironment&) = delete;
-    SessionEnvironment& operator=(const SessionEnvironment&) = delete;
-    virtual ~SessionEnvironment() = default;
-
     /// Absent when the variable is not set.
     /// @throws std::exception when it cannot be told.
     [[nodiscard]] virtual std::optional<std::string> value(const std::string& variable) = 0;

@@ -1,18 +1,15 @@
 #pragma once
 
+#include "RamDiskCore/Ports/Port.h"
+
 #include <chrono>
 #include <functional>
 
 namespace ramdisk {
 
 /// Runs pieces of work later, on threads of its own. A task handles its own errors: nothing may leave it.
-class TaskScheduling {
+class TaskScheduling : public Port {
 public:
-    TaskScheduling() = default;
-    TaskScheduling(const TaskScheduling&) = delete;
-    TaskScheduling& operator=(const TaskScheduling&) = delete;
-    virtual ~TaskScheduling() = default;
-
     /// Runs `task` as soon as a thread is free.
     virtual void post(std::function<void()> task) = 0;
     /// Runs `task` as soon as a thread is free after `delay`. Until then it costs memory only.

@@ -17,8 +17,13 @@ class NpmCacheRedirector {
 public:
     NpmCacheRedirector(std::filesystem::path home, StepObserver observer);
 
+    /// Killed before it recorded anything, it leaves the file as it was, and perhaps a folder on the disk.
+    /// Killed after that, it leaves the old file or the new one, perhaps with an unfinished copy beside it:
+    /// `undo` is right for both and removes the copy.
     RedirectRestoreState apply(const RedirectDestination& destination,
                                const FolderRedirecting::Record& record) const;
+    /// Changes nothing but a line of ours. Killed on the way, it leaves the old file or the new one, and can
+    /// be repeated.
     void undo(const std::string& name, const RedirectRestoreState::ConfigLine& former) const;
     [[nodiscard]] bool isInForce(const RedirectDestination& destination) const;
 

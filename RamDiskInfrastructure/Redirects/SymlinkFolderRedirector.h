@@ -31,9 +31,12 @@ public:
     SymlinkFolderRedirector(std::filesystem::path home, std::vector<std::filesystem::path> reserved,
                             StepObserver observer, NameExchange exchange = NameExchange::whereSupported);
 
+    /// Killed at any step, it leaves what `undo` puts right with what was recorded last; the original is
+    /// whole at every moment, in its place or in its backup.
     RedirectRestoreState apply(const Source& source, const std::filesystem::path& mountPoint,
                                const FolderRedirecting::Record& record) const;
 
+    /// Goes by what it finds. Killed at any step, it can be repeated with the same record.
     /// @param backup where the original was to be kept; absent when there was none.
     /// @param link what the link says; absent when that was not recorded yet.
     /// @returns what the user should know.

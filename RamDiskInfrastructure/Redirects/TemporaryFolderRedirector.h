@@ -1,7 +1,7 @@
 #pragma once
 
-#include "RamDiskInfrastructure/Redirects/RedirectStep.h"
 #include "RamDiskInfrastructure/Redirects/SessionEnvironment.h"
+#include "RamDiskInfrastructure/Redirects/SettingRedirector.h"
 
 #include <filesystem>
 #include <memory>
@@ -9,20 +9,10 @@
 namespace ramdisk {
 
 /// Gives programs opened from now on a folder on a disk for their temporary files, by TMPDIR.
-class TemporaryFolderRedirector {
+class TemporaryFolderRedirector final : public SettingRedirector<RedirectRestoreState::EnvironmentVariable> {
 public:
-    TemporaryFolderRedirector(std::shared_ptr<SessionEnvironment> environment, std::filesystem::path home,
-                              StepObserver observer);
-
-    RedirectRestoreState apply(const RedirectDestination& destination,
-                               const FolderRedirecting::Record& record) const;
-    void undo(const std::string& name, const RedirectRestoreState::EnvironmentVariable& former) const;
-    [[nodiscard]] bool isInForce(const RedirectDestination& destination) const;
-
-private:
-    std::shared_ptr<SessionEnvironment> environment_;
-    std::filesystem::path home_;
-    StepObserver observer_;
+    TemporaryFolderRedirector(const std::shared_ptr<SessionEnvironment>& environment,
+                              std::filesystem::path home, StepObserver observer);
 };
 
 } // namespace ramdisk

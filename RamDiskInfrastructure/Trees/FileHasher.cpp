@@ -136,7 +136,7 @@ void hashFiles(TreeManifest::Contents& tree, const FileDescriptor& root, Writers
             // All names of a file were tried.
             gone[item] = gone[tree.items[item].original];
         }
-        removeItems(tree, gone);
+        tree.remove(gone);
     }
     meter.finish();
 }

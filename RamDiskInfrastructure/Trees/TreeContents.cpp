@@ -45,4 +45,41 @@ void TreeManifest::Contents::setAttributes(std::uint32_t item, ItemAttributes&& 
     }
 }
 
+void TreeManifest::Contents::remove(const std::vector<bool>& gone) {
+    constexpr auto none = ~std::uint32_t{0};
+    std::vector<std::uint32_t> number(items.size(), none);
+    std::vector<std::uint32_t> originalOf(items.size(), none);
+    std::vector<TreeItem> left;
+    for (std::uint32_t item = 0; item < items.size(); ++item) {
+        const bool isGone = item < gone.size() && gone[item];
+        const auto parent = number[items[item].parent];
+        if (item != 0 && (isGone || parent == none)) {
+            continue;
+        }
+        number[item] = static_cast<std::uint32_t>(left.size());
+        auto& kept = left.emplace_back(items[item]);
+        const auto& first = items[kept.original];
+        kept.firstBlock = first.firstBlock;
+        kept.blockCount = first.blockCount;
+        auto& original = originalOf[kept.original];
+        if (original == none) {
+            original = number[item];
+        } else {
+            kept.firstBlock = 0;
+            kept.blockCount = 0;
+        }
+        kept.original = original;
+        kept.firstChild = 0;
+        kept.childCount = 0;
+        if (item != 0) {
+            kept.parent = parent;
+            auto& folder = left[parent];
+            if (folder.childCount++ == 0) {
+                folder.firstChild = number[item];
+            }
+        }
+    }
+    items = std::move(left);
+}
+
 } // namespace ramdisk

@@ -46,6 +46,8 @@ struct BlockHash {
 /// Stands for an item that another tree does not have.
 inline constexpr std::uint32_t noItem = std::numeric_limits<std::uint32_t>::max();
 
+/// One name in a tree: what lies there, with all metadata but what only the running kernel knows. Names,
+/// targets, attributes and hashes lie in the tree's own lists.
 struct TreeItem {
     ItemType type = ItemType::folder;
     /// The permission bits, setuid, setgid and the sticky bit.
@@ -110,6 +112,9 @@ struct TreeManifest::Contents {
     }
     TextRange addText(std::string_view added);
     void setAttributes(std::uint32_t item, ItemAttributes&& attributes);
+    /// Takes items out, and what lies in them. Where the first name of a file goes, the next one takes its
+    /// place.
+    void remove(const std::vector<bool>& gone);
     /// Whether the item is a file with contents under its first name: the others get what that one has.
     [[nodiscard]] bool hasOwnContents(std::uint32_t item) const {
         return items[item].type == ItemType::file && items[item].original == item && items[item].size != 0;

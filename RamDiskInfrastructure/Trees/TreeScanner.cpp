@@ -410,7 +410,7 @@ void TreeScanner::putTogether(ProgressMeter& meter) {
         }
     }
     if (!gone.empty()) {
-        removeItems(tree_, gone);
+        tree_.remove(gone);
     }
 }
 
@@ -424,43 +424,6 @@ void TreeScanner::takeOver(std::uint32_t number) {
     item.areContentsNoted = true;
     tree_.blocks.insert(tree_.blocks.end(), earlier_->blocksOf(then), earlier_->blocksOf(then) + count);
     tree_.setAttributes(number, ItemAttributes(earlier_->attributes(then)));
-}
-
-void removeItems(TreeManifest::Contents& tree, const std::vector<bool>& gone) {
-    constexpr auto none = ~std::uint32_t{0};
-    std::vector<std::uint32_t> number(tree.items.size(), none);
-    std::vector<std::uint32_t> originalOf(tree.items.size(), none);
-    std::vector<TreeItem> left;
-    for (std::uint32_t item = 0; item < tree.items.size(); ++item) {
-        const bool isGone = item < gone.size() && gone[item];
-        const auto parent = number[tree.items[item].parent];
-        if (item != 0 && (isGone || parent == none)) {
-            continue;
-        }
-        number[item] = static_cast<std::uint32_t>(left.size());
-        auto& kept = left.emplace_back(tree.items[item]);
-        const auto& first = tree.items[kept.original];
-        kept.firstBlock = first.firstBlock;
-        kept.blockCount = first.blockCount;
-        auto& original = originalOf[kept.original];
-        if (original == none) {
-            original = number[item];
-        } else {
-            kept.firstBlock = 0;
-            kept.blockCount = 0;
-        }
-        kept.original = original;
-        kept.firstChild = 0;
-        kept.childCount = 0;
-        if (item != 0) {
-            kept.parent = parent;
-            auto& folder = left[parent];
-            if (folder.childCount++ == 0) {
-                folder.firstChild = number[item];
-            }
-        }
-    }
-    tree.items = std::move(left);
 }
 
 } // namespace ramdisk

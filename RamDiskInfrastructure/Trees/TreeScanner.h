@@ -100,8 +100,4 @@ private:
     dev_t volume_ = 0;
 };
 
-/// Takes items out of the tree, and what lies in them. Where the first name of a file goes, the next one
-/// takes its place.
-void removeItems(TreeManifest::Contents& tree, const std::vector<bool>& gone);
-
 } // namespace ramdisk

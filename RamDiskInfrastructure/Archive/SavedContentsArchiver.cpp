@@ -67,7 +67,7 @@ SaveOutcome SavedContentsArchiver::save(const SaveRequest& request, SaveSource& 
     const auto& latest = request.files.latest;
     step("take status");
     static_cast<void>(source.takeStatus(observer));
-    if (FileIdentity::of(latest) && tool_->isUpToDate(request, source)) {
+    if (FileIdentity::of(latest) && source.isUpToDate(request)) {
         if (request.verification == Verification::yes) {
             step("verify");
             tool_->verify(latest, request.protection);
@@ -95,11 +95,11 @@ SaveOutcome SavedContentsArchiver::save(const SaveRequest& request, SaveSource& 
 void SavedContentsArchiver::fill(const std::filesystem::path& partial, const SaveRequest& request,
                                  SaveSource& source, const ProgressObserver& observer) {
     step("begin");
-    const auto image = tool_->begin(partial, request, source);
+    const auto image = source.begin(partial, request);
     auto status = SaveSource::Status::changed;
     for (int round = 0; round < tool_->rounds() && status == SaveSource::Status::changed; ++round) {
         step("fill");
-        image->fill(source, observer);
+        image->fill(observer);
         step("take status again");
         status = source.takeStatus(observer);
     }

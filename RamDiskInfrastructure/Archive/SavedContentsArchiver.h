@@ -16,7 +16,7 @@ namespace ramdisk {
 /// "UUID.earlier-SECONDS.sparseimage", so that at no moment there is less than there was. Copies beyond those
 /// to keep are retired afterwards. A process killed between any two of these steps leaves a partial image or
 /// a second name, which the next operation removes.
-class SavedContentsArchiver final : public ContentArchiving {
+class SavedContentsArchiver : public ContentArchiving {
 public:
     /// Told before each step of a save or a rotation; may throw to make that step fail.
     using StepObserver = SavedCopyFolder::StepObserver;

@@ -1,21 +1,32 @@
 #pragma once
 
 #include "RamDiskCore/Ports/ContentArchiving.h"
+#include "RamDiskCore/Ports/Port.h"
 
 #include <filesystem>
 #include <memory>
 
 namespace ramdisk {
 
-/// A disk's volume that is being saved. While it lives, the volume may count as in use.
-class SaveSource {
+/// A new image that is being filled. Destroyed before `close`, it is closed by force; its file is the
+/// caller's to delete.
+class PartialImage : public Port {
+public:
+    /// Makes the image hold what its source held when the last status of that was taken. Called again after
+    /// a later status, it brings the image up to it.
+    /// @throws std::exception
+    virtual void fill(const ProgressObserver& observer) = 0;
+
+    /// Closes the image. When it returns, the image's file is whole and on the system disk.
+    /// @throws std::exception
+    virtual void close() = 0;
+};
+
+/// A disk's volume that is being saved. While it lives, the volume may count as in use. Outlived by the tool
+/// that opened it.
+class SaveSource : public Port {
 public:
     enum class Status { unchanged, changed };
-
-    SaveSource() = default;
-    SaveSource(const SaveSource&) = delete;
-    SaveSource& operator=(const SaveSource&) = delete;
-    virtual ~SaveSource() = default;
 
     /// Takes the status of every item on the volume and compares it with the one taken before, if there is
     /// one: `changed` the first time.
@@ -24,36 +35,22 @@ public:
 
     /// Whether the volume is still mounted where it was.
     [[nodiscard]] virtual bool isPresent() const = 0;
-};
 
-/// A new image that is being filled. Destroyed before `close`, it is closed by force; its file is the
-/// caller's to delete.
-class PartialImage {
-public:
-    PartialImage() = default;
-    PartialImage(const PartialImage&) = delete;
-    PartialImage& operator=(const PartialImage&) = delete;
-    virtual ~PartialImage() = default;
+    /// Whether the image at `request.files.latest` holds exactly what the last status says. When in doubt it
+    /// does not.
+    [[nodiscard]] virtual bool isUpToDate(const SaveRequest& request) = 0;
 
-    /// Makes the image hold what the source held when its last status was taken. Called again after a later
-    /// status, it brings the image up to it.
-    /// @throws std::exception
-    virtual void fill(SaveSource& source, const ProgressObserver& observer) = 0;
-
-    /// Closes the image. When it returns, the image's file is whole and on the system disk.
-    /// @throws std::exception
-    virtual void close() = 0;
+    /// Makes the image file at `partial`, possibly from an earlier copy, and opens it. The source outlives
+    /// the image.
+    /// @throws std::exception; a file that is there then is the caller's to delete.
+    [[nodiscard]] virtual std::unique_ptr<PartialImage> begin(const std::filesystem::path& partial,
+                                                              const SaveRequest& request) = 0;
 };
 
 /// The platform's half of saving: what images are, and how they are opened and filled. When a copy counts,
 /// what it is called and how long it is kept is `SavedContentsArchiver`'s.
-class SavedImageTool {
+class SavedImageTool : public Port {
 public:
-    SavedImageTool() = default;
-    SavedImageTool(const SavedImageTool&) = delete;
-    SavedImageTool& operator=(const SavedImageTool&) = delete;
-    virtual ~SavedImageTool() = default;
-
     /// @throws as `ContentArchiving::requireSupport`
     virtual void requireSupport(const RamDisk& /*disk*/) const {}
 
@@ -62,15 +59,6 @@ public:
 
     /// @throws RamDiskError `diskEjected` when the volume is not mounted; std::exception
     [[nodiscard]] virtual std::unique_ptr<SaveSource> openSource(const SaveRequest& request) = 0;
-
-    /// Whether the image at `request.files.latest` holds exactly what the source's last status says. When in
-    /// doubt it does not.
-    [[nodiscard]] virtual bool isUpToDate(const SaveRequest& request, SaveSource& source) = 0;
-
-    /// Makes the image file at `partial`, possibly from an earlier copy, and opens it.
-    /// @throws std::exception; a file that is there then is the caller's to delete.
-    [[nodiscard]] virtual std::unique_ptr<PartialImage>
-    begin(const std::filesystem::path& partial, const SaveRequest& request, SaveSource& source) = 0;
 
     /// Reads a closed image back and compares everything in it with what was saved.
     /// @throws RamDiskError `contentsTransferFailed` telling what differs; std::exception

@@ -1,49 +1,21 @@
 #pragma once
 
-#include "RamDiskCore/Ports/ContentArchiving.h"
 #include "RamDiskInfrastructure/Archive/SavedContentsArchiver.h"
-#include "RamDiskInfrastructure/MacTools/HDIUtilImages.h"
-#include "RamDiskInfrastructure/MacTools/VolumeStatisticsReading.h"
-#include "RamDiskInfrastructure/Unix/MountedVolume.h"
+#include "RamDiskInfrastructure/MacTools/HDIUtilImageTool.h"
 
-#include <chrono>
-#include <filesystem>
 #include <memory>
+#include <utility>
 
 namespace ramdisk {
 
 /// Saves the files of disks into sparse images that macOS's own tools make, fill and open, so that a saved
 /// copy can be opened on any Mac without this system.
-class HDIUtilContentArchiver final : public ContentArchiving {
+class HDIUtilContentArchiver final : public SavedContentsArchiver {
 public:
-    /// A mounted disk, and what tells its volume from another that is mounted there later.
-    struct MadeVolume {
-        RamDisk disk;
-        std::filesystem::path mountPoint;
-        MountedVolume volume;
-    };
-    /// What of an item tells whether it changed.
-    struct FileStatus {
-        std::chrono::sys_time<std::chrono::nanoseconds> changed;
-        bool isFolder = false;
-
-        friend bool operator==(const FileStatus&, const FileStatus&) = default;
-    };
-
     HDIUtilContentArchiver(HDIUtilImages::Ports ports,
-                           std::shared_ptr<const VolumeStatisticsReading> statistics);
-
-    void requireSupport(const RamDisk& disk) const override;
-    SaveOutcome save(const SaveRequest& request, const ProgressObserver& observer) override;
-    RestoredVolume restore(const RestoreRequest& request, const ProgressObserver& observer) override;
-    void tidy(const SavedCopyFiles& files) override;
-    [[nodiscard]] std::vector<SavedCopy> copies(const SavedCopyFiles& files) override;
-    [[nodiscard]] SavedVolume describe(const std::filesystem::path& image,
-                                       const VolumeProtection& protection) override;
-    void remove(const SavedCopyFiles& files) override;
-
-private:
-    SavedContentsArchiver archiver_;
+                           std::shared_ptr<const VolumeStatisticsReading> statistics)
+        : SavedContentsArchiver(std::make_shared<HDIUtilImageTool>(std::move(ports), std::move(statistics))) {
+    }
 };
 
 } // namespace ramdisk

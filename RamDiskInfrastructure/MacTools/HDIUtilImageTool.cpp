@@ -3,7 +3,6 @@
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/Archive/FileIdentity.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
-#include "RamDiskInfrastructure/MacTools/HDIUtilContentArchiver.h"
 #include "RamDiskInfrastructure/MacTools/VolumeContents.h"
 #include "RamDiskInfrastructure/Stores/FlushToDisk.h"
 
@@ -19,29 +18,6 @@
 namespace ramdisk {
 
 namespace {
-
-using MadeVolume = HDIUtilContentArchiver::MadeVolume;
-
-class DiskSource final : public SaveSource {
-public:
-    DiskSource(MadeVolume volume, decltype(HDIUtilImages::Ports::volumeAt) volumeAt)
-        : volume_(std::move(volume)),
-          volumeAt_(std::move(volumeAt)) {}
-
-    Status takeStatus(const ProgressObserver& /*observer*/) override {
-        auto status = VolumeContents(volume_.mountPoint).status();
-        const bool isUnchanged = status_ == status;
-        status_ = std::move(status);
-        return isUnchanged ? Status::unchanged : Status::changed;
-    }
-    [[nodiscard]] bool isPresent() const override { return volumeAt_(volume_.mountPoint) == volume_.volume; }
-    [[nodiscard]] const std::filesystem::path& mountPoint() const noexcept { return volume_.mountPoint; }
-
-private:
-    MadeVolume volume_;
-    decltype(HDIUtilImages::Ports::volumeAt) volumeAt_;
-    std::optional<VolumeContents::Status> status_;
-};
 
 /// Closes the image with this value unless that was done before.
 class OpenImage {
@@ -72,23 +48,54 @@ private:
     bool isClosed_ = false;
 };
 
-class SparseImage final : public PartialImage {
+} // namespace
+
+class HDIUtilImageTool::DiskSource final : public SaveSource {
 public:
-    SparseImage(const HDIUtilImages& images, std::shared_ptr<CommandRunning> runner,
+    DiskSource(HDIUtilImageTool& tool, std::filesystem::path mountPoint, MountedVolume volume)
+        : tool_(tool),
+          mountPoint_(std::move(mountPoint)),
+          volume_(std::move(volume)) {}
+
+    Status takeStatus(const ProgressObserver& /*observer*/) override {
+        auto status = VolumeContents(mountPoint_).status();
+        const bool isUnchanged = status_ == status;
+        status_ = std::move(status);
+        return isUnchanged ? Status::unchanged : Status::changed;
+    }
+    [[nodiscard]] bool isPresent() const override { return tool_.ports_.volumeAt(mountPoint_) == volume_; }
+    [[nodiscard]] bool isUpToDate(const SaveRequest& /*request*/) override {
+        // Dates do not tell: a file changed through a shared mapping may keep its own.
+        return false;
+    }
+    [[nodiscard]] std::unique_ptr<PartialImage> begin(const std::filesystem::path& partial,
+                                                      const SaveRequest& request) override;
+    [[nodiscard]] const std::filesystem::path& mountPoint() const noexcept { return mountPoint_; }
+
+private:
+    HDIUtilImageTool& tool_;
+    std::filesystem::path mountPoint_;
+    MountedVolume volume_;
+    std::optional<VolumeContents::Status> status_;
+};
+
+class HDIUtilImageTool::SparseImage final : public PartialImage {
+public:
+    SparseImage(DiskSource& source, const HDIUtilImages& images, std::shared_ptr<CommandRunning> runner,
                 std::filesystem::path file, AttachedImage attached)
-        : runner_(std::move(runner)),
+        : source_(source),
+          runner_(std::move(runner)),
           file_(std::move(file)),
           image_(images, std::move(attached)) {}
 
-    void fill(SaveSource& source, const ProgressObserver& observer) override {
+    void fill(const ProgressObserver& observer) override {
         const VolumeContents target(image_.mountPoint());
         try {
             target.removeAll();
-            target.copyFrom(VolumeContents(dynamic_cast<DiskSource&>(source).mountPoint()), *runner_,
-                            observer);
+            target.copyFrom(VolumeContents(source_.mountPoint()), *runner_, observer);
         } catch (const std::exception&) {
             // A file that vanishes while it is copied makes the tool fail.
-            if (source.isPresent() && source.takeStatus({}) == SaveSource::Status::changed) {
+            if (source_.isPresent() && source_.takeStatus({}) == SaveSource::Status::changed) {
                 throw RamDiskError(RamDiskError::FilesKeptChanging{});
             }
             throw;
@@ -108,12 +115,27 @@ public:
     }
 
 private:
+    DiskSource& source_;
     std::shared_ptr<CommandRunning> runner_;
     std::filesystem::path file_;
     OpenImage image_;
 };
 
-} // namespace
+std::unique_ptr<PartialImage> HDIUtilImageTool::DiskSource::begin(const std::filesystem::path& partial,
+                                                                  const SaveRequest& request) {
+    const auto* passphrase = request.protection.passphrase();
+    const auto& images = tool_.images_;
+    images.create(partial, request.disk.capacity, request.disk.name, passphrase);
+    ::chmod(partial.c_str(), S_IRUSR | S_IWUSR);
+    auto image =
+        std::make_unique<SparseImage>(*this, images, tool_.ports_.runner, partial,
+                                      images.open(partial, HDIUtilImages::Access::readWrite, passphrase));
+    if (request.verification == Verification::yes) {
+        const std::lock_guard guard(tool_.mutex_);
+        tool_.filledFrom_[partial] = mountPoint_;
+    }
+    return image;
+}
 
 HDIUtilImageTool::HDIUtilImageTool(HDIUtilImages::Ports ports,
                                    std::shared_ptr<const VolumeStatisticsReading> statistics)
@@ -126,27 +148,7 @@ std::unique_ptr<SaveSource> HDIUtilImageTool::openSource(const SaveRequest& requ
     if (!volume) {
         throw RamDiskError(RamDiskError::DiskEjected{});
     }
-    return std::make_unique<DiskSource>(MadeVolume{request.disk, *request.disk.mountPoint, *volume},
-                                        ports_.volumeAt);
-}
-
-bool HDIUtilImageTool::isUpToDate(const SaveRequest& /*request*/, SaveSource& /*source*/) {
-    // Dates do not tell: a file changed through a shared mapping may keep its own.
-    return false;
-}
-
-std::unique_ptr<PartialImage> HDIUtilImageTool::begin(const std::filesystem::path& partial,
-                                                      const SaveRequest& request, SaveSource& source) {
-    const auto* passphrase = request.protection.passphrase();
-    images_.create(partial, request.disk.capacity, request.disk.name, passphrase);
-    ::chmod(partial.c_str(), S_IRUSR | S_IWUSR);
-    auto image = std::make_unique<SparseImage>(
-        images_, ports_.runner, partial, images_.open(partial, HDIUtilImages::Access::readWrite, passphrase));
-    if (request.verification == Verification::yes) {
-        const std::lock_guard guard(mutex_);
-        filledFrom_[partial] = dynamic_cast<DiskSource&>(source).mountPoint();
-    }
-    return image;
+    return std::make_unique<DiskSource>(*this, *request.disk.mountPoint, *volume);
 }
 
 void HDIUtilImageTool::verify(const std::filesystem::path& image, const VolumeProtection& protection) {

@@ -19,9 +19,6 @@ public:
 
     [[nodiscard]] int rounds() const noexcept override { return 1; }
     [[nodiscard]] std::unique_ptr<SaveSource> openSource(const SaveRequest& request) override;
-    [[nodiscard]] bool isUpToDate(const SaveRequest& request, SaveSource& source) override;
-    [[nodiscard]] std::unique_ptr<PartialImage>
-    begin(const std::filesystem::path& partial, const SaveRequest& request, SaveSource& source) override;
     void verify(const std::filesystem::path& image, const VolumeProtection& protection) override;
     void retire(const std::filesystem::path& image, const SavedCopyFiles& files) noexcept override;
     void abandon(const std::filesystem::path& partial) noexcept override;
@@ -30,6 +27,9 @@ public:
                                        const VolumeProtection& protection) override;
 
 private:
+    class DiskSource;
+    class SparseImage;
+
     /// Null for an image that is not encrypted.
     /// @throws RamDiskError `missing` when it is and there is no passphrase for it.
     [[nodiscard]] const VolumePassphrase* passphraseFor(const std::filesystem::path& image,

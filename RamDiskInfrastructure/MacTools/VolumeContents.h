@@ -2,11 +2,12 @@
 
 #include "RamDiskCore/Ports/CommandRunning.h"
 #include "RamDiskCore/Ports/TransferProgress.h"
-#include "RamDiskInfrastructure/MacTools/HDIUtilContentArchiver.h"
 
+#include <chrono>
 #include <filesystem>
 #include <map>
 #include <optional>
+#include <utility>
 
 namespace ramdisk {
 
@@ -15,7 +16,14 @@ namespace ramdisk {
 /// mark belongs to the volume. No link is followed.
 class VolumeContents {
 public:
-    using Status = std::map<std::filesystem::path, HDIUtilContentArchiver::FileStatus>;
+    /// What of an item tells whether it changed.
+    struct FileStatus {
+        std::chrono::sys_time<std::chrono::nanoseconds> changed;
+        bool isFolder = false;
+
+        friend bool operator==(const FileStatus&, const FileStatus&) = default;
+    };
+    using Status = std::map<std::filesystem::path, FileStatus>;
 
     explicit VolumeContents(std::filesystem::path root) : root_(std::move(root)) {}
 

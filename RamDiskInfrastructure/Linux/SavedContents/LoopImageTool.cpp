@@ -43,6 +43,31 @@ SavedVolume describeElsewhere(const ImageFile& file, const std::vector<unsigned>
     throw RamDiskError(RamDiskError::ImageOpenAlready{});
 }
 
+class LoopSource final : public MountedSource {
+public:
+    LoopSource(MountedDisk disk, LatestCopy latest, const LinuxHost& host,
+               std::shared_ptr<CommandRunning> runner)
+        : MountedSource(std::move(disk), std::move(latest)),
+          host_(host),
+          runner_(std::move(runner)) {}
+
+    [[nodiscard]] bool isUpToDate(const SaveRequest& request) override {
+        const auto& held = latest().description();
+        return held && held->origin == ImageOrigin{request.disk.name, request.disk.capacity}
+               && !held->manifest.firstDifference(manifest());
+    }
+    [[nodiscard]] std::unique_ptr<PartialImage> begin(const std::filesystem::path& partial,
+                                                      const SaveRequest& request) override {
+        // The latest can be a start once it is closed.
+        static_cast<void>(latest().description());
+        return std::make_unique<LoopPartialImage>(partial, request, *this, host_, runner_);
+    }
+
+private:
+    const LinuxHost& host_;
+    std::shared_ptr<CommandRunning> runner_;
+};
+
 } // namespace
 
 LoopImageTool::LoopImageTool(LinuxHost host, std::shared_ptr<CommandRunning> runner)
@@ -54,23 +79,9 @@ void LoopImageTool::requireSupport(const RamDisk& disk) const {
 }
 
 std::unique_ptr<SaveSource> LoopImageTool::openSource(const SaveRequest& request) {
-    return std::make_unique<MountedSource>(MountedDisk::open(request.disk, host_),
-                                           LatestCopy(request.files.latest, request.protection, host_));
-}
-
-bool LoopImageTool::isUpToDate(const SaveRequest& request, SaveSource& source) {
-    auto& mounted = dynamic_cast<MountedSource&>(source);
-    const auto& latest = mounted.latest().description();
-    return latest && latest->origin == ImageOrigin{request.disk.name, request.disk.capacity}
-           && !latest->manifest.firstDifference(mounted.manifest());
-}
-
-std::unique_ptr<PartialImage> LoopImageTool::begin(const std::filesystem::path& partial,
-                                                   const SaveRequest& request, SaveSource& source) {
-    auto& mounted = dynamic_cast<MountedSource&>(source);
-    // The latest can be a start once it is closed.
-    static_cast<void>(mounted.latest().description());
-    return std::make_unique<LoopPartialImage>(partial, request, mounted, host_, runner_);
+    return std::make_unique<LoopSource>(MountedDisk::open(request.disk, host_),
+                                        LatestCopy(request.files.latest, request.protection, host_), host_,
+                                        runner_);
 }
 
 void LoopImageTool::verify(const std::filesystem::path& path, const VolumeProtection& protection) {

@@ -24,9 +24,6 @@ public:
     void requireSupport(const RamDisk& disk) const override;
     [[nodiscard]] int rounds() const noexcept override { return 3; }
     [[nodiscard]] std::unique_ptr<SaveSource> openSource(const SaveRequest& request) override;
-    [[nodiscard]] bool isUpToDate(const SaveRequest& request, SaveSource& source) override;
-    [[nodiscard]] std::unique_ptr<PartialImage>
-    begin(const std::filesystem::path& partial, const SaveRequest& request, SaveSource& source) override;
     void verify(const std::filesystem::path& image, const VolumeProtection& protection) override;
     void retire(const std::filesystem::path& image, const SavedCopyFiles& files) noexcept override;
     Closing restore(const RestoreRequest& request, const ProgressObserver& observer) override;

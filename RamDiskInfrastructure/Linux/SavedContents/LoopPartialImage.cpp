@@ -38,7 +38,8 @@ bool hasOneName(const ImageFile& file) {
 LoopPartialImage::LoopPartialImage(std::filesystem::path partial, const SaveRequest& request,
                                    MountedSource& source, const LinuxHost& host,
                                    std::shared_ptr<CommandRunning> runner)
-    : partial_(std::move(partial)),
+    : source_(source),
+      partial_(std::move(partial)),
       request_(request),
       host_(host),
       runner_(std::move(runner)) {
@@ -126,15 +127,14 @@ void LoopPartialImage::requireRoom(const TreeManifest& wanted, ByteCount present
     }
 }
 
-void LoopPartialImage::fill(SaveSource& source, const ProgressObserver& observer) {
-    auto& mounted = dynamic_cast<MountedSource&>(source);
+void LoopPartialImage::fill(const ProgressObserver& observer) {
     try {
         if (finishing_.valid()) {
             finishing_.get();
             reopen();
         }
         try {
-            fillOnce(mounted, observer);
+            fillOnce(observer);
         } catch (const SystemCallError& error) {
             if (error.code().value() != ENOSPC && error.code().value() != EDQUOT) {
                 throw;
@@ -143,10 +143,10 @@ void LoopPartialImage::fill(SaveSource& source, const ProgressObserver& observer
             image_.reset();
             held_.reset();
             unlink(partial_.c_str());
-            const auto& wanted = mounted.manifest();
+            const auto& wanted = source_.manifest();
             geometry_ = std::max(geometry_.doubled(), geometryFor(wanted));
             image_ = startFromNothing(geometry_, wanted);
-            fillOnce(mounted, observer);
+            fillOnce(observer);
         }
         // Without a thread it is finished when that is asked for.
         finishing_ = std::async(std::launch::async | std::launch::deferred, [this] { finish(); });
@@ -166,14 +166,14 @@ void LoopPartialImage::reopen() {
     }
 }
 
-void LoopPartialImage::fillOnce(MountedSource& source, const ProgressObserver& observer) {
+void LoopPartialImage::fillOnce(const ProgressObserver& observer) {
     // Of the earlier save, or of the round before.
     const auto held = std::exchange(held_, std::nullopt).value_or(TreeManifest());
     image_->undescribe();
-    TreeUpdate update{source.root(), source.manifest(), image_->contents(), held, Extras::remove};
+    TreeUpdate update{source_.root(), source_.manifest(), image_->contents(), held, Extras::remove};
     update.pageCache = PageCache::bypass;
     update.perform(observer);
-    image_->describe(source.manifest(), {request_.disk.name, request_.disk.capacity});
+    image_->describe(source_.manifest(), {request_.disk.name, request_.disk.capacity});
 }
 
 void LoopPartialImage::finish() {

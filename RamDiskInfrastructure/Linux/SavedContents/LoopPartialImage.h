@@ -20,7 +20,7 @@ public:
     LoopPartialImage(std::filesystem::path partial, const SaveRequest& request, MountedSource& source,
                      const LinuxHost& host, std::shared_ptr<CommandRunning> runner);
 
-    void fill(SaveSource& source, const ProgressObserver& observer) override;
+    void fill(const ProgressObserver& observer) override;
     void close() override;
 
 private:
@@ -28,7 +28,7 @@ private:
     [[nodiscard]] std::optional<OpenImage> startFromEarlier(const TreeManifest& wanted);
     [[nodiscard]] std::optional<ImageFile> takeEarlierFile();
     [[nodiscard]] OpenImage startFromNothing(const ImageGeometry& geometry, const TreeManifest& wanted);
-    void fillOnce(MountedSource& source, const ProgressObserver& observer);
+    void fillOnce(const ProgressObserver& observer);
     /// The image that was finished, since the disk changed meanwhile.
     void reopen();
     /// Brings everything to the system disk and closes the image.
@@ -36,6 +36,7 @@ private:
     void requireRoom(const TreeManifest& wanted, ByteCount present) const;
     [[noreturn]] void throwTransferFailure(const std::exception& cause) const;
 
+    MountedSource& source_;
     std::filesystem::path partial_;
     SaveRequest request_;
     LinuxHost host_;

@@ -43,7 +43,7 @@ private:
 };
 
 /// A disk that is being saved.
-class MountedSource final : public SaveSource {
+class MountedSource : public SaveSource {
 public:
     MountedSource(MountedDisk disk, LatestCopy latest) : disk_(std::move(disk)), latest_(std::move(latest)) {}
 

@@ -26,21 +26,11 @@ public:
     int rounds() const noexcept override { return mostRounds; }
 
     std::unique_ptr<SaveSource> openSource(const SaveRequest& request) override {
-        auto source = std::make_unique<Source>(fileOn(request.disk));
+        auto source = std::make_unique<Source>(fileOn(request.disk), meanwhile);
         if (!source->isPresent()) {
             throw RamDiskError(RamDiskError::DiskEjected{});
         }
         return source;
-    }
-    bool isUpToDate(const SaveRequest& request, SaveSource& source) override {
-        return readFile(request.files.latest) == imageOf(dynamic_cast<Source&>(source).content);
-    }
-    std::unique_ptr<PartialImage> begin(const std::filesystem::path& partial, const SaveRequest& request,
-                                        SaveSource& /*source*/) override {
-        std::error_code ignored;
-        std::filesystem::rename(SavedCopyNames{request.files}.spare(), partial, ignored);
-        writeFile(partial, "[");
-        return std::make_unique<Partial>(partial, meanwhile);
     }
     void verify(const std::filesystem::path& image, const VolumeProtection& /*protection*/) override {
         if (!readFile(image).ends_with(']')) {
@@ -65,8 +55,22 @@ public:
     }
 
 private:
+    struct Source;
+
+    struct Partial final : PartialImage {
+        Partial(std::filesystem::path image, const Source& from) : path(std::move(image)), source(from) {}
+
+        void fill(const ProgressObserver& /*observer*/) override;
+        void close() override { std::ofstream(path, std::ios::app) << "]"; }
+
+        std::filesystem::path path;
+        const Source& source;
+    };
+
     struct Source final : SaveSource {
-        explicit Source(std::filesystem::path onDisk) : file(std::move(onDisk)) {}
+        Source(std::filesystem::path onDisk, const std::function<void()>& after)
+            : file(std::move(onDisk)),
+              meanwhile(after) {}
 
         Status takeStatus(const ProgressObserver& /*observer*/) override {
             if (!isPresent()) {
@@ -76,28 +80,29 @@ private:
             return std::exchange(hasStatus, true) && former == content ? Status::unchanged : Status::changed;
         }
         bool isPresent() const override { return std::filesystem::exists(file.parent_path()); }
+        bool isUpToDate(const SaveRequest& request) override {
+            return readFile(request.files.latest) == imageOf(content);
+        }
+        std::unique_ptr<PartialImage> begin(const std::filesystem::path& partial,
+                                            const SaveRequest& request) override {
+            std::error_code ignored;
+            std::filesystem::rename(SavedCopyNames{request.files}.spare(), partial, ignored);
+            writeFile(partial, "[");
+            return std::make_unique<Partial>(partial, *this);
+        }
 
         std::filesystem::path file;
         std::string content;
         bool hasStatus = false;
-    };
-
-    struct Partial final : PartialImage {
-        Partial(std::filesystem::path image, std::function<void()> after)
-            : path(std::move(image)),
-              meanwhile(std::move(after)) {}
-
-        void fill(SaveSource& source, const ProgressObserver& /*observer*/) override {
-            writeFile(path, "[" + dynamic_cast<Source&>(source).content);
-            if (meanwhile) {
-                meanwhile();
-            }
-        }
-        void close() override { std::ofstream(path, std::ios::app) << "]"; }
-
-        std::filesystem::path path;
-        std::function<void()> meanwhile;
+        const std::function<void()>& meanwhile;
     };
 };
+
+inline void FakeImageTool::Partial::fill(const ProgressObserver& /*observer*/) {
+    writeFile(path, "[" + source.content);
+    if (source.meanwhile) {
+        source.meanwhile();
+    }
+}
 
 } // namespace ramdisk::test

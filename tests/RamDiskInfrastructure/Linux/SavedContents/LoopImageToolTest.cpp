@@ -324,11 +324,11 @@ TEST(SavedImage, GrowsWhenTheDiskDoesMeanwhile) {
     fs::create_directory(*disk.mountPoint / "tree");
     const auto wanted = world.request(disk);
     const auto source = world.tool.openSource(wanted);
-    const auto image = world.tool.begin(world.files.latest, wanted, *source);
+    const auto image = source->begin(world.files.latest, wanted);
     writeFile(*disk.mountPoint / "tree/large", std::string(150U << 20U, 'x'));
     static_cast<void>(source->takeStatus({}));
     EXPECT_EQ(failureOf([&] {
-                  image->fill(*source, {});
+                  image->fill({});
                   image->close();
               }),
               "none");
@@ -344,12 +344,12 @@ TEST(SavedImage, FollowsADiskThatChangesWhileItIsSaved) {
     plant(*disk.mountPoint);
     const auto wanted = world.request(disk);
     const auto source = world.tool.openSource(wanted);
-    const auto image = world.tool.begin(world.files.latest, wanted, *source);
+    const auto image = source->begin(world.files.latest, wanted);
     for (const char* contents : {"first", "second", "third"}) {
         writeFile(*disk.mountPoint / "tree/changing", contents);
         writeFile(*disk.mountPoint / "tree" / contents, contents);
         EXPECT_EQ(source->takeStatus({}), SaveSource::Status::changed);
-        image->fill(*source, {});
+        image->fill({});
     }
     EXPECT_EQ(source->takeStatus({}), SaveSource::Status::unchanged);
     image->close();

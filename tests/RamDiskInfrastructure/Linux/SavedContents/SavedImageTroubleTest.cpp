@@ -42,10 +42,10 @@ TEST(SavedImage, SaysSoWhenTheSystemDiskIsFull) {
             const auto source = world.tool.openSource(wanted);
             const auto partial = SavedCopyNames{world.files}.partial();
             std::unique_ptr<PartialImage> image;
-            const auto refusal = failureOf([&] { image = world.tool.begin(partial, wanted, *source); });
+            const auto refusal = failureOf([&] { image = source->begin(partial, wanted); });
             EXPECT_EQ(refusal != "none", row.isRefusedAtOnce) << refusal;
             const auto failure = row.isRefusedAtOnce ? refusal : failureOf([&] {
-                image->fill(*source, {});
+                image->fill({});
                 image->close();
             });
             EXPECT_THAT(failure, HasSubstr("contentsTransferFailed: the system disk has only "));
@@ -75,11 +75,11 @@ TEST(SavedImage, LeavesNeitherMountNorDeviceWhenItsProcessIsKilled) {
             };
             const auto wanted = world.request(disk);
             const auto source = world.tool.openSource(wanted);
-            const auto image = world.tool.begin(partial, wanted, *source);
+            const auto image = source->begin(partial, wanted);
             if (moment == Moment::begun) {
                 reached();
             }
-            image->fill(*source, [&](const TransferProgress& progress) {
+            image->fill([&](const TransferProgress& progress) {
                 if (moment == Moment::filling && progress.bytes > 0) {
                     reached();
                 }

@@ -48,8 +48,8 @@ struct SavingMachine {
         const auto wanted = request(disk);
         const auto source = tool.openSource(wanted);
         const auto partial = SavedCopyNames{files}.partial();
-        const auto image = tool.begin(partial, wanted, *source);
-        image->fill(*source, {});
+        const auto image = source->begin(partial, wanted);
+        image->fill({});
         EXPECT_EQ(source->takeStatus({}), SaveSource::Status::unchanged);
         image->close();
         tool.retire(files.latest, files);
@@ -62,7 +62,7 @@ struct SavingMachine {
 
     [[nodiscard]] bool isUpToDate(const RamDisk& disk) {
         const auto source = tool.openSource(request(disk));
-        return tool.isUpToDate(request(disk), *source);
+        return source->isUpToDate(request(disk));
     }
 
     /// The first difference between the trees on two disks.

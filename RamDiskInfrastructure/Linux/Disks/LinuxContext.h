@@ -3,7 +3,7 @@
 #include "RamDiskInfrastructure/Commands/MachineStep.h"
 #include "RamDiskInfrastructure/Linux/Host/LinuxHost.h"
 #include "RamDiskInfrastructure/Linux/Records/DiskRecordStore.h"
-#include "RamDiskInfrastructure/Linux/Volumes/LinuxVolume.h"
+#include "RamDiskInfrastructure/Linux/Volumes/LinuxVolumes.h"
 
 #include <functional>
 #include <memory>

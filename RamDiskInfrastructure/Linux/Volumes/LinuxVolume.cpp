@@ -1,9 +1,6 @@
 #include "RamDiskInfrastructure/Linux/Volumes/LinuxVolume.h"
 
-#include "RamDiskInfrastructure/Linux/Volumes/FolderVolume.h"
 #include "RamDiskInfrastructure/Linux/Volumes/IndexingMarkers.h"
-#include "RamDiskInfrastructure/Linux/Volumes/LoopVolume.h"
-#include "RamDiskInfrastructure/Linux/Volumes/TmpfsVolume.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -54,17 +51,6 @@ std::optional<ReleaseOutcome> LinuxVolume::outcomeOf(const OpenFiles& files) {
         return std::nullopt;
     }
     return ReleaseOutcome{files.held.value_or(ByteCount{}), ramdisk::describe(files.users)};
-}
-
-LinuxVolumes::LinuxVolumes(const LinuxHost& host, const std::shared_ptr<CommandRunning>& runner) {
-    volumes_.push_back(std::make_unique<TmpfsVolume>(host));
-    volumes_.push_back(std::make_unique<LoopVolume>(host, runner));
-    volumes_.push_back(std::make_unique<FolderVolume>(host));
-}
-
-const LinuxVolume& LinuxVolumes::of(VolumeKind kind) const {
-    // In the order of the enumerators.
-    return *volumes_.at(static_cast<std::size_t>(kind));
 }
 
 } // namespace ramdisk

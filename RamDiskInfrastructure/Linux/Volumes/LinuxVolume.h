@@ -1,6 +1,6 @@
 #pragma once
 
-#include "RamDiskCore/Ports/CommandRunning.h"
+#include "RamDiskCore/Ports/Port.h"
 #include "RamDiskCore/Ports/RamDeviceAllocating.h"
 #include "RamDiskCore/Values/RamDisk.h"
 #include "RamDiskCore/Values/RamDiskError.h"
@@ -52,16 +52,19 @@ struct Detached {
 
 /// One way of realising a volume on Linux. Stateless: all it knows of a volume comes from the record and from
 /// the kernel.
-class LinuxVolume {
+class LinuxVolume : public Port {
 public:
     explicit LinuxVolume(LinuxHost host) : host_(std::move(host)) {}
-    LinuxVolume(const LinuxVolume&) = delete;
-    LinuxVolume& operator=(const LinuxVolume&) = delete;
-    virtual ~LinuxVolume() = default;
 
     /// Refuses what cannot be made here, before anything is allocated.
     /// @throws RamDiskError `formattingFailed`, `allocationFailed`
     virtual void requireSupport(const RamDiskSpecification& specification) const = 0;
+
+    /// The steps that ready this machine for what `requireSupport` let pass, before anything is allocated.
+    [[nodiscard]] virtual std::vector<MachineStep>
+    preparingSteps(const RamDiskSpecification& /*specification*/) const {
+        return {};
+    }
 
     /// Where the volume is going to be found, unless something stands in the way there.
     [[nodiscard]] virtual std::filesystem::path preferredMountPoint(const DiskRecord& record) const = 0;
@@ -109,17 +112,6 @@ protected:
 
 private:
     LinuxHost host_;
-};
-
-/// The realisation that a record was made with. Lives as long as the process.
-class LinuxVolumes {
-public:
-    LinuxVolumes(const LinuxHost& host, const std::shared_ptr<CommandRunning>& runner);
-
-    [[nodiscard]] const LinuxVolume& of(VolumeKind kind) const;
-
-private:
-    std::vector<std::unique_ptr<const LinuxVolume>> volumes_;
 };
 
 } // namespace ramdisk

@@ -12,6 +12,7 @@ CreateRamDiskUseCase::CreateRamDiskUseCase(Ports ports) : ports_(std::move(ports
 
 CreateRamDiskResult CreateRamDiskUseCase::execute(RamDiskSpecification specification, Purpose purpose) {
     auto warnings = requireValid(specification, purpose);
+    ports_.formatter->prepare(specification);
     VolumeProtection protection;
     if (specification.isEncrypted) {
         protection.value = VolumeProtection::Encrypted{ports_.passphrases->generate()};
@@ -34,6 +35,7 @@ CreateRamDiskUseCase::Plan CreateRamDiskUseCase::plan(RamDiskSpecification speci
     auto append = [&steps = plan.steps](std::vector<std::string> more) {
         std::move(more.begin(), more.end(), std::back_inserter(steps));
     };
+    append(ports_.formatter->planPreparation(specification));
     append(ports_.allocator->plan(specification.size));
     append(ports_.formatter->plan(specification));
     if (!specification.isIndexingEnabled) {

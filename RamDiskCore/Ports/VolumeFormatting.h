@@ -1,5 +1,6 @@
 #pragma once
 
+#include "RamDiskCore/Ports/Port.h"
 #include "RamDiskCore/Values/DeviceIdentifier.h"
 #include "RamDiskCore/Values/RamDiskSpecification.h"
 #include "RamDiskCore/Values/VolumeProtection.h"
@@ -11,16 +12,20 @@
 namespace ramdisk {
 
 /// Lays a file system on a device and mounts it: marked, and kept private when the request says so.
-class VolumeFormatting {
+class VolumeFormatting : public Port {
 public:
-    VolumeFormatting() = default;
-    VolumeFormatting(const VolumeFormatting&) = delete;
-    VolumeFormatting& operator=(const VolumeFormatting&) = delete;
-    virtual ~VolumeFormatting() = default;
-
     /// Refuses what this machine cannot make, before anything is allocated for it.
     /// @throws RamDiskError `formattingFailed` with the reason.
     virtual void requireSupport(const RamDiskSpecification& specification) const;
+
+    /// Readies the machine for the format, such as by loading a driver that stays loaded. Called after
+    /// `requireSupport` and before anything is allocated.
+    /// @throws RamDiskError `formattingFailed` with the reason.
+    virtual void prepare(const RamDiskSpecification& specification);
+
+    /// What `prepare` would do, one step a line.
+    [[nodiscard]] virtual std::vector<std::string>
+    planPreparation(const RamDiskSpecification& specification) const;
 
     /// Where the new volume is mounted.
     /// @throws RamDiskError `formattingFailed`, or `invalidSpecification` when another disk took the name

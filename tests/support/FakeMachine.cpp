@@ -80,6 +80,10 @@ void FakeFormatter::requireSupport(const RamDiskSpecification& /*specification*/
     throwIfSet(machine_->unsupported);
 }
 
+void FakeFormatter::prepare(const RamDiskSpecification& /*specification*/) {
+    throwIfSet(machine_->preparationFailure);
+}
+
 std::filesystem::path FakeFormatter::format(const DeviceIdentifier& device,
                                             const RamDiskSpecification& specification,
                                             const VolumeProtection& protection) {

@@ -27,6 +27,7 @@ struct FakeMachine {
 
     // What each step throws, where it is set.
     std::optional<RamDiskError> unsupported;
+    std::optional<RamDiskError> preparationFailure;
     std::optional<RamDiskError> allocationFailure;
     std::optional<RamDiskError> formattingFailure;
     std::optional<RamDiskError> indexingFailure;
@@ -66,6 +67,7 @@ public:
     explicit FakeFormatter(std::shared_ptr<FakeMachine> machine) : machine_(std::move(machine)) {}
 
     void requireSupport(const RamDiskSpecification& specification) const override;
+    void prepare(const RamDiskSpecification& specification) override;
     std::filesystem::path format(const DeviceIdentifier& device, const RamDiskSpecification& specification,
                                  const VolumeProtection& protection) override;
     std::vector<std::string> plan(const RamDiskSpecification& specification) const override;

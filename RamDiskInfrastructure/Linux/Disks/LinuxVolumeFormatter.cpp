@@ -25,6 +25,22 @@ void LinuxVolumeFormatter::requireSupport(const RamDiskSpecification& specificat
     context_->volumes.of(firstKind(specification)).requireSupport(specification);
 }
 
+void LinuxVolumeFormatter::prepare(const RamDiskSpecification& specification) {
+    try {
+        const auto& volume = context_->volumes.of(firstKind(specification));
+        perform(volume.preparingSteps(specification), context_->observer);
+    } catch (const RamDiskError&) {
+        throw;
+    } catch (const std::exception& error) {
+        throw RamDiskError(RamDiskError::FormattingFailed{error.what()});
+    }
+}
+
+std::vector<std::string>
+LinuxVolumeFormatter::planPreparation(const RamDiskSpecification& specification) const {
+    return descriptions(context_->volumes.of(firstKind(specification)).preparingSteps(specification));
+}
+
 MachineStep LinuxVolumeFormatter::claimNameStep(RecordHold& hold,
                                                 const RamDiskSpecification& specification) const {
     return {fmt::format("record the name “{}”", specification.name), [&] { claimName(hold, specification); }};

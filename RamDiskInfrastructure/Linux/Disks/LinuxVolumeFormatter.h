@@ -18,6 +18,9 @@ public:
           pending_(std::move(making)) {}
 
     void requireSupport(const RamDiskSpecification& specification) const override;
+    void prepare(const RamDiskSpecification& specification) override;
+    [[nodiscard]] std::vector<std::string>
+    planPreparation(const RamDiskSpecification& specification) const override;
     [[nodiscard]] std::filesystem::path format(const DeviceIdentifier& device,
                                                const RamDiskSpecification& specification,
                                                const VolumeProtection& protection) override;

@@ -25,10 +25,23 @@ namespace {
 
 /// Far beyond what laying a file system onto memory takes; a tool that hangs must not hang us.
 constexpr double makingLimitInSeconds = 300;
+constexpr double loadingLimitInSeconds = 30;
 constexpr unsigned loopMajor = 7;
 
 [[noreturn]] void throwUnsupported(const std::string& reason) {
     throw RamDiskError(RamDiskError::FormattingFailed{reason});
+}
+
+SystemCommand modprobe(std::vector<std::string> arguments) {
+    return {findSystemTool("modprobe").value_or("/sbin/modprobe"),
+            std::move(arguments),
+            {},
+            loadingLimitInSeconds};
+}
+
+std::string noFileSystem(FileSystem fileSystem) {
+    return fmt::format("this kernel has no {} file system, which {} needs.",
+                       LinuxFormat::of(fileSystem).kernelType, displayName(fileSystem));
 }
 
 /// Whether the mount's device is the loop device, or a container upon it.
@@ -69,14 +82,8 @@ struct LoopVolume::Build {
 void LoopVolume::requireSupport(const RamDiskSpecification& specification) const {
     const auto& format = LinuxFormat::of(specification.fileSystem);
     const auto name = displayName(specification.fileSystem);
-    if (!kernelListsFileSystem(format.kernelType, host().proc)) {
-        if (const auto modprobe = findSystemTool("modprobe")) {
-            static_cast<void>(runner_->run({*modprobe, {"-q", format.kernelType}, {}, 30.0}));
-        }
-        if (!kernelListsFileSystem(format.kernelType, host().proc)) {
-            throwUnsupported(
-                fmt::format("this kernel has no {} file system, which {} needs.", format.kernelType, name));
-        }
+    if (!kernelListsFileSystem(format.kernelType, host().proc) && !canLoad(format.kernelType)) {
+        throwUnsupported(noFileSystem(specification.fileSystem));
     }
     if (!findSystemTool(format.tool)) {
         throwUnsupported(
@@ -88,6 +95,31 @@ void LoopVolume::requireSupport(const RamDiskSpecification& specification) const
     if (specification.isEncrypted && probe_() == EncryptionMeans::none) {
         throwUnsupported("this kernel offers neither dm-crypt nor encryption in ext4.");
     }
+}
+
+bool LoopVolume::canLoad(const std::string& module) const {
+    try {
+        return runner_->run(modprobe({"-q", "--dry-run", module})).exitCode == 0;
+    } catch (const std::exception&) {
+        // Without the tool, or one that answers, nothing is loaded.
+        return false;
+    }
+}
+
+void LoopVolume::load(FileSystem fileSystem) const {
+    const std::string type = LinuxFormat::of(fileSystem).kernelType;
+    static_cast<void>(runner_->run(modprobe({"-q", type})));
+    if (!kernelListsFileSystem(type, host().proc)) {
+        throwUnsupported(noFileSystem(fileSystem));
+    }
+}
+
+std::vector<MachineStep> LoopVolume::preparingSteps(const RamDiskSpecification& specification) const {
+    const std::string type = LinuxFormat::of(specification.fileSystem).kernelType;
+    if (kernelListsFileSystem(type, host().proc)) {
+        return {};
+    }
+    return {{"modprobe " + type, [this, fileSystem = specification.fileSystem] { load(fileSystem); }}};
 }
 
 EncryptionMeans LoopVolume::encryption(const DiskRecord& record) const {

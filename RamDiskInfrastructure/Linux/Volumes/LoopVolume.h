@@ -27,6 +27,8 @@ public:
           probe_(std::move(probe)) {}
 
     void requireSupport(const RamDiskSpecification& specification) const override;
+    [[nodiscard]] std::vector<MachineStep>
+    preparingSteps(const RamDiskSpecification& specification) const override;
     [[nodiscard]] std::vector<MachineStep> makingSteps(VolumeRequest& request) const override;
     [[nodiscard]] bool isLive(const DiskRecord& record, const MountTable& mounts) const override;
     [[nodiscard]] std::optional<ReleaseOutcome> heldMemory(const DiskRecord& record,
@@ -42,6 +44,9 @@ private:
     void stopWriters(const std::filesystem::path& mountPoint) const override;
 
     [[nodiscard]] LoopDevices loops() const { return {host().sys}; }
+    /// Whether there is a module of this name, and all that it depends on. Loads nothing.
+    [[nodiscard]] bool canLoad(const std::string& module) const;
+    void load(FileSystem fileSystem) const;
     [[nodiscard]] EncryptionMeans encryption(const DiskRecord& record) const;
     [[nodiscard]] std::vector<MachineStep> deviceSteps(const std::shared_ptr<Build>& build) const;
     [[nodiscard]] std::vector<MachineStep> fileSystemSteps(const std::shared_ptr<Build>& build) const;

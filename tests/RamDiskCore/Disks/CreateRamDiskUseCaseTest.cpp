@@ -56,6 +56,9 @@ TEST_F(CreateRamDiskUseCaseTest, RefusesWithEveryErrorAndTouchesNothing) {
     EXPECT_EQ(failureOf(faulty), RamDiskError(RamDiskError::InvalidSpecification{issues}));
     machine->unsupported = RamDiskError::FormattingFailed{"no such format here"};
     EXPECT_EQ(failureOf(encrypted), *machine->unsupported);
+    machine->unsupported.reset();
+    machine->preparationFailure = RamDiskError::FormattingFailed{"no driver for it here"};
+    EXPECT_EQ(failureOf(encrypted), *machine->preparationFailure);
     EXPECT_THAT(machine->steps, IsEmpty());
 }
 

@@ -235,5 +235,51 @@ TEST(LoopVolume, LaysForeignFileSystems) {
         ElementsAre(Field(&SystemCommand::arguments, ElementsAre("-F", "32", "-n", "Scratch", fat.device))));
 }
 
+TEST(LoopVolume, LoadsAMissingDriverOnlyWhenADiskIsMade) {
+    const test::TestMachine machine;
+    auto host = machine.host(HostRung::kernel);
+    host.proc = machine.folder() / "proc";
+    std::filesystem::create_directories(host.proc);
+    test::writeFile(host.proc / "filesystems", "\text4\n");
+    const auto runner = std::make_shared<RecordingRunner>();
+    const LoopVolume volume(host, runner, [] { return EncryptionMeans::none; });
+    RamDiskSpecification specification;
+    specification.fileSystem = FileSystem::fat32;
+    const auto refusalOf = [](const auto& work) -> std::string {
+        try {
+            work();
+        } catch (const RamDiskError& error) {
+            return std::get<RamDiskError::FormattingFailed>(error.value()).reason;
+        }
+        return "none";
+    };
+    const auto arguments = [](const auto&... expected) {
+        return Field(&SystemCommand::arguments, ElementsAre(expected...));
+    };
+    const auto noDriver = "this kernel has no vfat file system, which MS-DOS (FAT32) needs.";
+    const auto require = [&] { volume.requireSupport(specification); };
+
+    runner->failing = "--dry-run";
+    EXPECT_EQ(refusalOf(require), noDriver);
+    EXPECT_THAT(runner->commands, ElementsAre(arguments("-q", "--dry-run", "vfat")));
+
+    runner->failing.clear();
+    runner->commands.clear();
+    EXPECT_NE(refusalOf(require), noDriver);
+    const auto steps = volume.preparingSteps(specification);
+    EXPECT_THAT(descriptions(steps), ElementsAre("modprobe vfat"));
+    EXPECT_THAT(runner->commands, ElementsAre(arguments("-q", "--dry-run", "vfat")))
+        << "a dry run ends here, with nothing loaded";
+    EXPECT_EQ(refusalOf([&] { perform(steps, {}); }), noDriver) << "loaded in vain";
+    EXPECT_THAT(runner->commands.back(), arguments("-q", "vfat"));
+
+    test::writeFile(host.proc / "filesystems", "\text4\n\tvfat\n");
+    EXPECT_EQ(refusalOf([&] { perform(steps, {}); }), "none");
+    runner->commands.clear();
+    EXPECT_NE(refusalOf(require), noDriver);
+    EXPECT_THAT(descriptions(volume.preparingSteps(specification)), IsEmpty());
+    EXPECT_THAT(runner->commands, IsEmpty());
+}
+
 } // namespace
 } // namespace ramdisk

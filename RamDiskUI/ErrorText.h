@@ -12,8 +12,8 @@
 
 namespace ramdisk {
 
-/// The one place where failures become words. Every text is a fixed sentence; the `reason` of an error is
-/// inserted as it is.
+/// The one place where the cases of our errors become words. Every text is a fixed sentence; the `reason` of
+/// an error, worded where it arose, is inserted as it is.
 [[nodiscard]] std::string errorText(const RamDiskError& error);
 [[nodiscard]] std::string errorText(const ByteCountParsingError& error);
 

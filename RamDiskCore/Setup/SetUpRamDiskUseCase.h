@@ -19,7 +19,7 @@ public:
                         std::shared_ptr<FolderRedirectsUseCase> redirects);
 
     /// @throws RamDiskError as `CreateRamDiskUseCase::execute`, and `invalidSpecification` when the list of
-    ///         folders cannot be meant, before anything is made.
+    ///         folders are invalid, before anything is made.
     RamDiskSetupResult execute(RamDiskSetup setup);
 
 private:

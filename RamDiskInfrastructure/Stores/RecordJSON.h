@@ -20,7 +20,7 @@ namespace ramdisk {
 [[nodiscard]] Json toJSON(const RedirectRestoreState& value);
 [[nodiscard]] Json toJSON(const FolderRedirect& value);
 
-/// Each throws a DecodingError when a required field is missing or holds what cannot be meant. Fields that
+/// Each throws a DecodingError when a required field is missing or invalid. Fields that
 /// are not known are passed over, since a newer version may have written them.
 [[nodiscard]] ByteCount byteCountFrom(const Json& json);
 [[nodiscard]] RamDiskSpecification specificationFrom(const Json& json);

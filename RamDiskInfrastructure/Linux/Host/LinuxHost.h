@@ -60,7 +60,7 @@ struct LinuxHost {
     std::filesystem::path proc = "/proc";
     std::filesystem::path sys = "/sys";
 
-    /// @throws std::runtime_error when a variable holds what cannot be meant.
+    /// @throws std::runtime_error when a variable holds an invalid value.
     [[nodiscard]] static LinuxHost current();
 
     /// The rung that this process starts with.

@@ -18,16 +18,16 @@ std::string accessOptionHelp() {
 } // namespace
 
 void SetupOptions::declareForNewDisk(Syntax& syntax) {
-    syntax.option("--template", templateTitle, "Take what other options leave open from this template");
-    syntax.option("--size", size,
-                  "Size, such as 512M, 2G or 1.5GB; a bare number means MB (default: as in the settings)");
-    syntax.option("--format", fileSystem,
-                  fmt::format("Format: {} (default: as in the settings)", formatHelp()));
+    syntax.value("--template", templateTitle, "Take what other options leave open from this template");
+    syntax.value("--size", size,
+                 "Size, such as 512M, 2G or 1.5GB; a bare number means MB (default: as in the settings)");
+    syntax.value("--format", fileSystem,
+                 fmt::format("Format: {} (default: as in the settings)", formatHelp()));
     syntax.onOff("encrypt", isEncrypted, fmt::format("Encrypt the volume ({} only)", encryptionHelp()),
                  "Do not encrypt the volume (overrides the settings and the template)");
-    syntax.option("--name", name, "Name of the volume (default: the first free of RAMDisk, RAMDisk 2, ...)");
+    syntax.value("--name", name, "Name of the volume (default: the first free of RAMDisk, RAMDisk 2, ...)");
     syntax.onOff("indexing", isIndexingEnabled, indexingHelp, noIndexingHelp);
-    syntax.option("--access", access, accessOptionHelp());
+    syntax.value("--access", access, accessOptionHelp());
     syntax.onOff("at-launch", createsAtLaunch, atLaunchHelp,
                  "Do not make the disk at launch (overrides the template)");
     syntax.onOff("keep-files", keepsFiles, keepFilesHelp,
@@ -36,19 +36,18 @@ void SetupOptions::declareForNewDisk(Syntax& syntax) {
 }
 
 void SetupOptions::declareForExistingDisk(Syntax& syntax) {
-    syntax.option("--name", name, "New name of the volume");
+    syntax.value("--name", name, "New name of the volume");
     syntax.onOff("indexing", isIndexingEnabled, indexingHelp, noIndexingHelp);
-    syntax.option("--access", access, accessOptionHelp());
+    syntax.value("--access", access, accessOptionHelp());
     syntax.flag("--at-launch", createsAtLaunch, atLaunchHelp);
     syntax.onOff("keep-files", keepsFiles, keepFilesHelp, "Stop keeping the disk's files");
     declareAdditions(syntax);
 }
 
 void SetupOptions::declareAdditions(Syntax& syntax) {
-    syntax.option("--seed", seedFolder,
-                  "Copy the contents of this folder onto the disk each time it is made");
-    syntax.repeatableOption("--folder", folders, "Make this folder on the disk (may be given several times)");
-    syntax.repeatableOption(
+    syntax.value("--seed", seedFolder, "Copy the contents of this folder onto the disk each time it is made");
+    syntax.value("--folder", folders, "Make this folder on the disk (may be given several times)");
+    syntax.value(
         "--redirect", redirects,
         fmt::format("Keep a tool's folder on the disk (may be given several times): {}", targetHelp()));
 }

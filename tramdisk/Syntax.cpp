@@ -2,54 +2,30 @@
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
+#include <utility>
 #include <vector>
 
 namespace ramdisk::cli {
 
-namespace {
-
-/// The help names an argument without dashes by what it is, and needs no "TEXT" behind that.
-CLI::Option& withoutTypeOfArgument(CLI::Option& option) {
+void Syntax::add(const char* name, const std::string& help, Count count, Conversion convert) {
+    const auto receive = [this, convert = std::move(convert)](const std::string& text) {
+        conversions_.push_back([convert, text] { convert(text); });
+    };
+    const auto receiveAll = [receive](const std::vector<std::string>& texts) {
+        std::for_each(texts.begin(), texts.end(), receive);
+    };
+    auto& option = count == Count::any
+                       ? *app_.add_option_function<std::vector<std::string>>(name, receiveAll, help)
+                       : *app_.add_option_function<std::string>(name, receive, help);
+    option.required(count == Count::one);
     if (option.get_positional()) {
+        // The name says what it is; the help would put "TEXT" behind it.
         option.type_name("");
+    } else {
+        // Else "--folder a b" would take both.
+        option.allow_extra_args(false);
     }
-    return option;
-}
-
-CLI::Option& addText(CLI::App& app, const char* name, const std::string& help,
-                     const Syntax::Receiver& receiver) {
-    return withoutTypeOfArgument(*app.add_option_function<std::string>(name, receiver, help));
-}
-
-CLI::Option& addTexts(CLI::App& app, const char* name, const std::string& help,
-                      const Syntax::Receiver& receiver) {
-    return withoutTypeOfArgument(*app.add_option_function<std::vector<std::string>>(
-        name,
-        [receiver](const std::vector<std::string>& texts) {
-            for (const auto& text : texts) {
-                receiver(text);
-            }
-        },
-        help));
-}
-
-} // namespace
-
-void Syntax::addRequired(const char* name, const std::string& help, const Receiver& receiver) {
-    addText(app_, name, help, receiver).required();
-}
-
-void Syntax::addOptional(const char* name, const std::string& help, const Receiver& receiver) {
-    addText(app_, name, help, receiver);
-}
-
-void Syntax::addMany(const char* name, const std::string& help, const Receiver& receiver) {
-    addTexts(app_, name, help, receiver);
-}
-
-void Syntax::addRepeatable(const char* name, const std::string& help, const Receiver& receiver) {
-    // Else "--folder a b" would take both.
-    addTexts(app_, name, help, receiver).allow_extra_args(false);
 }
 
 void Syntax::number(const char* name, std::uint32_t& value, const std::string& help) {

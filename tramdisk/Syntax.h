@@ -21,42 +21,26 @@ namespace ramdisk::cli {
 /// of declaration; a text without a meaning is a UsageError.
 class Syntax {
 public:
-    using Receiver = std::function<void(const std::string& text)>;
-
     explicit Syntax(CLI::App& app) : app_(app) {}
     Syntax(const Syntax&) = delete;
     Syntax& operator=(const Syntax&) = delete;
     ~Syntax() = default;
 
-    /// An argument without dashes that must be given.
+    /// An argument or, with dashes before its name, an option with a value. The variable says how often it is
+    /// given: a plain value must be, an optional may be, and a vector takes any number.
     template <typename Value>
-    void argument(const char* name, Value& value, const std::string& help) {
-        addRequired(name, help, receiver(value));
-    }
-    /// One that may be left out.
-    template <typename Value>
-    void argument(const char* name, std::optional<Value>& value, const std::string& help) {
-        addOptional(name, help, receiver(value));
-    }
-    /// Any number of them.
-    template <typename Value>
-    void arguments(const char* name, std::vector<Value>& values, const std::string& help) {
-        addMany(name, help, appender(values));
-    }
-
-    /// An option with a value, such as "--name".
-    template <typename Value>
-    void option(const char* name, std::optional<Value>& value, const std::string& help) {
-        addOptional(name, help, receiver(value));
+    void value(const char* name, Value& value, const std::string& help) {
+        add(name, help, Count::one, [&value](const std::string& text) { value = valueFrom<Value>(text); });
     }
     template <typename Value>
-    void requiredOption(const char* name, Value& value, const std::string& help) {
-        addRequired(name, help, receiver(value));
+    void value(const char* name, std::optional<Value>& value, const std::string& help) {
+        add(name, help, Count::atMostOne,
+            [&value](const std::string& text) { value = valueFrom<Value>(text); });
     }
-    /// One that may be given several times, with a value each.
     template <typename Value>
-    void repeatableOption(const char* name, std::vector<Value>& values, const std::string& help) {
-        addRepeatable(name, help, appender(values));
+    void value(const char* name, std::vector<Value>& values, const std::string& help) {
+        add(name, help, Count::any,
+            [&values](const std::string& text) { values.push_back(valueFrom<Value>(text)); });
     }
     void number(const char* name, std::uint32_t& value, const std::string& help);
     void number(const char* name, std::uint64_t& value, const std::string& help);
@@ -77,33 +61,10 @@ public:
     void finish();
 
 private:
-    template <typename Target>
-    struct ValueOf {
-        using Type = Target;
-    };
-    template <typename Value>
-    struct ValueOf<std::optional<Value>> {
-        using Type = Value;
-    };
+    enum class Count { atMostOne, one, any };
+    using Conversion = std::function<void(const std::string& text)>;
 
-    template <typename Target>
-    Receiver receiver(Target& target) {
-        return [this, &target](const std::string& text) {
-            conversions_.push_back(
-                [&target, text] { target = valueFrom<typename ValueOf<Target>::Type>(text); });
-        };
-    }
-    template <typename Value>
-    Receiver appender(std::vector<Value>& values) {
-        return [this, &values](const std::string& text) {
-            conversions_.push_back([&values, text] { values.push_back(valueFrom<Value>(text)); });
-        };
-    }
-
-    void addRequired(const char* name, const std::string& help, const Receiver& receiver);
-    void addOptional(const char* name, const std::string& help, const Receiver& receiver);
-    void addMany(const char* name, const std::string& help, const Receiver& receiver);
-    void addRepeatable(const char* name, const std::string& help, const Receiver& receiver);
+    void add(const char* name, const std::string& help, Count count, Conversion convert);
 
     CLI::App& app_;
     std::vector<std::function<void()>> conversions_;

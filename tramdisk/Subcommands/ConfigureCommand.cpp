@@ -40,7 +40,7 @@ struct ConfigureCommand {
     SetupOptions setup;
 
     void declare(Syntax& syntax) {
-        syntax.argument("REF", reference, referenceHelp);
+        syntax.value("REF", reference, referenceHelp);
         setup.declareForExistingDisk(syntax);
     }
 

@@ -1,6 +1,6 @@
 #include "RamDiskCore/Values/ByteCountFormat.h"
 #include "tramdisk/KeptDisks.h"
-#include "tramdisk/SessionJSON.h"
+#include "tramdisk/ListJSON.h"
 #include "tramdisk/Subcommand.h"
 
 #include <fmt/chrono.h>
@@ -15,16 +15,12 @@ struct CopiesCommand {
     /// A disk, or the name of a startup disk that is not mounted.
     RamDiskReference reference{RamDiskReference::Name{}};
 
-    void declare(Syntax& syntax) { syntax.argument("REF", reference, referenceHelp); }
+    void declare(Syntax& syntax) { syntax.value("REF", reference, referenceHelp); }
 
     ExitStatus run(const CommandContext& context) const {
         const auto copies = context.session.profileContents->copies(resolveProfile(reference, context));
         if (context.console.wantsJSON()) {
-            auto list = Json::array();
-            for (const auto& copy : copies) {
-                list.push_back(toJSON(copy));
-            }
-            context.console.printDocument(compactText(list));
+            context.console.printDocument(compactText(listJSON(copies)));
             return succeeded;
         }
         if (copies.empty()) {

@@ -106,7 +106,7 @@ struct EjectCommand {
     bool isDiscarded = false;
 
     void declare(Syntax& syntax) {
-        syntax.arguments("REF", references, "Devices, mount points or names");
+        syntax.value("REF", references, "Devices, mount points or names");
         syntax.flag("--all", isAll, "Eject all of your disks");
         syntax.flag("--force", isForced, "Eject disks that are in use as well");
         syntax.flag("--discard", isDiscarded, "Eject without saving files");

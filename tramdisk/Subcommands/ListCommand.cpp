@@ -1,5 +1,6 @@
 #include "RamDiskCore/Values/ByteCountFormat.h"
 #include "RamDiskInfrastructure/Stores/ValueJSON.h"
+#include "tramdisk/ListJSON.h"
 #include "tramdisk/Subcommand.h"
 
 #include <nlohmann/json.hpp>
@@ -26,11 +27,7 @@ struct ListCommand {
     ExitStatus run(const CommandContext& context) const {
         const auto disks = context.services.list->list();
         if (context.console.wantsJSON()) {
-            auto list = Json::array();
-            for (const auto& disk : disks) {
-                list.push_back(toJSON(disk));
-            }
-            context.console.printDocument(compactText(list));
+            context.console.printDocument(compactText(listJSON(disks)));
             return succeeded;
         }
         if (disks.empty()) {

@@ -17,7 +17,7 @@ struct LoadCommand {
     std::uint64_t copy = 1;
 
     void declare(Syntax& syntax) {
-        syntax.argument("REF", reference, referenceHelp);
+        syntax.value("REF", reference, referenceHelp);
         syntax.number("--copy", copy, "Number of the copy in `tramdisk copies` (default: 1, the latest)");
     }
 

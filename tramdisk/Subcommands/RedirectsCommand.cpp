@@ -1,7 +1,7 @@
 #include "RamDiskUI/ErrorText.h"
 #include "tramdisk/KeptDisks.h"
+#include "tramdisk/ListJSON.h"
 #include "tramdisk/RedirectTargetText.h"
-#include "tramdisk/SessionJSON.h"
 #include "tramdisk/Subcommand.h"
 
 #include <fmt/format.h>
@@ -11,18 +11,10 @@ namespace ramdisk::cli {
 
 namespace {
 
-Json failuresJSON(const std::vector<RedirectFailure>& failures) {
-    auto list = Json::array();
-    for (const auto& failure : failures) {
-        list.push_back(toJSON(failure));
-    }
-    return list;
-}
-
 ExitStatus tell(const std::vector<RedirectFailure>& failures, const std::string& success,
                 const CommandContext& context) {
     if (context.console.wantsJSON()) {
-        context.console.printDocument(compactText({{"failures", failuresJSON(failures)}}));
+        context.console.printDocument(compactText({{"failures", listJSON(failures)}}));
     }
     for (const auto& failure : failures) {
         context.console.fail(failureText(failure));
@@ -48,11 +40,7 @@ struct RedirectsListCommand {
     ExitStatus run(const CommandContext& context) const {
         const auto redirects = context.session.redirects->list();
         if (context.console.wantsJSON()) {
-            auto list = Json::array();
-            for (const auto& redirect : redirects) {
-                list.push_back(toJSON(redirect));
-            }
-            context.console.printDocument(compactText(list));
+            context.console.printDocument(compactText(listJSON(redirects)));
             return succeeded;
         }
         if (redirects.empty()) {
@@ -76,8 +64,8 @@ struct RedirectsAddCommand {
     RedirectTarget target{};
 
     void declare(Syntax& syntax) {
-        syntax.argument("REF", reference, referenceHelp);
-        syntax.argument("TARGET", target, targetHelp());
+        syntax.value("REF", reference, referenceHelp);
+        syntax.value("TARGET", target, targetHelp());
     }
 
     ExitStatus run(const CommandContext& context) const {
@@ -95,8 +83,8 @@ struct RedirectsRemoveCommand {
     RedirectTarget target{};
 
     void declare(Syntax& syntax) {
-        syntax.argument("REF", reference, referenceHelp);
-        syntax.argument("TARGET", target, targetHelp());
+        syntax.value("REF", reference, referenceHelp);
+        syntax.value("TARGET", target, targetHelp());
     }
 
     ExitStatus run(const CommandContext& context) const {

@@ -13,8 +13,8 @@ struct RenameCommand {
     std::string newName;
 
     void declare(Syntax& syntax) {
-        syntax.argument("REF", reference, referenceHelp);
-        syntax.argument("NAME", newName, "The new name");
+        syntax.value("REF", reference, referenceHelp);
+        syntax.value("NAME", newName, "The new name");
     }
 
     ExitStatus run(const CommandContext& context) const {

@@ -44,7 +44,7 @@ struct SaveCommand {
     bool isVerified = false;
 
     void declare(Syntax& syntax) {
-        syntax.arguments("REF", references, "Devices, mount points or names (default: all that keep files)");
+        syntax.value("REF", references, "Devices, mount points or names (default: all that keep files)");
         syntax.flag("--verify", isVerified, "Read each copy back and compare it");
     }
 

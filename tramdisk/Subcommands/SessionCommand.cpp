@@ -1,8 +1,8 @@
 #include "RamDiskInfrastructure/Stores/RunningSession.h"
 #include "RamDiskUI/SessionText.h"
 #include "tramdisk/KeptDisks.h"
+#include "tramdisk/ListJSON.h"
 #include "tramdisk/ProgressLine.h"
-#include "tramdisk/SessionJSON.h"
 #include "tramdisk/SessionSignals.h"
 #include "tramdisk/Subcommand.h"
 
@@ -71,14 +71,9 @@ ShutdownReport quit(const CommandContext& context) {
 }
 
 Json documentOf(const LaunchReport& launched, const ShutdownReport& report) {
-    Json json{{"launch", Json::array()}, {"redirectFailures", Json::array()}, {"shutdown", toJSON(report)}};
-    for (const auto& outcome : launched.outcomes) {
-        json["launch"].push_back(toJSON(outcome));
-    }
-    for (const auto& failure : launched.redirectFailures) {
-        json["redirectFailures"].push_back(toJSON(failure));
-    }
-    return json;
+    return {{"launch", listJSON(launched.outcomes)},
+            {"redirectFailures", listJSON(launched.redirectFailures)},
+            {"shutdown", toJSON(report)}};
 }
 
 /// Has the machine wait for us, as long as it does.

@@ -55,9 +55,9 @@ struct SettingsCommand {
     std::optional<std::string> value;
 
     void declare(Syntax& syntax) {
-        syntax.argument("ACTION", givenAction, "list, get KEY, set KEY VALUE or unset KEY (default: list)");
-        syntax.argument("KEY", key, "The name of a setting");
-        syntax.argument("VALUE", value, "The new value");
+        syntax.value("ACTION", givenAction, "list, get KEY, set KEY VALUE or unset KEY (default: list)");
+        syntax.value("KEY", key, "The name of a setting");
+        syntax.value("VALUE", value, "The new value");
     }
 
     [[nodiscard]] std::string action() const { return givenAction.value_or("list"); }

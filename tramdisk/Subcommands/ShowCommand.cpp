@@ -43,7 +43,7 @@ std::optional<std::string> indexingText(const RamDisk& disk, SearchIndexControll
 struct ShowCommand {
     RamDiskReference reference{RamDiskReference::Name{}};
 
-    void declare(Syntax& syntax) { syntax.argument("REF", reference, referenceHelp); }
+    void declare(Syntax& syntax) { syntax.value("REF", reference, referenceHelp); }
 
     ExitStatus run(const CommandContext& context) const {
         const auto disk = context.services.list->resolve(reference);

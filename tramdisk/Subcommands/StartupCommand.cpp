@@ -1,8 +1,8 @@
 #include "RamDiskCore/Values/ByteCountFormat.h"
 #include "RamDiskUI/SessionText.h"
 #include "tramdisk/KeptDisks.h"
+#include "tramdisk/ListJSON.h"
 #include "tramdisk/ProgressLine.h"
-#include "tramdisk/SessionJSON.h"
 #include "tramdisk/Subcommand.h"
 
 #include <fmt/format.h>
@@ -20,11 +20,7 @@ struct StartupListCommand {
     ExitStatus run(const CommandContext& context) const {
         const auto profiles = context.session.profiles->list();
         if (context.console.wantsJSON()) {
-            auto list = Json::array();
-            for (const auto& profile : profiles) {
-                list.push_back(toJSON(profile));
-            }
-            context.console.printDocument(compactText(list));
+            context.console.printDocument(compactText(listJSON(profiles)));
             return succeeded;
         }
         if (profiles.empty()) {
@@ -56,7 +52,7 @@ struct StartupAddCommand {
     std::uint32_t previousCopies = 0;
 
     void declare(Syntax& syntax) {
-        syntax.argument("REF", reference, referenceHelp);
+        syntax.value("REF", reference, referenceHelp);
         syntax.flag("--keep-files", keepsFiles, "Save the disk's files and put them back at the next launch");
         syntax.number("--copies", previousCopies, "Number of earlier saved copies to keep (default: 0)");
     }
@@ -90,7 +86,7 @@ struct StartupRemoveCommand {
     bool isForced = false;
 
     void declare(Syntax& syntax) {
-        syntax.argument("NAME", name, startupNameHelp);
+        syntax.value("NAME", name, startupNameHelp);
         syntax.flag("--force", isForced, "Do not ask");
     }
 
@@ -120,7 +116,7 @@ struct StartupRemoveCommand {
 struct StartupCreateCommand {
     std::string name;
 
-    void declare(Syntax& syntax) { syntax.argument("NAME", name, startupNameHelp); }
+    void declare(Syntax& syntax) { syntax.value("NAME", name, startupNameHelp); }
 
     ExitStatus run(const CommandContext& context) const {
         const auto profile = startupDiskNamed(name, context);

@@ -1,6 +1,6 @@
 #include "RamDiskCore/Values/ByteCountFormat.h"
+#include "tramdisk/ListJSON.h"
 #include "tramdisk/RedirectTargetText.h"
-#include "tramdisk/SessionJSON.h"
 #include "tramdisk/Subcommand.h"
 
 #include <fmt/format.h>
@@ -17,11 +17,7 @@ struct TemplatesListCommand {
     ExitStatus run(const CommandContext& context) const {
         const auto templates = context.session.templates->templates();
         if (context.console.wantsJSON()) {
-            auto list = Json::array();
-            for (const auto& one : templates) {
-                list.push_back(toJSON(one));
-            }
-            context.console.printDocument(compactText(list));
+            context.console.printDocument(compactText(listJSON(templates)));
             return succeeded;
         }
         std::vector<std::vector<std::string>> rows;
@@ -48,8 +44,8 @@ struct TemplatesSaveCommand {
     RamDiskReference reference{RamDiskReference::Name{}};
 
     void declare(Syntax& syntax) {
-        syntax.argument("TITLE", title, titleHelp);
-        syntax.requiredOption("--from", reference, "The disk: a device, a mount point or a name");
+        syntax.value("TITLE", title, titleHelp);
+        syntax.value("--from", reference, "The disk: a device, a mount point or a name");
     }
 
     ExitStatus run(const CommandContext& context) const {
@@ -67,7 +63,7 @@ struct TemplatesSaveCommand {
 struct TemplatesRemoveCommand {
     std::string title;
 
-    void declare(Syntax& syntax) { syntax.argument("TITLE", title, titleHelp); }
+    void declare(Syntax& syntax) { syntax.value("TITLE", title, titleHelp); }
 
     ExitStatus run(const CommandContext& context) const {
         const auto found = context.session.templates->named(title);

@@ -1,5 +1,6 @@
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/Stores/ValueJSON.h"
+#include "tramdisk/ListJSON.h"
 #include "tramdisk/Subcommand.h"
 
 #include <fmt/format.h>
@@ -12,7 +13,7 @@ namespace {
 struct UsersCommand {
     RamDiskReference reference{RamDiskReference::Name{}};
 
-    void declare(Syntax& syntax) { syntax.argument("REF", reference, referenceHelp); }
+    void declare(Syntax& syntax) { syntax.value("REF", reference, referenceHelp); }
 
     ExitStatus run(const CommandContext& context) const {
         const auto disk = context.services.list->resolve(reference);
@@ -21,11 +22,7 @@ struct UsersCommand {
         }
         const auto users = context.services.volumeUsers->users(*disk.mountPoint);
         if (context.console.wantsJSON()) {
-            auto list = Json::array();
-            for (const auto& user : users) {
-                list.push_back(toJSON(user));
-            }
-            context.console.printDocument(compactText(list));
+            context.console.printDocument(compactText(listJSON(users)));
             return succeeded;
         }
         if (users.empty()) {

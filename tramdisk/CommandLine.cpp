@@ -1,11 +1,13 @@
 #include "tramdisk/CommandLine.h"
 
-#include "tramdisk/Parser.h"
-
+#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <map>
+#include <memory>
 #include <string_view>
+#include <vector>
 
 namespace ramdisk::cli {
 
@@ -63,33 +65,91 @@ std::string firstLine(std::string_view text) {
     return std::string(text.substr(0, text.find('\n')));
 }
 
-} // namespace
+std::string heading(HelpSection section) {
+    switch (section) {
+    case HelpSection::disks:
+        return "Disks";
+    case HelpSection::startupDisks:
+        return "Startup disks and saved files";
+    case HelpSection::settings:
+        break;
+    }
+    return "Folders, templates and settings";
+}
+
+/// The grammar of the command line. Subcommands keep what the library writes into; only after the whole line
+/// proved well formed is that converted.
+class Parser {
+public:
+    Parser();
+
+    /// @throws UsageError
+    Invocation parse(int argumentCount, const char* const* arguments);
+
+private:
+    struct Declared {
+        std::unique_ptr<Syntax> syntax;
+        Action action;
+    };
+
+    void add(CLI::App& parent, const Subcommand& subcommand, const std::string& section);
+    [[nodiscard]] const Declared& chosen() const;
+    [[nodiscard]] std::string unexpectedArgument() const;
+
+    CLI::App app_;
+    GlobalOptions global_;
+    std::map<const CLI::App*, Declared> declared_;
+};
 
 Parser::Parser()
-    : app_("Makes, lists and ejects RAM disks: volumes whose storage is main memory.", "tramdisk") {
+    : app_("Make, list and eject RAM disks: volumes that are stored in main memory.", "tramdisk") {
     app_.fallthrough();
     app_.require_subcommand(0, 1);
-    app_.set_version_flag("--version", "tramdisk " TRAMDISK_VERSION);
+    app_.set_version_flag("--version", "tramdisk " TRAMDISK_VERSION, "Show the version");
     app_.set_help_flag("--help,-h", "Show this help");
-    app_.add_flag("--json", global_.json, "One JSON document on standard output");
-    app_.add_flag("--no-color", global_.noColor, "No colors");
-    app_.add_flag("--quiet,-q", global_.quiet, "Print results and errors only");
-    addDiskSubcommands(*this);
-    addStartupSubcommands(*this);
-    addSurroundingsSubcommands(*this);
-    addSettingsSubcommands(*this);
+    app_.add_flag("--json", global_.json, "Print one JSON document on standard output");
+    app_.add_flag("--no-color", global_.noColor, "Print without colors");
+    app_.add_flag("--quiet,-q", global_.quiet, "Print only results and errors");
+    for (const auto* registered : RegisteredSubcommand::all()) {
+        add(app_, registered->subcommand(), heading(registered->section()));
+    }
     removeMarksFromValues(app_);
+}
+
+void Parser::add(CLI::App& parent, const Subcommand& subcommand, const std::string& section) {
+    auto& app = *parent.add_subcommand(subcommand.name, subcommand.help);
+    app.group(section);
+    if (subcommand.declare != nullptr) {
+        auto syntax = std::make_unique<Syntax>(app);
+        auto action = subcommand.declare(*syntax);
+        declared_[&app] = {std::move(syntax), std::move(action)};
+        return;
+    }
+    app.require_subcommand(0, 1);
+    for (const auto& inner : subcommand.inner) {
+        add(app, inner, "Subcommands");
+    }
+}
+
+/// What the user named; of a group that he named alone, the first.
+const Parser::Declared& Parser::chosen() const {
+    const auto* app = app_.get_subcommands().front();
+    if (!declared_.contains(app)) {
+        const auto inner = app->get_subcommands();
+        app = inner.empty() ? app->get_subcommands(nullptr).front() : inner.front();
+    }
+    return declared_.at(app);
 }
 
 Invocation Parser::parse(int argumentCount, const char* const* arguments) {
     try {
         app_.parse(reversedArguments(argumentCount, arguments));
     } catch (const CLI::CallForHelp&) {
-        return {global_, PrintInvocation{app_.help()}};
+        return {global_, nullptr, app_.help()};
     } catch (const CLI::CallForAllHelp&) {
-        return {global_, PrintInvocation{app_.help("", CLI::AppFormatMode::All)}};
+        return {global_, nullptr, app_.help("", CLI::AppFormatMode::All)};
     } catch (const CLI::CallForVersion&) {
-        return {global_, PrintInvocation{app_.version() + "\n"}};
+        return {global_, nullptr, app_.version() + "\n"};
     } catch (const CLI::ExtrasError&) {
         throw UsageError(unexpectedArgument());
     } catch (const CLI::ParseError& error) {
@@ -98,20 +158,9 @@ Invocation Parser::parse(int argumentCount, const char* const* arguments) {
     if (app_.get_subcommands().empty()) {
         throw MissingSubcommand(app_.help());
     }
-    return {global_, readers_.at(app_.get_subcommands().front())()};
-}
-
-CLI::App& Parser::add(const char* name, const char* help, Reader reader) {
-    auto* subcommand = app_.add_subcommand(name, help);
-    readers_[subcommand] = std::move(reader);
-    return *subcommand;
-}
-
-CLI::App& Parser::addGroup(const char* name, const char* help, GroupReader reader) {
-    auto& group = add(name, help, {});
-    group.require_subcommand(0, 1);
-    readers_[&group] = [&group, reader = std::move(reader)] { return reader(group); };
-    return group;
+    const auto& [syntax, action] = chosen();
+    syntax->finish();
+    return {global_, action, {}};
 }
 
 std::string Parser::unexpectedArgument() const {
@@ -132,18 +181,7 @@ std::string Parser::unexpectedArgument() const {
     return fmt::format("`{}` takes no further argument “{}”.", command, argument);
 }
 
-void addReference(CLI::App& app, std::string& reference) {
-    app.add_option("REF", reference, "A device, a mount point or a name")->required();
-}
-
-void addTexts(CLI::App& app, const std::string& name, std::vector<std::string>& texts, const char* help) {
-    app.add_option(name, texts, help)->allow_extra_args(false);
-}
-
-void Switch::addTo(CLI::App& app, const std::string& name, const char* help, const char* helpOff) {
-    auto* without = app.add_flag("--no-" + name, off, helpOff);
-    app.add_flag("--" + name, on, help)->excludes(without);
-}
+} // namespace
 
 Invocation parseCommandLine(int argumentCount, const char* const* arguments) {
     return Parser().parse(argumentCount, arguments);

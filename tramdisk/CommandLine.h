@@ -1,22 +1,26 @@
 #pragma once
 
-#include "tramdisk/Invocation.h"
+#include "tramdisk/GlobalOptions.h"
+#include "tramdisk/Subcommand.h"
+#include "tramdisk/UsageError.h"
 
-#include <stdexcept>
 #include <string>
 
 namespace ramdisk::cli {
-
-/// The command line cannot be meant: exit status 2. Says so in one sentence.
-class UsageError : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
 
 /// No subcommand was given; carries the help to show instead of a sentence.
 class MissingSubcommand : public UsageError {
 public:
     using UsageError::UsageError;
+};
+
+/// One call of the program, read and checked, but not yet carried out.
+struct Invocation {
+    GlobalOptions global;
+    /// Empty when help or the version was asked for.
+    Action action;
+    /// The help or the version.
+    std::string text;
 };
 
 /// Reads the arguments of `main`.

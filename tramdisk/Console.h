@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tramdisk/Invocation.h"
+#include "tramdisk/GlobalOptions.h"
 
 #include <optional>
 #include <string>

@@ -17,7 +17,7 @@ KeptDisk resolveKept(const RamDiskReference& reference, const CommandContext& co
     auto kept = context.session.lifecycle->kept(disk);
     if (!kept) {
         throw std::runtime_error(
-            fmt::format("“{}” is no startup disk. Make it one with `tramdisk startup add`.", disk.name));
+            fmt::format("“{}” is not a startup disk. Make it one with `tramdisk startup add`.", disk.name));
     }
     return std::move(*kept);
 }

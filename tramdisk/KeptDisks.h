@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tramdisk/Commands.h"
+#include "tramdisk/CommandContext.h"
 
 namespace ramdisk::cli {
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "RamDiskCore/Startup/SessionLifecycleUseCase.h"
-#include "tramdisk/Invocation.h"
+#include "tramdisk/GlobalOptions.h"
 
 #include <chrono>
 #include <functional>

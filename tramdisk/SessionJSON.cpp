@@ -2,6 +2,7 @@
 
 #include "RamDiskUI/ErrorText.h"
 #include "RamDiskUI/SessionText.h"
+#include "tramdisk/ListJSON.h"
 
 #include <nlohmann/json.hpp>
 
@@ -19,14 +20,6 @@ Json failuresJSON(const std::vector<ShutdownReport::Failure>& failures) {
     return list;
 }
 
-Json disksJSON(const std::vector<RamDisk>& disks) {
-    auto list = Json::array();
-    for (const auto& disk : disks) {
-        list.push_back(toJSON(disk));
-    }
-    return list;
-}
-
 } // namespace
 
 Json toJSON(const StartupOutcome& outcome) {
@@ -38,8 +31,8 @@ Json toJSON(const StartupOutcome& outcome) {
 }
 
 Json toJSON(const ShutdownReport& report) {
-    return {{"saved", disksJSON(report.saved)},
-            {"ejected", disksJSON(report.ejected)},
+    return {{"saved", listJSON(report.saved)},
+            {"ejected", listJSON(report.ejected)},
             {"saveFailures", failuresJSON(report.saveFailures)},
             {"ejectFailures", failuresJSON(report.ejectFailures)}};
 }

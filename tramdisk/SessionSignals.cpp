@@ -21,7 +21,7 @@ std::array<int, 2> wakeUp{-1, -1};
 void noteSignal(int /*signal*/) {
     const int before = errno;
     const char byte = 1;
-    static_cast<void>(write(wakeUp[1], &byte, 1));
+    static_cast<void>(::write(wakeUp[1], &byte, 1));
     errno = before;
 }
 

@@ -22,11 +22,11 @@ std::optional<DefaultsValue> parsed(std::string_view json) {
 
 } // namespace
 
-std::optional<Setting> Setting::named(std::string_view name) {
+std::optional<Setting> Setting::named(std::string_view name, const Platform& platform) {
     if (const auto* field = preferenceFieldNamed(name)) {
         return Setting(field);
     }
-    for (const auto& own : platformSettings()) {
+    for (const auto& own : platform.settings) {
         if (own.name == name) {
             return Setting(&own);
         }
@@ -34,12 +34,12 @@ std::optional<Setting> Setting::named(std::string_view name) {
     return std::nullopt;
 }
 
-std::vector<Setting> Setting::all() {
+std::vector<Setting> Setting::all(const Platform& platform) {
     std::vector<Setting> settings;
     for (const auto& field : preferenceFields()) {
         settings.push_back(Setting(&field));
     }
-    for (const auto& own : platformSettings()) {
+    for (const auto& own : platform.settings) {
         settings.push_back(Setting(&own));
     }
     return settings;

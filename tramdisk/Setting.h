@@ -16,9 +16,9 @@ namespace ramdisk::cli {
 class Setting {
 public:
     /// Absent when there is no such setting here.
-    [[nodiscard]] static std::optional<Setting> named(std::string_view name);
+    [[nodiscard]] static std::optional<Setting> named(std::string_view name, const Platform& platform);
     /// All settings, those of all platforms first.
-    [[nodiscard]] static std::vector<Setting> all();
+    [[nodiscard]] static std::vector<Setting> all(const Platform& platform);
 
     [[nodiscard]] std::string_view name() const;
     [[nodiscard]] std::string defaultsKey() const;
@@ -26,7 +26,7 @@ public:
     /// Whether anything heeds it yet.
     [[nodiscard]] bool hasEffect() const;
 
-    /// What to store for a typed value; absent when it cannot be meant.
+    /// What to store for a typed value; absent when it is invalid.
     [[nodiscard]] std::optional<DefaultsValue> valueFrom(std::string_view text) const;
 
     /// The value among the stored ones, or its default, as it can be typed.

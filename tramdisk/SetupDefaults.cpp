@@ -1,8 +1,10 @@
 #include "tramdisk/SetupDefaults.h"
 
 #include "RamDiskCore/Validation/VolumeNameSuggester.h"
-#include "tramdisk/CommandLine.h"
+#include "tramdisk/UsageError.h"
 
+#include <optional>
+#include <string>
 #include <vector>
 
 namespace ramdisk::cli {
@@ -37,17 +39,15 @@ void append(std::vector<Value>& list, const std::vector<Value>& more) {
 
 } // namespace
 
-RamDiskSetup setupFrom(const SetupOptions& options, const std::optional<std::string>& templateTitle,
-                       const CommandContext& context) {
-    auto setup = baseSetup(templateTitle, context);
+RamDiskSetup setupFrom(const SetupOptions& options, const CommandContext& context) {
+    auto setup = baseSetup(options.templateTitle, context);
     auto& specification = setup.specification;
-    const auto& wanted = options.specification;
-    specification.name = wanted.name ? *wanted.name : freeName(specification.name, context);
-    specification.size = wanted.size.value_or(specification.size);
-    specification.fileSystem = wanted.fileSystem.value_or(specification.fileSystem);
-    specification.access = wanted.access.value_or(specification.access);
-    specification.isEncrypted = wanted.isEncrypted.value_or(specification.isEncrypted);
-    specification.isIndexingEnabled = wanted.isIndexingEnabled.value_or(specification.isIndexingEnabled);
+    specification.name = options.name ? *options.name : freeName(specification.name, context);
+    specification.size = options.size.value_or(specification.size);
+    specification.fileSystem = options.fileSystem.value_or(specification.fileSystem);
+    specification.access = options.access.value_or(specification.access);
+    specification.isEncrypted = options.isEncrypted.value_or(specification.isEncrypted);
+    specification.isIndexingEnabled = options.isIndexingEnabled.value_or(specification.isIndexingEnabled);
     setup.createsAtLaunch = options.createsAtLaunch.value_or(setup.createsAtLaunch);
     setup.keepsFiles = options.keepsFiles.value_or(setup.keepsFiles && setup.createsAtLaunch);
     if (options.seedFolder) {

@@ -1,10 +1,8 @@
 #pragma once
 
 #include "RamDiskCore/Values/RamDiskSetup.h"
-#include "tramdisk/Commands.h"
-
-#include <optional>
-#include <string>
+#include "tramdisk/CommandContext.h"
+#include "tramdisk/SetupOptions.h"
 
 namespace ramdisk::cli {
 
@@ -12,10 +10,7 @@ namespace ramdisk::cli {
 /// as the user's settings say. A name that neither gives, and a template's name that is taken, is the first
 /// free one.
 /// @throws RamDiskError `templateNotFound`; UsageError when files are to be kept of a disk that is not made
-/// at
-///         launch.
-[[nodiscard]] RamDiskSetup setupFrom(const SetupOptions& options,
-                                     const std::optional<std::string>& templateTitle,
-                                     const CommandContext& context);
+///         at launch.
+[[nodiscard]] RamDiskSetup setupFrom(const SetupOptions& options, const CommandContext& context);
 
 } // namespace ramdisk::cli

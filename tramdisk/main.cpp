@@ -4,7 +4,6 @@
 #include "RamDiskInfrastructure/Stores/ValueJSON.h"
 #include "RamDiskUI/ErrorText.h"
 #include "tramdisk/CommandLine.h"
-#include "tramdisk/Commands.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -46,22 +45,13 @@ void printErrorDocument(const Console& console, std::string_view caseName, const
 }
 
 ExitStatus carryOut(const Invocation& invocation, const Console& console) {
-    if (const auto* print = std::get_if<PrintInvocation>(&invocation.command)) {
-        static_cast<void>(std::fputs(print->text.c_str(), stdout));
+    if (!invocation.action) {
+        static_cast<void>(std::fputs(invocation.text.c_str(), stdout));
         return succeeded;
     }
     const auto platform = makePlatform([&console](const std::string& text) { console.note(text); });
     const auto session = makeSessionServices(platform.services, platform.stores, platform.redirecting);
-    const CommandContext context{platform, platform.services, session, platform.stores, console};
-    return std::visit(
-        [&context](const auto& command) {
-            if constexpr (std::is_same_v<std::decay_t<decltype(command)>, PrintInvocation>) {
-                return succeeded;
-            } else {
-                return run(command, context);
-            }
-        },
-        invocation.command);
+    return invocation.action({platform, platform.services, session, platform.stores, console});
 }
 
 ExitStatus carryOutAndTell(const Invocation& invocation, const Console& console) {

@@ -89,10 +89,6 @@ RamDiskServices makeLinuxServices(const std::shared_ptr<const LinuxContext>& con
     return services;
 }
 
-std::span<const PlatformSetting> platformSettings() {
-    return settings;
-}
-
 Platform makePlatform(std::function<void(std::string)> notice) {
     const auto context = std::make_shared<LinuxContext>(LinuxHost::current());
     context->notice = std::move(notice);

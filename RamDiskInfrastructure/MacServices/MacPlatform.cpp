@@ -61,10 +61,6 @@ std::shared_ptr<FolderRedirecting> makeFolderRedirecting() {
 
 } // namespace
 
-std::span<const PlatformSetting> platformSettings() {
-    return {};
-}
-
 Platform makePlatform(std::function<void(std::string)> /*notice*/) {
     return {.services = makeServices(),
             .stores = makeMacStores(),

@@ -20,9 +20,6 @@ struct PlatformSetting {
     bool defaultValue = false;
 };
 
-/// This platform's own settings, valid for the life of the process.
-[[nodiscard]] std::span<const PlatformSetting> platformSettings();
-
 /// Everything that a platform gives.
 struct Platform {
     RamDiskServices services;
@@ -31,7 +28,7 @@ struct Platform {
     std::shared_ptr<FolderRedirecting> redirecting;
     /// What can be done to delay a shutdown. Asks nobody until it is started.
     std::shared_ptr<ShutdownDelaying> shutdownDelay;
-    /// Valid for the life of the process.
+    /// This platform's own settings, valid for the life of the process.
     std::span<const PlatformSetting> settings;
 };
 

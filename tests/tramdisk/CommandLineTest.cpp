@@ -92,7 +92,7 @@ TEST_F(CommandLine, ToldWrongSaysWhatAndDoesNothing) {
         }
     }
     EXPECT_THAT(machine.traces(), IsEmpty());
-    EXPECT_THAT(machine.run({}).err, HasSubstr("Subcommands:"));
+    EXPECT_THAT(machine.run({}).err, HasSubstr("Disks:"));
     EXPECT_EQ(machine.run({}).status, 2);
 }
 

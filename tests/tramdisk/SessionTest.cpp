@@ -198,7 +198,7 @@ TEST_F(Session, SavesLoadsAndListsCopies) {
         EXPECT_EQ(entry.path().extension(), ".lock") << entry.path();
     }
     EXPECT_EQ(machine->run({"save", "Work"}).err,
-              "tramdisk: “Work” is no startup disk. Make it one with `tramdisk startup add`.\n");
+              "tramdisk: “Work” is not a startup disk. Make it one with `tramdisk startup add`.\n");
 }
 
 TEST_F(Session, KeepsADiskInUseAndSaysSo) {
@@ -286,7 +286,7 @@ TEST_F(Session, RefusesWhatCannotBeMeant) {
          "--keep-files.\n"},
         {{"startup", "frob"}, "tramdisk: `tramdisk startup` takes no further argument “frob”.\n"},
         {{"redirects", "add", "Work", "cache:none"},
-         "tramdisk: “cache:none” is nothing that can be kept on a disk. Use xcode, npm, tmp, cache:NAME or "
+         "tramdisk: “cache:none” is not a redirect target. Use xcode, npm, tmp, cache:NAME or "
          "folder:PATH.\n"}};
     for (const auto& [arguments, text] : rows) {
         const auto outcome = machine->run(arguments);

@@ -68,7 +68,7 @@ TEST_F(Settings, ThatCannotBeMeantAreAWrongCommandLine) {
          "{\"newDisk\":{\"keyCode\":45,\"carbonModifiers\":4352,\"display\":\"⌃⌘N\"}}."},
         {{"set", "terminal"}, "Use `tramdisk settings set KEY VALUE`."},
         {{"list", "terminal"}, "Use `tramdisk settings list`."},
-        {{"change"}, "“change” is nothing to do with settings. Use list, get, set or unset."},
+        {{"change"}, "“change” is not an action of `tramdisk settings`. Use list, get, set or unset."},
     };
     for (auto [arguments, text] : table) {
         arguments.insert(arguments.begin(), "settings");

@@ -1,9 +1,10 @@
 #include "RamDiskInfrastructure/Stores/RunningSession.h"
 #include "RamDiskUI/SessionText.h"
 #include "tramdisk/KeptDisks.h"
+#include "tramdisk/ListJSON.h"
 #include "tramdisk/ProgressLine.h"
-#include "tramdisk/SessionJSON.h"
 #include "tramdisk/SessionSignals.h"
+#include "tramdisk/Subcommand.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -70,14 +71,9 @@ ShutdownReport quit(const CommandContext& context) {
 }
 
 Json documentOf(const LaunchReport& launched, const ShutdownReport& report) {
-    Json json{{"launch", Json::array()}, {"redirectFailures", Json::array()}, {"shutdown", toJSON(report)}};
-    for (const auto& outcome : launched.outcomes) {
-        json["launch"].push_back(toJSON(outcome));
-    }
-    for (const auto& failure : launched.redirectFailures) {
-        json["redirectFailures"].push_back(toJSON(failure));
-    }
-    return json;
+    return {{"launch", listJSON(launched.outcomes)},
+            {"redirectFailures", listJSON(launched.redirectFailures)},
+            {"shutdown", toJSON(report)}};
 }
 
 /// Has the machine wait for us, as long as it does.
@@ -96,52 +92,63 @@ void delayShutdown(ShutdownDelaying& delay, const CommandContext& context) {
     }
 }
 
-} // namespace
-
-ExitStatus run(const SessionRunInvocation& /*invocation*/, const CommandContext& context) {
-    const auto session = RunningSession::begin(context.stores.applicationSupport);
-    if (!session) {
-        const auto other = RunningSession::find(context.stores.applicationSupport);
-        throw std::runtime_error(
-            fmt::format("A session is running already (process {}).", other ? other->processID : 0));
-    }
-    // Before the first disk is made, so that none is left standing.
-    SessionSignals signals;
-    auto& delay = *context.platform.shutdownDelay;
-    delayShutdown(delay, context);
-    const auto launched = launch(context);
-    session->tell(SessionPhase::running);
-    context.console.confirm("Running; ends on SIGTERM or SIGINT.");
-    static_cast<void>(std::fflush(stdout));
-    waitForEnd(signals, context);
-    session->tell(SessionPhase::quitting);
-    const auto report = quit(context);
-    delay.stop();
-    if (context.console.wantsJSON()) {
-        context.console.printDocument(compactText(documentOf(launched, report)));
-    }
-    return report.needsAttention() ? failed : succeeded;
-}
-
-ExitStatus run(const SessionStatusInvocation& /*invocation*/, const CommandContext& context) {
-    const auto state = RunningSession::find(context.stores.applicationSupport);
-    if (context.console.wantsJSON()) {
-        Json json{{"isRunning", state.has_value()}};
-        if (state) {
-            json["processID"] = state->processID;
-            json["phase"] = rawValue(state->phase);
+struct SessionRunCommand {
+    ExitStatus run(const CommandContext& context) const {
+        const auto session = RunningSession::begin(context.stores.applicationSupport);
+        if (!session) {
+            const auto other = RunningSession::find(context.stores.applicationSupport);
+            throw std::runtime_error(
+                fmt::format("A session is already running (process {}).", other ? other->processID : 0));
         }
-        context.console.printDocument(compactText(json));
-    } else if (!state) {
-        context.console.print("No session is running.");
-    } else if (state->phase == SessionPhase::quitting) {
-        context.console.print(stillWorkingTitle);
-        context.console.print(stillWorkingText);
-    } else {
-        context.console.print(
-            fmt::format("A session is running (process {}, {}).", state->processID, rawValue(state->phase)));
+        // Before the first disk is made, so that none is left standing.
+        SessionSignals signals;
+        auto& delay = *context.platform.shutdownDelay;
+        delayShutdown(delay, context);
+        const auto launched = launch(context);
+        session->tell(SessionPhase::running);
+        context.console.confirm("Running; ends on SIGTERM or SIGINT.");
+        static_cast<void>(std::fflush(stdout));
+        waitForEnd(signals, context);
+        session->tell(SessionPhase::quitting);
+        const auto report = quit(context);
+        delay.stop();
+        if (context.console.wantsJSON()) {
+            context.console.printDocument(compactText(documentOf(launched, report)));
+        }
+        return report.needsAttention() ? failed : succeeded;
     }
-    return succeeded;
-}
+};
+
+struct SessionStatusCommand {
+    ExitStatus run(const CommandContext& context) const {
+        const auto state = RunningSession::find(context.stores.applicationSupport);
+        if (context.console.wantsJSON()) {
+            Json json{{"isRunning", state.has_value()}};
+            if (state) {
+                json["processID"] = state->processID;
+                json["phase"] = rawValue(state->phase);
+            }
+            context.console.printDocument(compactText(json));
+        } else if (!state) {
+            context.console.print("No session is running.");
+        } else if (state->phase == SessionPhase::quitting) {
+            context.console.print(stillWorkingTitle);
+            context.console.print(stillWorkingText);
+        } else {
+            context.console.print(fmt::format("A session is running (process {}, {}).", state->processID,
+                                              rawValue(state->phase)));
+        }
+        return succeeded;
+    }
+};
+
+const RegisteredSubcommand sessionSubcommand{
+    HelpSection::startupDisks,
+    Subcommand::group(
+        "session", "Make the startup disks; save and eject them at the end",
+        {Subcommand::of<SessionRunCommand>("run", "Run until SIGTERM, SIGINT or SIGHUP"),
+         Subcommand::of<SessionStatusCommand>("status", "Show what the running session does")})};
+
+} // namespace
 
 } // namespace ramdisk::cli

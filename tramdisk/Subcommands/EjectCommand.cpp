@@ -3,6 +3,8 @@
 #include "RamDiskUI/ErrorText.h"
 #include "tramdisk/KeptDisks.h"
 #include "tramdisk/ProgressLine.h"
+#include "tramdisk/Subcommand.h"
+#include "tramdisk/UsageError.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -35,14 +37,13 @@ std::vector<RamDisk> allDisks(const RamDiskServices& services) {
 }
 
 /// Ejects the disks one after another; one disk's failure never stops the others.
-BatchEjectResult ejectEach(std::vector<RamDisk> disks, const EjectInvocation& invocation,
+BatchEjectResult ejectEach(std::vector<RamDisk> disks, SaveBeforeEject saving, Force force,
                            const CommandContext& context) {
     BatchEjectResult result;
     for (auto& disk : disks) {
         auto left = [&] {
             ProgressLine progress(context.console.options(), "Saving");
-            return context.session.lifecycle->leave(disk, invocation.saving, invocation.force,
-                                                    progress.observer(disk.name));
+            return context.session.lifecycle->leave(disk, saving, force, progress.observer(disk.name));
         }();
         tellRedirectFailures(left.redirectFailures, context);
         if (left.saveError || left.ejectError) {
@@ -98,21 +99,46 @@ void tell(const BatchEjectResult& result, const Console& console) {
     }
 }
 
-} // namespace
+struct EjectCommand {
+    std::vector<RamDiskReference> references;
+    bool isAll = false;
+    bool isForced = false;
+    bool isDiscarded = false;
 
-ExitStatus run(const EjectInvocation& invocation, const CommandContext& context) {
-    const bool isAll = invocation.references.empty();
-    const auto result =
-        ejectEach(isAll ? allDisks(context.services) : resolveAll(invocation.references, context.services),
-                  invocation, context);
-    if (context.console.wantsJSON()) {
-        context.console.printDocument(compactText(resultJSON(result)));
+    void declare(Syntax& syntax) {
+        syntax.value("REF", references, "Devices, mount points or names");
+        syntax.flag("--all", isAll, "Eject all of your disks");
+        syntax.flag("--force", isForced, "Eject disks that are in use as well");
+        syntax.flag("--discard", isDiscarded, "Eject without saving files");
     }
-    tell(result, context.console);
-    if (isAll && result.ejected.empty() && result.failures.empty()) {
-        context.console.confirm("No RAM disks to eject.");
+
+    void check() const {
+        if (isAll != references.empty()) {
+            throw UsageError("Name the disks to eject, or give --all.");
+        }
     }
-    return result.failures.empty() ? succeeded : failed;
-}
+
+    ExitStatus run(const CommandContext& context) const {
+        const auto result =
+            ejectEach(isAll ? allDisks(context.services) : resolveAll(references, context.services),
+                      isDiscarded ? SaveBeforeEject::no : SaveBeforeEject::yes,
+                      isForced ? Force::yes : Force::no, context);
+        if (context.console.wantsJSON()) {
+            context.console.printDocument(compactText(resultJSON(result)));
+        }
+        tell(result, context.console);
+        if (isAll && result.ejected.empty() && result.failures.empty()) {
+            context.console.confirm("No RAM disks to eject.");
+        }
+        return result.failures.empty() ? succeeded : failed;
+    }
+};
+
+const RegisteredSubcommand ejectSubcommand{
+    HelpSection::disks,
+    Subcommand::of<EjectCommand>("eject",
+                                 "Eject disks: save the files that they keep, and discard everything else")};
+
+} // namespace
 
 } // namespace ramdisk::cli

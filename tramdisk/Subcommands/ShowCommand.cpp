@@ -1,6 +1,6 @@
 #include "RamDiskCore/Values/ByteCountFormat.h"
 #include "RamDiskInfrastructure/Stores/ValueJSON.h"
-#include "tramdisk/Commands.h"
+#include "tramdisk/Subcommand.h"
 
 #include <nlohmann/json.hpp>
 
@@ -40,20 +40,29 @@ std::optional<std::string> indexingText(const RamDisk& disk, SearchIndexControll
     }
 }
 
-} // namespace
+struct ShowCommand {
+    RamDiskReference reference{RamDiskReference::Name{}};
 
-ExitStatus run(const ShowInvocation& invocation, const CommandContext& context) {
-    const auto disk = context.services.list->resolve(invocation.reference);
-    if (context.console.wantsJSON()) {
-        context.console.printDocument(compactText(toJSON(disk)));
-    } else {
-        auto rows = fields(disk);
-        if (const auto text = indexingText(disk, *context.services.indexing)) {
-            rows.emplace_back("Indexing", *text);
+    void declare(Syntax& syntax) { syntax.value("REF", reference, referenceHelp); }
+
+    ExitStatus run(const CommandContext& context) const {
+        const auto disk = context.services.list->resolve(reference);
+        if (context.console.wantsJSON()) {
+            context.console.printDocument(compactText(toJSON(disk)));
+        } else {
+            auto rows = fields(disk);
+            if (const auto text = indexingText(disk, *context.services.indexing)) {
+                rows.emplace_back("Indexing", *text);
+            }
+            context.console.printFields(rows);
         }
-        context.console.printFields(rows);
+        return succeeded;
     }
-    return succeeded;
-}
+};
+
+const RegisteredSubcommand showSubcommand{HelpSection::disks,
+                                          Subcommand::of<ShowCommand>("show", "Show one disk")};
+
+} // namespace
 
 } // namespace ramdisk::cli

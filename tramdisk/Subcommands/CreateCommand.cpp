@@ -2,10 +2,11 @@
 #include "RamDiskInfrastructure/Stores/ValueJSON.h"
 #include "RamDiskUI/ErrorText.h"
 #include "RamDiskUI/SessionText.h"
-#include "tramdisk/Commands.h"
 #include "tramdisk/RedirectTargetText.h"
 #include "tramdisk/SessionJSON.h"
 #include "tramdisk/SetupDefaults.h"
+#include "tramdisk/SetupOptions.h"
+#include "tramdisk/Subcommand.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -40,13 +41,12 @@ bool isOnlyNameInUse(const RamDiskError& error) {
 }
 
 /// A name that we suggested may be gone by the time it is taken; then the next free one is suggested.
-RamDiskSetupResult createDisk(const CreateInvocation& invocation, const CommandContext& context) {
+RamDiskSetupResult createDisk(const SetupOptions& options, const CommandContext& context) {
     for (int attempt = 0;; ++attempt) {
         try {
-            return context.session.setUp->execute(
-                setupFrom(invocation.setup, invocation.templateTitle, context));
+            return context.session.setUp->execute(setupFrom(options, context));
         } catch (const RamDiskError& error) {
-            if (invocation.setup.specification.name || attempt >= 1000 || !isOnlyNameInUse(error)) {
+            if (options.name || attempt >= 1000 || !isOnlyNameInUse(error)) {
                 throw;
             }
         }
@@ -54,7 +54,7 @@ RamDiskSetupResult createDisk(const CreateInvocation& invocation, const CommandC
 }
 
 /// What follows once the disk stands, one step a line.
-std::vector<std::string> plannedSurroundings(const RamDiskSetup& setup) {
+std::vector<std::string> plannedAdditions(const RamDiskSetup& setup) {
     std::vector<std::string> steps;
     if (setup.createsAtLaunch) {
         steps.push_back(
@@ -72,11 +72,11 @@ std::vector<std::string> plannedSurroundings(const RamDiskSetup& setup) {
     return steps;
 }
 
-ExitStatus printPlan(const CreateInvocation& invocation, const CommandContext& context) {
-    const auto setup = setupFrom(invocation.setup, invocation.templateTitle, context);
+ExitStatus printPlan(const SetupOptions& options, const CommandContext& context) {
+    const auto setup = setupFrom(options, context);
     auto plan = context.services.create->plan(setup.specification);
-    const auto surroundings = plannedSurroundings(setup);
-    plan.steps.insert(plan.steps.end(), surroundings.begin(), surroundings.end());
+    const auto additions = plannedAdditions(setup);
+    plan.steps.insert(plan.steps.end(), additions.begin(), additions.end());
     if (context.console.wantsJSON()) {
         context.console.printDocument(
             compactText({{"plan", plan.steps}, {"warnings", warningsJSON(plan.warnings)}}));
@@ -96,28 +96,41 @@ std::string readyText(const RamDisk& disk) {
                        disk.fileSystemName.value_or("unknown format"));
 }
 
-} // namespace
+struct CreateCommand {
+    SetupOptions setup;
+    bool isDryRun = false;
 
-ExitStatus run(const CreateInvocation& invocation, const CommandContext& context) {
-    if (invocation.isDryRun) {
-        return printPlan(invocation, context);
+    void declare(Syntax& syntax) {
+        setup.declareForNewDisk(syntax);
+        syntax.flag("--dry-run", isDryRun, "Print what would be done, and do nothing");
     }
-    const auto result = createDisk(invocation, context);
-    const auto& disk = result.creation.ramDisk;
-    tellWarnings(result.creation.warnings, context.console);
-    if (context.console.wantsJSON()) {
-        context.console.printDocument(compactText({{"ramDisk", toJSON(disk)},
-                                                   {"warnings", warningsJSON(result.creation.warnings)},
-                                                   {"problems", toJSON(result.problems)}}));
-    }
-    context.console.confirm(readyText(disk));
-    if (!result.problems.empty()) {
-        context.console.warn(printable(setupProblemsTitle(disk.name)));
-        for (const auto& problem : result.problems) {
-            context.console.warn(printable(problemText(problem)));
+
+    ExitStatus run(const CommandContext& context) const {
+        if (isDryRun) {
+            return printPlan(setup, context);
         }
+        const auto result = createDisk(setup, context);
+        const auto& disk = result.creation.ramDisk;
+        tellWarnings(result.creation.warnings, context.console);
+        if (context.console.wantsJSON()) {
+            context.console.printDocument(compactText({{"ramDisk", toJSON(disk)},
+                                                       {"warnings", warningsJSON(result.creation.warnings)},
+                                                       {"problems", toJSON(result.problems)}}));
+        }
+        context.console.confirm(readyText(disk));
+        if (!result.problems.empty()) {
+            context.console.warn(printable(setupProblemsTitle(disk.name)));
+            for (const auto& problem : result.problems) {
+                context.console.warn(printable(problemText(problem)));
+            }
+        }
+        return succeeded;
     }
-    return succeeded;
-}
+};
+
+const RegisteredSubcommand createSubcommand{HelpSection::disks,
+                                            Subcommand::of<CreateCommand>("create", "Make a RAM disk")};
+
+} // namespace
 
 } // namespace ramdisk::cli

@@ -1,0 +1,12 @@
+#pragma once
+
+namespace ramdisk::cli {
+
+/// What holds for every subcommand.
+struct GlobalOptions {
+    bool json = false;
+    bool noColor = false;
+    bool quiet = false;
+};
+
+} // namespace ramdisk::cli

@@ -1,0 +1,77 @@
+#include "RamDiskInfrastructure/Stores/ValueJSON.h"
+#include "RamDiskUI/SessionText.h"
+#include "tramdisk/SessionJSON.h"
+#include "tramdisk/SetupOptions.h"
+#include "tramdisk/Subcommand.h"
+#include "tramdisk/UsageError.h"
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+namespace ramdisk::cli {
+
+namespace {
+
+RamDiskChanges changesFrom(const SetupOptions& options) {
+    RamDiskChanges changes;
+    changes.name = options.name;
+    changes.access = options.access;
+    if (options.isIndexingEnabled) {
+        changes.indexing = *options.isIndexingEnabled ? SearchIndexing::on : SearchIndexing::off;
+    }
+    changes.becomesStartupDisk = options.createsAtLaunch.value_or(false);
+    changes.keepsFiles = options.keepsFiles;
+    changes.seedFolder = options.seedFolder;
+    changes.folders = options.folders;
+    changes.redirects = options.redirects;
+    return changes;
+}
+
+/// What only a startup disk can do is refused of another before anything is changed.
+void requireStartupDisk(const RamDiskChanges& changes, const RamDisk& disk, const CommandContext& context) {
+    if ((changes.keepsFiles || changes.seedFolder) && !changes.becomesStartupDisk
+        && !context.session.profiles->named(disk.name)) {
+        throw UsageError(fmt::format("“{}” is not a startup disk: give --at-launch as well.", disk.name));
+    }
+}
+
+struct ConfigureCommand {
+    RamDiskReference reference{RamDiskReference::Name{}};
+    SetupOptions setup;
+
+    void declare(Syntax& syntax) {
+        syntax.value("REF", reference, referenceHelp);
+        setup.declareForExistingDisk(syntax);
+    }
+
+    void check() const {
+        if (setup == SetupOptions{}) {
+            throw UsageError("Say what to change, such as --name NAME or --no-indexing.");
+        }
+    }
+
+    ExitStatus run(const CommandContext& context) const {
+        const auto disk = context.services.list->resolve(reference);
+        const auto changes = changesFrom(setup);
+        requireStartupDisk(changes, disk, context);
+        const auto result = context.session.configure->execute(disk, changes);
+        if (context.console.wantsJSON()) {
+            context.console.printDocument(
+                compactText({{"ramDisk", toJSON(result.ramDisk)}, {"problems", toJSON(result.problems)}}));
+        }
+        for (const auto& problem : result.problems) {
+            context.console.fail(problemText(problem));
+        }
+        if (result.problems.empty()) {
+            context.console.confirm(fmt::format("“{}” is changed.", printable(result.ramDisk.name)));
+        }
+        return result.problems.empty() ? succeeded : failed;
+    }
+};
+
+const RegisteredSubcommand configureSubcommand{
+    HelpSection::disks, Subcommand::of<ConfigureCommand>("configure", "Change an existing disk")};
+
+} // namespace
+
+} // namespace ramdisk::cli

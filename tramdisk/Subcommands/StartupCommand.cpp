@@ -1,0 +1,153 @@
+#include "RamDiskCore/Values/ByteCountFormat.h"
+#include "RamDiskUI/SessionText.h"
+#include "tramdisk/KeptDisks.h"
+#include "tramdisk/ListJSON.h"
+#include "tramdisk/ProgressLine.h"
+#include "tramdisk/Subcommand.h"
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include <stdexcept>
+
+namespace ramdisk::cli {
+
+namespace {
+
+constexpr auto startupNameHelp = "The name of the startup disk";
+
+struct StartupListCommand {
+    ExitStatus run(const CommandContext& context) const {
+        const auto profiles = context.session.profiles->list();
+        if (context.console.wantsJSON()) {
+            context.console.printDocument(compactText(listJSON(profiles)));
+            return succeeded;
+        }
+        if (profiles.empty()) {
+            context.console.confirm("No startup disks.");
+            return succeeded;
+        }
+        const auto standing = context.session.lifecycle->keptDisks();
+        std::vector<std::vector<std::string>> rows;
+        for (const auto& profile : profiles) {
+            std::string where;
+            for (const auto& kept : standing) {
+                if (kept.profile.id == profile.id) {
+                    where = kept.disk.mountPoint->string();
+                }
+            }
+            rows.push_back({profile.name, format(profile.size), std::string(rawValue(profile.fileSystem)),
+                            profile.isEncrypted ? "yes" : "no", profile.keepsContents ? "kept" : "not kept",
+                            std::to_string(profile.previousCopies), where});
+        }
+        context.console.printTable(
+            {"NAME", "SIZE", "FORMAT", "ENCRYPTED", "FILES", "EARLIER COPIES", "MOUNTED AT"}, rows);
+        return succeeded;
+    }
+};
+
+struct StartupAddCommand {
+    RamDiskReference reference{RamDiskReference::Name{}};
+    bool keepsFiles = false;
+    std::uint32_t previousCopies = 0;
+
+    void declare(Syntax& syntax) {
+        syntax.value("REF", reference, referenceHelp);
+        syntax.flag("--keep-files", keepsFiles, "Save the disk's files and put them back at the next launch");
+        syntax.number("--copies", previousCopies, "Number of earlier saved copies to keep (default: 0)");
+    }
+
+    ExitStatus run(const CommandContext& context) const {
+        const auto disk = context.services.list->resolve(reference);
+        auto profile = context.session.configure->makeProfile(disk);
+        if (const auto former = context.session.profiles->named(disk.name)) {
+            throw std::runtime_error(fmt::format("“{}” is already a startup disk.", former->name));
+        }
+        if (keepsFiles) {
+            context.services.archiver->requireSupport(disk);
+        }
+        profile.keepsContents = keepsFiles;
+        profile.previousCopies = previousCopies;
+        context.session.profiles->store(profile);
+        if (context.console.wantsJSON()) {
+            context.console.printDocument(compactText(toJSON(profile)));
+        }
+        context.console.confirm(
+            fmt::format("“{}” is made at every launch{}.", printable(profile.name),
+                        profile.keepsContents
+                            ? "; its files are saved at quit, when it is ejected and with `tramdisk save`"
+                            : ""));
+        return succeeded;
+    }
+};
+
+struct StartupRemoveCommand {
+    std::string name;
+    bool isForced = false;
+
+    void declare(Syntax& syntax) {
+        syntax.value("NAME", name, startupNameHelp);
+        syntax.flag("--force", isForced, "Do not ask");
+    }
+
+    ExitStatus run(const CommandContext& context) const {
+        const auto profile = startupDiskNamed(name, context);
+        if (!isForced) {
+            const auto answer = Console::ask(fmt::format(
+                "Remove “{}” from the startup disks? Its saved contents are deleted as well.", profile.name));
+            if (!answer) {
+                throw std::runtime_error(fmt::format(
+                    "Removing “{}” deletes its saved contents. Give --force to do it.", profile.name));
+            }
+            if (!*answer) {
+                context.console.confirm("Nothing was changed.");
+                return failed;
+            }
+        }
+        context.session.profiles->remove(profile);
+        if (context.console.wantsJSON()) {
+            context.console.printDocument(compactText(toJSON(profile)));
+        }
+        context.console.confirm(fmt::format("“{}” is no longer a startup disk.", printable(profile.name)));
+        return succeeded;
+    }
+};
+
+struct StartupCreateCommand {
+    std::string name;
+
+    void declare(Syntax& syntax) { syntax.value("NAME", name, startupNameHelp); }
+
+    ExitStatus run(const CommandContext& context) const {
+        const auto profile = startupDiskNamed(name, context);
+        std::vector<RedirectFailure> failures;
+        const auto outcome = [&] {
+            ProgressLine progress(context.console.options(), "Filling");
+            return context.session.lifecycle->create(profile, failures, progress.observer());
+        }();
+        if (context.console.wantsJSON()) {
+            context.console.printDocument(compactText(toJSON(outcome)));
+        }
+        tellRedirectFailures(failures, context);
+        if (outcome.needsAttention()) {
+            context.console.fail(outcomeText(outcome));
+            return failed;
+        }
+        context.console.confirm(printable(outcomeText(outcome)));
+        return succeeded;
+    }
+};
+
+const RegisteredSubcommand startupSubcommand{
+    HelpSection::startupDisks,
+    Subcommand::group("startup", "Manage the disks that are made at every launch",
+                      {Subcommand::of<StartupListCommand>("list", "List the startup disks"),
+                       Subcommand::of<StartupAddCommand>("add", "Make an existing disk a startup disk"),
+                       Subcommand::of<StartupRemoveCommand>(
+                           "remove", "Remove a startup disk from the list and delete its saved files"),
+                       Subcommand::of<StartupCreateCommand>(
+                           "create", "Make a startup disk now, without waiting for the next launch")})};
+
+} // namespace
+
+} // namespace ramdisk::cli

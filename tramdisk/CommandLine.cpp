@@ -74,6 +74,7 @@ Parser::Parser()
     app_.add_flag("--json", global_.json, "One JSON document on standard output");
     app_.add_flag("--no-color", global_.noColor, "No colors");
     app_.add_flag("--quiet,-q", global_.quiet, "Print results and errors only");
+    app_.add_flag("--trace", global_.trace, "Say on standard error why the program does what it does");
     addDiskSubcommands(*this);
     addStartupSubcommands(*this);
     addSurroundingsSubcommands(*this);

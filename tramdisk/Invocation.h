@@ -25,6 +25,7 @@ struct GlobalOptions {
     bool json = false;
     bool noColor = false;
     bool quiet = false;
+    bool trace = false;
 };
 
 /// What a user said of a disk to make; what he left open is absent.

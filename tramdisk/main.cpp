@@ -5,6 +5,7 @@
 #include "RamDiskUI/ErrorText.h"
 #include "tramdisk/CommandLine.h"
 #include "tramdisk/Commands.h"
+#include "tramdisk/TracePrinter.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -115,6 +116,7 @@ int main(int argumentCount, char** arguments) {
     std::signal(SIGCHLD, SIG_DFL);
     try {
         const auto invocation = parseCommandLine(argumentCount, arguments);
+        installTracePrinter(invocation);
         return finish(carryOutAndTell(invocation, Console(invocation.global)));
     } catch (const MissingSubcommand& error) {
         static_cast<void>(std::fputs(error.what(), stderr));

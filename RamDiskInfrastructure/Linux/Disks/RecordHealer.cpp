@@ -34,7 +34,7 @@ std::optional<DiskRecord> RecordHealer::heal(const DiskRecord& record) const noe
         if (auto hold = store.tryHold(record)) {
             healHeld(std::move(*hold));
         } else {
-            tell(record, "left alone: another process is at work on it, or it is gone by now");
+            tell(record, "left alone: somebody is at work on it, or it is gone by now");
         }
         auto records = store.readAll();
         const auto found = std::find_if(records.begin(), records.end(), [&record](const DiskRecord& other) {

@@ -112,11 +112,14 @@ std::filesystem::path DiskRecordStore::pathOf(const DeviceIdentifier& device) co
 
 std::vector<unsigned> DiskRecordStore::usedNumbers() const {
     std::vector<unsigned> numbers;
-    std::error_code ignored;
-    for (const auto& entry : std::filesystem::directory_iterator(folder_, ignored)) {
+    std::error_code error;
+    for (const auto& entry : std::filesystem::directory_iterator(folder_, error)) {
         if (const auto number = numberIn(entry.path().filename().native())) {
             numbers.push_back(*number);
         }
+    }
+    if (error && error != std::errc::no_such_file_or_directory) {
+        traceRefused("records", "listing the records", "they count as none", error.value());
     }
     return numbers;
 }

@@ -148,7 +148,9 @@ OpenImage OpenImage::make(ImageFile file, const ImageGeometry& geometry, const s
 
 void OpenImage::readDirectly() const noexcept {
     const FileDescriptor device(::open(LoopDevice::pathOf(loop_).c_str(), O_RDONLY | O_CLOEXEC));
-    static_cast<void>(device && ioctl(device.get(), LOOP_SET_DIRECT_IO, 1UL));
+    if (!device || ioctl(device.get(), LOOP_SET_DIRECT_IO, 1UL) != 0) {
+        traceRefused("images", "LOOP_SET_DIRECT_IO", "the image is read through the page cache");
+    }
 }
 
 void OpenImage::openContents() {

@@ -110,6 +110,7 @@ Parser::Parser()
     app_.add_flag("--json", global_.json, "Print one JSON document on standard output");
     app_.add_flag("--no-color", global_.noColor, "Print without colors");
     app_.add_flag("--quiet,-q", global_.quiet, "Print only results and errors");
+    app_.add_flag("--trace", global_.trace, "Say on standard error why the program does what it does");
     for (const auto* registered : RegisteredSubcommand::all()) {
         add(app_, registered->subcommand(), heading(registered->section()));
     }

@@ -7,6 +7,7 @@ struct GlobalOptions {
     bool json = false;
     bool noColor = false;
     bool quiet = false;
+    bool trace = false;
 };
 
 } // namespace ramdisk::cli

@@ -4,6 +4,7 @@
 #include "RamDiskInfrastructure/Stores/ValueJSON.h"
 #include "RamDiskUI/ErrorText.h"
 #include "tramdisk/CommandLine.h"
+#include "tramdisk/TracePrinter.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -105,6 +106,7 @@ int main(int argumentCount, char** arguments) {
     std::signal(SIGCHLD, SIG_DFL);
     try {
         const auto invocation = parseCommandLine(argumentCount, arguments);
+        installTracePrinter(invocation);
         return finish(carryOutAndTell(invocation, Console(invocation.global)));
     } catch (const MissingSubcommand& error) {
         static_cast<void>(std::fputs(error.what(), stderr));

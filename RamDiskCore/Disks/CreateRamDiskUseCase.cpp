@@ -1,5 +1,6 @@
 #include "RamDiskCore/Disks/CreateRamDiskUseCase.h"
 
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskCore/Values/Text.h"
 
@@ -23,8 +24,9 @@ CreateRamDiskResult CreateRamDiskUseCase::execute(RamDiskSpecification specifica
     } catch (...) {
         try {
             ports_.allocator->release(device, Force::yes);
-        } catch (...) { // NOLINT(bugprone-empty-catch)
+        } catch (...) {
             // The step's own error is what the user must see; the next listing retries this clean-up.
+            traceCaught("create", "the half-made disk could not be taken away; the next listing tries again");
         }
         throw;
     }

@@ -1,5 +1,6 @@
 #include "RamDiskCore/Redirects/FolderRedirectsUseCase.h"
 
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskCore/Redirects/RedirectConflicts.h"
 #include "RamDiskCore/Redirects/RedirectSession.h"
 #include "RamDiskCore/Values/Text.h"
@@ -61,6 +62,10 @@ Outcome applyStored(RedirectSession& session, FolderRedirect& redirect,
     if (redirect.restoreState && !redirect.applying.value_or(false)
         && session.redirecting().isInForce(redirect, mountPoint)) {
         return Outcome::done;
+    }
+    if (mayBeInPlace(redirect)) {
+        trace("redirects", "undoing what stands of a redirect of {} before it is made anew",
+              redirect.diskName);
     }
     if (session.undo(redirect) == Outcome::failed) {
         return Outcome::failed;
@@ -204,6 +209,11 @@ FolderRedirectsUseCase::Failures FolderRedirectsUseCase::repair() {
             const auto mountPoint = mountPointOf(disks, redirect->diskName);
             if (redirect->applying.value_or(false) || !mountPoint
                 || !redirecting_->isInForce(*redirect, *mountPoint)) {
+                trace("redirects", "undoing “{}” of {}: {}", redirecting_->place(redirect->target).nameOnDisk,
+                      redirect->diskName,
+                      redirect->applying.value_or(false) ? "it was cut short"
+                      : mountPoint                       ? "it does not lead to its disk"
+                                                         : "its disk is gone");
                 session.undo(*redirect);
             }
         }

@@ -1,5 +1,6 @@
 #include "RamDiskCore/Redirects/RedirectConflicts.h"
 
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskCore/Values/Text.h"
 
@@ -15,6 +16,7 @@ std::optional<RedirectPlace> placeIfAny(const FolderRedirecting& redirecting, co
     try {
         return redirecting.place(target);
     } catch (const RamDiskError&) {
+        traceCaught("redirects", "a stored redirect names no folder that can be moved");
         return std::nullopt;
     }
 }

@@ -1,6 +1,7 @@
 #include "RamDiskCore/Startup/SessionLifecycleUseCase.h"
 
 #include "RamDiskCore/Disks/MakeFolders.h"
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskCore/Startup/TransferError.h"
 #include "RamDiskCore/Values/Text.h"
 
@@ -198,6 +199,7 @@ StartupOutcome SessionLifecycleUseCase::afterFailedRestore(const KeptDisk& kept,
         services_.eject->eject(kept.disk, Force::no);
         return {StartupOutcome::Failed{kept.profile, std::move(reason)}};
     } catch (const std::exception&) {
+        traceCaught("session", "a disk whose restore failed is kept for another reason than that");
         return {StartupOutcome::RestoreFailed{kept.disk, std::move(reason)}};
     }
 }
@@ -278,8 +280,9 @@ LeaveResult SessionLifecycleUseCase::leave(const RamDisk& disk, SaveBeforeEject 
     services_.writeBlocking->allow(disk);
     try {
         append(result.redirectFailures, redirects_->apply(disk));
-    } catch (const std::exception&) { // NOLINT(bugprone-empty-catch)
+    } catch (const std::exception&) {
         // Why the disk stays is what the user must see; the redirects are undone and lose nothing.
+        traceCaught("redirects", "the redirects of a disk that stays are not put back");
     }
     return result;
 }

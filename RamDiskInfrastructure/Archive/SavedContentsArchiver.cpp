@@ -1,5 +1,6 @@
 #include "RamDiskInfrastructure/Archive/SavedContentsArchiver.h"
 
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/Archive/FileIdentity.h"
 #include "RamDiskInfrastructure/Stores/StoredFile.h"
@@ -27,7 +28,8 @@ auto toldToUsers(const Work& work) {
 void tidyAfterFailure(const SavedCopyFolder& folder, SavedImageTool& tool) noexcept {
     try {
         folder.tidy(tool);
-    } catch (const std::exception&) { // NOLINT(bugprone-empty-catch)
+    } catch (const std::exception&) {
+        traceCaught("save", "what is left of a failed save stays for the next one to remove");
     }
 }
 
@@ -53,6 +55,7 @@ SaveOutcome SavedContentsArchiver::save(const SaveRequest& request, const Progre
         try {
             return save(request, *source, folder, observer);
         } catch (const std::exception&) {
+            traceCaught("save", "the save failed");
             tidyAfterFailure(folder, *tool_);
             if (!source->isPresent()) {
                 throw RamDiskError(RamDiskError::DiskEjected{});
@@ -73,6 +76,7 @@ SaveOutcome SavedContentsArchiver::save(const SaveRequest& request, SaveSource& 
             tool_->verify(latest, request.protection);
         }
         requirePresent(source);
+        trace("save", "nothing is written: the latest copy holds just this");
         // Whoever put the latest there may have died before its name was safe.
         flushFolder(latest.parent_path());
         folder.prune(request.previousCopies, *tool_);
@@ -102,6 +106,9 @@ void SavedContentsArchiver::fill(const std::filesystem::path& partial, const Sav
         image->fill(observer);
         step("take status again");
         status = source.takeStatus(observer);
+        if (status == SaveSource::Status::changed) {
+            trace("save", "files changed while they were saved: round {} of {}", round + 1, tool_->rounds());
+        }
     }
     if (status == SaveSource::Status::changed) {
         throw RamDiskError(RamDiskError::FilesKeptChanging{});

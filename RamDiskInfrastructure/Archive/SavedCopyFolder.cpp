@@ -1,5 +1,6 @@
 #include "RamDiskInfrastructure/Archive/SavedCopyFolder.h"
 
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskInfrastructure/Archive/FileIdentity.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Stores/StoredFile.h"
@@ -65,17 +66,23 @@ void SavedCopyFolder::tidy(SavedImageTool& tool) const {
     if (isMissing(latest)) {
         const auto earlier = earlierCopies();
         if (FileIdentity::of(incoming)) {
+            trace("save", "tidying: {} becomes the latest copy, as its save was cut short",
+                  incoming.native());
             renameFile(incoming, latest);
         } else if (!earlier.empty()) {
+            trace("save", "tidying: the latest copy is missing, so {} becomes it",
+                  earlier.front().image.native());
             renameFile(earlier.front().image, latest);
         }
     }
     if (FileIdentity::of(incoming)) {
+        trace("save", "tidying: {} is a second name that was not used", incoming.native());
         removeFile(incoming);
     }
     if (const auto identity = FileIdentity::of(latest)) {
         for (const auto& entry : entries()) {
             if (names_.isEarlier(entry) && FileIdentity::of(entry) == identity) {
+                trace("save", "tidying: {} is a second name of the latest copy", entry.native());
                 removeFile(entry);
             }
         }
@@ -211,6 +218,7 @@ bool SavedCopyFolder::linkTo(const std::filesystem::path& image, const std::file
         return true;
     }
     if (knowsNoHardLinks(errno)) {
+        traceRefused("save", "a second name", "copies take turns by renaming");
         return false;
     }
     throw SystemCallError("give a second name to", image);
@@ -232,6 +240,7 @@ void SavedCopyFolder::removePartials(SavedImageTool& tool) const {
     for (const auto& entry : entries()) {
         if (names_.isPartial(entry)
             && !std::filesystem::is_directory(std::filesystem::symlink_status(entry))) {
+            trace("save", "tidying: {} was being filled by a save that is gone", entry.native());
             tool.abandon(entry);
             removeFile(entry);
         }

@@ -1,5 +1,6 @@
 #include "RamDiskInfrastructure/Commands/ChildProcess.h"
 
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskInfrastructure/Commands/ChildPlatform.h"
 
 #include <array>
@@ -138,6 +139,7 @@ ChildProcess::~ChildProcess() {
         reap();
     } catch (const std::system_error&) {
         // Its status is lost, but so is the child.
+        traceCaught("commands", "a child was given up");
     }
 }
 

@@ -1,12 +1,16 @@
 #include "RamDiskInfrastructure/Commands/ProcessCommandRunner.h"
 
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskInfrastructure/Commands/ChildPlatform.h"
 #include "RamDiskInfrastructure/Commands/ChildProcess.h"
 #include "RamDiskInfrastructure/Commands/PipeCollector.h"
 #include "RamDiskInfrastructure/Commands/Watchdog.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <limits>
 #include <string_view>
 #include <system_error>
@@ -119,6 +123,10 @@ private:
             return;
         }
         if (const auto due = watchdog_.takeDueSignal(Clock::now())) {
+            trace("commands", [&] {
+                return fmt::format("{} is not done in {} seconds and gets signal {}", command_.toolName(),
+                                   command_.timeout.value_or(0), *due);
+            });
             child_.signal(*due);
         }
     }
@@ -180,7 +188,19 @@ private:
 } // namespace
 
 CommandOutput ProcessCommandRunner::run(const SystemCommand& command) {
-    return CommandRun(command).finish();
+    const auto start = Clock::now();
+    try {
+        auto output = CommandRun(command).finish();
+        trace("commands", [&] {
+            const auto taken = std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+            return fmt::format("{}: exit status {} in {:.1f} ms", command.description(), output.exitCode,
+                               taken);
+        });
+        return output;
+    } catch (const std::exception& error) {
+        trace("commands", [&] { return fmt::format("{}: {}", command.description(), error.what()); });
+        throw;
+    }
 }
 
 } // namespace ramdisk

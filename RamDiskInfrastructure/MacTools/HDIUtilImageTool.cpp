@@ -1,5 +1,6 @@
 #include "RamDiskInfrastructure/MacTools/HDIUtilImageTool.h"
 
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/Archive/FileIdentity.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
@@ -95,6 +96,7 @@ public:
             target.copyFrom(VolumeContents(source_.mountPoint()), *runner_, observer);
         } catch (const std::exception&) {
             // A file that vanishes while it is copied makes the tool fail.
+            traceCaught("save", "copying failed");
             if (source_.isPresent() && source_.takeStatus({}) == SaveSource::Status::changed) {
                 throw RamDiskError(RamDiskError::FilesKeptChanging{});
             }
@@ -207,6 +209,7 @@ SavedImageTool::Closing HDIUtilImageTool::restore(const RestoreRequest& request,
         }
         disk.copyFrom(saved, *ports_.runner, observer);
     } catch (const std::exception&) {
+        traceCaught("restore", "copying failed");
         if (!image.isMounted()) {
             throw RamDiskError(RamDiskError::ImageEjected{});
         }

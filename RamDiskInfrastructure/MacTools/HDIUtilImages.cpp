@@ -1,5 +1,6 @@
 #include "RamDiskInfrastructure/MacTools/HDIUtilImages.h"
 
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskCore/Values/UUID.h"
 #include "RamDiskInfrastructure/Commands/SecretInput.h"
@@ -80,6 +81,7 @@ bool HDIUtilImages::isEncrypted(const std::filesystem::path& image) const {
         const auto encrypted = list.root().find("encrypted");
         return encrypted && encrypted->boolean();
     } catch (const std::exception&) {
+        traceCaught("images", "the image counts as unreadable");
         throw RamDiskError(RamDiskError::ImageUnreadable{});
     }
 }
@@ -89,6 +91,7 @@ std::optional<HDIUtilInfoParser::Image> HDIUtilImages::openState(const std::file
     try {
         info = attachedImages(*ports_.runner);
     } catch (const std::exception&) {
+        traceCaught("images", "whether the image is open is not known");
         throw RamDiskError(RamDiskError::ImageStateUnknown{});
     }
     for (auto& open : info.images) {
@@ -115,6 +118,7 @@ AttachedImage HDIUtilImages::open(const std::filesystem::path& image, Access acc
         runWith(*ports_.runner, hdiutil(std::move(arguments)), passphrase);
         return attached(image, mountPoint);
     } catch (const CommandFailure& failure) {
+        traceCaught("images", "the image could not be opened");
         closeMountPoint(mountPoint);
         if (passphrase != nullptr && saysWrongPassphrase(failure.output())) {
             throw RamDiskError(RamDiskError::IncorrectPassphrase{});
@@ -138,7 +142,8 @@ AttachedImage HDIUtilImages::attached(const std::filesystem::path& image,
         // The tool may attach an image and yet mount nothing.
         try {
             detach(*device, Force::yes);
-        } catch (const std::exception&) { // NOLINT(bugprone-empty-catch)
+        } catch (const std::exception&) {
+            traceCaught("images", "an image that was attached without a volume stays attached");
         }
     }
     throw RamDiskError(RamDiskError::ImageUnreadable{});
@@ -156,6 +161,7 @@ HDIUtilImages::Closing HDIUtilImages::close(const AttachedImage& image, Force fo
                 detach(image.device, force);
             } catch (const std::exception&) {
                 // It may have worked all the same; the list knows.
+                traceCaught("images", "whether the detach worked is read from the list");
                 for (const auto& open : attachedImages(*ports_.runner).images) {
                     if (wholeDisk(open) == image.device) {
                         return Closing::leftOpen;
@@ -166,6 +172,7 @@ HDIUtilImages::Closing HDIUtilImages::close(const AttachedImage& image, Force fo
         ::rmdir(image.mountPoint.c_str());
         return Closing::closed;
     } catch (const std::exception&) {
+        traceCaught("images", "the image counts as left open");
         return Closing::leftOpen;
     }
 }
@@ -185,6 +192,7 @@ bool HDIUtilImages::closeAbandoned(const std::filesystem::path& image) const noe
         ::rmdir(mountPoint->c_str());
         return true;
     } catch (const std::exception&) {
+        traceCaught("images", "an abandoned image stays open");
         return false;
     }
 }
@@ -209,7 +217,8 @@ void HDIUtilImages::closeMountPoint(const std::filesystem::path& mountPoint) con
     try {
         // Whether anything is mounted there is not known; mostly nothing is.
         static_cast<void>(ports_.runner->run(hdiutil({"detach", "-quiet", "-force", mountPoint.string()})));
-    } catch (const std::exception&) { // NOLINT(bugprone-empty-catch)
+    } catch (const std::exception&) {
+        traceCaught("images", "what may be mounted there stays");
     }
     ::rmdir(mountPoint.c_str());
 }

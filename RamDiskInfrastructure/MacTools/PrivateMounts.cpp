@@ -1,5 +1,6 @@
 #include "RamDiskInfrastructure/MacTools/PrivateMounts.h"
 
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskCore/Values/Text.h"
 
 #include <algorithm>
@@ -107,8 +108,9 @@ void PrivateMounts::removeEmptyMountPoints() const noexcept {
             // meant.
             ::unlinkat(directory.get(), entry.path().filename().c_str(), AT_REMOVEDIR);
         }
-    } catch (const std::exception&) { // NOLINT(bugprone-empty-catch)
+    } catch (const std::exception&) {
         // A folder that stays is only untidy.
+        traceCaught("mounts", "empty mount points stay");
     }
 }
 

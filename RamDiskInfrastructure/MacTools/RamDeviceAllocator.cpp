@@ -1,5 +1,6 @@
 #include "RamDiskInfrastructure/MacTools/RamDeviceAllocator.h"
 
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/MacTools/AttachedImageListing.h"
 #include "RamDiskInfrastructure/MacTools/ToolOutput.h"
@@ -87,8 +88,9 @@ CommandOutput RamDeviceAllocator::attach(ByteCount size) {
     if (ports_.method == AttachMethod::diskImages2) {
         try {
             return ports_.runner->runChecked(diskImages2Attach(size));
-        } catch (const std::exception&) { // NOLINT(bugprone-empty-catch)
+        } catch (const std::exception&) {
             // Systems without the newer attach, and those where it fails, have the classic one.
+            traceCaught("devices", "the classic attach is used");
         }
     }
     try {
@@ -110,7 +112,10 @@ void RamDeviceAllocator::detach(const DeviceIdentifier& device, Force force,
     } catch (const std::exception& error) {
         failure.reason = error.what();
     }
-    throw isStillAttached(device, attachment) ? RamDiskError(failure) : notFound(device);
+    const bool isStill = isStillAttached(device, attachment);
+    trace("devices", "the detach failed ({}); by the list, {}", failure.reason,
+          isStill ? "the device is still there" : "the device is gone");
+    throw isStill ? RamDiskError(failure) : notFound(device);
 }
 
 bool RamDeviceAllocator::isStillAttached(const DeviceIdentifier& device,
@@ -119,6 +124,7 @@ bool RamDeviceAllocator::isStillAttached(const DeviceIdentifier& device,
         return ports_.isAttached(device) && !isAnotherAttachment(device, attachment);
     } catch (const std::exception&) {
         // Memory that may still be held is not reported as given back.
+        traceCaught("devices", "the device counts as attached");
         return true;
     }
 }

@@ -1,5 +1,6 @@
 #include "RamDiskInfrastructure/Redirects/FolderRedirector.h"
 
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskInfrastructure/Redirects/HomeTree.h"
 #include "RamDiskInfrastructure/Redirects/RedirectPlaces.h"
 
@@ -111,6 +112,7 @@ bool FolderRedirector::isInForce(const FolderRedirect& redirect,
             redirect.target.value);
     } catch (const std::exception&) {
         // Whoever asks goes on to undo it, and hears of the trouble there.
+        traceCaught("redirects", "a redirect counts as not in force");
         return false;
     }
 }

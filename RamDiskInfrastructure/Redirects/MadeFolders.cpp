@@ -1,5 +1,6 @@
 #include "RamDiskInfrastructure/Redirects/MadeFolders.h"
 
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Redirects/FolderOnDisk.h"
 #include "RamDiskInfrastructure/Redirects/NameExchange.h"
@@ -118,7 +119,9 @@ void MadeFolders::removeFinished(const OpenedFolder& parent, const std::string& 
     }
     tell(observer_, "hide a folder above");
     if (holdsOnly(folder, marker_)) {
-        static_cast<void>(renameToFreeName(parent.descriptor, name, hidden_));
+        if (const int error = renameToFreeName(parent.descriptor, name, hidden_); error != 0) {
+            traceRefused("redirects", "removing a folder that was made", "it stays", error);
+        }
     } else {
         unlinkat(folder.get(), marker_.c_str(), 0);
     }

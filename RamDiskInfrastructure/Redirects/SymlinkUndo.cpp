@@ -1,5 +1,6 @@
 #include "RamDiskInfrastructure/Redirects/SymlinkUndo.h"
 
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
 
 #include <cerrno>
@@ -44,11 +45,15 @@ void SymlinkUndo::remove(const std::string& link) const {
 
 std::optional<std::string> SymlinkUndo::findOriginal() const {
     const auto swappedOut = statusIn(folder_, names_.temporary);
+    if (swappedOut) {
+        trace("redirects", "{}: a change was cut short and is taken back", names_.shown);
+    }
     if (swappedOut && S_ISLNK(swappedOut->st_mode)) {
         remove(names_.temporary);
     }
     if (names_.backup && isOurLink(*names_.backup)) {
         // An undo was interrupted just after the two traded places.
+        trace("redirects", "{}: an undo was cut short and is finished", names_.shown);
         remove(*names_.backup);
     }
     if (swappedOut && S_ISDIR(swappedOut->st_mode)) {
@@ -65,6 +70,8 @@ void SymlinkUndo::exchangeBack(const std::string& original) const {
     if (error == 0) {
         remove(original);
     } else if (isExchangeMissing(error)) {
+        traceRefused("redirects", "exchanging names in one step",
+                     "the link goes first, then the folder comes back", error);
         remove(names_.folder);
     } else {
         throw SystemCallError("put back", folder_.path / names_.folder, error);
@@ -82,6 +89,7 @@ std::optional<std::string> SymlinkUndo::setAside() const {
     if (error == ENOENT) {
         return std::nullopt;
     }
+    trace("redirects", "{}: something took its place and is set aside as {}", names_.shown, kept);
     if (error != 0) {
         throw SystemCallError("set aside", folder_.path / names_.folder, error);
     }

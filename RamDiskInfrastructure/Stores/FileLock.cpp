@@ -1,5 +1,6 @@
 #include "RamDiskInfrastructure/Stores/FileLock.h"
 
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Stores/StoredFile.h"
 
@@ -29,6 +30,9 @@ void attempt(const std::shared_ptr<Waiter>& waiter) {
         auto hold = waiter->lock.tryAcquire();
         if (!hold) {
             const auto wait = waiter->nextWait;
+            if (wait == FileLock::firstWait) {
+                trace("locks", "waiting for {}", waiter->lock.file().native());
+            }
             waiter->nextWait = std::min(wait * 2, FileLock::longestWait);
             waiter->tasks.postAfter(wait, [waiter] { attempt(waiter); });
             return;
@@ -69,6 +73,10 @@ FileDescriptor FileLock::open() const {
 
 FileDescriptor FileLock::acquire() const {
     auto lock = open();
+    if (flock(lock.get(), LOCK_EX | LOCK_NB) == 0) {
+        return lock;
+    }
+    trace("locks", "waiting for {}", file_.native());
     while (flock(lock.get(), LOCK_EX) != 0) {
         if (errno != EINTR) {
             throw SystemCallError("lock", file_);
@@ -100,6 +108,7 @@ bool FileLock::isHeld() const noexcept {
         const auto probe = open();
         return flock(probe.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
     } catch (const std::exception&) {
+        traceCaught("locks", "taken as free");
         return false;
     }
 }

@@ -1,5 +1,6 @@
 #include "RamDiskInfrastructure/Stores/JSONUserDefaults.h"
 
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskInfrastructure/Stores/DefaultsJSON.h"
 #include "RamDiskInfrastructure/Stores/JSONFields.h"
 
@@ -21,6 +22,7 @@ std::optional<DefaultsValue> readable(const Json& json) {
     try {
         return defaultsValueFrom(json);
     } catch (const DecodingError&) {
+        traceCaught("stores", "a setting does not decode and counts as not set");
         return std::nullopt;
     }
 }
@@ -65,6 +67,9 @@ void JSONUserDefaults::apply(const DefaultsChanges& changes) {
     file_.clearUp();
     const auto text = file_.read();
     auto json = text ? objectFrom(*text) : std::nullopt;
+    if (text && !json) {
+        trace("stores", "{} holds no settings", file_.file().native());
+    }
     const auto former = json || !file_.exists() ? FormerContent::readable : FormerContent::unreadable;
     if (!json) {
         json = Json::object();

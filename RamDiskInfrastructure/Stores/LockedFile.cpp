@@ -1,5 +1,6 @@
 #include "RamDiskInfrastructure/Stores/LockedFile.h"
 
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskInfrastructure/Stores/StoredFile.h"
 
 #include <fmt/format.h>
@@ -51,13 +52,16 @@ void LockedFile::setAside() const {
             file_.parent_path() / fmt::format("{}.unreadable-{}.json", file_.stem().string(), now + later);
         // A second name rather than a move, so that the list's own name never stands for nothing.
         if (link(file_.c_str(), aside.c_str()) == 0) {
+            trace("stores", "{} cannot be read and is kept as {}", file_.native(), aside.native());
             return;
         }
         if (errno == EEXIST || somethingStandsAt(aside)) {
             continue;
         }
         // Not every file system has second names, and not every file may be given one.
-        static_cast<void>(std::rename(file_.c_str(), aside.c_str()));
+        const bool isMoved = std::rename(file_.c_str(), aside.c_str()) == 0;
+        trace("stores", "{} cannot be read and {} {}", file_.native(),
+              isMoved ? "is moved to" : "could not be kept as", aside.native());
         return;
     }
 }

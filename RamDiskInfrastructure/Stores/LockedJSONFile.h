@@ -1,5 +1,6 @@
 #pragma once
 
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskInfrastructure/Stores/LockedFile.h"
 #include "RamDiskInfrastructure/Stores/RecordJSON.h"
 #include "RamDiskInfrastructure/Stores/UserDefaultsJSONList.h"
@@ -74,6 +75,9 @@ private:
     [[nodiscard]] Content read() const {
         if (const auto text = file_.read()) {
             auto list = decodeList<Element>(*text);
+            if (!list) {
+                trace("stores", "{} does not decode and counts as empty", file_.file().native());
+            }
             return list ? Content{std::move(*list), FormerContent::readable}
                         : Content{{}, FormerContent::unreadable};
         }

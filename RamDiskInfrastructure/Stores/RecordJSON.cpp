@@ -1,5 +1,6 @@
 #include "RamDiskInfrastructure/Stores/RecordJSON.h"
 
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskInfrastructure/Stores/JSONFields.h"
 
 #include <fmt/format.h>
@@ -295,6 +296,7 @@ std::optional<std::vector<Element>> decodeList(std::string_view text) {
     try {
         return arrayFrom<Element>(Json::parse(text), recordFrom<Element>);
     } catch (const DecodingError&) {
+        traceCaught("stores", "a stored list does not decode");
         return std::nullopt;
     } catch (const Json::exception&) {
         return std::nullopt;

@@ -1,5 +1,6 @@
 #include "RamDiskInfrastructure/Stores/RunningSession.h"
 
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskInfrastructure/Stores/FileLock.h"
 #include "RamDiskInfrastructure/Stores/StoredFile.h"
 
@@ -82,8 +83,9 @@ void RunningSession::tell(SessionPhase phase) const noexcept {
         removeAbandonedVersions(file_);
         PreparedFile(file_, nlohmann::json{{"processID", getpid()}, {"phase", rawValue(phase)}}.dump())
             .takePlace();
-    } catch (const std::exception&) { // NOLINT(bugprone-empty-catch)
+    } catch (const std::exception&) {
         // Only `session status` knows less then.
+        traceCaught("session", "`session status` is not told of the phase");
     }
 }
 

@@ -1,5 +1,6 @@
 #include "RamDiskInfrastructure/Stores/StoredFile.h"
 
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Stores/FlushToDisk.h"
 
@@ -66,6 +67,7 @@ void removeIfAbandoned(const std::filesystem::path& path) noexcept {
     if (file && flock(file.get(), LOCK_EX | LOCK_NB) == 0 && fstat(file.get(), &held) == 0
         && lstat(path.c_str(), &named) == 0 && held.st_ino == named.st_ino) {
         unlink(path.c_str());
+        trace("stores", "removed {}, whose writer is gone", path.native());
     }
 }
 
@@ -182,7 +184,9 @@ void giveToOwnerOf(const std::filesystem::path& folder, const FileDescriptor& ma
     struct stat status {};
     if (geteuid() == 0 && stat(folder.c_str(), &status) == 0 && status.st_uid != 0) {
         // The file is of use to root in any case.
-        [[maybe_unused]] const int ignored = fchown(made.get(), status.st_uid, status.st_gid);
+        if (fchown(made.get(), status.st_uid, status.st_gid) != 0) {
+            traceRefused("stores", "handing a file to its folder's owner", "it stays root's");
+        }
     }
 }
 

@@ -1,5 +1,6 @@
 #include "RamDiskInfrastructure/Trees/FileWriter.h"
 
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Trees/ZeroBytes.h"
 
@@ -135,7 +136,10 @@ void FileWriter::bypassPageCache() {
     if (pageCache_ == PageCache::bypass) {
         makeBuffer(directBufferSize);
         readsDirectly_ = beginDirect(from_);
-        static_cast<void>(beginDirect(to_));
+        const bool writesDirectly = beginDirect(to_);
+        if (!(readsDirectly_ && writesDirectly) && !std::exchange(isRefusalTold_, true)) {
+            traceRefused("files", "O_DIRECT", "what is read or written goes through the page cache");
+        }
     }
 }
 
@@ -173,6 +177,7 @@ bool FileWriter::copyInKernel(std::uint64_t& start, std::uint64_t end) {
                 fail("write");
             }
             // Not between these two file systems.
+            traceRefused("files", "copy_file_range", "files are read and written instead");
             kernelCopies_ = false;
             break;
         }

@@ -97,6 +97,8 @@ private:
     std::unique_ptr<char, Free> buffer_;
     std::size_t bufferSize_ = 0;
     bool kernelCopies_ = true;
+    /// Once for all files, as they are mostly alike.
+    bool isRefusalTold_ = false;
     bool readsDirectly_ = false;
     bool fillsHugePages_ = false;
     int from_ = -1;

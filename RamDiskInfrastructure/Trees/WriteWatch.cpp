@@ -1,5 +1,7 @@
 #include "RamDiskInfrastructure/Trees/WriteWatch.h"
 
+#include "RamDiskCore/Ports/Tracing.h"
+
 #include <array>
 #include <csignal>
 #include <cstdint>
@@ -68,6 +70,7 @@ std::optional<WriteWatch> WriteWatch::begin(const FileDescriptor& root) {
     // Without opening it a file can be cut short, which is to modify it.
     if (!events || !own || !mark(FAN_MARK_MOUNT | FAN_MARK_IGNORE_SURV, FAN_OPEN)
         || !mark(FAN_MARK_FILESYSTEM, FAN_OPEN | FAN_ATTRIB | FAN_MODIFY)) {
+        traceRefused("save", "fanotify", "everything is read again");
         return std::nullopt;
     }
     timespec begun{};

@@ -1,3 +1,4 @@
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskInfrastructure/Stores/RunningSession.h"
 #include "RamDiskUI/SessionText.h"
 #include "tramdisk/KeptDisks.h"
@@ -47,8 +48,9 @@ void waitForEnd(SessionSignals& signals, const CommandContext& context) {
             for (const auto& disk : context.services.list->listOwn()) {
                 context.services.memoryTrimming->trim(disk);
             }
-        } catch (const std::exception&) { // NOLINT(bugprone-empty-catch)
+        } catch (const std::exception&) {
             // The list could not be read just now; the next time will do.
+            traceCaught("trim", "put off to the next time");
         }
     }
 }

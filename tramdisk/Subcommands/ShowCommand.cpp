@@ -1,3 +1,4 @@
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskCore/Values/ByteCountFormat.h"
 #include "RamDiskInfrastructure/Stores/ValueJSON.h"
 #include "tramdisk/Subcommand.h"
@@ -36,6 +37,7 @@ std::optional<std::string> indexingText(const RamDisk& disk, SearchIndexControll
         const auto state = disk.mountPoint ? indexing.state(*disk.mountPoint) : std::nullopt;
         return state ? std::optional<std::string>(*state == SearchIndexing::on ? "on" : "off") : std::nullopt;
     } catch (const std::exception&) {
+        traceCaught("indexing", "not shown");
         return std::nullopt;
     }
 }

@@ -1,5 +1,6 @@
 #include "RamDiskInfrastructure/Linux/Bus/LogindShutdownDelay.h"
 
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/Bus/MessageBus.h"
 #include "RamDiskInfrastructure/Linux/Bus/SdBus.h"
@@ -93,8 +94,9 @@ void LogindShutdownDelay::listen() noexcept {
                 heed(message->readFlag());
             }
         }
-    } catch (const std::exception&) { // NOLINT(bugprone-empty-catch)
+    } catch (const std::exception&) {
         // The bus is gone, as it is late in a shutdown; the lock holds without it.
+        traceCaught("shutdown", "the bus is listened to no more");
     }
 }
 

@@ -1,5 +1,6 @@
 #include "RamDiskInfrastructure/Linux/Disks/LinuxDeviceAllocator.h"
 
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/Disks/RecordHealer.h"
@@ -107,6 +108,7 @@ ReleaseOutcome LinuxDeviceAllocator::release(const DeviceIdentifier& device, For
 void LinuxDeviceAllocator::abandon(RecordHold hold) const {
     const auto& store = context_->storeOf(hold.record);
     const auto& volume = context_->volumes.of(hold.record.kind);
+    const auto device = hold.record.device;
     const auto mounts = MountTable::read(context_->host.proc);
     if (!volume.visibleAt(hold.record, mounts)) {
         RecordHealer(*context_).discardUnseen(std::move(hold), mounts);
@@ -116,6 +118,8 @@ void LinuxDeviceAllocator::abandon(RecordHold hold) const {
         const auto detached = volume.detach(hold, store, Force::yes);
         if (!std::holds_alternative<Detached::Gone>(detached.value)) {
             // The record stays and with it the trace of what stands; the next listing goes on from there.
+            trace("records",
+                  [&] { return device.bsdName() + " stays: what was made of it cannot be unmounted yet"; });
             return;
         }
     }

@@ -1,6 +1,7 @@
 #include "RamDiskInfrastructure/Linux/Disks/LinuxVolumeFormatter.h"
 
 #include "RamDiskCore/Ports/RamDeviceAllocating.h"
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/Host/SmallFile.h"
@@ -22,6 +23,10 @@ VolumeKind LinuxVolumeFormatter::firstKind(const RamDiskSpecification& specifica
 }
 
 void LinuxVolumeFormatter::requireSupport(const RamDiskSpecification& specification) const {
+    trace("ladder", [&] {
+        const auto& host = context_->host;
+        return fmt::format("{}: {}", rawValue(host.firstRung()), host.firstRungReason());
+    });
     context_->volumes.of(firstKind(specification)).requireSupport(specification);
 }
 
@@ -100,6 +105,7 @@ std::filesystem::path LinuxVolumeFormatter::format(const DeviceIdentifier& devic
                 || hold->record.kind == VolumeKind::folder) {
                 throw;
             }
+            traceCaught("ladder", "the kernel refuses, so the disk becomes a folder");
             fallBackToFolder(*hold, specification);
             make(*hold, specification, protection);
         }

@@ -1,5 +1,6 @@
 #include "RamDiskInfrastructure/Linux/Disks/LinuxVolumeRenamer.h"
 
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/Mounting/LoopDevice.h"
@@ -27,6 +28,7 @@ Moved moveMountBetween(const fs::path& from, const MountFolders::Made& to) {
     if (move_mount(AT_FDCWD, from.c_str(), to.folder.get(), "", MOVE_MOUNT_T_EMPTY_PATH) == 0) {
         return Moved::yes;
     }
+    traceRefused("mounts", "moving the mount", "a second one is made and the first one taken away");
     // Below a mount that is shared with other namespaces nothing may be moved; a second mount may be made,
     // and the first one taken away while nobody stands in it.
     FileDescriptor second(open_tree(AT_FDCWD, from.c_str(), OPEN_TREE_CLONE | OPEN_TREE_CLOEXEC));
@@ -41,7 +43,10 @@ Moved moveMountBetween(const fs::path& from, const MountFolders::Made& to) {
     if (umount2(from.c_str(), UMOUNT_NOFOLLOW) == 0) {
         return Moved::yes;
     }
-    static_cast<void>(umount2(to.path.c_str(), UMOUNT_NOFOLLOW));
+    traceRefused("mounts", "unmounting the former place", "the disk keeps its name");
+    if (umount2(to.path.c_str(), UMOUNT_NOFOLLOW) != 0) {
+        traceRefused("mounts", "unmounting the new place", "the disk is in both places");
+    }
     return Moved::no;
 }
 

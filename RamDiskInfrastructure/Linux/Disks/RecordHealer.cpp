@@ -1,23 +1,40 @@
 #include "RamDiskInfrastructure/Linux/Disks/RecordHealer.h"
 
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskInfrastructure/Linux/Records/DiskPlaces.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
+#include <string_view>
 #include <utility>
 
 #include <sys/mount.h>
 
 namespace ramdisk {
 
+namespace {
+
+constexpr std::string_view records = "records";
+
+void tell(const DiskRecord& record, std::string_view what) {
+    trace(records, [&] { return fmt::format("{} “{}”: {}", record.device.bsdName(), record.name, what); });
+}
+
+} // namespace
+
 std::optional<DiskRecord> RecordHealer::heal(const DiskRecord& record) const noexcept {
     try {
         const auto& store = context_.storeOf(record);
         if (!store.isOwn()) {
             // Where somebody else can swap folders for links, nothing is changed unasked.
+            tell(record, "left alone: its records belong to another user");
             return record;
         }
         if (auto hold = store.tryHold(record)) {
             healHeld(std::move(*hold));
+        } else {
+            tell(record, "left alone: somebody is at work on it, or it is gone by now");
         }
         auto records = store.readAll();
         const auto found = std::find_if(records.begin(), records.end(), [&record](const DiskRecord& other) {
@@ -25,6 +42,7 @@ std::optional<DiskRecord> RecordHealer::heal(const DiskRecord& record) const noe
         });
         return found == records.end() ? std::nullopt : std::optional(std::move(*found));
     } catch (const std::exception&) {
+        traceCaught(records, "not healed, to be tried by the next listing");
         return record;
     }
 }
@@ -35,6 +53,7 @@ bool RecordHealer::stands(const DiskRecord& record, const MountTable& mounts) co
             return true;
         }
     } catch (const std::exception&) {
+        traceCaught(records, "taken as standing, for want of an answer");
         return true;
     }
     return heal(record).has_value();
@@ -46,17 +65,26 @@ void RecordHealer::healHeld(RecordHold hold) const {
     const auto mounts = MountTable::read(context_.host.proc);
     if (hold.record.state == RecordState::detaching) {
         if (volume.visibleAt(hold.record, mounts)) {
+            tell(hold.record,
+                 "healed: its eject was cut short and it is still mounted; it is complete again");
             hold.record.state = RecordState::settled;
             store.update(hold);
             return;
         }
         removeRemains(hold.record);
         if (!volume.isLive(hold.record, mounts) && !volume.heldMemory(hold.record, mounts)) {
+            tell(hold.record,
+                 "healed: nothing holds the memory of the ejected disk any more; record removed");
             discard(std::move(hold));
+        } else {
+            tell(hold.record, "left alone: it is ejected, but its memory is still held");
         }
         return;
     }
     if (!volume.isLive(hold.record, mounts)) {
+        tell(hold.record, hold.record.state == RecordState::making
+                              ? "healed: its maker is gone (process ended) and has made no volume"
+                              : "healed: its volume is gone");
         discard(std::move(hold));
         return;
     }
@@ -66,6 +94,7 @@ void RecordHealer::healHeld(RecordHold hold) const {
     }
     if (!volume.visibleAt(hold.record, mounts)) {
         // Its maker died half way, and a tool that it had started may still be at work.
+        tell(hold.record, "healed: its maker is gone (process ended) before the volume could be seen");
         discardUnseen(std::move(hold), mounts);
         return;
     }
@@ -73,13 +102,18 @@ void RecordHealer::healHeld(RecordHold hold) const {
     if (volume.isPristine(hold.record)) {
         const auto detached = volume.detach(hold, store, Force::no).value;
         if (std::holds_alternative<Detached::Gone>(detached)) {
+            tell(hold.record,
+                 "healed: its maker is gone (process ended) and nobody has used the volume; it is unmounted");
             discard(std::move(hold));
             return;
         }
         if (std::holds_alternative<Detached::Held>(detached)) {
+            tell(hold.record, "healed in part: its maker is gone, and what is unmounted is still in use");
             return;
         }
     }
+    tell(hold.record, "healed: its maker is gone (process ended), but the volume is in use or holds files; "
+                      "it is kept as complete");
     hold.record.state = RecordState::settled;
     store.update(hold);
 }
@@ -90,18 +124,23 @@ void RecordHealer::healSettled(RecordHold hold, const MountTable& mounts) const 
     if (visible && *visible != hold.record.mountPoint) {
         // The mount was moved, or a renaming was cut short: the folder that it is not on any more is empty.
         const auto other = std::exchange(hold.record.mountPoint, *visible);
+        trace(records, "{}: healed: it is mounted at {} and no more at {}", hold.record.device.bsdName(),
+              visible->native(), other.native());
         hold.record.formerMountPoint.clear();
         context_.storeOf(hold.record).update(hold);
         MountFolders::remove(other);
     } else if (visible && !hold.record.formerMountPoint.empty()) {
+        tell(hold.record, "healed: its renaming was cut short and is finished");
         finishRenaming(std::move(hold), mounts);
     } else if (!visible && mounts.topmostAt(hold.record.mountPoint) == nullptr) {
         // Unmounted by other means: if it was in use, only its open files keep it.
         const auto held = volume.heldMemory(hold.record, mounts);
         if (!held) {
+            tell(hold.record, "healed: it was unmounted by other means; record removed");
             discard(std::move(hold));
             return;
         }
+        tell(hold.record, "healed: it was unmounted by other means while in use; its memory is still held");
         hold.record.heldBytes = held->stillHeld.value_or(hold.record.heldBytes);
         hold.record.state = RecordState::detaching;
         context_.storeOf(hold.record).update(hold);
@@ -116,6 +155,7 @@ void RecordHealer::finishRenaming(RecordHold hold, const MountTable& mounts) con
         && umount2(former.c_str(), UMOUNT_NOFOLLOW) != 0) {
         // Killed while the volume was in both places, and somebody stands in the former one.
         if (umount2(hold.record.mountPoint.c_str(), UMOUNT_NOFOLLOW) != 0) {
+            traceRefused(records, "unmounting either place of a renamed disk", "it stays in both");
             return;
         }
         MountFolders::remove(std::exchange(hold.record.mountPoint, former));
@@ -144,6 +184,8 @@ void RecordHealer::removeRemains(const DiskRecord& record) const {
     const auto lock = store.lockNames();
     if (!isMountPointOfAnother(store, record, record.mountPoint)) {
         context_.volumes.of(record.kind).removeRemains(record);
+    } else {
+        tell(record, "its folder is left alone: another disk stands there");
     }
 }
 

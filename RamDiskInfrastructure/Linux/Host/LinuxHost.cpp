@@ -1,6 +1,7 @@
 #include "RamDiskInfrastructure/Linux/Host/LinuxHost.h"
 
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
+#include "RamDiskInfrastructure/Platform/TrustedEnvironment.h"
 
 #include <fmt/format.h>
 
@@ -23,12 +24,6 @@ namespace {
 
 std::optional<std::string> environmentValue(const char* name) {
     const char* value = std::getenv(name);
-    return value == nullptr || *value == '\0' ? std::nullopt : std::optional<std::string>(value);
-}
-
-/// A variable that a privileged process must not take from whoever started it.
-std::optional<std::string> trustedEnvironmentValue(const char* name) {
-    const char* value = secure_getenv(name);
     return value == nullptr || *value == '\0' ? std::nullopt : std::optional<std::string>(value);
 }
 
@@ -166,6 +161,13 @@ HostRung LinuxHost::firstRung() const {
         return *forcedRung;
     }
     return mayMount ? HostRung::kernel : HostRung::folder;
+}
+
+std::string_view LinuxHost::firstRungReason() const {
+    if (forcedRung) {
+        return "TRAMDISK_HOST says so";
+    }
+    return mayMount ? "this process may mount" : "this process may not mount, for want of CAP_SYS_ADMIN";
 }
 
 } // namespace ramdisk

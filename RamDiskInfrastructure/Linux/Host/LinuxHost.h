@@ -65,6 +65,8 @@ struct LinuxHost {
 
     /// The rung that this process starts with.
     [[nodiscard]] HostRung firstRung() const;
+    /// Why it starts with that one, for people.
+    [[nodiscard]] std::string_view firstRungReason() const;
 };
 
 } // namespace ramdisk

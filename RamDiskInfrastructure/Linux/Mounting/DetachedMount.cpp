@@ -1,5 +1,6 @@
 #include "RamDiskInfrastructure/Linux/Mounting/DetachedMount.h"
 
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
 
 #include <fmt/format.h>
@@ -28,6 +29,7 @@ void DetachedMount::openContext() {
     const FileDescriptor context(fsopen(request_.fileSystem.c_str(), FSOPEN_CLOEXEC));
     if (!context) {
         if (errno == ENOSYS) {
+            traceRefused("mounts", "fsopen", "mount(2) is used, which shows the volume at once");
             return;
         }
         throw SystemCallError(fmt::format("mount a {}", request_.fileSystem));

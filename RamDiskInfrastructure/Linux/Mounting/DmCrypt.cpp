@@ -1,5 +1,6 @@
 #include "RamDiskInfrastructure/Linux/Mounting/DmCrypt.h"
 
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskInfrastructure/Commands/FileDescriptor.h"
 #include "RamDiskInfrastructure/Commands/SecretInput.h"
 #include "RamDiskInfrastructure/Linux/Host/SystemTools.h"
@@ -25,6 +26,7 @@ constexpr double limitInSeconds = 60;
 bool kernelHasTarget() {
     const FileDescriptor control(open("/dev/mapper/control", O_RDWR | O_CLOEXEC));
     if (!control) {
+        traceRefused("encryption", "/dev/mapper/control", "the device mapper is not used");
         return false;
     }
     alignas(dm_ioctl) std::array<char, 16384> buffer{};
@@ -33,6 +35,7 @@ bool kernelHasTarget() {
     request->data_size = buffer.size();
     request->data_start = sizeof(dm_ioctl);
     if (ioctl(control.get(), DM_LIST_VERSIONS, request) != 0) {
+        traceRefused("encryption", "DM_LIST_VERSIONS", "the device mapper is not used");
         return false;
     }
     for (std::size_t offset = request->data_start; offset + sizeof(dm_target_versions) < buffer.size();) {
@@ -51,7 +54,13 @@ bool kernelHasTarget() {
 } // namespace
 
 bool DmCrypt::isSupported() {
-    return findSystemTool("cryptsetup").has_value() && kernelHasTarget();
+    if (!findSystemTool("cryptsetup")) {
+        trace("encryption", "cryptsetup is not installed, so dm-crypt is not used");
+        return false;
+    }
+    const bool hasTarget = kernelHasTarget();
+    trace("encryption", "dm-crypt {}", hasTarget ? "is used" : "is not among the kernel's targets");
+    return hasTarget;
 }
 
 std::filesystem::path DmCrypt::containerPath(const std::string& name) {

@@ -1,5 +1,6 @@
 #include "RamDiskInfrastructure/Linux/Mounting/FreeSpaceTrimming.h"
 
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskInfrastructure/Commands/FileDescriptor.h"
 
 #include <limits>
@@ -26,7 +27,9 @@ void FreeSpaceTrimming::trim(const RamDisk& disk) noexcept {
     static_cast<void>(syncfs(root.get()));
     fstrim_range range{};
     range.len = std::numeric_limits<__u64>::max();
-    static_cast<void>(ioctl(root.get(), FITRIM, &range));
+    if (ioctl(root.get(), FITRIM, &range) != 0) {
+        traceRefused("trim", "FITRIM", "the memory of deleted files stays taken");
+    }
 }
 
 } // namespace ramdisk

@@ -1,5 +1,6 @@
 #include "RamDiskInfrastructure/Linux/Mounting/Fscrypt.h"
 
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
 
@@ -129,13 +130,19 @@ void Fscrypt::unlock(int rootDescriptor, int folderDescriptor, const VolumePassp
         fscrypt_remove_key_arg stray{};
         stray.key_spec.type = FSCRYPT_KEY_SPEC_TYPE_IDENTIFIER;
         std::memcpy(stray.key_spec.u.identifier, identifier.data(), identifier.size());
-        static_cast<void>(ioctl(rootDescriptor, FS_IOC_REMOVE_ENCRYPTION_KEY, &stray));
+        if (ioctl(rootDescriptor, FS_IOC_REMOVE_ENCRYPTION_KEY, &stray) != 0) {
+            traceRefused("encryption", "FS_IOC_REMOVE_ENCRYPTION_KEY", "a wrong key stays until the unmount");
+        }
         throw RamDiskError(RamDiskError::IncorrectPassphrase{});
     }
 }
 
 bool Fscrypt::isSupported(const char* feature) {
-    return access(feature, F_OK) == 0;
+    if (access(feature, F_OK) != 0) {
+        traceRefused("encryption", feature, "this kernel's ext4 does not encrypt");
+        return false;
+    }
+    return true;
 }
 
 } // namespace ramdisk

@@ -1,5 +1,9 @@
 #include "RamDiskInfrastructure/Linux/Mounting/LinuxWriteBlocking.h"
 
+#include "RamDiskCore/Ports/Tracing.h"
+
+#include <cerrno>
+
 #include <fcntl.h>
 #include <sys/mount.h>
 #include <sys/syscall.h>
@@ -12,6 +16,7 @@ namespace {
 bool setAttributes(const RamDisk& disk, std::uint64_t set, std::uint64_t clear) noexcept {
     // Without the volume there, this would be the file system that its folder lies on.
     if (!disk.mountPoint || !disk.attachment) {
+        errno = ENOENT;
         return false;
     }
     mount_attr attributes{};
@@ -25,11 +30,17 @@ bool setAttributes(const RamDisk& disk, std::uint64_t set, std::uint64_t clear) 
 } // namespace
 
 bool LinuxWriteBlocking::block(const RamDisk& disk) {
-    return setAttributes(disk, MOUNT_ATTR_RDONLY, 0);
+    const bool isBlocked = setAttributes(disk, MOUNT_ATTR_RDONLY, 0);
+    if (!isBlocked) {
+        traceRefused("mounts", "making the disk read-only", "the caller does without");
+    }
+    return isBlocked;
 }
 
 void LinuxWriteBlocking::allow(const RamDisk& disk) noexcept {
-    static_cast<void>(setAttributes(disk, 0, MOUNT_ATTR_RDONLY));
+    if (!setAttributes(disk, 0, MOUNT_ATTR_RDONLY)) {
+        traceRefused("mounts", "letting programs write again", "the disk is gone or stays read-only");
+    }
 }
 
 } // namespace ramdisk

@@ -1,5 +1,6 @@
 #include "RamDiskInfrastructure/Linux/Mounting/LoopDevice.h"
 
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/Host/SmallFile.h"
 
@@ -67,6 +68,7 @@ LoopDevice LoopDevice::attach(const FileDescriptor& file, const std::string& tag
         if (errno != EBUSY) {
             throw SystemCallError("configure", path);
         }
+        traceRefused("loop", "LOOP_CONFIGURE", "somebody was quicker, so the next free device is tried");
     }
 }
 
@@ -109,6 +111,7 @@ bool LoopDevices::isReleased(unsigned number, const std::string& tag) const {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(1);
     while (carries(number, tag)) {
         if (std::chrono::steady_clock::now() > deadline) {
+            trace("loop", "/dev/loop{} still carries the disk after a second", number);
             return false;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(1));

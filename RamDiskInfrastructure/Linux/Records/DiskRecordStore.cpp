@@ -1,5 +1,6 @@
 #include "RamDiskInfrastructure/Linux/Records/DiskRecordStore.h"
 
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
 
 #include <fmt/format.h>
@@ -67,21 +68,33 @@ constexpr off_t largestRecord = 1 << 16;
 /// The record in an open file, if its writer can be believed.
 std::optional<DiskRecord> recordIn(const FileDescriptor& file, const DeviceIdentifier& device,
                                    uid_t folderOwner) {
-    struct stat status {};
-    if (!file || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode) || status.st_size > largestRecord
-        || (status.st_uid != 0 && status.st_uid != folderOwner)) {
+    const auto dropped = [&device](const char* why) {
+        trace("records", [&] { return fmt::format("{} is not counted: {}", device.bsdName(), why); });
         return std::nullopt;
+    };
+    struct stat status {};
+    if (!file || fstat(file.get(), &status) != 0) {
+        return dropped(errno == ENOENT ? "its record is gone by now" : "its record cannot be opened");
+    }
+    if (!S_ISREG(status.st_mode) || status.st_size > largestRecord) {
+        return dropped("what has the name of its record is none");
+    }
+    if (status.st_uid != 0 && status.st_uid != folderOwner) {
+        return dropped("its record was written by somebody who may not");
     }
     std::string text(static_cast<std::size_t>(status.st_size), '\0');
     if (pread(file.get(), text.data(), text.size(), 0) != status.st_size) {
-        return std::nullopt;
+        return dropped("its record cannot be read");
     }
     auto record = decodeRecord(text, device);
-    if (record && folderOwner != 0) {
+    if (!record) {
+        return dropped("its record is damaged");
+    }
+    if (folderOwner != 0) {
         if (folderOwner != geteuid() && record->kind != VolumeKind::folder) {
             // Whoever keeps records of his own may not mount: other kinds are claims on somebody else's
             // disks.
-            return std::nullopt;
+            return dropped("its record claims what its writer may not have");
         }
         // What a user wrote about himself is no reason to believe that a disk is somebody else's.
         record->owner = folderOwner;
@@ -99,11 +112,14 @@ std::filesystem::path DiskRecordStore::pathOf(const DeviceIdentifier& device) co
 
 std::vector<unsigned> DiskRecordStore::usedNumbers() const {
     std::vector<unsigned> numbers;
-    std::error_code ignored;
-    for (const auto& entry : std::filesystem::directory_iterator(folder_, ignored)) {
+    std::error_code error;
+    for (const auto& entry : std::filesystem::directory_iterator(folder_, error)) {
         if (const auto number = numberIn(entry.path().filename().native())) {
             numbers.push_back(*number);
         }
+    }
+    if (error && error != std::errc::no_such_file_or_directory) {
+        traceRefused("records", "listing the records", "they count as none", error.value());
     }
     return numbers;
 }
@@ -197,6 +213,8 @@ RecordHold DiskRecordStore::claim(DiskRecord draft, const std::vector<unsigned>&
         if (errno != EEXIST) {
             throw SystemCallError("write the record", pathOf(draft.device));
         }
+        trace("records",
+              [&] { return draft.device.bsdName() + " was taken meanwhile; trying the next number"; });
     }
 }
 
@@ -216,7 +234,7 @@ std::optional<RecordHold> DiskRecordStore::tryHold(const DiskRecord& record) con
 
 std::optional<RecordHold> DiskRecordStore::hold(const DiskRecord& record) const {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    for (;;) {
+    for (unsigned attempt = 1;; ++attempt) {
         if (auto held = tryHold(record)) {
             return held;
         }
@@ -225,6 +243,11 @@ std::optional<RecordHold> DiskRecordStore::hold(const DiskRecord& record) const 
             owner ? recordIn(openRecord(record.device), record.device, *owner) : std::nullopt;
         if (!current || current->uuid != record.uuid) {
             return std::nullopt;
+        }
+        if (attempt == 1) {
+            trace("records", [&] {
+                return record.device.bsdName() + " is held by another process; waiting up to ten seconds";
+            });
         }
         if (std::chrono::steady_clock::now() > deadline) {
             throw std::runtime_error(fmt::format("another process has been at work on {} for ten seconds",
@@ -271,7 +294,11 @@ FileDescriptor DiskRecordStore::lockNames() const {
     if (!file) {
         throw SystemCallError("open", path);
     }
-    int result = 0;
+    int result = flock(file.get(), LOCK_EX | LOCK_NB);
+    if (result == 0) {
+        return file;
+    }
+    trace("locks", "waiting for {}", path.native());
     do {
         result = flock(file.get(), LOCK_EX);
     } while (result != 0 && errno == EINTR);

@@ -1,5 +1,6 @@
 #include "RamDiskInfrastructure/Linux/Records/MountFolders.h"
 
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskCore/Values/Text.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Stores/StoredFile.h"
@@ -98,6 +99,7 @@ MountFolders::Made MountFolders::make(std::string_view name, VolumeAccess access
                 }
             }
         } catch (const SystemCallError& error) {
+            traceCaught("mounts", "the next place for a mount point is tried");
             failure = error;
         }
     }
@@ -113,7 +115,11 @@ bool MountFolders::mayBeOurs(const fs::path& path) noexcept {
 }
 
 void MountFolders::remove(const fs::path& path) noexcept {
-    static_cast<void>(rmdir(path.c_str()));
+    if (rmdir(path.c_str()) == 0) {
+        trace("mounts", "removed the empty folder {}", path.native());
+    } else if (errno != ENOENT) {
+        traceRefused("mounts", "removing an old mount point", path.native() + " stays");
+    }
 }
 
 } // namespace ramdisk

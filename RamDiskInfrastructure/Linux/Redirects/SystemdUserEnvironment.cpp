@@ -1,5 +1,7 @@
 #include "RamDiskInfrastructure/Linux/Redirects/SystemdUserEnvironment.h"
 
+#include "RamDiskCore/Ports/Tracing.h"
+
 #include <algorithm>
 #include <stdexcept>
 #include <utility>
@@ -83,7 +85,7 @@ void SystemdUserEnvironment::tellBus(const std::string& assignment) {
         [[maybe_unused]] const auto output =
             runner_->run({*tools_.dbusUpdate, {assignment}, std::nullopt, timeLimit});
     } catch (const std::exception&) {
-        return;
+        traceCaught("redirects", "what the bus starts keeps its environment");
     }
 }
 

@@ -1,5 +1,6 @@
 #include "RamDiskInfrastructure/Linux/SavedContents/ImageFile.h"
 
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
 
@@ -94,6 +95,7 @@ std::optional<ImageFile> ImageFile::clone(const ImageFile& original, const std::
                                           const LinuxHost& host) {
     ImageFile made(path, makeFile(path, host));
     if (ioctl(made.file_.get(), FICLONE, original.file_.get()) != 0) {
+        traceRefused("save", "FICLONE", "the latest copy cannot be the start of the next one");
         unlink(path.c_str());
         return std::nullopt;
     }
@@ -138,6 +140,7 @@ std::vector<unsigned> ImageFile::loops(const std::filesystem::path& sys) const {
             }
         }
     } catch (const SystemCallError&) {
+        traceCaught("images", "whether an image is open is not known");
         throw RamDiskError(RamDiskError::ImageStateUnknown{});
     }
     return found;

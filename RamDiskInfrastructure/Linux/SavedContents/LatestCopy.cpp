@@ -1,5 +1,6 @@
 #include "RamDiskInfrastructure/Linux/SavedContents/LatestCopy.h"
 
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskCore/Values/RamDiskError.h"
 
 namespace ramdisk {
@@ -21,8 +22,10 @@ std::optional<LatestCopy::Description> read(const std::filesystem::path& path,
         if (std::holds_alternative<RamDiskError::IncorrectPassphrase>(error.value())) {
             throw;
         }
-    } catch (const std::exception&) { // NOLINT(bugprone-empty-catch)
+        traceCaught("save", "the latest copy does not tell what it holds");
+    } catch (const std::exception&) {
         // Then it tells nothing.
+        traceCaught("save", "the latest copy does not tell what it holds");
     }
     return std::nullopt;
 }

@@ -1,5 +1,6 @@
 #include "RamDiskInfrastructure/Linux/SavedContents/LoopImageTool.h"
 
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/Archive/SavedCopyNames.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
@@ -109,10 +110,14 @@ void LoopImageTool::retire(const std::filesystem::path& image, const SavedCopyFi
         if (isLastName && !file.canBeCloned() && rename(image.c_str(), spare.c_str()) == 0) {
             return;
         }
-    } catch (const std::exception&) { // NOLINT(bugprone-empty-catch)
+    } catch (const std::exception&) {
         // What cannot be opened is of no use as a start.
+        traceCaught("save", "a copy to give up is not kept as a spare");
     }
-    unlink(image.c_str());
+    trace("save", "giving up the copy {}", image.native());
+    if (unlink(image.c_str()) != 0) {
+        traceRefused("save", "removing a copy", "it stays");
+    }
 }
 
 SavedImageTool::Closing LoopImageTool::restore(const RestoreRequest& request,

@@ -1,5 +1,6 @@
 #include "RamDiskInfrastructure/Linux/SavedContents/LoopPartialImage.h"
 
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskCore/Values/ByteCountFormat.h"
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/Archive/SavedCopyNames.h"
@@ -68,8 +69,9 @@ std::optional<ImageFile> LoopPartialImage::takeEarlierFile() {
         if (auto clone = ImageFile::clone(latest, partial_, host_)) {
             return clone;
         }
-    } catch (const RamDiskError&) { // NOLINT(bugprone-empty-catch)
+    } catch (const RamDiskError&) {
         // There is no latest copy, or it cannot be a start.
+        traceCaught("save", "the latest copy is no start for the new one");
     }
     const auto spare = SavedCopyNames{request_.files}.spare();
     try {
@@ -78,8 +80,9 @@ std::optional<ImageFile> LoopPartialImage::takeEarlierFile() {
         if (hasOneName(file) && rename(spare.c_str(), partial_.c_str()) == 0) {
             return ImageFile::open(partial_, LoopAccess::readWrite, host_);
         }
-    } catch (const RamDiskError&) { // NOLINT(bugprone-empty-catch)
+    } catch (const RamDiskError&) {
         // There is no spare, or it cannot be a start.
+        traceCaught("save", "there is no spare image to start from");
     }
     unlink(spare.c_str());
     return std::nullopt;
@@ -106,14 +109,17 @@ std::optional<OpenImage> LoopPartialImage::startFromEarlier(const TreeManifest& 
         if (std::holds_alternative<RamDiskError::ContentsTransferFailed>(error.value())) {
             throw;
         }
-    } catch (const std::exception&) { // NOLINT(bugprone-empty-catch)
+        traceCaught("save", "the earlier image is no start for the new one");
+    } catch (const std::exception&) {
         // Whatever is wrong with the earlier image, a new one is not made from it.
+        traceCaught("save", "the earlier image is no start for the new one");
     }
     unlink(partial_.c_str());
     return std::nullopt;
 }
 
 OpenImage LoopPartialImage::startFromNothing(const ImageGeometry& geometry, const TreeManifest& wanted) {
+    trace("save", "starting with an empty image of {} bytes", geometry.size.bytes);
     requireRoom(wanted, {});
     return OpenImage::make(ImageFile::create(partial_, geometry.size, host_), geometry, request_.disk.name,
                            request_.protection, host_, *runner_);
@@ -140,6 +146,7 @@ void LoopPartialImage::fill(const ProgressObserver& observer) {
                 throw;
             }
             // The image is full, not the system disk: what is written to that one fails later, in `finish`.
+            traceCaught("save", "the image is too small and is made anew, larger");
             image_.reset();
             held_.reset();
             unlink(partial_.c_str());

@@ -1,5 +1,6 @@
 #include "RamDiskInfrastructure/Linux/SavedContents/LoopRestore.h"
 
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/Host/ProcSystemMemoryProvider.h"
@@ -112,6 +113,11 @@ void LoopRestore::copy(const OpenImage& image, const MountedDisk& disk,
     update.pageCache = PageCache::bypass;
     if (isMemoryIdle(saved->byteCount())) {
         update.hugePages = disk.hugePages(host_);
+        if (update.hugePages == HugePages::none) {
+            trace("restore", "no huge pages: the disk does not offer them");
+        }
+    } else {
+        trace("restore", "no huge pages: too little memory lies idle");
     }
     update.perform(observer);
 }

@@ -1,5 +1,6 @@
 #include "RamDiskInfrastructure/Linux/SavedContents/MountedDisk.h"
 
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskCore/Values/ASCII.h"
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
@@ -115,6 +116,9 @@ HugePages MountedDisk::hugePages(const LinuxHost& host) const {
 SaveSource::Status MountedSource::takeStatus(const ProgressObserver& observer) {
     if (!manifest_ && isWorthAWatch(disk_.root())) {
         watch_ = WriteWatch::begin(disk_.root());
+        trace("save", "{}",
+              watch_ ? "the kernel tells what is written meanwhile"
+                     : "no watch on writing: everything is read again");
     }
     auto now = !watch_     ? TreeManifest::scan(disk_.root(), observer)
                : manifest_ ? TreeManifest::scanAgain(*watch_, *manifest_, observer)

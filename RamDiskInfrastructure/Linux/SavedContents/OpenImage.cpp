@@ -1,5 +1,6 @@
 #include "RamDiskInfrastructure/Linux/SavedContents/OpenImage.h"
 
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/SavedContents/ImageLock.h"
@@ -147,7 +148,9 @@ OpenImage OpenImage::make(ImageFile file, const ImageGeometry& geometry, const s
 
 void OpenImage::readDirectly() const noexcept {
     const FileDescriptor device(::open(LoopDevice::pathOf(loop_).c_str(), O_RDONLY | O_CLOEXEC));
-    static_cast<void>(device && ioctl(device.get(), LOOP_SET_DIRECT_IO, 1UL));
+    if (!device || ioctl(device.get(), LOOP_SET_DIRECT_IO, 1UL) != 0) {
+        traceRefused("images", "LOOP_SET_DIRECT_IO", "the image is read through the page cache");
+    }
 }
 
 void OpenImage::openContents() {
@@ -235,7 +238,9 @@ void OpenImage::flush() {
         fstrim_range range{};
         range.len = ~std::uint64_t{0};
         // Without it the image is only larger than it needs to be.
-        static_cast<void>(ioctl(contents_.get(), FITRIM, &range));
+        if (ioctl(contents_.get(), FITRIM, &range) != 0) {
+            traceRefused("images", "FITRIM", "the image stays larger than it needs to be");
+        }
     }
 }
 
@@ -248,12 +253,15 @@ bool OpenImage::close() {
             const auto loops = file_.loops(sys_);
             return std::find(loops.begin(), loops.end(), loop_) != loops.end();
         } catch (const RamDiskError&) {
+            traceCaught("images", "the image counts as open");
             return true;
         }
     };
     const auto deadline = std::chrono::steady_clock::now() + longestRelease;
     while (isHeld()) {
         if (std::chrono::steady_clock::now() > deadline) {
+            trace("images", "/dev/loop{} is not released in time; {} stays open", loop_,
+                  file_.path().native());
             return false;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(1));

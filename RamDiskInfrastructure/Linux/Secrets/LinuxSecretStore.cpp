@@ -1,5 +1,6 @@
 #include "RamDiskInfrastructure/Linux/Secrets/LinuxSecretStore.h"
 
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskInfrastructure/Linux/Secrets/SecretServiceStore.h"
 
 #include <algorithm>
@@ -53,6 +54,7 @@ std::optional<VolumePassphrase> LinuxSecretStore::read(const std::string& accoun
         }
         return files_.read(account);
     } catch (const SecretServiceAbsent&) {
+        traceCaught("keyring", "the key is looked for in a file");
         requireNotInKeyring(account);
         auto secret = files_.read(account);
         if (!secret) {
@@ -68,6 +70,7 @@ void LinuxSecretStore::store(const std::string& account, const VolumePassphrase&
     } catch (const SecretServiceAbsent&) {
         requireNotInKeyring(account);
         requireKeyFileAllowed();
+        traceCaught("keyring", "the key is kept in a file");
         files_.store(account, secret);
         return;
     }
@@ -78,6 +81,7 @@ void LinuxSecretStore::remove(const std::string& account) {
     try {
         service_->remove(account);
     } catch (const SecretServiceAbsent&) {
+        traceCaught("keyring", "only the key in a file is removed");
         requireNotInKeyring(account);
     }
     files_.remove(account);
@@ -91,6 +95,7 @@ std::vector<std::string> LinuxSecretStore::accounts() {
         std::set_union(accounts.begin(), accounts.end(), filed.begin(), filed.end(), std::back_inserter(all));
         return all;
     } catch (const SecretServiceAbsent&) {
+        traceCaught("keyring", "only the keys in files are counted");
         if (!files_.accountsKeptElsewhere().empty()) {
             throwNotRunning();
         }

@@ -1,5 +1,6 @@
 #include "RamDiskInfrastructure/Linux/Secrets/SecretServiceConnection.h"
 
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskInfrastructure/Linux/Bus/SdBus.h"
 
 #include <algorithm>
@@ -145,7 +146,9 @@ void SecretServiceConnection::answerPrompt(const std::string& prompt) {
     if (prompt_ == UnlockPrompt::never) {
         try {
             static_cast<void>(bus_.call({name, prompt, promptInterface, "Dismiss"}, deadline_));
-        } catch (const BusCallError&) { // NOLINT(bugprone-empty-catch): the service forgets it with us.
+        } catch (const BusCallError&) {
+            // The service forgets it with us.
+            traceCaught("keyring", "the question to unlock the keyring is not taken back");
         }
         throwLocked();
     }

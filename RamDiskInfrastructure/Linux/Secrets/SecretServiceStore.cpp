@@ -1,5 +1,6 @@
 #include "RamDiskInfrastructure/Linux/Secrets/SecretServiceStore.h"
 
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskInfrastructure/Linux/Secrets/SecretServiceConnection.h"
 
 #include <algorithm>
@@ -21,8 +22,11 @@ auto askService(UnlockPrompt prompt, std::chrono::milliseconds limit, Body body)
         SecretServiceConnection service(prompt, limit);
         return body(service);
     } catch (const BusAbsent& error) {
+        traceCaught("keyring", "no keyring");
         throw SecretServiceAbsent(error.what());
     } catch (const BusCallError& error) {
+        trace("keyring", "{}: {} ({})", error.isSilence() ? "it did not answer" : "it refused", error.what(),
+              error.name());
         if (error.isNobodyThere()) {
             throw SecretServiceAbsent("No service that keeps passwords runs for this user.");
         }

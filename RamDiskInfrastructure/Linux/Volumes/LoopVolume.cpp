@@ -1,5 +1,6 @@
 #include "RamDiskInfrastructure/Linux/Volumes/LoopVolume.h"
 
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/Host/ProcSystemMemoryProvider.h"
 #include "RamDiskInfrastructure/Linux/Host/SmallFile.h"
@@ -269,8 +270,9 @@ void LoopVolume::removeRemains(const DiskRecord& record) const {
     if (record.isEncrypted && access(DmCrypt::containerPath(record.volumeTag()).c_str(), F_OK) == 0) {
         try {
             DmCrypt(*runner_).closeWhenUnused(record.volumeTag());
-        } catch (const std::exception&) { // NOLINT(bugprone-empty-catch)
+        } catch (const std::exception&) {
             // Still in use, or closing already: what remains is told by the device that it stands on.
+            traceCaught("encryption", "an encrypted container is left to close by itself");
         }
     }
     if (record.access == VolumeAccess::onlyMe && record.loop

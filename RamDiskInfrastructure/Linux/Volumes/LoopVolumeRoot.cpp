@@ -1,5 +1,6 @@
 #include "RamDiskInfrastructure/Linux/Volumes/LoopVolumeRoot.h"
 
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/Mounting/Fscrypt.h"
 #include "RamDiskInfrastructure/Linux/Volumes/LinuxFormat.h"
@@ -30,6 +31,9 @@ void LoopVolumeRoot::freeReservedClusters(const std::filesystem::path& sys) cons
     const auto setting = sys / "fs/ext4" / device.filename() / "reserved_clusters";
     const FileDescriptor file(open(setting.c_str(), O_WRONLY | O_CLOEXEC));
     // A kernel without the setting keeps nothing back.
+    if (!file) {
+        traceRefused("volumes", "reserved_clusters", "what the kernel keeps back stays kept back");
+    }
     if (!error && file && write(file.get(), "0", 1) != 1) {
         throw SystemCallError("write", setting);
     }
@@ -87,8 +91,8 @@ void LoopVolumeRoot::setLabel(const std::filesystem::path& mountPoint, const std
     const auto text = LinuxFormat::extLabel(name);
     std::copy(text.begin(), text.end(), label.begin());
     const auto root = openFolder(AT_FDCWD, mountPoint.c_str());
-    if (root) {
-        static_cast<void>(ioctl(root.get(), FS_IOC_SETFSLABEL, label.data()));
+    if (root && ioctl(root.get(), FS_IOC_SETFSLABEL, label.data()) != 0) {
+        traceRefused("volumes", "FS_IOC_SETFSLABEL", "the label stays as it was");
     }
 }
 
@@ -98,8 +102,8 @@ void LoopVolumeRoot::shutDown(const std::filesystem::path& mountPoint) {
     std::uint32_t withoutFlushing = 2;
     const auto root = openFolder(AT_FDCWD, mountPoint.c_str());
     // Where it is not ext4, writers go on until they close their files; the memory is told as held meanwhile.
-    if (root) {
-        static_cast<void>(ioctl(root.get(), shutdownRequest, &withoutFlushing));
+    if (root && ioctl(root.get(), shutdownRequest, &withoutFlushing) != 0) {
+        traceRefused("volumes", "EXT4_IOC_SHUTDOWN", "programs may write until they close their files");
     }
 }
 

@@ -1,5 +1,6 @@
 #include "RamDiskInfrastructure/Linux/Volumes/TmpfsVolume.h"
 
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskInfrastructure/Linux/Host/SmallFile.h"
 #include "RamDiskInfrastructure/Linux/Mounting/VolumeMarkLinux.h"
 
@@ -38,6 +39,8 @@ MountRequest TmpfsVolume::mountRequest(const DiskRecord& record,
     // Kernels without huge pages refuse the option.
     if (std::filesystem::exists(host().sys / "kernel/mm/transparent_hugepage/shmem_enabled")) {
         request.options.push_back({"huge", "advise"});
+    } else {
+        trace("volumes", "huge pages are not offered: this kernel has none for tmpfs");
     }
     return request;
 }

@@ -1,6 +1,7 @@
 #include "RamDiskInfrastructure/Commands/ProcessCommandRunner.h"
 
 #include "RamDiskInfrastructure/Commands/FileDescriptor.h"
+#include "tests/support/TraceRecorder.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -77,6 +78,20 @@ TEST(ProcessCommandRunner, CheckedRunsFailWithTheToolsLastWords) {
     }
 }
 
+TEST(ProcessCommandRunner, TracesTheCommandAndHowItEndedButNeverItsInput) {
+    auto& recorder = test::TraceRecorder::shared();
+    static_cast<void>(recorder.take());
+    auto command = shell("cat; cat >&2; exit 3");
+    command.standardInput = "secret";
+    EXPECT_EQ(ProcessCommandRunner().run(command).exitCode, 3);
+    const auto told = recorder.take();
+    EXPECT_THAT(told, testing::ContainsRegex(
+                          "^commands: /bin/sh -c cat; cat >&2; exit 3: exit status 3 in [0-9.]+ ms\n$"));
+    static_cast<void>(launchError({"/no/such/tool", {"a"}, "secret", 1.0}));
+    EXPECT_EQ(recorder.take(), "commands: /no/such/tool a: could not start “/no/such/tool”: No such file or "
+                               "directory\n");
+}
+
 TEST(ProcessCommandRunner, SaysWhatCouldNotBeStarted) {
     const auto missing = launchError({"/no/such/tool", {"a"}, "secret", 1.0});
     EXPECT_EQ(missing.code(), std::errc::no_such_file_or_directory);
@@ -120,6 +135,7 @@ TEST(ProcessCommandRunner, ReadsOutputThatIsNoText) {
 }
 
 TEST(ProcessCommandRunner, KillsWhatIgnoresTheLimit) {
+    static_cast<void>(test::TraceRecorder::shared().take());
     const auto start = std::chrono::steady_clock::now();
     auto command = shell("trap '' TERM; while :; do sleep 0.1; done").withTimeout(0.2);
     command.standardInput = "secret";
@@ -132,6 +148,10 @@ TEST(ProcessCommandRunner, KillsWhatIgnoresTheLimit) {
         EXPECT_THAT(timeout.command().description(), Not(HasSubstr("secret")));
     }
     EXPECT_GE(std::chrono::steady_clock::now() - start, 2200ms);
+    const auto told = test::TraceRecorder::shared().take();
+    EXPECT_THAT(told, HasSubstr("commands: sh is not done in 0.2 seconds and gets signal 15\n"));
+    EXPECT_THAT(told, HasSubstr("gets signal 9\n"));
+    EXPECT_THAT(told, Not(HasSubstr("secret")));
 }
 
 TEST(ProcessCommandRunner, ReportsTheLimitEvenWhenTheChildFinishedItsWork) {

@@ -4,8 +4,9 @@
 #include "RamDiskInfrastructure/Linux/Bus/MessageBus.h"
 #include "RamDiskInfrastructure/Linux/Bus/SdBus.h"
 #include "tests/support/Linux/PrivateBus.h"
+#include "tests/support/TraceRecorder.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <csignal>
 
@@ -205,8 +206,10 @@ TEST_F(SecretServiceStoreTest, GivesUpOnWhatNeverAnswers) {
     }
     store.store("A", first);
     const auto silent = "The keyring did not answer in time. Unlock it or start it anew, then try again.";
+    static_cast<void>(test::TraceRecorder::shared().take());
     keyring->signal(SIGSTOP);
     EXPECT_EQ(textOf<SecretServiceUnavailable>([&] { static_cast<void>(impatient.read("A")); }), silent);
+    EXPECT_THAT(test::TraceRecorder::shared().take(), testing::StartsWith("keyring: it did not answer: "));
     EXPECT_EQ(textOf<SecretServiceUnavailable>([&] { impatient.store("B", second); }), silent);
     keyring->signal(SIGCONT);
     bus->daemon().signal(SIGSTOP);

@@ -8,6 +8,7 @@
 #include "RamDiskInfrastructure/Linux/Mounting/LoopDevice.h"
 #include "RamDiskInfrastructure/Linux/Volumes/LoopVolumeRoot.h"
 #include "tests/support/Linux/TestMachine.h"
+#include "tests/support/TraceRecorder.h"
 
 #include <gmock/gmock.h>
 
@@ -126,6 +127,8 @@ TEST(EncryptedDisk, NeverShowsItsPassphraseNorItsFiles) {
     const std::string secret = "5e0c2b17-passphrase-of-the-test";
     const std::string content =
         "known content that fills more than an inode: " + std::string(5000, '#') + "end";
+    auto& trace = test::TraceRecorder::shared();
+    static_cast<void>(trace.take());
     for (const bool isEncrypted : {true, false}) {
         const test::TestMachine machine;
         const auto runner = std::make_shared<WatchingRunner>(secret);
@@ -151,6 +154,9 @@ TEST(EncryptedDisk, NeverShowsItsPassphraseNorItsFiles) {
         allocator.settle(device);
         EXPECT_EQ(runner->count, 1);
         EXPECT_THAT(runner->seen, Not(HasSubstr(secret)));
+        const auto traced = trace.take();
+        EXPECT_THAT(traced, HasSubstr("mkfs.ext4"));
+        EXPECT_THAT(traced, Not(HasSubstr(secret)));
 
         test::writeFile(volume / "name-of-the-test", content);
         fs::create_symlink("target-of-the-test", volume / "link");

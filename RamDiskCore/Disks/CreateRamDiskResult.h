@@ -10,7 +10,7 @@
 
 namespace ramdisk {
 
-/// Something to tell about a disk that was made all the same.
+/// Something that the user should know about a disk that was made nevertheless.
 struct CreationWarning {
     struct Validation {
         /// Its severity is `warning`.

@@ -12,8 +12,8 @@ public:
     MemoryTrimming& operator=(const MemoryTrimming&) = delete;
     virtual ~MemoryTrimming() = default;
 
-    /// Nothing where the volume does so by itself. Never throws: what was not given back now is the next
-    /// time.
+    /// Does nothing where the volume gives memory back by itself. Never throws: what was not given back now
+    /// is given back the next time.
     virtual void trim(const RamDisk& disk) noexcept = 0;
 };
 

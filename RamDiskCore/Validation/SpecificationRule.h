@@ -16,7 +16,7 @@ public:
     SpecificationRule& operator=(const SpecificationRule&) = delete;
     virtual ~SpecificationRule() = default;
 
-    /// What this rule has against the request; empty when nothing.
+    /// What is wrong with the request according to this rule; empty when nothing is.
     [[nodiscard]] virtual std::vector<ValidationIssue> check(const RamDiskSpecification& specification,
                                                              const ValidationContext& context) const = 0;
 };

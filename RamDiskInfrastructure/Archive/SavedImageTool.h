@@ -7,7 +7,7 @@
 
 namespace ramdisk {
 
-/// A disk's volume that is being saved. While it lives, the volume may count as in use.
+/// A disk's volume that is being saved. As long as this object exists, the volume may count as in use.
 class SaveSource {
 public:
     enum class Status { unchanged, changed };
@@ -17,8 +17,8 @@ public:
     SaveSource& operator=(const SaveSource&) = delete;
     virtual ~SaveSource() = default;
 
-    /// Takes the status of every item on the volume and compares it with the one taken before, if there is
-    /// one: `changed` the first time.
+    /// Takes the status of every item on the volume and compares it with the one taken before. The first time
+    /// it is `changed`.
     /// @throws std::exception when the volume cannot be read.
     virtual Status takeStatus(const ProgressObserver& observer) = 0;
 
@@ -26,8 +26,8 @@ public:
     [[nodiscard]] virtual bool isPresent() const = 0;
 };
 
-/// A new image that is being filled. Destroyed before `close`, it is closed by force; its file is the
-/// caller's to delete.
+/// A new image that is being filled. If it is destroyed before `close`, it is closed by force, and the caller
+/// deletes its file.
 class PartialImage {
 public:
     PartialImage() = default;
@@ -35,8 +35,8 @@ public:
     PartialImage& operator=(const PartialImage&) = delete;
     virtual ~PartialImage() = default;
 
-    /// Makes the image hold what the source held when its last status was taken. Called again after a later
-    /// status, it brings the image up to it.
+    /// Makes the image hold what the source held when its last status was taken. When called again after a
+    /// later status, it brings the image up to date with that.
     /// @throws std::exception
     virtual void fill(SaveSource& source, const ProgressObserver& observer) = 0;
 
@@ -45,8 +45,8 @@ public:
     virtual void close() = 0;
 };
 
-/// The platform's half of saving: what images are, and how they are opened and filled. When a copy counts,
-/// what it is called and how long it is kept is `SavedContentsArchiver`'s.
+/// The platform's half of saving: what images are, and how they are opened and filled.
+/// `SavedContentsArchiver` decides when a copy counts, what it is called and how long it is kept.
 class SavedImageTool {
 public:
     SavedImageTool() = default;
@@ -57,30 +57,30 @@ public:
     /// @throws as `ContentArchiving::requireSupport`
     virtual void requireSupport(const RamDisk& /*disk*/) const {}
 
-    /// How often a copy is brought up to what changed meanwhile before the save gives up.
+    /// How often an image is filled again with what changed meanwhile, before the save gives up.
     [[nodiscard]] virtual int rounds() const noexcept = 0;
 
     /// @throws RamDiskError `diskEjected` when the volume is not mounted; std::exception
     [[nodiscard]] virtual std::unique_ptr<SaveSource> openSource(const SaveRequest& request) = 0;
 
-    /// Whether the image at `request.files.latest` holds exactly what the source's last status says. When in
-    /// doubt it does not.
+    /// Whether the image at `request.files.latest` holds exactly what the source's last status shows. False
+    /// when in doubt.
     [[nodiscard]] virtual bool isUpToDate(const SaveRequest& request, SaveSource& source) = 0;
 
     /// Makes the image file at `partial`, possibly from an earlier copy, and opens it.
-    /// @throws std::exception; a file that is there then is the caller's to delete.
+    /// @throws std::exception; if there is a file then, the caller deletes it.
     [[nodiscard]] virtual std::unique_ptr<PartialImage>
     begin(const std::filesystem::path& partial, const SaveRequest& request, SaveSource& source) = 0;
 
     /// Reads a closed image back and compares everything in it with what was saved.
-    /// @throws RamDiskError `contentsTransferFailed` telling what differs; std::exception
+    /// @throws RamDiskError `contentsTransferFailed` with what differs; std::exception
     virtual void verify(const std::filesystem::path& image, const VolumeProtection& protection) = 0;
 
-    /// Gives up a copy that is no longer kept; the tool may use its file as the start of the next one, under
-    /// the spare name. Never throws: what cannot be removed stays for the next time.
+    /// Retires a copy that is no longer kept. The tool may keep its file under the spare name and start the
+    /// next image from it. Never throws: what cannot be removed now stays until the next time.
     virtual void retire(const std::filesystem::path& image, const SavedCopyFiles& files) noexcept = 0;
 
-    /// Closes a partial image of a dead save where it outlived its process; its file is deleted next.
+    /// Closes the partial image of a dead save, if the image is still open. Its file is deleted next.
     virtual void abandon(const std::filesystem::path& /*partial*/) noexcept {}
 
     /// Copies what is in the image onto the disk. @returns whether the image could be closed.

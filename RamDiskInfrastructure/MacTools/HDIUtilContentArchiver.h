@@ -12,17 +12,17 @@
 
 namespace ramdisk {
 
-/// Saves the files of disks into sparse images that macOS's own tools make, fill and open, so that a saved
-/// copy can be opened on any Mac without this system.
+/// Saves the files of disks into sparse images, which macOS's own tools make, fill and open. So a saved copy
+/// can be opened on any Mac without this system.
 class HDIUtilContentArchiver final : public ContentArchiving {
 public:
-    /// A mounted disk, and what tells its volume from another that is mounted there later.
+    /// A mounted disk, and what tells its volume from another one that is mounted there later.
     struct MadeVolume {
         RamDisk disk;
         std::filesystem::path mountPoint;
         MountedVolume volume;
     };
-    /// What of an item tells whether it changed.
+    /// What shows whether an item changed.
     struct FileStatus {
         std::chrono::sys_time<std::chrono::nanoseconds> changed;
         bool isFolder = false;

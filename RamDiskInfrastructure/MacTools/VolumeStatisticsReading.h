@@ -10,7 +10,7 @@
 
 namespace ramdisk {
 
-/// What the operating system says of a mounted volume. What it does not say is absent.
+/// What the operating system says about a mounted volume. What it does not say is absent.
 struct VolumeStatistics {
     std::optional<std::string> name;
     /// The format as users read it, such as "Mac OS Extended (Journaled)".
@@ -37,14 +37,14 @@ public:
     read(const std::filesystem::path& mountPoint) const = 0;
 };
 
-/// How a volume tells "File" from "file".
+/// Whether a volume tells "File" from "file".
 enum class CaseSensitivity { insensitive, sensitive };
 
 /// Whether a volume keeps a journal.
 enum class Journaling { off, on };
 
-/// Our format for a type of the mount table, such as apfs, hfs, exfat or msdos. Absent for every other type
-/// and for a case-sensitive Mac OS Extended volume, which we never make.
+/// Our format for a type of the mount table, such as apfs, hfs, exfat or msdos. Absent for every other type,
+/// and for a case-sensitive Mac OS Extended volume, which this system never makes.
 [[nodiscard]] std::optional<FileSystem> fileSystemOfMountType(std::string_view type, CaseSensitivity names,
                                                               Journaling journaling);
 

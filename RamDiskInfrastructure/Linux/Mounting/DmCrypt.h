@@ -18,7 +18,7 @@ public:
     [[nodiscard]] static bool isSupported();
 
     /// Makes a container on the device and opens it. A tool that dies half way leaves it closed or open;
-    /// `close` handles both.
+    /// `closeWhenUnused` handles both.
     /// @returns the device of the open container.
     /// @throws CommandFailure, CommandTimeout, std::system_error
     std::filesystem::path makeAndOpen(const std::filesystem::path& device, const std::string& name,

@@ -23,7 +23,7 @@ PreferencesSnapshot PreferencesDefaults::load() const {
     const auto values = defaults_->values();
     for (const auto& field : preferenceFields()) {
         if (const auto value = values.find(std::string(field.defaultsKey)); value != values.end()) {
-            // What cannot be meant leaves the default.
+            // An invalid value leaves the default.
             static_cast<void>(field.read(value->second, snapshot));
         }
     }

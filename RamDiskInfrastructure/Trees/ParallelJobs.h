@@ -49,7 +49,7 @@ public:
 
     void expect(std::uint64_t bytes, std::uint64_t files);
     void add(std::uint64_t bytes, std::uint64_t files);
-    /// Tells the observer how things stand at the end.
+    /// Tells the observer the final counts.
     void finish();
 
 private:

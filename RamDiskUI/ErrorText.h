@@ -20,13 +20,13 @@ namespace ramdisk {
 /// The text of any error: one of the above where it is ours, else what the error says of itself.
 [[nodiscard]] std::string errorText(const std::exception& error);
 
-/// What the user can do about the error, where there is something to advise.
+/// What the user can do about the error, if there is anything to advise.
 [[nodiscard]] std::optional<std::string> recoverySuggestion(const RamDiskError& error);
 
 [[nodiscard]] std::string issueText(const ValidationIssue& issue);
 [[nodiscard]] std::string warningText(const CreationWarning& warning);
 
-/// What went wrong with a redirect, or what is to be known of it.
+/// What went wrong with a redirect, or what the user should know about it.
 [[nodiscard]] std::string failureText(const RedirectFailure& failure);
 
 } // namespace ramdisk

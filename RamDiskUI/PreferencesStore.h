@@ -12,9 +12,9 @@ namespace ramdisk {
 
 /// The settings as the interface holds them. Belongs to the main thread.
 ///
-/// Every change is stored at once, and only what changed: settings that another process changed meanwhile
-/// stay as that one left them. `refresh` takes over what others changed; the owner calls it whenever he next
-/// looks, as on a tick of his timer.
+/// Every change is stored at once, and only what changed. Settings that another process changed meanwhile
+/// stay as they are. `refresh` takes over what others changed. The owner calls it whenever he looks next,
+/// such as on a tick of his timer.
 class PreferencesStore {
 public:
     using Observer = std::function<void(const PreferencesSnapshot& before, const PreferencesSnapshot& after)>;
@@ -28,7 +28,7 @@ public:
     /// @throws std::exception when it could not be stored; the snapshot stays as it was.
     void update(const std::function<void(PreferencesSnapshot&)>& change);
 
-    /// Takes over what other processes stored and tells the observers, if it is anything new.
+    /// Takes over what other processes stored. Tells the observers if anything is new.
     void refresh();
 
     /// Calls `observer` after every change, until it is removed. Observers may add and remove observers.

@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-/// What users are told of set-ups, launches and quits.
+/// The texts about set-ups, launches and quits.
 namespace ramdisk {
 
 inline constexpr std::string_view launchAttentionTitle = "Some startup disks need attention";
@@ -20,7 +20,7 @@ inline constexpr std::string_view stillWorkingText = "Quitting now may leave kep
 [[nodiscard]] std::string setupProblemsTitle(std::string_view diskName);
 [[nodiscard]] std::string problemText(const RamDiskSetupProblem& problem);
 
-/// Why the outcome needs attention; for one that does not, what happened.
+/// Why the outcome needs attention; if it does not, what happened.
 [[nodiscard]] std::string outcomeText(const StartupOutcome& outcome);
 
 /// One line per disk that could not be saved, then one per disk that could not be ejected.

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tramdisk/Invocation.h"
+#include "tramdisk/GlobalOptions.h"
 
 namespace ramdisk::cli {
 

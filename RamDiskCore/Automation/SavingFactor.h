@@ -5,9 +5,9 @@
 
 namespace ramdisk {
 
-/// By how much the user's autosave interval is stretched to spare the battery: 3 in Low Power Mode, else 2 on
-/// battery, else 1; always 1 when the user wants no such thing. The one save of a nearly empty battery is not
-/// part of this, and comes in any case.
+/// The factor by which the autosave interval is multiplied to spare the battery: 3 in Low Power Mode, else 2
+/// on battery, else 1. Always 1 when the user does not want this. The one save at a nearly empty battery is
+/// not affected and happens in any case.
 [[nodiscard]] int savingFactor(const PowerState& power, const PreferencesSnapshot& preferences);
 
 } // namespace ramdisk

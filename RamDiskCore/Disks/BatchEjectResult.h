@@ -8,7 +8,7 @@
 
 namespace ramdisk {
 
-/// What became of every disk of a batch, in the order in which they were tried.
+/// What happened to every disk of a batch, in the order in which they were tried.
 struct BatchEjectResult {
     struct Failure {
         RamDisk ramDisk;
@@ -18,7 +18,7 @@ struct BatchEjectResult {
 
     std::vector<RamDisk> ejected;
     std::vector<Failure> failures;
-    /// What is still true of each of `ejected`, in the same order.
+    /// What is still true about each of `ejected`, in the same order.
     std::vector<ReleaseOutcome> outcomes;
 
     friend bool operator==(const BatchEjectResult&, const BatchEjectResult&) = default;

@@ -11,7 +11,7 @@
 
 namespace ramdisk {
 
-/// Something to tell about a disk that was made all the same.
+/// Something that the user should know about a disk that was made nevertheless.
 struct CreationWarning {
     struct Validation {
         static constexpr std::string_view caseName = "validation";

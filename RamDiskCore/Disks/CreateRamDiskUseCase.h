@@ -18,9 +18,9 @@ namespace ramdisk {
 
 /// Makes a RAM disk: validated, allocated, formatted, mounted, marked and listed.
 ///
-/// It either gives a whole disk or throws and leaves nothing: a step that fails after the allocation releases
-/// the device by force, and the caller sees the error of that step, never one of the clean-up. When the
-/// process dies on the way, the allocator's next listing cleans up.
+/// It either returns a complete disk, or throws and leaves nothing. When a step after the allocation fails,
+/// the device is released by force. The caller sees the error of that step, never one of the clean-up. When
+/// the process dies on the way, the allocator's next listing cleans up.
 class CreateRamDiskUseCase {
 public:
     struct Ports {
@@ -40,7 +40,7 @@ public:
         std::vector<std::string> steps;
     };
 
-    /// Whose wish a disk is. The names of startup disks are kept free for them, and for them alone.
+    /// Why a disk is made. The names of startup disks are reserved: only a startup disk may take one.
     enum class Purpose { requested, startupDisk };
 
     explicit CreateRamDiskUseCase(Ports ports);
@@ -49,7 +49,7 @@ public:
     ///         `inventoryUnavailable`, and `notFound` when the finished disk is not listed.
     CreateRamDiskResult execute(RamDiskSpecification specification, Purpose purpose = Purpose::requested);
 
-    /// Everything up to the point where the machine would be changed, and then a description of the rest.
+    /// Checks everything that `execute` checks before it changes the machine, then describes the rest.
     /// @throws RamDiskError as `execute` would before it allocates.
     [[nodiscard]] Plan plan(RamDiskSpecification specification) const;
 

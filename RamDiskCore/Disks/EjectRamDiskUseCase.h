@@ -8,19 +8,19 @@
 
 namespace ramdisk {
 
-/// Ejects disks: the volume goes, the memory comes back. Saving what is on them first is the caller's
-/// business.
+/// Ejects disks: removes the volume and gives back its memory. If files are to be saved first, the caller
+/// saves them.
 class EjectRamDiskUseCase {
 public:
     EjectRamDiskUseCase(std::shared_ptr<RamDeviceAllocating> allocator,
                         std::shared_ptr<RamDiskInventory> inventory);
 
-    /// Ejects exactly `disk`: a newer disk that was given the same device name meanwhile is left alone.
+    /// Ejects exactly `disk`. A newer disk that got the same device name meanwhile is left alone.
     /// @throws RamDiskError `ejectFailed`, `notFound`, `inventoryUnavailable`
     ReleaseOutcome eject(const RamDisk& disk, Force force);
 
-    /// Ejects every disk of the caller that this system made, one after another in list order. One disk's
-    /// failure never stops the others.
+    /// Ejects every disk of the caller that this system made, one after another in list order. A failure of
+    /// one disk never stops the others.
     /// @throws RamDiskError `inventoryUnavailable`, before any disk was touched.
     BatchEjectResult ejectAll(Force force);
 

@@ -8,7 +8,7 @@
 
 namespace ramdisk {
 
-/// Lists the RAM disks and finds the one that a user means.
+/// Lists the RAM disks, and finds the one that a user names.
 class ListRamDisksUseCase {
 public:
     explicit ListRamDisksUseCase(std::shared_ptr<RamDiskInventory> inventory);
@@ -16,7 +16,7 @@ public:
     /// @throws RamDiskError `inventoryUnavailable`
     [[nodiscard]] std::vector<RamDisk> list() const;
 
-    /// The disks of this user alone.
+    /// Only the disks of this user.
     /// @throws RamDiskError `inventoryUnavailable`
     [[nodiscard]] std::vector<RamDisk> listOwn() const;
 

@@ -9,7 +9,7 @@
 
 namespace ramdisk {
 
-/// Makes the folders below the volume's top and gives why those that failed did.
+/// Makes folders below the root of the volume. Returns an error for each folder that could not be made.
 [[nodiscard]] std::vector<RamDiskError> makeFolders(FolderMaking& maker,
                                                     const std::vector<std::string>& folders,
                                                     const std::filesystem::path& volume);

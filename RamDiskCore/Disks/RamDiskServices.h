@@ -18,8 +18,8 @@
 
 namespace ramdisk {
 
-/// Everything that acts on disks, built once at the start of a process by its platform's factory and handed
-/// to whoever needs it. Owns the use cases and adapters for the life of the process.
+/// Everything that acts on disks. The platform's factory builds it once, at the start of a process. It owns
+/// the use cases and adapters for the life of the process.
 struct RamDiskServices {
     std::shared_ptr<RamDiskInventory> inventory;
     std::shared_ptr<CreateRamDiskUseCase> create;

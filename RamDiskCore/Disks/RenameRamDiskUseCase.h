@@ -9,7 +9,7 @@
 
 namespace ramdisk {
 
-/// Gives a standing disk another name, under the rules that hold for a new one's.
+/// Renames an existing disk. The rules for the new name are those for the name of a new disk.
 class RenameRamDiskUseCase {
 public:
     RenameRamDiskUseCase(std::shared_ptr<VolumeRenaming> renamer, std::shared_ptr<RamDiskInventory> inventory,
@@ -17,7 +17,7 @@ public:
 
     /// The disk as it is listed afterwards.
     /// @throws RamDiskError `notMounted`, `invalidSpecification`, `formattingFailed`, `notFound`,
-    ///         `inventoryUnavailable`; except for the last two the disk then keeps its name.
+    ///         `inventoryUnavailable`. Unless it is one of the last two, the disk keeps its name.
     RamDisk execute(const RamDisk& disk, std::string_view newName);
 
 private:

@@ -8,13 +8,13 @@
 
 namespace ramdisk {
 
-/// Joins the machine's memory and the attached disks into one view.
+/// Combines the machine's memory and the attached disks into one view.
 class GetMemoryOverviewUseCase {
 public:
     GetMemoryOverviewUseCase(std::shared_ptr<const SystemMemoryProviding> memory,
                              std::shared_ptr<RamDiskInventory> inventory);
 
-    /// A disk whose footprint is unknown counts nothing toward the memory in use.
+    /// A disk whose footprint is unknown adds nothing to the memory in use.
     /// @throws RamDiskError `inventoryUnavailable`
     [[nodiscard]] MemoryOverview execute() const;
 

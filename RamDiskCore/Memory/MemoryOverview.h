@@ -7,7 +7,7 @@
 
 namespace ramdisk {
 
-/// The machine's memory together with what the RAM disks take of it.
+/// The machine's memory, and how much of it the RAM disks take.
 struct MemoryOverview {
     SystemMemory system;
     std::int64_t ramDiskCount = 0;
@@ -16,7 +16,7 @@ struct MemoryOverview {
     /// The disks' footprints: what they hold now.
     ByteCount usedByRamDisks;
 
-    /// What is in use by everything else, never less than the kernel's own share.
+    /// What everything else uses, never less than the kernel's own share.
     [[nodiscard]] ByteCount withoutRamDisks() const;
 
     friend bool operator==(const MemoryOverview&, const MemoryOverview&) = default;

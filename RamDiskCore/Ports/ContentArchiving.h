@@ -15,7 +15,7 @@ namespace ramdisk {
 /// Whether a copy is read back and compared before it counts.
 enum class Verification { no, yes };
 
-/// What became of a save that did not fail.
+/// The result of a save that did not fail.
 enum class SaveOutcome {
     saved,
     /// The latest copy holds exactly what is on the disk, and was left as it is.
@@ -55,10 +55,10 @@ struct RestoreRequest {
 
 /// Saves the files of disks into images and puts them back.
 ///
-/// An image is never changed in place: a save that fails, or whose process dies at any point, leaves the
-/// latest copy and the earlier ones as they were, and what it left behind besides is removed by the next
-/// operation on the same files. Two operations on the same files at a time are the caller's to prevent,
-/// across processes; operations on different ones are independent.
+/// An image is never changed in place. A save that fails, or whose process dies at any point, leaves the
+/// latest copy and the earlier ones as they were. What else it left is removed by the next operation on the
+/// same files. The caller keeps two operations, also of two processes, from working on the same files at a
+/// time. Operations on different files are independent.
 class ContentArchiving : public Port {
 public:
     /// Refuses a disk whose files cannot be saved on this machine, before anybody relies on it.
@@ -79,7 +79,8 @@ public:
     ///         disk is what was copied so far.
     virtual RestoredVolume restore(const RestoreRequest& request, const ProgressObserver& observer) = 0;
 
-    /// Puts right what an operation left that died: every other operation that changes something does so too.
+    /// Repairs what an operation left whose process died. Every other operation that changes something does
+    /// so too.
     /// @throws std::exception when the folder cannot be read.
     virtual void tidy(const SavedCopyFiles& files) = 0;
 

@@ -20,8 +20,8 @@ public:
     /// Where files wait that were copied out of a disk during a resize; it need not exist.
     [[nodiscard]] virtual std::filesystem::path unfinishedResizes() const = 0;
 
-    /// Runs `body` when nobody else works on the profile's saved files, without holding a thread until then.
-    /// The future ends when the lock is free again, and holds what went wrong.
+    /// Runs `body` when nobody else works on the profile's saved files. Waiting for that holds no thread. The
+    /// future ends when the lock is free again, and holds what went wrong.
     [[nodiscard]] virtual std::future<void> withLock(const UUID& profile,
                                                      std::function<void()> body) const = 0;
     /// Whether somebody works on the profile's saved files now. False when that cannot be told.
@@ -39,8 +39,8 @@ public:
     /// @throws std::exception
     virtual void bind(const UUID& profile, const UUID& instance) = 0;
 
-    /// The disk onto which saved files were being copied when this was last noted: work under way while the
-    /// profile is locked, work that broke off otherwise.
+    /// The disk onto which saved files were being copied when this was last noted. While the profile is
+    /// locked, this work is going on; otherwise it was interrupted.
     [[nodiscard]] virtual std::optional<UUID> instanceBeingFilled(const UUID& profile) const = 0;
     /// @throws std::exception
     virtual void setInstanceBeingFilled(const UUID& profile, const std::optional<UUID>& instance) = 0;

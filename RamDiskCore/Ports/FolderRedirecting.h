@@ -10,7 +10,7 @@
 
 namespace ramdisk {
 
-/// What a redirect takes up, to tell whether two of them get into each other's way.
+/// What a redirect occupies, to tell whether two of them conflict.
 struct RedirectPlace {
     /// The folder below the home folder that is moved, without "." and "..", and in a form in which folders
     /// that are the same have the same path. Absent for a target that is a setting rather than a folder.
@@ -22,27 +22,27 @@ struct RedirectPlace {
 /// Puts redirects in place and takes them away.
 ///
 /// A process can be killed, and the power can fail, between any two steps. So what undoes a step is recorded
-/// before the step is made, and `undo` goes by what it really finds: it puts right whatever an `apply` or an
-/// `undo` left that was interrupted anywhere, and may be called as often as anybody likes. Callers hold the
-/// lock of the redirects meanwhile.
+/// before the step is made. `undo` goes by what it really finds: it repairs whatever an interrupted `apply`
+/// or `undo` left, and may be called any number of times. Callers hold the lock of the redirects meanwhile.
 class FolderRedirecting : public Port {
 public:
-    /// Stores what undoes the redirect as it stands from the next step on. May throw: then that step is not
-    /// made, and the exception is passed on.
+    /// Stores what undoes the redirect from the next step on. May throw: then that step is not made, and the
+    /// exception is passed on.
     using Record = std::function<void(const RedirectRestoreState&)>;
 
-    /// What the target takes up. Looks at no disk.
+    /// What the target occupies. Looks at no disk.
     /// @throws RamDiskError `invalidSpecification` when the target names no folder below the home folder.
     [[nodiscard]] virtual RedirectPlace place(const RedirectTarget& target) const = 0;
 
-    /// Makes the folder on the disk mounted at `mountPoint`, and has the tool use it. What a folder on the
-    /// disk holds already stays in it.
+    /// Makes the folder on the disk mounted at `mountPoint`, and lets the tool use it. If the folder exists
+    /// already, its contents stay.
     /// @returns what undoes the finished redirect; the last that was recorded.
-    /// @throws std::exception with the redirect partly in place: whoever recorded something calls `undo`.
+    /// @throws std::exception with the redirect partly in place. A caller that recorded something then calls
+    ///         `undo`.
     virtual RedirectRestoreState apply(const FolderRedirect& redirect,
                                        const std::filesystem::path& mountPoint, const Record& record) = 0;
 
-    /// Brings the original back; the disk may be long gone. What programs wrote in its place meanwhile is
+    /// Brings the original back, even if the disk is long gone. What programs wrote in its place meanwhile is
     /// never deleted.
     /// @returns what the user should know, such as where those files are kept.
     /// @throws std::exception when it is not back yet and another try is worth it.

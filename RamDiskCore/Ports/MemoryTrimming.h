@@ -8,8 +8,8 @@ namespace ramdisk {
 /// Gives back the memory that deleted files of a disk still hold.
 class MemoryTrimming : public Port {
 public:
-    /// Nothing where the volume does so by itself. Never throws: what was not given back now is the next
-    /// time.
+    /// Does nothing where the volume gives memory back by itself. Never throws: what was not given back now
+    /// is given back the next time.
     virtual void trim(const RamDisk& disk) noexcept = 0;
 };
 

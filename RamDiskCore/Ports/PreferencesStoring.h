@@ -8,8 +8,8 @@ namespace ramdisk {
 /// Keeps the user's settings.
 class PreferencesStoring : public Port {
 public:
-    /// The settings as they are stored now. A setting that is not stored, or whose stored value cannot be
-    /// meant, has its default. Never fails.
+    /// The settings as they are stored now. A setting that is not stored, or whose stored value is invalid,
+    /// has its default. Never fails.
     [[nodiscard]] virtual PreferencesSnapshot load() const = 0;
 
     /// Stores every setting.

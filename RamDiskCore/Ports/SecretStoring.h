@@ -12,8 +12,8 @@ namespace ramdisk {
 /// Keeps passphrases where only the user can read them. An account is the name under which one is kept.
 class SecretStoring : public Port {
 public:
-    /// Absent only when the store was asked and has none: a store that is locked, silent or missing is an
-    /// error, so that nobody takes a secret that could not be read for one that is not there.
+    /// Absent only when the store was asked and has no such secret. A store that is locked, silent or missing
+    /// is an error, so that nobody takes a secret that could not be read for one that does not exist.
     /// @throws std::exception
     [[nodiscard]] virtual std::optional<VolumePassphrase> read(const std::string& account) = 0;
 
@@ -21,7 +21,7 @@ public:
     /// @throws std::exception with the former secret still kept.
     virtual void store(const std::string& account, const VolumePassphrase& secret) = 0;
 
-    /// Forgets the secret; that there is none is no failure.
+    /// Removes the secret. It is no failure when there is none.
     /// @throws std::exception
     virtual void remove(const std::string& account) = 0;
 

@@ -22,13 +22,13 @@ struct DefaultsValue {
 
     std::variant<bool, std::int64_t, double, std::string, Data, Array, Dictionary> value;
 
-    /// The value as a `Type`; null when it is of another type.
+    /// The value as a `Type`. Null when it is of another type.
     template <typename Type>
     [[nodiscard]] const Type* as() const {
         return std::get_if<Type>(&value);
     }
 
-    /// The entry of a dictionary; null when there is none, or this is no dictionary.
+    /// The entry of a dictionary. Null when there is no such entry, or this is not a dictionary.
     [[nodiscard]] const DefaultsValue* at(std::string_view key) const;
 
     friend bool operator==(const DefaultsValue& left, const DefaultsValue& right);

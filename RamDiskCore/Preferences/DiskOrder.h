@@ -8,7 +8,8 @@ namespace ramdisk {
 
 /// The order in which the user wants to see the disks.
 struct DiskOrder {
-    /// What is read at most, so that a list that only ever grew does not slow every look at the disks.
+    /// How many entries are read at most, so that a list that has only ever grown does not slow down each
+    /// listing of the disks.
     static constexpr std::size_t maximumLength = 200;
 
     /// One entry a disk.

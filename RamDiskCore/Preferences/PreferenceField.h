@@ -9,23 +9,23 @@
 
 namespace ramdisk {
 
-/// One setting: its names, and how it travels between a snapshot, the user defaults and a command line.
+/// One setting: its names, and how it is converted between a snapshot, the user defaults and a command line.
 struct PreferenceField {
     /// The name of the snapshot's field, which users type and exported settings hold.
     std::string_view name;
     /// The key under which it is stored.
     std::string_view defaultsKey;
-    /// Whether anything heeds it yet.
+    /// Whether anything uses this setting yet.
     bool hasEffect = false;
     /// What a user can set it to, in words.
     std::string allowedValues;
 
-    /// Reads a stored value into the snapshot. False, with the snapshot as it was, when the value is of
-    /// another type or not known.
+    /// Reads a stored value into the snapshot. Returns false, and leaves the snapshot as it was, when the
+    /// value is of another type or unknown.
     bool (*read)(const DefaultsValue& stored, PreferencesSnapshot& snapshot);
     DefaultsValue (*stored)(const PreferencesSnapshot& snapshot);
 
-    /// The same for a value as it is typed. Null where a value has too much inside to be typed as a word.
+    /// The same for a value that a user typed. Null when a value of this setting cannot be typed as one word.
     bool (*readText)(std::string_view text, PreferencesSnapshot& snapshot);
     std::string (*text)(const PreferencesSnapshot& snapshot);
 

@@ -9,7 +9,7 @@
 
 namespace ramdisk {
 
-/// All settings of the user, as they were at one moment. A value made without arguments holds the defaults.
+/// All settings of the user, as they were at one moment. A default-constructed value holds the defaults.
 struct PreferencesSnapshot {
     ByteCount defaultSize = ByteCount::of(1, ByteCount::Unit::gibibyte);
     FileSystem defaultFileSystem = FileSystem::hfsPlus;

@@ -8,8 +8,9 @@
 
 namespace ramdisk {
 
-/// What went wrong with one redirect, or what a user should know of it: a redirect can be undone and still
-/// have something to tell, such as where files are kept that were in its way. It never stops the others.
+/// What went wrong with one redirect, or what the user should know about it. A redirect that was undone can
+/// also have a message, such as where files are kept that were in its way. A failure never stops the other
+/// redirects.
 struct RedirectFailure {
     FolderRedirect redirect;
     /// One of this system's errors, or a text to show as it is.

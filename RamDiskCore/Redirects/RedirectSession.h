@@ -26,23 +26,24 @@ public:
     [[nodiscard]] const FolderRedirecting& redirecting() const noexcept { return redirecting_; }
     [[nodiscard]] std::vector<RedirectFailure>& failures() noexcept { return failures_; }
 
-    /// The places in the list of those that fulfil the condition. Valid until something is added or removed.
+    /// Pointers to the redirects in the list that fulfil the condition. Valid until something is added or
+    /// removed.
     [[nodiscard]] std::vector<FolderRedirect*>
     where(const std::function<bool(const FolderRedirect&)>& condition);
 
-    /// Puts an element of the list in place; on failure takes back what was done of it.
+    /// Puts a redirect of the list in place. On failure it is undone.
     Outcome apply(FolderRedirect& redirect, const std::filesystem::path& mountPoint);
 
-    /// Takes an element of the list away; does nothing when nothing of it is in place.
+    /// Undoes a redirect of the list. Does nothing when nothing of it is in place.
     Outcome undo(FolderRedirect& redirect);
 
-    /// Tells what went wrong with a redirect.
+    /// Notes what went wrong with a redirect.
     void fail(const FolderRedirect& redirect, const std::exception& error);
 
     void store() { repository_.save(list_); }
 
 private:
-    /// Brings the original back and clears the record of it, without a word of what went wrong before.
+    /// Brings the original back and clears what was recorded of it.
     void takeBack(FolderRedirect& redirect);
 
     RedirectRepository& repository_;

@@ -14,19 +14,19 @@
 
 namespace ramdisk {
 
-/// What is to change on a standing disk; what is absent stays.
+/// What to change on an existing disk. What is absent stays as it is.
 struct RamDiskChanges {
     std::optional<std::string> name;
     std::optional<SearchIndexing> indexing;
     std::optional<VolumeAccess> access;
-    /// Whether the disk becomes a startup disk, if it is none.
+    /// Whether the disk becomes a startup disk, if it is not one yet.
     bool becomesStartupDisk = false;
-    /// These two are of startup disks only.
+    /// For startup disks only, as is the next one.
     std::optional<bool> keepsFiles;
     std::optional<std::filesystem::path> seedFolder;
-    /// Folders to make besides those that are made already.
+    /// Further folders to make on the disk.
     std::vector<std::string> folders;
-    /// Tool folders to keep on the disk besides those that are kept on it already.
+    /// Further tools' folders to keep on the disk.
     std::vector<RedirectTarget> redirects;
 };
 
@@ -36,7 +36,7 @@ struct ConfigureRamDiskResult {
     std::vector<RamDiskSetupProblem> problems;
 };
 
-/// Tells how a disk is set up, and changes what can change on a standing one: its name, indexing, access,
+/// Reads how a disk is set up, and changes what can change on an existing disk: its name, indexing, access,
 /// whether it is a startup disk and keeps its files, its folders and redirects.
 class ConfigureRamDiskUseCase {
 public:
@@ -44,16 +44,16 @@ public:
                             std::shared_ptr<FolderRedirectsUseCase> redirects);
 
     /// The set-up that would make a disk like this one.
-    /// @throws RamDiskError `notMounted`; `formattingFailed` when it has no format that could be asked for.
+    /// @throws RamDiskError `notMounted`; `formattingFailed` when its format is none that a user can ask for.
     [[nodiscard]] RamDiskSetup setup(const RamDisk& disk) const;
 
-    /// A new record that would make this disk at every launch.
+    /// A new profile that makes this disk at every launch.
     /// @throws as `setup`
     [[nodiscard]] RamDiskProfile makeProfile(const RamDisk& disk) const;
 
-    /// Makes the changes in the order of their fields; the record of a startup disk follows. The first
-    /// failure up to the start-up ends the run and is thrown; what fails after that is a problem beside the
-    /// disk.
+    /// Makes the changes in the order of their fields. The profile of a startup disk is changed along with
+    /// it. A failure up to and including the change of the profile ends the run and is thrown. Later failures
+    /// are returned as problems.
     /// @throws RamDiskError `invalidSpecification`, `notMounted`, `formattingFailed`; std::exception
     ConfigureRamDiskResult execute(const RamDisk& disk, RamDiskChanges changes);
 

@@ -13,7 +13,7 @@ namespace ramdisk {
 /// The templates that come with the system, by fixed identifiers; they are always there and never stored.
 [[nodiscard]] const std::vector<DiskTemplate>& builtInTemplates();
 
-/// Offers templates, saves disks as new ones and removes the user's own.
+/// Lists templates, saves disks as new ones and removes the user's own.
 class DiskTemplatesUseCase {
 public:
     DiskTemplatesUseCase(std::shared_ptr<TemplateRepository> repository,
@@ -27,14 +27,14 @@ public:
     /// @throws RamDiskError `templateNotFound`
     [[nodiscard]] DiskTemplate named(std::string_view title) const;
 
-    /// Saves how the disk is set up now. The user's template of the same title is replaced.
-    /// @throws RamDiskError `templateNameMissing`, `builtInTemplate` when the title is one of a built-in,
-    /// which
-    ///         could never be reached; as `ConfigureRamDiskUseCase::setup`; std::system_error when it could
-    ///         not be stored.
+    /// Saves how the disk is set up now. A template of the user's with the same title is replaced.
+    /// @throws RamDiskError `templateNameMissing`, `builtInTemplate` when a built-in template has the title,
+    ///         since the new one could never be reached; as `ConfigureRamDiskUseCase::setup`;
+    ///         std::system_error when it could not be stored.
     DiskTemplate save(std::string_view title, const RamDisk& disk);
 
-    /// @throws RamDiskError `builtInTemplate`; std::system_error. That there is none is no failure.
+    /// @throws RamDiskError `builtInTemplate`; std::system_error. It is no failure when there is no such
+    ///         template.
     void remove(const UUID& id);
 
 private:

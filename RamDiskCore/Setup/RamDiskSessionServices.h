@@ -9,7 +9,7 @@
 
 namespace ramdisk {
 
-/// Everything that knows of startup disks, saved files and redirects, built once on top of what acts on
+/// Everything that knows of startup disks, saved files and redirects. It is built once, from what acts on
 /// disks.
 struct RamDiskSessionServices {
     RamDiskServices core;

@@ -12,9 +12,9 @@
 
 namespace ramdisk {
 
-/// Something around a new disk that did not work. The disk itself stands.
+/// A step after the creation of a disk that did not work. The disk itself exists.
 struct RamDiskSetupProblem {
-    /// The startup disk's record could not be stored.
+    /// The profile of the startup disk could not be stored.
     struct ProfileNotSaved {
         static constexpr std::string_view caseName = "profileNotSaved";
         std::exception_ptr error;

@@ -10,16 +10,16 @@
 
 namespace ramdisk {
 
-/// Makes a disk with everything around it: its record as a startup disk, its initial contents, folders and
-/// redirects. The creation succeeds or throws; what follows never undoes the disk, and each step runs
-/// whatever the earlier ones gave.
+/// Makes a disk with everything around it: its profile as a startup disk, its initial contents, folders and
+/// redirects. The creation succeeds or throws. The later steps never undo the disk, and each runs whether or
+/// not the earlier ones succeeded.
 class SetUpRamDiskUseCase {
 public:
     SetUpRamDiskUseCase(RamDiskServices services, std::shared_ptr<ManageProfilesUseCase> profiles,
                         std::shared_ptr<FolderRedirectsUseCase> redirects);
 
     /// @throws RamDiskError as `CreateRamDiskUseCase::execute`, and `invalidSpecification` when the list of
-    ///         folders are invalid, before anything is made.
+    ///         folders is invalid, before anything is made.
     RamDiskSetupResult execute(RamDiskSetup setup);
 
 private:

@@ -8,21 +8,21 @@
 #include <string>
 #include <vector>
 
-/// The steps that a new disk's set-up and the changes to a standing one have in common.
+/// The steps that are the same for a new disk and for changes to an existing one.
 namespace ramdisk {
 
-/// Entries as `DiskFolders` gives them back.
+/// The folders, as `DiskFolders` gives them.
 /// @throws RamDiskError `invalidSpecification`
 [[nodiscard]] std::vector<std::string> checkedFolders(const std::vector<std::string>& entries);
 
-/// Makes the folders on a mounted disk; each that fails is a problem.
+/// Makes the folders on a mounted disk. Each that fails becomes a problem.
 void makeFolders(FolderMaking& maker, const std::vector<std::string>& folders, const RamDisk& disk,
                  std::vector<RamDiskSetupProblem>& problems);
 
 /// Each failure becomes a problem.
 void noteFailures(std::vector<RedirectFailure> failures, std::vector<RamDiskSetupProblem>& problems);
 
-/// Adds the redirects; each that fails is a problem.
+/// Adds the redirects. Each that fails becomes a problem.
 void addRedirects(FolderRedirectsUseCase& redirects, const std::vector<RedirectTarget>& targets,
                   const RamDisk& disk, std::vector<RamDiskSetupProblem>& problems);
 

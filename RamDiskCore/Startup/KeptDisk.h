@@ -5,7 +5,7 @@
 
 namespace ramdisk {
 
-/// A mounted disk and the record of the startup disk that it was made from.
+/// A mounted disk and the profile of the startup disk that it was made from.
 struct KeptDisk {
     RamDisk disk;
     RamDiskProfile profile;

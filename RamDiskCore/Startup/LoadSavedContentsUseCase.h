@@ -9,23 +9,22 @@
 
 namespace ramdisk {
 
-/// Puts a saved copy of the user's choice onto a mounted disk, in place of everything that is on it.
+/// Replaces everything on a mounted disk by a saved copy that the user chooses.
 class LoadSavedContentsUseCase {
 public:
     struct Result {
         RestoredVolume restored;
-        /// Folders that could not be taken off the disk before, or put back onto it afterwards.
+        /// Redirects that could not be undone before, or put in place again afterwards.
         std::vector<RedirectFailure> redirectFailures;
     };
 
     LoadSavedContentsUseCase(std::shared_ptr<ProfileContentsUseCase> contents,
                              std::shared_ptr<FolderRedirectsUseCase> redirects);
 
-    /// Loads copy `number`, 1 being the latest. The disk's redirects rest meanwhile, so that no tool sees its
-    /// folder half there.
+    /// Loads copy `number`; 1 is the latest. Meanwhile the disk's redirects are undone, so that no tool sees
+    /// its folder half filled.
     /// @throws RamDiskError as `ProfileContentsUseCase::load`; std::exception when the list of redirects
-    /// could
-    ///         not be stored.
+    ///         could not be stored.
     Result load(const KeptDisk& kept, std::size_t number, const ProgressObserver& observer);
 
 private:

@@ -12,7 +12,7 @@
 
 namespace ramdisk {
 
-/// Keeps the list of startup disks. What belongs to a record, its saved contents and their key, goes with it.
+/// Keeps the list of startup disks. Removing a profile also removes its saved contents and their key.
 class ManageProfilesUseCase {
 public:
     ManageProfilesUseCase(std::shared_ptr<ProfileRepository> repository,
@@ -24,15 +24,15 @@ public:
     /// The startup disk of this name, whether it is mounted or not.
     [[nodiscard]] std::optional<RamDiskProfile> named(std::string_view name) const;
 
-    /// Stores the record in place of the one with the same identifier, or as a new one.
+    /// Stores the profile in place of the one with the same identifier, or as a new one.
     /// @throws RamDiskError `invalidSpecification` when another startup disk has the name; std::exception
-    /// when
-    ///         the list could not be stored. Nothing has changed then.
+    ///         when the list could not be stored. In both cases nothing has changed.
     void store(const RamDiskProfile& profile);
 
-    /// Deletes the saved contents, the record and the key, in this order: a crash in between leaves a record
-    /// without saved contents, never saved contents that nobody knows of. Waits for a save under way.
-    /// @throws std::exception; what is left then is still listed.
+    /// Deletes the saved contents, the profile and the key, in this order. So a crash in between leaves a
+    /// profile without saved contents, but never saved contents without a profile. Waits for a save that is
+    /// running.
+    /// @throws std::exception; what is left is then still listed.
     void remove(const RamDiskProfile& profile);
 
 private:

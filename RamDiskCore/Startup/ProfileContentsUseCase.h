@@ -16,10 +16,10 @@ namespace ramdisk {
 
 /// Saves the files of startup disks and puts them back.
 ///
-/// The rule above all: a saved copy is only ever followed by a newer state of the same files. A disk onto
-/// which they were not put back, or not all of them, is never saved. Which disk that is, is noted beside the
-/// copies, so that it holds across processes and crashes: the disk they belong to, and the disk that is being
-/// filled with them. Every operation on a profile's copies holds the profile's lock.
+/// The most important rule: a saved copy is only ever followed by a newer state of the same files. If the
+/// files were not put back on a disk, or only some of them, that disk is never saved. Two notes beside the
+/// copies make this hold across processes and crashes: the disk that the copies belong to, and the disk that
+/// is being filled with them. Every operation on a profile's copies holds the profile's lock.
 class ProfileContentsUseCase {
 public:
     struct Ports {
@@ -32,33 +32,33 @@ public:
 
     explicit ProfileContentsUseCase(Ports ports);
 
-    /// Runs `body` while no other process works on the profile's copies, and waits for its end.
+    /// Runs `body` while no other process works on the profile's copies, and returns when it has ended.
     /// @throws what the body throws.
     void whileLocked(const RamDiskProfile& profile, const std::function<void()>& body) const;
 
-    /// Whether the profile's saved copies are this disk's files.
+    /// Whether the profile's saved copies hold this disk's files.
     [[nodiscard]] bool isBound(const KeptDisk& kept) const;
 
     [[nodiscard]] RestoreState state(const KeptDisk& kept) const;
 
-    /// Puts right what a save or a restore left that died. The caller holds the profile's lock.
+    /// Repairs what a save or a restore left when its process died. The caller holds the profile's lock.
     void tidy(const RamDiskProfile& profile);
 
-    /// Notes that a disk is about to be made that is to be filled with the profile's files, so that it is
-    /// known as such should this process die before it begins to fill it. The caller holds the profile's
-    /// lock.
+    /// Notes that a disk is about to be made and filled with the profile's files. If this process dies before
+    /// it begins to fill the disk, the note shows that the disk still has to be filled. The caller holds the
+    /// profile's lock.
     void announceDisk(const RamDiskProfile& profile);
-    /// No disk was made after all.
+    /// Removes this note: no disk was made after all.
     void withdrawDisk(const RamDiskProfile& profile);
 
-    /// Whether filling the disk began, or was about to, and broke off.
+    /// Whether filling the disk was interrupted after it began or just before.
     [[nodiscard]] bool isPartlyFilled(const KeptDisk& kept) const;
 
     /// Refuses a disk whose files must not become the latest copy.
     /// @throws RamDiskError `beingFilled`, `partlyFilled`, `savedContentsNotRestored`
     void requireRestored(const KeptDisk& kept) const;
 
-    /// The same for who holds the profile's lock himself.
+    /// The same for a caller that holds the profile's lock.
     /// @throws RamDiskError `partlyFilled`, `savedContentsNotRestored`
     void requireBound(const KeptDisk& kept) const;
 
@@ -67,14 +67,14 @@ public:
     ///         std::exception of the key's store. The copies are then as they were.
     SaveOutcome save(const KeptDisk& kept, Verification verification, const ProgressObserver& observer);
 
-    /// Puts the latest copy onto a disk that was just made, or onto which that began before. The caller holds
+    /// Puts the latest copy onto a new disk, or goes on with a disk that was partly filled. The caller holds
     /// the profile's lock.
     /// @returns false when there is no copy.
     /// @throws RamDiskError `savedContentsKeyMissing`, and as `ContentArchiving::restore`; std::exception of
     ///         the key's store. `isPartlyFilled` tells whether anything was copied.
     bool restore(const KeptDisk& kept, const ProgressObserver& observer);
 
-    /// Replaces everything on the disk by a copy, 1 being the latest. From then on the disk is what is saved.
+    /// Replaces everything on the disk by a copy; 1 is the latest. From then on this disk may be saved.
     /// @throws RamDiskError `contentsTransferFailed` when there is no such copy, and as `restore`.
     RestoredVolume load(const KeptDisk& kept, std::size_t number, const ProgressObserver& observer);
 

@@ -19,13 +19,13 @@ namespace ramdisk {
 struct LaunchReport {
     /// One per startup disk, in the order of the list.
     std::vector<StartupOutcome> outcomes;
-    /// Folders that could not be put where they belong, whether left from before or of the new disks.
+    /// Redirects that failed, both those left from an earlier session and those of the new disks.
     std::vector<RedirectFailure> redirectFailures;
 };
 
-/// What became of one disk that was to go. Without an error it is gone.
+/// What happened to one disk that was to be removed. Without an error it is gone.
 struct LeaveResult {
-    /// Whether the disk keeps files at all and they are in their saved copy now.
+    /// Whether the disk keeps files and they are in its saved copy now.
     bool isSaved = false;
     std::optional<RamDiskError> saveError;
     std::optional<RamDiskError> ejectError;
@@ -33,44 +33,45 @@ struct LeaveResult {
     std::vector<RedirectFailure> redirectFailures;
 };
 
-/// Makes the startup disks at launch and takes them away at quit, with everything that belongs to them: saved
-/// files, folders, redirects. Disks are independent and worked on side by side.
+/// Makes the startup disks at launch and removes them at quit, with everything that belongs to them: saved
+/// files, folders, redirects. Several disks are worked on at the same time, independently.
 ///
-/// A disk whose files could not be saved stays. A process that is killed at launch or at quit leaves disks
-/// that stand and copies that are whole; the next launch goes on from there.
+/// A disk whose files could not be saved stays. A process that is killed at launch or at quit leaves working
+/// disks and complete copies. The next launch goes on from there.
 class SessionLifecycleUseCase {
 public:
-    /// Told which disk is being filled or saved and how far that is, from several threads but never at once.
+    /// Told which disk is being filled or saved and how far that is. Called from several threads, but never
+    /// from two at once.
     using Observer = std::function<void(const std::string& name, const TransferProgress& progress)>;
 
     SessionLifecycleUseCase(RamDiskServices services, std::shared_ptr<ManageProfilesUseCase> profiles,
                             std::shared_ptr<ProfileContentsUseCase> contents,
                             std::shared_ptr<FolderRedirectsUseCase> redirects);
 
-    /// Puts back what earlier sessions left half done, then makes every startup disk that does not stand.
+    /// Repairs what earlier sessions left half done, then makes every startup disk that does not exist.
     LaunchReport launch(const Observer& observer);
 
-    /// Makes one startup disk: created, filled with its saved files or, where there are none, with its
-    /// initial contents, its folders made, its redirects applied. A disk onto which only a part of the files
-    /// could be put is ejected again.
+    /// Makes one startup disk: creates it, fills it with its saved files or, where there are none, with its
+    /// initial contents, makes its folders and applies its redirects. If only some of the files could be put
+    /// onto the disk, it is ejected again.
     StartupOutcome create(const RamDiskProfile& profile, std::vector<RedirectFailure>& redirectFailures,
                           const Observer& observer);
 
-    /// Saves and ejects every mounted startup disk. With `Force::yes` also those that are in use; never those
-    /// that could not be saved.
+    /// Saves and ejects every mounted startup disk. With `Force::yes` also those that are in use, but never
+    /// those that could not be saved.
     ShutdownReport quit(Force force, const Observer& observer);
 
-    /// Takes a disk away, whether it is a startup disk or not: its files saved if it keeps them, its
-    /// redirects undone, then ejected. A disk that could not be saved is left as it is; one that could not be
+    /// Removes a disk, whether it is a startup disk or not: saves its files if it keeps them, undoes its
+    /// redirects, then ejects it. A disk that could not be saved is left as it is. One that could not be
     /// ejected gets its redirects back.
     LeaveResult leave(const RamDisk& disk, SaveBeforeEject saving, Force force,
                       const ProgressObserver& observer);
 
-    /// The mounted disks that were made from a startup disk's record.
+    /// The mounted disks that were made from a profile.
     /// @throws RamDiskError `inventoryUnavailable`
     [[nodiscard]] std::vector<KeptDisk> keptDisks() const;
 
-    /// The record that a disk was made from, if it was.
+    /// The profile that a disk was made from, if there is one.
     [[nodiscard]] std::optional<KeptDisk> kept(const RamDisk& disk) const;
 
 private:

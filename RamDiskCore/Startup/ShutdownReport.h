@@ -7,7 +7,7 @@
 
 namespace ramdisk {
 
-/// What became of the startup disks at quit. A disk that could not be saved is not ejected.
+/// What happened to the startup disks at quit. A disk that could not be saved is not ejected.
 struct ShutdownReport {
     struct Failure {
         RamDisk ramDisk;

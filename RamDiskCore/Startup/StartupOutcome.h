@@ -12,7 +12,7 @@
 
 namespace ramdisk {
 
-/// What became of one startup disk at launch.
+/// What happened to one startup disk at launch.
 struct StartupOutcome {
     struct Created {
         static constexpr std::string_view caseName = "created";
@@ -21,20 +21,20 @@ struct StartupOutcome {
         bool restoredContents = false;
         friend bool operator==(const Created&, const Created&) = default;
     };
-    /// It stood already, so nothing was made.
+    /// It existed already, so nothing was made.
     struct AlreadyMounted {
         static constexpr std::string_view caseName = "alreadyMounted";
         RamDisk disk;
         friend bool operator==(const AlreadyMounted&, const AlreadyMounted&) = default;
     };
-    /// It stands, without its saved files. They are kept, and what is on the disk is not saved over them.
+    /// It exists, but without its saved files. They are kept, and what is on the disk is not saved over them.
     struct RestoreFailed {
         static constexpr std::string_view caseName = "restoreFailed";
         RamDisk disk;
         RamDiskError error;
         friend bool operator==(const RestoreFailed&, const RestoreFailed&) = default;
     };
-    /// It stands, without some of what was to be put onto it besides its saved files.
+    /// It exists, but something besides its saved files could not be put onto it.
     struct FoldersNotCreated {
         static constexpr std::string_view caseName = "foldersNotCreated";
         RamDisk disk;
@@ -51,9 +51,9 @@ struct StartupOutcome {
 
     std::variant<Created, AlreadyMounted, RestoreFailed, FoldersNotCreated, Failed> value;
 
-    /// The disk that stands; null when none does.
+    /// The disk; null when there is none.
     [[nodiscard]] const RamDisk* disk() const noexcept;
-    /// What the disk is called, whether it stands or not.
+    /// The name of the disk, whether it exists or not.
     [[nodiscard]] const std::string& name() const noexcept;
     /// Whether the user has to be told that something is wrong.
     [[nodiscard]] bool needsAttention() const noexcept;

@@ -12,7 +12,7 @@ namespace ramdisk {
 /// One rule that a requested disk must obey: a pure function of the request and of the machine's state.
 class SpecificationRule : public Port {
 public:
-    /// What this rule has against the request; empty when nothing.
+    /// What is wrong with the request according to this rule; empty when nothing is.
     [[nodiscard]] virtual std::vector<ValidationIssue> check(const RamDiskSpecification& specification,
                                                              const ValidationContext& context) const = 0;
 };

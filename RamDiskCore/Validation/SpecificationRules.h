@@ -4,14 +4,14 @@
 
 namespace ramdisk {
 
-/// The name must be one that every format and every shell can live with. Reports the first fault only.
+/// The name must work with every format and every shell. Reports only the first fault.
 class VolumeNameRule final : public SpecificationRule {
 public:
     [[nodiscard]] std::vector<ValidationIssue> check(const RamDiskSpecification& specification,
                                                      const ValidationContext& context) const override;
 };
 
-/// No mounted volume and no startup disk may go by the same name. A mounted volume is reported first.
+/// No mounted volume and no startup disk may have the same name. A mounted volume is reported first.
 class UniqueNameRule final : public SpecificationRule {
 public:
     [[nodiscard]] std::vector<ValidationIssue> check(const RamDiskSpecification& specification,
@@ -25,11 +25,12 @@ public:
                                                      const ValidationContext& context) const override;
 };
 
-/// A disk as large as the machine's memory is refused; one that would crowd out the applications is told.
-/// Too little free memory takes precedence over too large a share, so the two warnings never come together.
+/// A disk as large as the machine's memory is refused. A disk that would leave too little for applications
+/// gets a warning. Too little free memory takes precedence over too large a share, so there is never more
+/// than one of the two warnings.
 class MemoryCapacityRule final : public SpecificationRule {
 public:
-    /// The share of the installed memory up to which a disk draws no warning.
+    /// The share of the installed memory up to which there is no warning.
     static constexpr double recommendedShare = 0.75;
 
     /// `recommendedShare` of `physical`, in bytes, rounded to the nearest whole number.
@@ -39,7 +40,7 @@ public:
                                                      const ValidationContext& context) const override;
 };
 
-/// Encryption needs one of the formats that have it.
+/// Only some formats can be encrypted.
 class EncryptionSupportRule final : public SpecificationRule {
 public:
     [[nodiscard]] std::vector<ValidationIssue> check(const RamDiskSpecification& specification,

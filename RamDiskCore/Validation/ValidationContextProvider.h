@@ -11,7 +11,7 @@
 
 namespace ramdisk {
 
-/// Gathers a fresh `ValidationContext` for each validation. Costs what its collaborators cost.
+/// Collects a new `ValidationContext` for each validation. Costs what its ports cost.
 struct ValidationContextProvider {
     std::shared_ptr<const SystemMemoryProviding> memory;
     std::shared_ptr<const MountedVolumeListing> volumes;
@@ -19,7 +19,7 @@ struct ValidationContextProvider {
     std::shared_ptr<const StartupDiskNaming> profiles;
 
     /// The machine as it is now. The volume mounted at `excluding` is left out, so that a disk that is being
-    /// reconfigured does not collide with its own name.
+    /// changed does not collide with its own name.
     [[nodiscard]] ValidationContext
     current(const std::optional<std::filesystem::path>& excluding = std::nullopt) const;
 };

@@ -12,7 +12,7 @@ namespace ramdisk {
 /// The name of a device without "/dev/", such as disk5 or disk5s1.
 class DeviceIdentifier {
 public:
-    /// Absent when `bsdName` is not "disk", a number, and any count of "s" and a number.
+    /// Absent unless `bsdName` is "disk" and a number, followed by any count of "s" and a number.
     [[nodiscard]] static std::optional<DeviceIdentifier> make(std::string_view bsdName);
 
     /// The whole disk with this number.

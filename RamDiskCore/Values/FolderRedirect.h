@@ -17,7 +17,8 @@ struct FolderRedirect {
     RedirectTarget target{};
     /// Present while the redirect is in force.
     std::optional<RedirectRestoreState> restoreState = std::nullopt;
-    /// True while the redirect is being put in place or undone: seen at a start, the change was interrupted.
+    /// True while the redirect is being put in place or undone. If it is true at a start, the change was
+    /// interrupted.
     std::optional<bool> applying = std::nullopt;
 
     friend bool operator==(const FolderRedirect&, const FolderRedirect&) = default;

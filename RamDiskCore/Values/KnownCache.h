@@ -7,8 +7,8 @@
 
 namespace ramdisk {
 
-/// The caches of developer tools and browsers whose place is known, so that a user can name them by the tool.
-/// Where a cache lies differs from platform to platform and is told by the adapters.
+/// The caches of developer tools and browsers that users can name by the tool. Where a cache lies differs
+/// between platforms; the adapters know it.
 enum class KnownCache { swiftPM, cocoaPods, gradle, pip, cargo, homebrew, chrome };
 
 template <>

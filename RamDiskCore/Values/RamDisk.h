@@ -21,8 +21,8 @@ struct VolumeUsage {
     friend bool operator==(const VolumeUsage&, const VolumeUsage&) = default;
 };
 
-/// One attached memory-backed disk, as one listing saw it. The operating system owns the disk; this value is
-/// a snapshot and grows stale, so nothing keeps it longer than one operation.
+/// One attached memory-backed disk, as one listing saw it. The operating system owns the disk. This value is
+/// a snapshot that becomes outdated, so nothing keeps it longer than one operation.
 struct RamDisk {
     /// The whole device.
     DeviceIdentifier device;
@@ -31,21 +31,21 @@ struct RamDisk {
     ByteCount capacity;
     /// Absent while the volume is not mounted.
     std::optional<std::filesystem::path> mountPoint = std::nullopt;
-    /// The format as the system reports it, which may be more telling than `fileSystem`.
+    /// The format as the system reports it, which may say more than `fileSystem`.
     std::optional<std::string> fileSystemName = std::nullopt;
     /// Absent when the reported format is not one of ours.
     std::optional<FileSystem> fileSystem = std::nullopt;
     std::optional<VolumeUsage> usage = std::nullopt;
-    /// Absent when it is not known.
+    /// Absent when unknown.
     std::optional<bool> isEncrypted = std::nullopt;
     /// How much memory the device really holds now.
     std::optional<ByteCount> memoryFootprint = std::nullopt;
     /// Whether the volume carries this system's mark.
     bool isCreatedByRamDisk = false;
-    /// The identifier inside that mark, made afresh whenever a volume is marked.
+    /// The identifier inside that mark. Each marking makes a new one.
     std::optional<UUID> instance = std::nullopt;
     VolumeAccess access = VolumeAccess::everyone;
-    /// Tells this attachment from a later one that was given the same device name.
+    /// Tells this attachment from a later one with the same device name.
     std::optional<std::uint64_t> attachment = std::nullopt;
 
     friend bool operator==(const RamDisk&, const RamDisk&) = default;

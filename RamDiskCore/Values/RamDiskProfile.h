@@ -14,7 +14,7 @@
 namespace ramdisk {
 
 /// A startup disk: one that is made at every launch and removed at quit. Its identifier names its saved
-/// files, so it stays when anything else of the record changes.
+/// files, so it never changes, whatever else does.
 struct RamDiskProfile {
     UUID id;
     std::string name;
@@ -29,7 +29,7 @@ struct RamDiskProfile {
     std::optional<std::filesystem::path> seedFolder = std::nullopt;
     /// How many saved copies are kept besides the latest.
     std::uint32_t previousCopies = 0;
-    /// Folders to make on the disk, relative to its top.
+    /// Folders to make on the disk, relative to its root folder.
     std::vector<std::string> folders{};
 
     friend bool operator==(const RamDiskProfile&, const RamDiskProfile&) = default;

@@ -21,7 +21,7 @@ struct RamDiskSetup {
     std::optional<std::filesystem::path> seedFolder = std::nullopt;
     /// The tools' folders to keep on the disk.
     std::vector<RedirectTarget> redirects{};
-    /// Folders to make on the disk, relative to its top.
+    /// Folders to make on the disk, relative to its root folder.
     std::vector<std::string> folders{};
 
     friend bool operator==(const RamDiskSetup&, const RamDiskSetup&) = default;

@@ -9,8 +9,8 @@
 
 namespace ramdisk {
 
-/// What is asked for when a disk is created. A value made without arguments is the disk that a user gets who
-/// asks for nothing in particular.
+/// What a user asks for when a disk is created. A default-constructed value is the disk of a user who gave no
+/// options.
 struct RamDiskSpecification {
     static constexpr std::string_view defaultName = "RAMDisk";
 

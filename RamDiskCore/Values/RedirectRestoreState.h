@@ -19,12 +19,13 @@ struct RedirectRestoreState {
         std::optional<std::string> line;
         friend bool operator==(const ConfigLine&, const ConfigLine&) = default;
     };
-    /// The original folder lies in its backup place and nothing took its own yet. Absent when there was none.
+    /// The original folder has its backup name, and nothing has its own name yet. Absent when there was no
+    /// original.
     struct MovedFolder {
         std::optional<std::filesystem::path> backup;
         friend bool operator==(const MovedFolder&, const MovedFolder&) = default;
     };
-    /// As before, and a symbolic link to `link` stands in the original place.
+    /// The same, and a symbolic link to `link` has the original name.
     struct LinkedFolder {
         std::optional<std::filesystem::path> backup;
         std::string link;

@@ -41,7 +41,7 @@ struct SavedVolume {
     friend bool operator==(const SavedVolume&, const SavedVolume&) = default;
 };
 
-/// What became of putting a saved copy back.
+/// The result of putting a saved copy back.
 struct RestoredVolume {
     RamDisk disk;
     /// The files are on the disk, but the image could not be closed afterwards.
@@ -50,12 +50,12 @@ struct RestoredVolume {
     friend bool operator==(const RestoredVolume&, const RestoredVolume&) = default;
 };
 
-/// Where a disk stands in getting its saved files back. Only a disk that is `restored` may be saved: of any
-/// other the saved copy knows more than the disk does.
+/// How far a disk has got its saved files back. Only a disk that is `restored` may be saved: with any other,
+/// the saved copy holds files that the disk does not.
 enum class RestoreState {
     /// Its saved files are on it, or there are none.
     restored,
-    /// They are not, and nobody is at work on it.
+    /// They are not on it, and nobody is putting them there.
     awaiting,
     /// They are being copied.
     restoring,

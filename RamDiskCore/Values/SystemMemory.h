@@ -7,7 +7,7 @@
 
 namespace ramdisk {
 
-/// How hard the operating system is looking for memory.
+/// How short of memory the operating system is.
 enum class MemoryPressureLevel { normal, warning, critical };
 template <>
 inline constexpr auto enumerators<MemoryPressureLevel> =

@@ -5,8 +5,8 @@
 #include <string_view>
 #include <vector>
 
-/// Reading names as people do: by characters (grapheme clusters), without regard to the white space around
-/// them, to letter case or to accents. Text that is not valid UTF-8 is read byte by byte and never refused.
+/// Compares names as people do: by characters (grapheme clusters), without regard to white space around them,
+/// to letter case or to accents. Text that is not valid UTF-8 is read byte by byte and never refused.
 namespace ramdisk {
 
 /// `text` without leading and trailing Unicode white space and line breaks.
@@ -25,12 +25,12 @@ namespace ramdisk {
 /// text must be valid UTF-8.
 [[nodiscard]] std::string replacingInvalidUTF8(std::string_view text);
 
-/// The form in which two names are equal when people would take them for one another: trimmed, case folded,
-/// diacritics removed, composed; the same in every locale.
+/// Two names that people would take for the same have the same form: trimmed, case folded, without
+/// diacritics, composed. The form is the same in every locale.
 [[nodiscard]] std::string foldedName(std::string_view name);
 
-/// The form in which two names are equal for a volume that ignores letter case: case folded and decomposed,
-/// with every accent and all white space kept.
+/// Two names that a volume without letter case would take for the same have the same form: case folded and
+/// decomposed, with every accent and all white space kept.
 [[nodiscard]] std::string caseFolded(std::string_view name);
 
 /// The one comparison of names, used by validation, suggestion, look-up by name and templates.

@@ -12,9 +12,9 @@
 
 namespace ramdisk {
 
-/// One thing that is wrong, or worth a warning, in a request for a disk. Its text comes from `issueText`.
+/// One fault in a request for a disk, or one warning about it. Its text comes from `issueText`.
 struct ValidationIssue {
-    /// An error keeps the disk from being made; a warning is told and nothing more.
+    /// An error keeps the disk from being made. A warning is only shown.
     enum class Severity { warning, error };
     /// The field of a form that the issue is shown under.
     enum class Field { name, size, fileSystem, folders };

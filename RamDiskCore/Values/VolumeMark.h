@@ -7,7 +7,7 @@
 namespace ramdisk {
 
 /// The extended attribute on the root folder of every volume that this system makes. Its value is the text of
-/// a random UUID in UTF-8 without a terminator, made afresh each time a volume is marked.
+/// a random UUID in UTF-8 without a terminator. Each marking makes a new one.
 struct VolumeMark {
     static constexpr const char* attribute = "com.tavrin.ramdisk.created";
 

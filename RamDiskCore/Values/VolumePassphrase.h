@@ -6,8 +6,8 @@
 
 namespace ramdisk {
 
-/// The text of a volume's password. It never prints, so no log and no error text can carry it, and its memory
-/// is overwritten when the value dies or is moved from. Copies are explicit decisions of the caller.
+/// The text of a volume's password. It never prints, so no log and no error text can contain it. Its memory
+/// is overwritten when the value is destroyed or moved from. It is copied only where the caller asks for it.
 class VolumePassphrase {
 public:
     /// Takes over `value`; the caller wipes what it still holds of the text.
@@ -18,7 +18,7 @@ public:
     VolumePassphrase& operator=(VolumePassphrase&& other) noexcept;
     ~VolumePassphrase();
 
-    /// The secret itself: for a tool's standard input and nothing else.
+    /// The secret itself. Only for a tool's standard input.
     [[nodiscard]] std::string_view value() const noexcept { return value_; }
 
     /// Always "VolumePassphrase(<redacted>)".
@@ -33,7 +33,7 @@ private:
     std::string value_;
 };
 
-/// Overwrites the bytes of `text` in a way that the compiler may not leave out, then empties it.
+/// Overwrites the bytes of `text` in a way that the compiler cannot remove, then empties it.
 void wipe(std::string& text) noexcept;
 
 } // namespace ramdisk

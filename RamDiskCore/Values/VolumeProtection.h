@@ -6,7 +6,7 @@
 
 namespace ramdisk {
 
-/// What guards the contents of a volume that is being made.
+/// What protects the contents of a volume that is being made.
 struct VolumeProtection {
     struct Encrypted {
         VolumePassphrase passphrase;

@@ -8,17 +8,17 @@
 
 namespace ramdisk {
 
-/// Saving and restoring as it is done on every platform: when a copy counts as good, under which names copies
-/// lie, and how an earlier one makes room for the next.
+/// The part of saving and restoring that is the same on every platform: when a copy counts as good, how
+/// copies are named, and how the latest one makes room for the next.
 ///
-/// A new image is made as ".UUID.partial-UUID.sparseimage" and takes the latest's name in one step, when it
-/// holds what the disk held both before and after it was filled. Just before, the latest gets a second name,
-/// "UUID.earlier-SECONDS.sparseimage", so that at no moment there is less than there was. Copies beyond those
-/// to keep are retired afterwards. A process killed between any two of these steps leaves a partial image or
-/// a second name, which the next operation removes.
+/// A new image is made as ".UUID.partial-UUID.sparseimage". If it holds what the disk held both before and
+/// after it was filled, it takes the latest's name in one step. Just before that, the latest gets a second
+/// name, "UUID.earlier-SECONDS.sparseimage", so that there are never fewer copies than before. Afterwards the
+/// copies beyond those to keep are retired. A process that is killed between any two of these steps leaves a
+/// partial image or a second name, which the next operation removes.
 class SavedContentsArchiver : public ContentArchiving {
 public:
-    /// Told before each step of a save or a rotation; may throw to make that step fail.
+    /// Called before each step of a save or a rotation. May throw to make that step fail.
     using StepObserver = SavedCopyFolder::StepObserver;
 
     explicit SavedContentsArchiver(std::shared_ptr<SavedImageTool> tool, StepObserver steps = {},

@@ -12,23 +12,23 @@
 
 namespace ramdisk {
 
-/// Whether a second name may be given to a file where the file system knows such a thing.
+/// Whether a file may get a second name, if the file system supports that.
 enum class HardLinks { whereSupported, never };
 
 /// The files of one disk's saved copies, and every change of their names.
 ///
-/// No sequence of changes leaves less than there was at any of its steps, and `tidy` brings what a process
-/// that died between two of them left behind to the state before or after. Where the file system has no hard
-/// links, the latest is without its name for a moment, in which the new one waits under the incoming name or,
-/// when an earlier copy is brought back, everything under the names of earlier copies.
+/// At no step of a change are there fewer copies than before. When a process died between two steps, `tidy`
+/// restores the state before or after the change. Where the file system has no hard links, there is no latest
+/// for a moment. Then the new image waits under the incoming name or, when an earlier copy is brought back,
+/// all copies have names of earlier ones.
 class SavedCopyFolder {
 public:
-    /// Told before each step; may throw to make that step fail.
+    /// Called before each step. May throw to make that step fail.
     using StepObserver = std::function<void(std::string_view step)>;
 
     SavedCopyFolder(const SavedCopyFiles& files, HardLinks hardLinks, const StepObserver& steps);
 
-    /// Ends or undoes what a dead process began. Only for the holder of the disk's lock.
+    /// Completes or undoes what a dead process began. Only for the holder of the disk's lock.
     /// @throws std::exception
     void tidy(SavedImageTool& tool) const;
 
@@ -37,15 +37,16 @@ public:
     /// @throws std::exception when the folder cannot be read.
     [[nodiscard]] std::vector<SavedCopy> copies() const;
 
-    /// Puts a whole image in the latest's place; a former latest becomes an earlier copy.
+    /// Puts a complete image in the latest's place. The former latest, if there is one, becomes an earlier
+    /// copy.
     /// @throws std::exception
     void takePlace(const std::filesystem::path& partial) const;
 
-    /// Puts an earlier copy in the latest's place, and the latest among the earlier ones.
+    /// Makes an earlier copy the latest, and the latest an earlier copy.
     /// @throws std::exception
     void bringBack(const std::filesystem::path& earlier) const;
 
-    /// Gives up the earlier copies beyond the newest `previousCopies`, the oldest first.
+    /// Retires the earlier copies beyond the newest `previousCopies`, the oldest first.
     /// @throws std::exception when the folder cannot be read.
     void prune(std::uint32_t previousCopies, SavedImageTool& tool) const;
 
@@ -61,7 +62,7 @@ private:
         SavedCopyNames::Earlier name;
     };
 
-    /// From the newest to the oldest, without those that are the latest under a second name.
+    /// From the newest to the oldest. An earlier name of the latest's own file does not count.
     [[nodiscard]] std::vector<Earlier> earlierCopies() const;
     [[nodiscard]] std::vector<std::filesystem::path> entries() const;
     [[nodiscard]] bool linkTo(const std::filesystem::path& image, const std::filesystem::path& name) const;

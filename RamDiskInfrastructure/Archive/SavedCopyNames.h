@@ -13,13 +13,13 @@ namespace ramdisk {
 
 /// The names of everything that lies beside a disk's latest saved image.
 struct SavedCopyNames {
-    /// What the name of an earlier copy tells. The order is that in which the copies were saved.
+    /// What the name of an earlier copy contains. The order is that in which the copies were saved.
     struct Earlier {
         std::int64_t secondsSince1970 = 0;
-        /// Tells copies of one second apart; the first has 1, which its name leaves out.
+        /// Tells copies of the same second apart. The first has 1, which its name leaves out.
         std::uint32_t serial = 1;
 
-        /// The name of the first copy of the second of `time`.
+        /// The name of the first copy that was saved in the second of `time`.
         [[nodiscard]] static Earlier savedAt(std::chrono::system_clock::time_point time);
         [[nodiscard]] std::chrono::system_clock::time_point time() const;
 
@@ -28,20 +28,20 @@ struct SavedCopyNames {
 
     SavedCopyFiles files;
 
-    /// A fresh name for an image in the making.
+    /// A new name for an image that a save is filling.
     [[nodiscard]] std::filesystem::path partial() const;
     [[nodiscard]] std::filesystem::path earlier(const Earlier& name) const;
-    /// An image whose contents are given up and which the next save may start from.
+    /// A retired image, which the next save may start from.
     [[nodiscard]] std::filesystem::path spare() const;
-    /// Where an image waits that is to take the latest's place. It gets this name only when it is whole:
-    /// where there is no latest, it is taken for it.
+    /// The name of a complete image that is about to take the latest's place. Only a complete image gets this
+    /// name, since it counts as the latest where there is none.
     [[nodiscard]] std::filesystem::path incoming() const;
-    /// The text file that tells which disk the image belongs to.
+    /// The text file that says which disk the image belongs to.
     [[nodiscard]] std::filesystem::path bound() const;
 
     [[nodiscard]] bool isPartial(const std::filesystem::path& file) const;
     [[nodiscard]] bool isEarlier(const std::filesystem::path& file) const;
-    /// Absent when the file has not the name of an earlier copy of this disk; its folder does not matter.
+    /// Absent when the file's name is not that of an earlier copy of this disk. Its folder does not matter.
     [[nodiscard]] std::optional<Earlier> earlierNamed(const std::filesystem::path& file) const;
 
 private:

@@ -22,14 +22,13 @@ public:
     virtual void close() = 0;
 };
 
-/// A disk's volume that is being saved. While it lives, the volume may count as in use. Outlived by the tool
-/// that opened it.
+/// A disk's volume that is being saved. As long as this object exists, the volume may count as in use.
 class SaveSource : public Port {
 public:
     enum class Status { unchanged, changed };
 
-    /// Takes the status of every item on the volume and compares it with the one taken before, if there is
-    /// one: `changed` the first time.
+    /// Takes the status of every item on the volume and compares it with the one taken before. The first time
+    /// it is `changed`.
     /// @throws std::exception when the volume cannot be read.
     virtual Status takeStatus(const ProgressObserver& observer) = 0;
 
@@ -47,28 +46,28 @@ public:
                                                               const SaveRequest& request) = 0;
 };
 
-/// The platform's half of saving: what images are, and how they are opened and filled. When a copy counts,
-/// what it is called and how long it is kept is `SavedContentsArchiver`'s.
+/// The platform's half of saving: what images are, and how they are opened and filled.
+/// `SavedContentsArchiver` decides when a copy counts, what it is called and how long it is kept.
 class SavedImageTool : public Port {
 public:
     /// @throws as `ContentArchiving::requireSupport`
     virtual void requireSupport(const RamDisk& /*disk*/) const {}
 
-    /// How often a copy is brought up to what changed meanwhile before the save gives up.
+    /// How often an image is filled again with what changed meanwhile, before the save gives up.
     [[nodiscard]] virtual int rounds() const noexcept = 0;
 
     /// @throws RamDiskError `diskEjected` when the volume is not mounted; std::exception
     [[nodiscard]] virtual std::unique_ptr<SaveSource> openSource(const SaveRequest& request) = 0;
 
     /// Reads a closed image back and compares everything in it with what was saved.
-    /// @throws RamDiskError `contentsTransferFailed` telling what differs; std::exception
+    /// @throws RamDiskError `contentsTransferFailed` with what differs; std::exception
     virtual void verify(const std::filesystem::path& image, const VolumeProtection& protection) = 0;
 
-    /// Gives up a copy that is no longer kept; the tool may use its file as the start of the next one, under
-    /// the spare name. Never throws: what cannot be removed stays for the next time.
+    /// Retires a copy that is no longer kept. The tool may keep its file under the spare name and start the
+    /// next image from it. Never throws: what cannot be removed now stays until the next time.
     virtual void retire(const std::filesystem::path& image, const SavedCopyFiles& files) noexcept = 0;
 
-    /// Closes a partial image of a dead save where it outlived its process; its file is deleted next.
+    /// Closes the partial image of a dead save, if the image is still open. Its file is deleted next.
     virtual void abandon(const std::filesystem::path& /*partial*/) noexcept {}
 
     /// Copies what is in the image onto the disk. @returns whether the image could be closed.

@@ -11,21 +11,22 @@ namespace ramdisk {
 
 /// The descriptors that become a child's standard streams. They stay the caller's.
 struct ChildStreams {
-    /// Without one the child sees the end of its input at once.
+    /// Absent: the child sees the end of its input at once.
     std::optional<int> input;
     int output;
     int error;
 };
 
-/// A started child, from its start until it has been waited for. It inherits its three streams and no other
-/// descriptor, the environment with the locale forced to C.UTF-8 (so that its texts can be read by a
-/// program), no blocked signal, and no ignored one but those by which a terminal's end or key is survived.
+/// A started child, until it has been waited for. It inherits its three streams and no other descriptor. It
+/// gets the environment with the locale set to C.UTF-8, so that a program can read its texts. No signal is
+/// blocked. The only ignored signals are those by which a process survives the end of its terminal or a
+/// terminal's key.
 ///
-/// Only this child is ever waited for. A child whose handle goes away, because something threw, is killed; a
-/// child whose runner crashes lives on and sees its streams break.
+/// Only this child is ever waited for. If its handle is destroyed because something threw, the child is
+/// killed. If the process that runs it crashes, the child lives on, and its streams break.
 class ChildProcess {
 public:
-    /// @throws std::system_error naming the executable, with the errno of the launch; nothing runs then.
+    /// @throws std::system_error with the executable's name and the errno of the launch. Then nothing runs.
     ChildProcess(const SystemCommand& command, const ChildStreams& streams);
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;
@@ -44,10 +45,11 @@ public:
     /// process ignores SIGCHLD.
     void reap();
 
-    /// Sends a signal; nothing once the child has been reaped, when its number may be somebody else's.
+    /// Sends a signal. Does nothing once the child has been waited for, when its number may belong to another
+    /// process.
     void signal(int number) noexcept;
 
-    /// The exit status and the signal of a reaped child, with no streams.
+    /// The exit status and the signal of a child that has been waited for. The streams are empty.
     [[nodiscard]] CommandOutput ending() const;
 
 private:

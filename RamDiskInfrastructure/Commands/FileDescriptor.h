@@ -8,12 +8,12 @@
 
 namespace ramdisk {
 
-/// Owns one open descriptor, or none, and closes it. Whoever opens it does so with close-on-exec. The kernel
-/// closes it as well when the process ends or crashes, with every lock that hangs on it.
+/// Owns one open descriptor, or none, and closes it. Callers open it with close-on-exec. When the process
+/// ends or crashes, the kernel closes it as well, and releases every lock on it.
 class FileDescriptor {
 public:
     FileDescriptor() = default;
-    /// Takes over what `open` and its like return: a negative number is no descriptor.
+    /// Takes over the result of `open` or a similar call. A negative number is no descriptor.
     explicit FileDescriptor(int descriptor) noexcept : descriptor_(descriptor < 0 ? none : descriptor) {}
     FileDescriptor(FileDescriptor&& other) noexcept : descriptor_(other.release()) {}
     FileDescriptor& operator=(FileDescriptor&& other) noexcept {
@@ -28,7 +28,7 @@ public:
     /// The number, for system calls; -1 when there is none.
     [[nodiscard]] int get() const noexcept { return descriptor_; }
 
-    /// Hands the descriptor over to the caller, who closes it.
+    /// Gives the descriptor to the caller, who closes it.
     [[nodiscard]] int release() noexcept { return std::exchange(descriptor_, none); }
 
     /// Closes the descriptor and takes over another one, or none. Keeps errno, so that a failed call can
@@ -48,8 +48,8 @@ private:
     int descriptor_ = none;
 };
 
-/// Opens the folder of this name in another one, or of a whole path with AT_FDCWD; no descriptor, and errno,
-/// when it cannot be opened, is a link or no folder.
+/// Opens the folder `name` inside another one, or a whole path with AT_FDCWD. Returns no descriptor, and sets
+/// errno, when it cannot be opened, is a link or is not a folder.
 [[nodiscard]] inline FileDescriptor openFolder(int parent, const char* name) noexcept {
     return FileDescriptor(openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
 }

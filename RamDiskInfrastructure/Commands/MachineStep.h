@@ -7,7 +7,7 @@
 
 namespace ramdisk {
 
-/// One change to the machine that can be told before it is made.
+/// One change to the machine, with a description that can be shown before it is made.
 struct MachineStep {
     std::string description;
     std::function<void()> perform;

@@ -8,17 +8,18 @@
 
 namespace ramdisk {
 
-/// Collects what a child writes to one of its streams. Blocks only when asked to read while nothing is there:
-/// the caller polls `descriptor`.
+/// Collects what a child writes to one of its streams. It blocks only when told to read while nothing is
+/// there, so the caller polls `descriptor`.
 class PipeCollector {
 public:
     /// @throws std::system_error
     PipeCollector();
 
-    /// The end that the child writes to. Must be closed here once the child has it, or the stream never ends.
+    /// The end that the child writes to. It must be closed here once the child has it. Otherwise the stream
+    /// never ends.
     [[nodiscard]] FileDescriptor& writingEnd() noexcept { return writingEnd_; }
 
-    /// The number to poll for reading; -1, which a poll passes over, after the end of the stream.
+    /// The number to poll for reading; -1, which `poll` skips, after the end of the stream.
     [[nodiscard]] int descriptor() const noexcept { return handle_.get(); }
 
     /// Whether the end of the stream was seen.
@@ -27,11 +28,11 @@ public:
     /// Reads once what the poll announced. @throws std::system_error
     void read();
 
-    /// Reads what lies in the pipe now and no more, however fast somebody goes on writing.
+    /// Reads what is in the pipe now and no more, however fast somebody goes on writing.
     /// @throws std::system_error
     void readWaiting();
 
-    /// Gives out what was received, which this collector then no longer has.
+    /// Moves the received data out of this collector.
     [[nodiscard]] std::string takeData() noexcept { return std::move(data_); }
 
 private:

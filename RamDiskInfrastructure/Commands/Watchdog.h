@@ -5,8 +5,8 @@
 
 namespace ramdisk {
 
-/// The time limit of one running child: SIGTERM when it passes, SIGKILL two seconds later. Keeps no time
-/// itself and sends nothing: whoever waits for the child asks what is due.
+/// The time limit of one running child: SIGTERM when it passes, SIGKILL two seconds later. This class has no
+/// timer and sends nothing. The caller that waits for the child asks which signal is due.
 class Watchdog {
 public:
     using Clock = std::chrono::steady_clock;
@@ -14,8 +14,8 @@ public:
 
     static constexpr std::chrono::seconds killDelay{2};
 
-    /// A limit of `seconds` from `start`; absent or beyond the clock's range means none. One that is not
-    /// above zero has passed at once.
+    /// A limit of `seconds` from `start`. Absent, or beyond the clock's range, means no limit. A limit that
+    /// is not above zero has passed at once.
     Watchdog(std::optional<double> seconds, TimePoint start);
 
     /// Set once the child has been waited for: nothing is due any more.
@@ -27,15 +27,15 @@ public:
     /// When the next signal will be due; absent when none will be.
     [[nodiscard]] std::optional<TimePoint> nextDeadline() const noexcept;
 
-    /// The signal that the child is to get at `now`, each at most once. Ask only while the child is known to
-    /// run.
+    /// The signal that the child should get at `now`; each signal at most once. Ask only while the child is
+    /// known to run.
     [[nodiscard]] std::optional<int> takeDueSignal(TimePoint now) noexcept;
 
     void stop() noexcept { isStopped_ = true; }
 
 private:
     std::optional<TimePoint> limit_;
-    /// When the second stage is due; set by the first.
+    /// When SIGKILL is due. Set when SIGTERM was.
     std::optional<TimePoint> killTime_;
     bool isStopped_ = false;
     bool didFire_ = false;

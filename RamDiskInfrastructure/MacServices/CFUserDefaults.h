@@ -6,8 +6,8 @@
 
 namespace ramdisk {
 
-/// The user defaults of an application, this one's or another's, as the system keeps them. The system makes
-/// changes by several processes one after the other and tells its own daemon, which writes them down.
+/// The user defaults of an application, this one's or another's, as the system keeps them. If several
+/// processes make changes, the system applies one after the other. Its own daemon writes them down.
 class CFUserDefaults final : public UserDefaultsStoring {
 public:
     /// @param domain an application's identifier, such as "com.apple.dt.Xcode".

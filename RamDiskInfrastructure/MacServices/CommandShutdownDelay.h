@@ -4,7 +4,7 @@
 
 namespace ramdisk {
 
-/// Only an application is asked before macOS shuts down; a command gets SIGTERM and little time.
+/// No delay: before macOS shuts down it asks only applications. A command gets SIGTERM and little time.
 class CommandShutdownDelay final : public ShutdownDelaying {
 public:
     [[nodiscard]] ShutdownDelay start(Listener /*listener*/) override {

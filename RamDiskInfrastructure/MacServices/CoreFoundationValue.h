@@ -37,7 +37,7 @@ private:
 [[nodiscard]] CoreFoundationValue<CFStringRef> stringFrom(std::string_view text);
 [[nodiscard]] std::string textFrom(CFStringRef string);
 
-/// What the system says of a volume's URL. Absent when it does not say it, or says it in another type.
+/// What the system says about a volume's URL. Absent when it says nothing, or a value of another type.
 [[nodiscard]] std::optional<std::string> stringResource(CFURLRef url, CFStringRef key);
 [[nodiscard]] std::optional<std::uint64_t> numberResource(CFURLRef url, CFStringRef key);
 [[nodiscard]] std::optional<bool> booleanResource(CFURLRef url, CFStringRef key);

@@ -4,7 +4,7 @@
 
 namespace ramdisk {
 
-/// HOME where it is set, as everything else of the session sees it; else the account's folder.
+/// HOME if it is set, as for everything else in the session; otherwise the account's folder.
 /// @throws std::runtime_error when there is neither, or HOME is not an absolute path.
 [[nodiscard]] std::filesystem::path homeFolder();
 

@@ -14,8 +14,7 @@ struct AttachedImage {
     /// The image's own whole disk.
     DeviceIdentifier device;
     MountedVolume volume;
-    /// Tells this attachment from a later one that was given the same device name; zero when the system does
-    /// not say.
+    /// Tells this attachment from a later one with the same device name; zero when the system does not say.
     std::uint64_t attachment = 0;
 
     friend bool operator==(const AttachedImage&, const AttachedImage&) = default;

@@ -11,8 +11,8 @@
 
 namespace ramdisk {
 
-/// One attached image that lives in memory, as the disk-image tool lists it. The volume on it may sit on
-/// another disk number than the image itself: APFS puts it on a disk of its own.
+/// One attached image in memory, as the disk-image tool lists it. Its volume may have another disk number
+/// than the image itself: APFS puts it on a disk of its own.
 struct AttachedRamImage {
     /// The image's own whole disk.
     DeviceIdentifier device;

@@ -11,10 +11,10 @@
 
 namespace ramdisk {
 
-/// Lays volumes on devices with macOS's disk utility, mounts them and marks them.
+/// Makes volumes on devices with macOS's disk utility, mounts them and marks them.
 ///
-/// A crash on the way leaves an attached device without our mark: it is listed, as a disk of somebody else's.
-/// Passphrases reach the tool on its standard input and are wiped right after.
+/// A crash meanwhile leaves an attached device without our mark. It is listed as a disk that another program
+/// made. Passphrases reach the tool on its standard input and are wiped right after.
 class DiskUtilVolumeFormatter final : public VolumeFormatting, public VolumeMarking {
 public:
     struct Ports {

@@ -7,7 +7,7 @@
 
 namespace ramdisk {
 
-/// Renames volumes with macOS's disk utility. A private mount keeps the folder that it was mounted on.
+/// Renames volumes with macOS's disk utility. A privately mounted volume keeps its mount folder.
 class DiskUtilVolumeRenamer final : public VolumeRenaming {
 public:
     explicit DiskUtilVolumeRenamer(std::shared_ptr<CommandRunning> runner);

@@ -8,8 +8,8 @@
 
 namespace ramdisk {
 
-/// Saves the files of disks into sparse images that macOS's own tools make, fill and open, so that a saved
-/// copy can be opened on any Mac without this system.
+/// Saves the files of disks into sparse images, which macOS's own tools make, fill and open. So a saved copy
+/// can be opened on any Mac without this system.
 class HDIUtilContentArchiver final : public SavedContentsArchiver {
 public:
     HDIUtilContentArchiver(HDIUtilImages::Ports ports,

@@ -12,7 +12,7 @@
 namespace ramdisk {
 
 /// macOS's half of saving: sparse images with a case-sensitive APFS volume, filled by `ditto`. Every save
-/// makes a new image from nothing, since the tools cannot tell what changed since the last one.
+/// makes a new image from nothing, since the tools cannot tell what has changed.
 class HDIUtilImageTool final : public SavedImageTool {
 public:
     HDIUtilImageTool(HDIUtilImages::Ports ports, std::shared_ptr<const VolumeStatisticsReading> statistics);
@@ -31,7 +31,7 @@ private:
     class SparseImage;
 
     /// Null for an image that is not encrypted.
-    /// @throws RamDiskError `missing` when it is and there is no passphrase for it.
+    /// @throws RamDiskError `missing` when it is encrypted and there is no passphrase for it.
     [[nodiscard]] const VolumePassphrase* passphraseFor(const std::filesystem::path& image,
                                                         const VolumeProtection& protection,
                                                         const RamDiskError& missing) const;
@@ -40,7 +40,7 @@ private:
     HDIUtilImages images_;
     std::shared_ptr<const VolumeStatisticsReading> statistics_;
     std::mutex mutex_;
-    /// The volume from which each image that is not verified yet was filled.
+    /// For each image that is not verified yet, the volume from which it was filled.
     std::map<std::filesystem::path, std::filesystem::path> filledFrom_;
 };
 

@@ -17,9 +17,9 @@ namespace ramdisk {
 
 /// Makes, opens and closes sparse images with macOS's disk-image tool.
 ///
-/// An attached image belongs to the operating system: it outlives a process that dies. It is found again by
-/// its file or by its mount point, which is a folder of its own, "RamDisk-" and a UUID, that nobody else
-/// uses.
+/// An attached image belongs to the operating system and outlives a process that dies. It is found again by
+/// its file or by its mount point. The mount point is a folder of its own, "RamDisk-" and a UUID, which
+/// nobody else uses.
 class HDIUtilImages {
 public:
     enum class Access { readOnly, readWrite };
@@ -36,7 +36,7 @@ public:
 
     explicit HDIUtilImages(Ports ports);
 
-    /// Makes a new image with an empty volume; a size of less than a mebibyte does not count. The passphrase
+    /// Makes a new image with an empty volume. A part of a mebibyte in the size is dropped. The passphrase
     /// may be null.
     /// @throws CommandFailure
     void create(const std::filesystem::path& image, ByteCount size, const std::string& volumeName,
@@ -45,12 +45,12 @@ public:
     /// @throws RamDiskError `imageUnreadable` when the file is no image.
     [[nodiscard]] bool isEncrypted(const std::filesystem::path& image) const;
 
-    /// How the list of open images has this one; absent when it is not open.
+    /// The entry of this image in the list of open images. Absent when it is not open.
     /// @throws RamDiskError `imageStateUnknown`
     [[nodiscard]] std::optional<HDIUtilInfoParser::Image> openState(const std::filesystem::path& image) const;
 
-    /// Opens an image that is not open. The passphrase is that of an encrypted image, else null.
-    /// @throws RamDiskError `incorrectPassphrase`, `imageUnreadable`, `imageStateUnknown`, with the image
+    /// Opens an image that is not open. The passphrase is null for an image that is not encrypted.
+    /// @throws RamDiskError `incorrectPassphrase`, `imageUnreadable`, `imageStateUnknown`; the image is then
     ///         closed.
     [[nodiscard]] AttachedImage open(const std::filesystem::path& image, Access access,
                                      const VolumePassphrase* passphrase) const;
@@ -61,7 +61,8 @@ public:
     /// Does nothing to an image that somebody else has closed.
     [[nodiscard]] Closing close(const AttachedImage& image, Force force) const noexcept;
 
-    /// Closes an image that a process which is gone left open at a mount point of ours. Leaves any other.
+    /// Closes an image that a dead process left open at one of our mount points. Leaves any other image
+    /// alone.
     /// @returns whether the image is closed.
     bool closeAbandoned(const std::filesystem::path& image) const noexcept;
 

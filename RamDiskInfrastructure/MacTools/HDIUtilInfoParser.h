@@ -33,12 +33,12 @@ public:
         std::vector<Image> images;
     };
 
-    /// The list of attached images; a key that is missing is no error, and unknown keys are passed over.
+    /// The list of attached images. A missing key is no error, and unknown keys are skipped.
     /// @throws PropertyListError when `data` is no property list or a known key holds another type.
     [[nodiscard]] static Info info(std::string_view data);
 
-    /// Those images of `info` that live in memory and have a device, in the tool's order.
-    /// @throws PropertyListError as `info`, and when a size is not one that a disk can have.
+    /// The images of `info` that are in memory and have a device, in the tool's order.
+    /// @throws PropertyListError as `info`, and when a size is impossible for a disk.
     [[nodiscard]] static std::vector<AttachedRamImage> ramImages(std::string_view data);
 };
 

@@ -13,8 +13,8 @@
 
 namespace ramdisk {
 
-/// The RAM disks that macOS's disk-image tool lists, with what the system knows of their volumes. One run of
-/// the tool a listing; nothing is kept between listings.
+/// The RAM disks in the list of macOS's disk-image tool, with what the system knows about their volumes. Each
+/// listing runs the tool once. Nothing is kept between listings.
 class HDIUtilRamDiskInventory final : public RamDiskInventory {
 public:
     struct Ports {

@@ -16,7 +16,7 @@ struct HostMemoryPages {
     std::uint64_t internal = 0;
 };
 
-/// Everything that a reading of the machine's memory starts from.
+/// Everything that is read to compute the machine's memory.
 struct HostMemoryReading {
     std::uint64_t physicalBytes = 0;
     std::uint64_t pageSize = 0;
@@ -27,8 +27,8 @@ struct HostMemoryReading {
     std::optional<std::int32_t> pressureLevel;
 };
 
-/// The reading in bytes. Sums and products too large for 64 bits stay at the largest number, so that nothing
-/// is then reported as available. Without `pages` everything is available and the pressure is normal.
+/// The reading in bytes. Sums and products that do not fit into 64 bits become the largest number, so that
+/// nothing is reported as available then. Without `pages` everything is available and the pressure is normal.
 [[nodiscard]] SystemMemory systemMemory(const HostMemoryReading& reading);
 
 } // namespace ramdisk

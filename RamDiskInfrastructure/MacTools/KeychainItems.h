@@ -10,8 +10,8 @@
 
 namespace ramdisk {
 
-/// The calls to the keychain that are made, on generic-password items of a service. Each gives back the
-/// keychain's own status, 0 for success.
+/// The calls to the keychain, on generic-password items of a service. Each returns the keychain's own status;
+/// 0 is success.
 class KeychainItems : public Port {
 public:
     struct Data {
@@ -30,13 +30,13 @@ public:
 
     [[nodiscard]] virtual Data copyData(const Item& item) = 0;
     [[nodiscard]] virtual std::int32_t update(const Item& item, const VolumePassphrase& secret) = 0;
-    /// The item can be read from the first unlock after a start of this machine on, and on no other machine.
+    /// The item can be read from the first unlock after a start of this machine, and on no other machine.
     [[nodiscard]] virtual std::int32_t add(const Item& item, const VolumePassphrase& secret,
                                            const std::string& label) = 0;
     [[nodiscard]] virtual std::int32_t remove(const Item& item) = 0;
     [[nodiscard]] virtual Accounts accounts(const std::string& service) = 0;
 
-    /// What the system says of a status; absent when it has no text for it.
+    /// The system's text for a status. Absent when it has none.
     [[nodiscard]] virtual std::optional<std::string> message(std::int32_t status) = 0;
 };
 

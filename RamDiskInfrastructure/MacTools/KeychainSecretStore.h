@@ -11,7 +11,7 @@ namespace ramdisk {
 /// Secrets as generic passwords in the user's keychain.
 class KeychainSecretStore final : public SecretStoring {
 public:
-    /// The keychain refused; reads as the system's text for the status where there is one.
+    /// The keychain refused. The text is the system's text for the status, if there is one.
     class KeychainError : public std::exception {
     public:
         KeychainError(std::int32_t status, std::optional<std::string> message);
@@ -28,7 +28,7 @@ public:
         : service_(std::move(service)),
           items_(std::move(items)) {}
 
-    /// All of them: @throws KeychainError for every status but success and "no such item".
+    /// All of these: @throws KeychainError for every status but success and "no such item".
     [[nodiscard]] std::optional<VolumePassphrase> read(const std::string& account) override;
     void store(const std::string& account, const VolumePassphrase& secret) override;
     void remove(const std::string& account) override;

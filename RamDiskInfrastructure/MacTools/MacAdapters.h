@@ -14,7 +14,7 @@
 
 namespace ramdisk {
 
-/// What the tool-driven adapters need of a Mac: its tools, and what its frameworks tell.
+/// What the adapters that drive tools need from a Mac: its tools, and what its frameworks report.
 struct MacAdapters {
     std::shared_ptr<CommandRunning> runner;
     RamDeviceAllocator::AttachMethod method = RamDeviceAllocator::AttachMethod::diskImages2;
@@ -30,7 +30,7 @@ struct MacAdapters {
     std::shared_ptr<const StartupDiskNaming> startupDisks = nullptr;
 };
 
-/// The use cases over those adapters.
+/// Builds the use cases with those adapters.
 [[nodiscard]] RamDiskServices makeMacServices(const MacAdapters& adapters);
 
 /// What saves the disks' files and puts them back.

@@ -8,10 +8,10 @@
 
 namespace ramdisk {
 
-/// Tells one medium from a later one that was given the same device name.
+/// Tells one medium from a later one with the same device name.
 class MediaIdentifying : public Port {
 public:
-    /// The identifier of the medium that has the name now; no medium ever gets another's. Absent when there
+    /// The identifier of the medium that has the name now. No two media ever have the same. Absent when there
     /// is none. Safe from any thread.
     [[nodiscard]] virtual std::optional<std::uint64_t> identifier(const std::string& bsdName) = 0;
 };

@@ -11,15 +11,15 @@ namespace ramdisk {
 
 /// The folder in the user's home that holds the mount points of disks which nobody else may open.
 ///
-/// Mount points are plain empty folders. A crash leaves at most such a folder behind, and the next eject or
-/// private mount removes it. Several processes may use the directory at once: an advisory lock on it keeps
-/// one from removing the still empty mount point of another.
+/// Mount points are plain empty folders. A crash leaves at most such a folder, and the next eject or private
+/// mount removes it. Several processes may use the directory at once. An advisory lock on it keeps one
+/// process from removing the still empty mount point of another.
 class PrivateMounts {
 public:
-    /// Makes a device's block and raw nodes the owner's alone. False when others could still open them.
+    /// Gives a device's block and raw nodes to their owner alone. False when others could still open them.
     using CloseDevice = std::function<bool(const DeviceIdentifier&)>;
 
-    /// A fresh mount point; its folder goes with this value unless `keep` was called.
+    /// A new mount point. Its folder is removed with this object unless `keep` was called.
     class MountPoint {
     public:
         MountPoint(MountPoint&& other) noexcept;
@@ -48,12 +48,12 @@ public:
     /// Whether `mountPoint` lies inside the directory.
     [[nodiscard]] bool contains(const std::filesystem::path& mountPoint) const;
 
-    /// Makes an empty folder for a volume, and the directory itself (mode 0700) where it is missing. The
-    /// folder has the volume's name; where that is taken, with a number behind it.
+    /// Makes an empty folder for a volume, and the directory itself (mode 0700) if it is missing. The folder
+    /// has the volume's name; if that is taken, a number follows it.
     /// @throws std::system_error
     [[nodiscard]] MountPoint makeMountPoint(std::string_view volumeName) const;
 
-    /// Removes the folders of volumes that are gone. Never touches a folder with something in it, and does
+    /// Removes the folders of volumes that are gone. Never touches a folder that is not empty, and does
     /// nothing while another process is mounting.
     void removeEmptyMountPoints() const noexcept;
 

@@ -10,7 +10,7 @@
 
 namespace ramdisk {
 
-/// A text is no property list, or holds another type than the reader needs.
+/// A text is not a property list, or holds a type other than the reader needs.
 class PropertyListError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
@@ -18,7 +18,7 @@ public:
 
 /// One value inside a `PropertyList`, which must outlive it.
 ///
-/// Every reader checks the type of what it reads: the library underneath would hand out zeros and nulls.
+/// Every reader checks the type of what it reads, since the library underneath would return zeros and nulls.
 class PropertyListNode {
 public:
     /// The value under `key`; absent when the dictionary does not have it.
@@ -33,7 +33,8 @@ public:
     /// @throws PropertyListError when this is no text.
     [[nodiscard]] std::string string() const;
 
-    /// A count. The library reads -5 as a huge number, so whatever no signed 64-bit number holds is refused.
+    /// A count. The library reads -5 as a huge number, so anything that does not fit into a signed 64-bit
+    /// number is refused.
     /// @throws PropertyListError when this is no whole number, is negative or is that large.
     [[nodiscard]] std::uint64_t unsignedInteger() const;
 
@@ -51,7 +52,7 @@ private:
     [[noreturn]] void refuse(const char* wanted) const;
 
     void* node_;
-    /// The key or position by which the parent holds this value, for messages.
+    /// The key or index by which the parent holds this value, for messages.
     std::string name_;
 };
 

@@ -14,8 +14,8 @@ namespace ramdisk {
 /// moment it is attached, so a crash leaves it attached and listed.
 class RamDeviceAllocator final : public RamDeviceAllocating {
 public:
-    /// How a device is attached: through the disk utility, falling back to the disk-image tool, or through
-    /// the disk-image tool at once.
+    /// How a device is attached: with the disk utility, which falls back to the disk-image tool, or with the
+    /// disk-image tool at once.
     enum class AttachMethod { diskImages2, classic };
 
     struct Ports {
@@ -23,7 +23,7 @@ public:
         AttachMethod method = AttachMethod::diskImages2;
         /// Null where no disk is ever mounted privately.
         std::shared_ptr<const PrivateMounts> privateMounts;
-        /// Asked after a failed detach, which may have worked all the same.
+        /// Called after a failed detach, which may have worked nevertheless.
         std::function<bool(const DeviceIdentifier&)> isAttached;
         /// Tells an attachment from a later one with the same device name.
         std::shared_ptr<MediaIdentifying> media;

@@ -6,12 +6,12 @@
 #include <optional>
 #include <string_view>
 
-/// What the adapters look for in the tools' texts. The patterns are few and the texts may be long, so they
-/// are matched by hand: the standard library's regular expressions recurse once a character.
+/// Finds what the adapters look for in the tools' texts. The patterns are few and the texts may be long, so
+/// they are matched by hand: the standard library's regular expressions recurse once for each character.
 namespace ramdisk {
 
 /// The first whole disk that a text names: the group of (?:\/dev\/)?\b(disk[0-9]+)\b. Slices such as disk4s1
-/// and raw nodes such as rdisk4 are passed over.
+/// and raw nodes such as rdisk4 are skipped.
 [[nodiscard]] std::optional<DeviceIdentifier> firstWholeDisk(std::string_view text);
 
 /// The container that `diskutil apfs createContainer` made: the group of Disk from APFS operation:
@@ -22,8 +22,8 @@ namespace ramdisk {
 /// it wrote.
 [[nodiscard]] bool saysBusy(const CommandOutput& output);
 
-/// Whether a failed attach says that the image does not open with this passphrase: by its error number, which
-/// is 80, or by its name where the tool speaks English.
+/// Whether a failed attach says that the passphrase is wrong: by its error number, 80, or by its name if the
+/// tool speaks English.
 [[nodiscard]] bool saysWrongPassphrase(const CommandOutput& output);
 
 } // namespace ramdisk

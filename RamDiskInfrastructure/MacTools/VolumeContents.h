@@ -11,9 +11,9 @@
 
 namespace ramdisk {
 
-/// The users' files on a mounted volume: everything on it but what macOS keeps for itself in its root folder
-/// (search index, change log, trash), which mostly nobody else may read, and the root folder itself, whose
-/// mark belongs to the volume. No link is followed.
+/// The users' files on a mounted volume. Left out are the root folder itself, whose mark belongs to the
+/// volume, and what macOS keeps for itself there (search index, change log, trash), which mostly nobody else
+/// may read. No link is followed.
 class VolumeContents {
 public:
     /// What of an item tells whether it changed.
@@ -31,7 +31,7 @@ public:
     /// @throws SystemCallError
     [[nodiscard]] Status status() const;
 
-    /// Copies the items with all their metadata; folders of one name are merged, anything else of the same
+    /// Copies the items with all their metadata. Folders of one name are merged; anything else of the same
     /// name is replaced. Sockets and device nodes are left out.
     /// @throws CommandFailure, SystemCallError
     void copyFrom(const VolumeContents& source, CommandRunning& runner,
@@ -40,15 +40,15 @@ public:
     /// @throws std::filesystem::filesystem_error
     void removeAll() const;
 
-    /// The first item that is not of the same kind or content in `other`, or is in one of them only.
+    /// The first item that differs in kind or content from that in `other`, or exists in only one of them.
     /// @throws SystemCallError
     [[nodiscard]] std::optional<std::filesystem::path> firstDifference(const VolumeContents& other) const;
 
-    /// Whether the volume takes names that differ only in letter case for one name. Tried with an item of our
-    /// own, or where none can be made, with one that is there; false when neither can tell.
+    /// Whether the volume ignores letter case in names. This is tried with an item of our own or, if none can
+    /// be made, with one that exists. False when neither can tell.
     [[nodiscard]] bool mergesNames() const;
 
-    /// Whether there are items here which `target` could not hold beside each other.
+    /// Whether there are items here whose names would be one name on `target`.
     /// @throws SystemCallError
     [[nodiscard]] bool hasNamesMergedOn(const VolumeContents& target) const;
 

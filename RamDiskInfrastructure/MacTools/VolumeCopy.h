@@ -20,9 +20,9 @@ void walkVolume(const std::filesystem::path& root, const FolderVisitor& visitor)
 
 /// One copy of the users' files on a volume to another volume.
 ///
-/// `ditto` copies what a folder holds but follows a link that it is given as an argument, and stops at the
-/// first folder that it may not read. So the items of the root are handed to it one by one, the plain files
-/// together; links and pipes there are made here, and so are second names of one file in two of these items.
+/// `ditto` copies the contents of a folder, but follows a link that it gets as an argument, and stops at the
+/// first folder that it may not read. So it gets the items of the root one by one, and the plain files
+/// together. Links and pipes of the root are made here, and so are hard links between two of these items.
 class VolumeCopy {
 public:
     VolumeCopy(std::filesystem::path from, std::filesystem::path to, CommandRunning& runner,

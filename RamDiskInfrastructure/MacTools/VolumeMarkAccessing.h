@@ -19,7 +19,7 @@ public:
     virtual void write(const std::filesystem::path& volume, const UUID& instance) = 0;
 };
 
-/// What an attribute's value says; absent stands for a missing attribute.
+/// What an attribute's value says. An absent value means that there is no attribute.
 [[nodiscard]] VolumeMark::Reading markReading(const std::optional<std::string>& value);
 
 } // namespace ramdisk

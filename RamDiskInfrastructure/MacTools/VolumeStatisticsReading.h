@@ -10,7 +10,7 @@
 
 namespace ramdisk {
 
-/// What the operating system says of a mounted volume. What it does not say is absent.
+/// What the operating system says about a mounted volume. What it does not say is absent.
 struct VolumeStatistics {
     std::optional<std::string> name;
     /// The format as users read it, such as "Mac OS Extended (Journaled)".

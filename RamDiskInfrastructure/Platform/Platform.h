@@ -13,8 +13,8 @@
 
 namespace ramdisk {
 
-/// A setting that only this platform has, kept in the user defaults under its name and no part of what is
-/// exported to other machines. Is true or false.
+/// A setting that only this platform has: true or false. It is kept in the user defaults under its name, and
+/// is not exported to other machines.
 struct PlatformSetting {
     std::string_view name;
     bool defaultValue = false;
@@ -26,15 +26,15 @@ struct Platform {
     PlatformStores stores;
     /// Puts this user's folder redirects in place.
     std::shared_ptr<FolderRedirecting> redirecting;
-    /// What can be done to delay a shutdown. Asks nobody until it is started.
+    /// Delays a shutdown, where that is possible. Asks nobody before it is started.
     std::shared_ptr<ShutdownDelaying> shutdownDelay;
     /// This platform's own settings, valid for the life of the process.
     std::span<const PlatformSetting> settings;
 };
 
-/// Builds this platform for this user. Opens no file, starts no thread and touches nothing before it is used.
-/// `notice` is told what the user should know of the way in which this machine makes disks, at most once each
-/// time it matters.
+/// Builds this platform for this user. Opens no file, starts no thread and changes nothing before it is used.
+/// `notice` gets sentences that the user should know about the way in which this machine makes disks, each at
+/// most once per case.
 /// @throws std::exception when a variable of the environment has an invalid value.
 [[nodiscard]] Platform makePlatform(std::function<void(std::string)> notice);
 

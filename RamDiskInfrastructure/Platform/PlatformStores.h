@@ -17,7 +17,7 @@ namespace ramdisk {
 
 /// Everything that is kept between launches. Making it opens no file and starts no thread.
 struct PlatformStores {
-    /// The folder that most of it lies in.
+    /// The folder that holds most of it.
     std::filesystem::path applicationSupport;
     std::shared_ptr<UserDefaultsStoring> defaults;
     std::shared_ptr<PreferencesStoring> preferences;
@@ -30,8 +30,8 @@ struct PlatformStores {
     std::shared_ptr<SecretStoring> secrets;
 };
 
-/// The stores in an application support folder, over the given user defaults and the platform's own place for
-/// secrets.
+/// Builds the stores in an application support folder, on top of the given user defaults and the platform's
+/// own store for secrets.
 [[nodiscard]] PlatformStores makeStores(const std::filesystem::path& applicationSupport,
                                         std::shared_ptr<UserDefaultsStoring> defaults,
                                         std::shared_ptr<SecretStoring> secrets);

@@ -5,8 +5,8 @@
 
 #include <sys/types.h>
 
-/// The folders that tools are given on a disk. They lie together in one folder of it, so that they never meet
-/// a folder of the user's, and so that a path alone tells that we wrote it, long after the disk is gone.
+/// The folders that tools get on a disk. All lie in one folder of the disk. So they never collide with a
+/// folder of the user's, and a path alone shows that this system wrote it, even long after the disk is gone.
 namespace ramdisk {
 
 /// Who may use a folder.
@@ -20,18 +20,19 @@ struct FolderAccess {
 [[nodiscard]] std::filesystem::path folderOnDisk(const std::filesystem::path& mountPoint,
                                                  const std::string& name);
 
-/// Whether this path was made by `folderOnDisk` for this name, on whatever disk.
+/// Whether `folderOnDisk` made this path for this name, on any disk.
 [[nodiscard]] bool isFolderOnDisk(const std::filesystem::path& path, const std::string& name);
 
-/// Whether there is such a folder, and no link in its place.
+/// Whether the folder exists and is not a link.
 [[nodiscard]] bool existsOnDisk(const std::filesystem::path& mountPoint, const std::string& name);
 
-/// Makes the folder, or takes the one that is there with all that it holds, and gives it that access.
-/// @throws SystemCallError; std::runtime_error when the disk cannot keep others out who are to be kept out.
+/// Makes the folder and gives it that access. If it exists, its contents stay.
+/// @throws SystemCallError; std::runtime_error when the disk cannot keep other users out although the access
+///         demands it.
 void makeFolderOnDisk(const std::filesystem::path& mountPoint, const std::string& name,
                       const FolderAccess& access);
 
-/// Who may use the home folder, as owner of what is made in it.
+/// Access for the owner of the home folder alone.
 /// @throws SystemCallError
 [[nodiscard]] FolderAccess privateAccessOfOwner(const std::filesystem::path& home);
 

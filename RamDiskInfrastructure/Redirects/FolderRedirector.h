@@ -12,12 +12,12 @@
 
 namespace ramdisk {
 
-/// Gives each target to the redirector of its kind.
+/// Passes each target to the redirector of its kind.
 class FolderRedirector final : public FolderRedirecting {
 public:
     struct Parts {
         std::filesystem::path home;
-        /// Folders of this system's own, which nothing may move.
+        /// Folders of this system's own, which must not be moved.
         std::vector<std::filesystem::path> reserved{};
         std::shared_ptr<SessionEnvironment> environment{};
         /// Null where there is no Xcode.

@@ -9,20 +9,20 @@
 
 namespace ramdisk {
 
-/// The folders above a redirected one that had to be made for it, such as a ~/.cache that nobody had yet.
+/// The folders above a redirected one that had to be made for it, such as a ~/.cache that did not exist.
 ///
-/// Each holds a marker file named after the redirect, so that they can be told from folders of the user's and
-/// removed again, once nothing else is in them. They are made, and removed, under a hidden name and change
-/// names in one step: a crash leaves nothing that could be taken for a folder of the user's.
+/// Each holds a marker file named after the redirect. The marker tells it from the user's folders, so that it
+/// can be removed again when nothing else is in it. It is made and removed under a hidden name, and changes
+/// its name in one step. So a crash leaves nothing that looks like a folder of the user's.
 class MadeFolders {
 public:
     MadeFolders(std::filesystem::path home, const UUID& redirect, StepObserver observer);
 
-    /// Makes what is missing of the way.
+    /// Makes the missing folders.
     /// @throws SystemCallError
     void make(const OpenedFolder& existing) const;
 
-    /// Removes what `make` made on the way to `relative`, as far as nothing else is in it.
+    /// Removes what `make` made on the way to `relative`, unless something else is in it.
     /// @throws SystemCallError
     void remove(const std::filesystem::path& relative) const;
 

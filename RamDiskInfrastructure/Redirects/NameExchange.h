@@ -4,25 +4,25 @@
 
 #include <string>
 
-/// Renaming that the standard library lacks, inside one open folder. What the kernel does of it in
-/// one step, each platform calls from a file of its own.
+/// Renaming inside one open folder, in ways that the standard library lacks. Each platform calls its kernel
+/// from a file of its own.
 namespace ramdisk {
 
-/// Whether a folder and its link may trade names in one step. `never` is for file systems that cannot, and
-/// for tests of what is done there.
+/// Whether a folder and its link may exchange names in one step. `never` is for tests of what is done on file
+/// systems that cannot.
 enum class NameExchange { whereSupported, never };
 
-/// Has two names trade what they stand for, at once: nobody ever finds one of them missing.
+/// Exchanges two names in one step, so that neither is ever missing.
 /// @returns 0, or the errno of the failure; `isExchangeMissing` tells whether this file system cannot.
 [[nodiscard]] int exchangeNames(const FileDescriptor& folder, const std::string& one,
                                 const std::string& other) noexcept;
 
-/// Renames only if nothing has the new name, in one step.
+/// Renames in one step, unless the new name exists already.
 /// @returns 0, or the errno of the failure; `isExchangeMissing` tells whether this file system cannot.
 [[nodiscard]] int renameExclusively(const FileDescriptor& folder, const std::string& from,
                                     const std::string& to) noexcept;
 
-/// The same wherever the folder lies; where the file system cannot do it in one step, with a look before.
+/// The same on every file system. Where it cannot be done in one step, the new name is looked up first.
 /// @returns 0, or the errno of the failure: EEXIST when something has the name.
 [[nodiscard]] int renameToFreeName(const FileDescriptor& folder, const std::string& from,
                                    const std::string& to) noexcept;

@@ -8,11 +8,11 @@
 
 namespace ramdisk {
 
-/// Has npm keep its cache on a disk, by one line of the user's .npmrc.
+/// Keeps npm's cache on a disk, by one line of the user's .npmrc.
 ///
-/// The file often holds tokens: what replaces it is never readable by anybody who could not read it before.
-/// It is replaced as a whole, so npm reads the old one or the new one, and a line that the user changed
-/// meanwhile is his.
+/// The file often holds tokens. So its replacement is never readable by anybody who could not read the file
+/// before. It is replaced as a whole, so npm reads the old file or the new one. A line that the user changed
+/// meanwhile is left alone.
 class NpmCacheRedirector {
 public:
     NpmCacheRedirector(std::filesystem::path home, StepObserver observer);
@@ -28,8 +28,8 @@ public:
     [[nodiscard]] bool isInForce(const RedirectDestination& destination) const;
 
 private:
-    /// The file that is to be changed, links followed.
-    /// @throws std::runtime_error when that is no file, or none of the home folder.
+    /// The file to change, after following links.
+    /// @throws std::runtime_error when it is not a file, or not below the home folder.
     [[nodiscard]] std::filesystem::path file() const;
 
     std::filesystem::path home_;

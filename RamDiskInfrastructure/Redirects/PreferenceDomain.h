@@ -9,14 +9,14 @@
 
 namespace ramdisk {
 
-/// Texts among the user defaults of another application.
+/// The texts in another application's user defaults.
 class PreferenceDomain {
 public:
     explicit PreferenceDomain(std::shared_ptr<UserDefaultsStoring> defaults)
         : defaults_(std::move(defaults)) {}
 
     /// Absent when the key is not set.
-    /// @throws std::runtime_error when it holds something else than a text, which could not be put back.
+    /// @throws std::runtime_error when it holds something other than a text, which could not be restored.
     [[nodiscard]] std::optional<std::string> text(const std::string& key) const;
 
     /// Sets the key, or removes it.

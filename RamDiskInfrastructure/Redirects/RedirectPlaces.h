@@ -4,14 +4,14 @@
 
 #include <filesystem>
 
-/// Where tools keep their folders, which differs from platform to platform.
+/// Where tools keep their folders. This differs between platforms.
 namespace ramdisk {
 
 /// Where the cache lies, relative to the home folder.
 [[nodiscard]] std::filesystem::path folderOfCache(KnownCache cache);
 
-/// A path below the home folder in a form in which equal folders have equal paths: where names that differ in
-/// letter case are one, they are here too.
+/// A path below the home folder, in a form in which equal folders have equal paths. Where file names ignore
+/// letter case, this form does too.
 [[nodiscard]] std::filesystem::path comparableFolder(const std::filesystem::path& relative);
 
 } // namespace ramdisk

@@ -15,7 +15,7 @@ struct RedirectDestination {
     std::string name;
 };
 
-/// Tells the observer, where there is one, of the step that comes next.
+/// Calls the observer, if there is one, with the step that comes next.
 inline void tell(const StepObserver& observer, std::string_view step) {
     if (observer) {
         observer(step);

@@ -12,8 +12,8 @@
 
 namespace ramdisk {
 
-/// Has a symbolic link to a folder on a disk stand in the place of a folder of the home folder, and keeps the
-/// original beside it. It costs a few renames, however much the folder holds.
+/// Puts a symbolic link to a folder on a disk in the place of a folder below the home folder, and keeps the
+/// original beside it. This takes a few renames, however much the folder holds.
 ///
 /// docs/redirects.md lists the steps and what a crash after each of them leaves.
 class SymlinkFolderRedirector {
@@ -21,13 +21,13 @@ public:
     /// The folder that a redirect moves.
     struct Source {
         UUID redirect;
-        /// Below the home folder, normalised.
+        /// Relative to the home folder, normalised.
         std::filesystem::path folder;
         /// The name of the folder on the disk.
         std::string nameOnDisk;
     };
 
-    /// @param reserved folders of this system's own, which nothing may move.
+    /// @param reserved folders of this system's own, which must not be moved.
     SymlinkFolderRedirector(std::filesystem::path home, std::vector<std::filesystem::path> reserved,
                             StepObserver observer, NameExchange exchange = NameExchange::whereSupported);
 
@@ -38,7 +38,7 @@ public:
 
     /// Goes by what it finds. Killed at any step, it can be repeated with the same record.
     /// @param backup where the original was to be kept; absent when there was none.
-    /// @param link what the link says; absent when that was not recorded yet.
+    /// @param link where the link leads; absent when that was not recorded yet.
     /// @returns what the user should know.
     std::optional<std::string> undo(const Source& source, const std::optional<std::filesystem::path>& backup,
                                     const std::optional<std::string>& link) const;

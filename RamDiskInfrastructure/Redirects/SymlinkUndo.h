@@ -11,20 +11,20 @@
 
 namespace ramdisk {
 
-/// Brings a folder back into the place where a link was put, from wherever an `apply` or another undo was
-/// interrupted. It goes by what it finds under the three names: the folder's own, the backup's, and the one
-/// under which link and original trade places.
+/// Brings a folder back into the place of its link, wherever an `apply` or another undo was interrupted. It
+/// goes by what it finds under three names: the folder's own, the backup's, and the temporary one under which
+/// link and original exchange places.
 class SymlinkUndo {
 public:
     struct Names {
-        /// As messages call the folder.
+        /// The folder's name in messages.
         std::string shown;
         std::string folder;
         std::string temporary;
         std::optional<std::string> backup;
     };
 
-    /// @param isOurs whether a link that says this is the one that was put in place.
+    /// @param isOurs whether a link that leads there is the one that was put in place.
     SymlinkUndo(const OpenedFolder& folder, const Names& names,
                 const std::function<bool(const std::string&)>& isOurs, NameExchange exchange,
                 const StepObserver& observer);
@@ -33,7 +33,7 @@ public:
     /// @throws SystemCallError
     [[nodiscard]] std::optional<std::string> run() const;
 
-    /// The name that a redirect uses while names change places.
+    /// The temporary name of a redirect, used while names are exchanged.
     [[nodiscard]] static std::string temporaryName(const UUID& redirect) {
         return ".ramdisk-" + redirect.text();
     }
@@ -45,11 +45,11 @@ public:
 private:
     [[nodiscard]] bool isOurLink(const std::string& name) const;
     void remove(const std::string& link) const;
-    /// The name that the original has now, when that is not its own.
+    /// The name that the original has now, if that is not its own.
     [[nodiscard]] std::optional<std::string> findOriginal() const;
     void exchangeBack(const std::string& original) const;
     [[nodiscard]] std::optional<std::string> putBack(const std::string& original) const;
-    /// Moves what stands in the original's place out of the way.
+    /// Moves what is in the original's place out of the way.
     [[nodiscard]] std::optional<std::string> setAside() const;
 
     const OpenedFolder& folder_;

@@ -12,7 +12,7 @@ namespace ramdisk {
 class ApplicationSupportContentStorage final : public ContentStorageLocating {
 public:
     /// @param folder the application support folder.
-    /// @param tasks runs the bodies under locks, and outlives the futures given out.
+    /// @param tasks runs the bodies under locks. Must outlive the futures.
     ApplicationSupportContentStorage(const std::filesystem::path& folder,
                                      std::shared_ptr<TaskScheduling> tasks);
 

@@ -14,10 +14,10 @@ namespace ramdisk {
 
 /// Keeps processes, and tasks of one process, from doing the same thing at the same time.
 ///
-/// The lock hangs on an open descriptor of a companion file that holds no data: it ends when the descriptor
-/// is closed, so a crashed holder gives it up at once and nothing stale is ever left. The file is made on
-/// first use with its folder, and never deleted, since two processes could then hold locks on two files of
-/// one name. The lock is advisory and not recursive: who holds it and asks again waits for himself.
+/// The lock belongs to an open descriptor of a companion file without data. It ends when the descriptor is
+/// closed. So a holder that crashes releases it at once, and nothing stale is left. The file and its folder
+/// are made on first use. The file is never deleted: otherwise two processes could hold locks on two files of
+/// the same name. The lock is advisory and not recursive: a holder that asks for it again waits forever.
 class FileLock {
 public:
     static constexpr std::chrono::milliseconds firstWait{10};
@@ -27,7 +27,7 @@ public:
 
     [[nodiscard]] const std::filesystem::path& file() const noexcept { return file_; }
 
-    /// Blocks the thread until the lock is free, and holds it as long as the descriptor lives.
+    /// Blocks the thread until the lock is free, and holds it until the descriptor is closed.
     /// @throws std::system_error when the file cannot be made or locked.
     [[nodiscard]] FileDescriptor acquire() const;
 
@@ -35,10 +35,10 @@ public:
     /// @throws std::system_error as above.
     [[nodiscard]] std::optional<FileDescriptor> tryAcquire() const;
 
-    /// Runs `body` on `tasks` once the lock is free, however long that takes: attempts follow after 10, 20,
-    /// 40, 80, 160 and then every 250 ms. Between two attempts a waiting body holds neither a thread nor a
-    /// descriptor, so that thousands may wait. The lock is free again when the future ends, which passes on
-    /// what the body threw, or why the file could not be locked. `tasks` outlives the wait.
+    /// Runs `body` on `tasks` once the lock is free, however long that takes. It tries again after 10, 20,
+    /// 40, 80, 160 and then every 250 ms. Between two tries a waiting body holds neither a thread nor a
+    /// descriptor, so thousands may wait. When the future ends, the lock is free again. The future passes on
+    /// what the body threw, or why the file could not be locked. `tasks` must outlive the wait.
     [[nodiscard]] std::future<void> withLock(TaskScheduling& tasks, std::function<void()> body) const;
 
     /// Whether somebody holds the lock now. False when that cannot be told.

@@ -9,7 +9,7 @@
 
 namespace ramdisk {
 
-/// Keeps the startup disks in "Startup Disks.json". Opens no file before it is asked.
+/// Keeps the startup disks in "Startup Disks.json". Opens no file before it is used.
 class FileProfileRepository final : public ProfileRepository, public StartupDiskNaming {
 public:
     /// @param defaults where earlier versions kept the list; null where there were none.

@@ -9,10 +9,10 @@
 
 namespace ramdisk {
 
-/// Keeps the folder redirects in "Folder Redirects.json". Opens no file before it is asked.
+/// Keeps the folder redirects in "Folder Redirects.json". Opens no file before it is used.
 class FileRedirectRepository final : public RedirectRepository {
 public:
-    /// @param tasks runs the bodies of updates, and outlives the futures given out.
+    /// @param tasks runs the bodies of updates. Must outlive the futures.
     /// @param defaults where earlier versions kept the list; null where there were none.
     FileRedirectRepository(const std::filesystem::path& folder, std::shared_ptr<TaskScheduling> tasks,
                            std::shared_ptr<UserDefaultsStoring> defaults = nullptr);

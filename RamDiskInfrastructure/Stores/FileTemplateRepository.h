@@ -8,7 +8,7 @@
 
 namespace ramdisk {
 
-/// Keeps the user's templates in "Templates.json". Opens no file before it is asked.
+/// Keeps the user's templates in "Templates.json". Opens no file before it is used.
 class FileTemplateRepository final : public TemplateRepository {
 public:
     /// @param defaults where earlier versions kept the list; null where there were none.

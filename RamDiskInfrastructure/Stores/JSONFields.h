@@ -11,13 +11,13 @@
 #include <stdexcept>
 #include <string>
 
-/// Reading stored values with nothing taken for granted. The library turns -1 and 1.5 into an unsigned number
-/// without a word; everything that is read goes through these instead.
+/// Strict reading of stored values. The JSON library silently turns -1 and 1.5 into an unsigned number. So
+/// everything is read through these functions.
 namespace ramdisk {
 
 using Json = nlohmann::ordered_json;
 
-/// A stored value that is not what it must be.
+/// A stored value is not what it has to be.
 class DecodingError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;

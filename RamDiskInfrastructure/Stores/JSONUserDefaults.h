@@ -10,11 +10,12 @@
 
 namespace ramdisk {
 
-/// User defaults for platforms that have none: one JSON object in a file per domain, changed under its lock.
+/// User defaults for platforms that have none. Each domain is one JSON object in a file, which is changed
+/// under its lock.
 ///
-/// Changes are atomic and durable like those of the stored lists. A file that is no JSON object counts as
-/// empty and is set aside by the next change. Values that this system cannot read, null among them, are left
-/// in the file as they are and count as not set.
+/// Changes are atomic and durable, like those of the stored lists. A file that is not a JSON object counts as
+/// empty, and the next change sets it aside. Values that this system cannot read, such as null, stay in the
+/// file and count as not set.
 class JSONUserDefaults final : public UserDefaultsStoring {
 public:
     /// The file is DOMAIN.json in `folder`, beside DOMAIN.lock.

@@ -10,16 +10,16 @@
 
 namespace ramdisk {
 
-/// What stands in the place of a file that is to be replaced.
+/// What a file holds that is about to be replaced.
 enum class FormerContent {
     /// Nothing, or what the reader understood.
     readable,
-    /// Something that he did not, so that it is worth keeping.
+    /// Something that the reader did not understand, so it is worth keeping.
     unreadable,
 };
 
-/// A small file that several processes read, and change under a lock; the common ground of the stored lists
-/// and of the user defaults.
+/// A small file that several processes read, and change under a lock. The stored lists and the user defaults
+/// are built on it.
 class LockedFile {
 public:
     using Clock = std::chrono::system_clock::time_point (*)();
@@ -35,15 +35,15 @@ public:
     /// The content, read without the lock; absent when there is no file or it cannot be read.
     [[nodiscard]] std::optional<std::string> read() const;
 
-    /// Whether anything stands under the file's name.
+    /// Whether there is anything with the file's name.
     [[nodiscard]] bool exists() const;
 
-    /// Removes what killed processes left of their changes. Changes under way are left alone.
+    /// Removes the unfinished changes of killed processes. Changes that are going on are left alone.
     void clearUp() const noexcept;
 
-    /// Replaces the content, atomically and durably. What nobody could read is first set aside in the same
-    /// folder, as NAME.unreadable-SECONDS.json.
-    /// @throws std::system_error with the former content in its place.
+    /// Replaces the content, atomically and durably. Content that nobody could read is first set aside in the
+    /// same folder, as NAME.unreadable-SECONDS.json.
+    /// @throws std::system_error; the former content is then still in place.
     void replace(std::string_view content, FormerContent former) const;
 
 private:

@@ -14,11 +14,11 @@ namespace ramdisk {
 
 /// A list of records in one JSON file that several processes change.
 ///
-/// Nothing is kept in memory: every call reads the file anew. Readers take no lock, since the file is only
-/// ever replaced as a whole; changes are made one after the other under the lock. A process that is killed at
-/// any point, and a power cut, leave either the list before its change or the one after it. A file that does
-/// not decode, for damage or a missing field, counts as an empty list and is set aside by the next change,
-/// never overwritten. Until there is a file, the list is the legacy one, where that is given.
+/// Nothing is kept in memory: every call reads the file again. Readers take no lock, since the file is only
+/// replaced as a whole. Changes are made one after the other under the lock. If a process is killed at any
+/// point, or the power fails, the list is either as before the change or as after it. A file that does not
+/// decode, because of damage or a missing field, counts as an empty list. The next change sets it aside and
+/// never overwrites it. Until there is a file, the list is the legacy one, if one is given.
 template <typename Element>
 class LockedJSONFile {
 public:
@@ -33,8 +33,8 @@ public:
     /// The list, empty when it cannot be read. Takes no lock.
     [[nodiscard]] List load() const { return read().list; }
 
-    /// Replaces the list by what `transform` makes of it, holding the lock. What the transform throws is
-    /// passed on, with nothing written.
+    /// Replaces the list by what `transform` makes of it, holding the lock. If the transform throws, nothing
+    /// is written and the exception is passed on.
     /// @throws std::system_error with the former list in its place.
     void update(const std::function<List(List)>& transform) const {
         const auto hold = file_.lock().acquire();
@@ -44,17 +44,17 @@ public:
         file_.replace(encodeList(transform(std::move(current.list))), current.former);
     }
 
-    /// Replaces the list without taking the lock, for who holds it already.
+    /// Replaces the list without taking the lock, for a caller that holds it.
     /// @throws std::system_error with the former list in its place.
     void write(const List& list) const {
         const auto text = encodeList(list);
         file_.replace(text, read().former);
     }
 
-    /// Removes what killed processes left of their changes. Part of every `update`.
+    /// Removes the unfinished changes of killed processes. Every `update` does this too.
     void clearUp() const noexcept { file_.clearUp(); }
 
-    /// Moves the legacy list into the file, once, where there is no file yet. The caller holds the lock.
+    /// Moves the legacy list into the file if there is no file yet. The caller holds the lock.
     /// @throws std::exception when the list could not be written; it stays where it was.
     void migrateIfNeeded() const {
         if (!legacy_ || file_.exists()) {
@@ -81,7 +81,7 @@ private:
             return list ? Content{std::move(*list), FormerContent::readable}
                         : Content{{}, FormerContent::unreadable};
         }
-        // What is there and cannot even be read may be whole, and worth as much as a damaged list.
+        // A file that exists but cannot be read may be intact, and is worth as much as a damaged one.
         return {legacyList(), file_.exists() ? FormerContent::unreadable : FormerContent::readable};
     }
 

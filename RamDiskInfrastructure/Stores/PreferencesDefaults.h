@@ -7,8 +7,8 @@
 
 namespace ramdisk {
 
-/// Keeps the settings in the user defaults, each under its own key. A setting that has its default is not
-/// stored, so that the user defaults hold what the user chose and nothing else.
+/// Keeps the settings in the user defaults, each under its own key. A setting with its default is not stored,
+/// so the user defaults hold only what the user chose.
 class PreferencesDefaults final : public PreferencesStoring {
 public:
     explicit PreferencesDefaults(std::shared_ptr<UserDefaultsStoring> defaults);

@@ -20,8 +20,8 @@ namespace ramdisk {
 [[nodiscard]] Json toJSON(const RedirectRestoreState& value);
 [[nodiscard]] Json toJSON(const FolderRedirect& value);
 
-/// Each throws a DecodingError when a required field is missing or invalid. Fields that
-/// are not known are passed over, since a newer version may have written them.
+/// Each throws a DecodingError when a required field is missing or invalid. Unknown fields are skipped, since
+/// a newer version may have written them.
 [[nodiscard]] ByteCount byteCountFrom(const Json& json);
 [[nodiscard]] RamDiskSpecification specificationFrom(const Json& json);
 [[nodiscard]] RamDiskProfile profileFrom(const Json& json);
@@ -32,11 +32,11 @@ namespace ramdisk {
 [[nodiscard]] FolderRedirect redirectFrom(const Json& json);
 
 /// A stored list: one compact array.
-/// @throws std::invalid_argument when a text of a record is not UTF-8, which JSON cannot hold.
+/// @throws std::invalid_argument when a text is not UTF-8, which JSON cannot hold.
 template <typename Element>
 [[nodiscard]] std::string encodeList(const std::vector<Element>& list);
 
-/// Absent when the text is no such array, or one of its records does not decode.
+/// Absent when the text is not such an array, or one of its entries does not decode.
 template <typename Element>
 [[nodiscard]] std::optional<std::vector<Element>> decodeList(std::string_view text);
 

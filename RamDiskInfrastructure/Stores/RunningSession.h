@@ -26,8 +26,8 @@ struct SessionState {
     friend bool operator==(const SessionState&, const SessionState&) = default;
 };
 
-/// The right to be this user's session, of which there is one at a time. It ends with the process, however
-/// that ends; what it told of itself is believed only while it lives.
+/// The right to be this user's session. There is one at a time. It ends with the process, however that ends.
+/// What a session says about itself is believed only while it lives.
 class RunningSession {
 public:
     /// Absent when another process is the session.
@@ -41,7 +41,7 @@ public:
     RunningSession& operator=(RunningSession&&) = delete;
     ~RunningSession();
 
-    /// Lets others know. That it could not be told stops nothing.
+    /// Tells other processes the phase. A failure to do so stops nothing.
     void tell(SessionPhase phase) const noexcept;
 
 private:

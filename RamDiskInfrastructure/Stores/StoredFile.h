@@ -12,24 +12,23 @@
 /// Small files that are read whole and replaced whole.
 namespace ramdisk {
 
-/// The whole of a regular file; absent when there is none or it cannot be read. Never waits, whatever stands
-/// under the name.
+/// The whole content of a regular file. Absent when there is none or it cannot be read. Never waits, whatever
+/// has the name.
 [[nodiscard]] std::optional<std::string> readStoredFile(const std::filesystem::path& path);
 
-/// Makes the folder and its parents where they are missing, for their owner alone where no other mode is
-/// given. Below the home of the user behind sudo they are that user's.
+/// Makes the folder and its parents where they are missing, with mode 0700 unless another is given. Below the
+/// home folder of the user behind sudo they belong to that user.
 /// @throws std::system_error
 void makeFolders(const std::filesystem::path& folder, mode_t mode = 0700);
 
-/// Waits until the names in a folder would survive a power cut, where the file system can promise that.
+/// Waits until the names in a folder would survive a power cut, if the file system can promise that.
 /// @throws std::system_error
 void flushFolder(const std::filesystem::path& folder);
 
 /// A new version of a file, complete and safe on the disk, but not yet in its place.
 ///
-/// It lies beside the file under a name of its own and is locked while this value lives, which is how the
-/// leftover of a killed process is told from work under way. It disappears with this value unless it took its
-/// place.
+/// It lies beside the file under a name of its own. It is locked while this object exists, which tells it
+/// from what a killed process left. It is deleted with this object unless it took the file's place.
 class PreparedFile {
 public:
     /// Writes `content` and waits until it would survive a power cut.
@@ -39,11 +38,12 @@ public:
     PreparedFile& operator=(const PreparedFile&) = delete;
     ~PreparedFile();
 
-    /// Gives the new version the owner and the mode of the file that it is to replace, where there is one.
-    /// @throws std::system_error when that cannot be; others must not read what they could not read before.
+    /// Gives the new version the owner and the mode of the file that it replaces, if there is one.
+    /// @throws std::system_error when that fails, since nobody may read the new version who could not read
+    ///         the old one.
     void takeAccessOfFormer();
 
-    /// Replaces the file at once: readers see the old content or the new one, also after a power cut.
+    /// Replaces the file in one step. Readers see the old content or the new one, also after a power cut.
     /// @throws std::system_error
     void takePlace();
 
@@ -53,11 +53,11 @@ private:
     FileDescriptor file_;
 };
 
-/// Removes what killed processes prepared for `target` and left behind.
+/// Removes what killed processes prepared for `target`.
 void removeAbandonedVersions(const std::filesystem::path& target) noexcept;
 
-/// When root made `made` in somebody else's folder, hands it to that user, who would be locked out otherwise.
-/// Only for what the caller just created himself.
+/// When root made `made` in another user's folder, gives it to that user, who otherwise could not open it.
+/// Only for what the caller has just created himself.
 void giveToOwnerOf(const std::filesystem::path& folder, const FileDescriptor& made) noexcept;
 
 } // namespace ramdisk

@@ -8,8 +8,8 @@
 
 namespace ramdisk {
 
-/// A list as versions before the list files kept it: a JSON array, stored as data under a key of the user
-/// defaults.
+/// A list as earlier versions kept it, before there were list files: a JSON array, stored as data under a key
+/// of the user defaults.
 struct UserDefaultsJSONList {
     std::string key;
     std::shared_ptr<UserDefaultsStoring> defaults;
@@ -21,7 +21,7 @@ struct UserDefaultsJSONList {
     void remove() const;
 };
 
-/// The list under `key`, or none where there are no user defaults to take it from.
+/// The list under `key`, or none when there are no user defaults.
 [[nodiscard]] std::optional<UserDefaultsJSONList> legacyList(std::string key,
                                                              std::shared_ptr<UserDefaultsStoring> defaults);
 

@@ -9,7 +9,7 @@
 
 #include <nlohmann/json_fwd.hpp>
 
-/// Values as JSON: objects whose keys are the field names in their order; an absent optional is left out.
+/// Values as JSON objects, whose keys are the field names in their order. An absent optional is left out.
 namespace ramdisk {
 
 using Json = nlohmann::ordered_json;
@@ -23,7 +23,7 @@ using Json = nlohmann::ordered_json;
 [[nodiscard]] Json toJSON(const VolumeUsage& value);
 [[nodiscard]] Json toJSON(const VolumeUser& value);
 
-/// One compact document. Text that is not UTF-8 shows replacement characters, since JSON has no other text.
+/// One compact document. Text that is not UTF-8 gets replacement characters, since JSON cannot hold it.
 [[nodiscard]] std::string compactText(const Json& json);
 
 } // namespace ramdisk

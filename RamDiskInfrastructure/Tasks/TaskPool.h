@@ -13,11 +13,11 @@
 
 namespace ramdisk {
 
-/// A handful of threads that share one queue, ordered by when a task is due. Starts a thread only when there
-/// is work and none is idle, so that a pool that nobody uses costs nothing.
+/// A few threads that share one queue, ordered by when a task is due. A thread is started only when there is
+/// work and none is idle, so an unused pool costs nothing.
 ///
-/// At destruction the tasks that run are waited for, and those that wait are discarded: what hangs on a
-/// promise ends as a broken one.
+/// The destructor waits for running tasks and discards waiting ones. A promise that a discarded task would
+/// have kept is broken.
 class TaskPool final : public TaskScheduling {
 public:
     static constexpr std::size_t usualThreadCount = 4;

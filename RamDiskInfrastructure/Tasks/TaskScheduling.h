@@ -7,7 +7,7 @@
 
 namespace ramdisk {
 
-/// Runs pieces of work later, on threads of its own. A task handles its own errors: nothing may leave it.
+/// Runs pieces of work later, on threads of its own. A task handles its own errors and must not throw.
 class TaskScheduling : public Port {
 public:
     /// Runs `task` as soon as a thread is free.

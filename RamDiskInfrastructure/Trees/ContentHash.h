@@ -5,7 +5,7 @@
 
 namespace ramdisk {
 
-/// What contents are told apart by: XXH3 of 128 bits, on every processor the same.
+/// A hash that tells contents apart: XXH3 with 128 bits, the same on every processor.
 struct ContentHash {
     std::uint64_t low = 0;
     std::uint64_t high = 0;

@@ -10,12 +10,12 @@
 
 namespace ramdisk {
 
-/// Whether files of one block that change are, of late, written anew as a whole, as programs do with small
-/// files, or changed in place. For all threads of an update together.
+/// Tells whether changed files of one block were lately written as a whole, as programs do with small files,
+/// or changed in place. All threads of an update share it.
 class Renewals {
 public:
-    /// Whether to expect that nothing of the old contents is in the next file. To be asked once a file: it
-    /// counts them, and says no for one in 16, so that the assumption is checked.
+    /// Whether to expect that the next file has nothing of its old contents. Ask once for each file: the
+    /// calls are counted, and one in 16 returns false, so that the assumption is checked.
     [[nodiscard]] bool expectInNextFile() noexcept {
         return inARow_.load(std::memory_order_relaxed) >= enough
                && expected_.fetch_add(1, std::memory_order_relaxed) % betweenLooks != 0;
@@ -44,7 +44,7 @@ public:
         const TreeManifest::Contents& tree;
         std::uint32_t number;
     };
-    /// A part of a file, of whole blocks but for the file's end.
+    /// A part of a file, made of whole blocks except at the file's end.
     struct Part {
         std::uint64_t start;
         std::uint64_t end;
@@ -58,8 +58,8 @@ public:
     /// @throws SystemCallError with the item's path
     void copyPart(const FileDescriptor& from, const FileDescriptor& to, Item source, Part part);
 
-    /// Makes the contents those of the source, writing only the pages that differ in blocks whose hashes do,
-    /// or such a block whole where that is to be expected anyway.
+    /// Makes the contents those of the source. In blocks with different hashes only the pages that differ are
+    /// written, or the whole block where it is expected to differ anyway.
     /// @throws SystemCallError with the item's path
     void update(const FileDescriptor& from, const FileDescriptor& to, Item source, Item target);
 
@@ -74,7 +74,7 @@ private:
     };
 
     void begin(const FileDescriptor& from, const FileDescriptor& to, Item source);
-    /// From here on past the page cache, where that is wanted and as far as the file systems can.
+    /// From here on goes past the page cache, if that is wanted and as far as the file systems can.
     void bypassPageCache();
     void copyData(Part part);
     void makeBuffer(std::size_t size);
@@ -82,7 +82,7 @@ private:
     [[nodiscard]] bool readIntoHugePage(std::uint64_t start);
     [[nodiscard]] bool copyInKernel(std::uint64_t& start, std::uint64_t end);
     void updateBlocks(Item source, Item target, Part part);
-    /// Whether all of it differed.
+    /// Returns whether all of the block differed.
     bool updateBlock(std::uint64_t start, std::size_t length, bool mayHoldData);
     void makeHole(std::uint64_t start, std::uint64_t length);
     [[nodiscard]] std::size_t readAt(int file, char* bytes, std::size_t length, std::uint64_t start);
@@ -93,7 +93,7 @@ private:
     Renewals& renewals_;
     PageCache pageCache_;
     HugePages hugePages_;
-    /// Aligned as the kernel wants it for what goes past the page cache.
+    /// Aligned as the kernel requires it for access past the page cache.
     std::unique_ptr<char, Free> buffer_;
     std::size_t bufferSize_ = 0;
     bool kernelCopies_ = true;

@@ -8,25 +8,25 @@
 
 namespace ramdisk {
 
-/// Opens the item `name` of an open folder and never anything else: no link is followed, no mounted volume
-/// entered. No descriptor, with errno set, when it cannot be opened.
+/// Opens the item `name` of an open folder. Follows no link and enters no mounted volume. Returns no
+/// descriptor, and sets errno, when it cannot be opened.
 [[nodiscard]] FileDescriptor openItem(int folder, const char* name, int flags, mode_t mode = 0);
 
-/// The same for reading, which leaves the time of last access alone where the kernel lets us, and never waits
-/// for the other end of a FIFO.
+/// The same for reading. Leaves the time of last access alone if the kernel allows that, and never waits for
+/// the other end of a FIFO.
 [[nodiscard]] FileDescriptor openForReading(int folder, const char* name, int moreFlags = 0);
 
-/// Whether the errno tells that an item is not there any more, or is another kind of thing by now.
+/// Whether the errno says that an item does not exist any more, or is another kind of item by now.
 [[nodiscard]] bool isGone(int error);
 
-/// Gives the folders of a tree as descriptors, one at a time, stepping from one to the next. Paths may be of
-/// any length: names are opened one by one, and only so many folders are kept open.
+/// Opens the folders of a tree one at a time, stepping from one to the next. Paths may be of any length:
+/// names are opened one by one, and only a limited number of folders is kept open.
 class FolderCursor {
 public:
     /// `tree` names the folders; they are looked for below `root`. Both must outlive the cursor.
     FolderCursor(const FileDescriptor& root, const TreeManifest::Contents& tree);
 
-    /// The descriptor of the folder, good until the next call; -1 with errno set when it cannot be opened.
+    /// The descriptor of the folder, valid until the next call; -1 with errno set when it cannot be opened.
     [[nodiscard]] int open(std::uint32_t folder);
 
 private:
@@ -35,7 +35,7 @@ private:
         FileDescriptor descriptor;
     };
 
-    /// Makes `levels_` the way from the root to `folder`, as far as it is not that already.
+    /// Makes `levels_` the way from the root to `folder`, keeping the part that is right already.
     void lead(std::uint32_t folder);
 
     const FileDescriptor& root_;

@@ -7,12 +7,13 @@
 
 namespace ramdisk {
 
-/// What lies in one folder, as far as the folder itself tells.
+/// What lies in one folder, as far as reading the folder shows it.
 struct FolderListing {
     struct Entry {
         std::uint32_t nameStart;
         std::uint32_t nameLength;
-        /// What `readdir` calls the type. Of what is no folder it is unknown on some file systems.
+        /// The type that `readdir` returns. On some file systems it is unknown for items that are not
+        /// folders.
         unsigned char kind;
     };
 
@@ -26,7 +27,7 @@ struct FolderListing {
 
     /// Sorted by the bytes of the names, each name once.
     std::vector<Entry> entries;
-    /// One after another.
+    /// All names, one after another.
     std::string names;
 };
 

@@ -11,21 +11,21 @@
 
 namespace ramdisk {
 
-/// Does jobs on several threads, the calling one among them, and waits for all of them.
+/// Does jobs on several threads, including the calling one, and waits for all of them.
 class ParallelJobs {
 public:
-    /// What a job is: microseconds of a processor, tens of them, or mostly waiting for a device.
+    /// What a job costs: microseconds of a processor, tens of microseconds, or mostly waiting for a device.
     enum class Load { brief, lengthy, waiting };
 
-    /// As many workers as are worth their start for `jobs` jobs that move `bytes` bytes.
+    /// Chooses as many workers as pay off for `jobs` jobs that move `bytes` bytes.
     ParallelJobs(std::size_t jobs, std::uint64_t bytes, Load load = Load::brief);
 
     [[nodiscard]] unsigned workerCount() const noexcept { return workers_; }
 
-    /// Makes the function that does one worker's jobs, given the number of the worker.
+    /// Makes the function that does the jobs of one worker. Its argument is the number of the worker.
     using MakeWorker = std::function<std::function<void(std::size_t job)>(unsigned worker)>;
-    /// Does all jobs, each once, in about the order of their numbers. After a failure no more jobs are
-    /// started, and the first failure is thrown.
+    /// Does each job once, roughly in the order of their numbers. After a failure no more jobs are started,
+    /// and the first failure is thrown.
     void run(const MakeWorker& makeWorker) const;
 
 private:
@@ -33,15 +33,15 @@ private:
     unsigned workers_;
 };
 
-/// Larger files are worth being shared by several threads, in parts.
+/// Larger files are divided into parts for several threads.
 inline constexpr std::uint64_t largestWholeFile = 32ULL << 20U;
-/// How large the parts of a file of `size` bytes are: whole blocks, and of a sparse giant, most of whose
-/// parts are holes, about a thousand.
+/// How large the parts of a file of `size` bytes are. Parts are whole blocks. A huge sparse file, most of
+/// whose parts are holes, gets about a thousand.
 [[nodiscard]] constexpr std::uint64_t partSizeOf(std::uint64_t size) {
     return largestWholeFile * (1 + size / largestWholeFile / 1024);
 }
 
-/// Counts what several threads have done and tells the observer now and then.
+/// Counts what several threads have done, and calls the observer now and then.
 class ProgressMeter {
 public:
     /// `observer` must outlive the meter.
@@ -49,7 +49,7 @@ public:
 
     void expect(std::uint64_t bytes, std::uint64_t files);
     void add(std::uint64_t bytes, std::uint64_t files);
-    /// Tells the observer how things stand at the end.
+    /// Tells the observer the final counts.
     void finish();
 
 private:

@@ -16,7 +16,7 @@ struct TreePairing {
 [[nodiscard]] TreePairing pairItems(const TreeManifest::Contents& source,
                                     const TreeManifest::Contents& target);
 
-/// Pairs what is in two folders, which are each other's pair, by name. `pairing` has room for it.
+/// Pairs by name the items of two folders that are already paired. `pairing` must have room for them.
 void pairChildren(const TreeManifest::Contents& source, std::uint32_t sourceFolder,
                   const TreeManifest::Contents& target, std::uint32_t targetFolder, TreePairing& pairing);
 
@@ -28,7 +28,7 @@ void pairChildren(const TreeManifest::Contents& source, std::uint32_t sourceFold
 [[nodiscard]] bool isSameFile(const TreeManifest::Contents& source, std::uint32_t sourceItem,
                               const TreeManifest::Contents& target, std::uint32_t targetItem);
 
-/// Tells the first item in which the trees differ and how: "folder/file: contents differ".
+/// The first item in which the trees differ, and how: "folder/file: contents differ".
 [[nodiscard]] std::optional<std::string> firstDifference(const TreeManifest::Contents& source,
                                                          const TreeManifest::Contents& target);
 

@@ -32,7 +32,7 @@ struct TextRange {
     std::uint32_t length = 0;
 };
 
-/// The hash of one block of a file that is not all zero; blocks of zeros and holes are not listed.
+/// The hash of one block of a file. Blocks of zeros and holes are not listed.
 struct BlockHash {
     static constexpr std::uint64_t blockSize = 64 * 1024;
 
@@ -43,7 +43,7 @@ struct BlockHash {
     friend bool operator==(const BlockHash&, const BlockHash&) = default;
 };
 
-/// Stands for an item that another tree does not have.
+/// Means that another tree does not have the item.
 inline constexpr std::uint32_t noItem = std::numeric_limits<std::uint32_t>::max();
 
 /// One name in a tree: what lies there, with all metadata but what only the running kernel knows. Names,
@@ -53,11 +53,11 @@ struct TreeItem {
     /// The permission bits, setuid, setgid and the sticky bit.
     std::uint16_t mode = 0;
     std::uint32_t parent = 0;
-    /// The items of a folder lie side by side, sorted by the bytes of their names.
+    /// The items of a folder are stored one after another, sorted by the bytes of their names.
     std::uint32_t firstChild = 0;
     std::uint32_t childCount = 0;
-    /// The first item that is another name of the same inode; the item itself when it is the first or only
-    /// one. That one has the blocks.
+    /// The first item that is another name of the same inode, or this item itself if it is the first or only
+    /// one. The first item has the blocks.
     std::uint32_t original = 0;
     /// Where in `attributeSets` its attributes are; the first set is empty.
     std::uint32_t attributes = 0;
@@ -73,18 +73,18 @@ struct TreeItem {
     std::uint64_t device = 0;
     std::uint64_t firstBlock = 0;
     std::uint64_t blockCount = 0;
-    /// What follows is of a scan and not kept in files. The number of the inode; 0 when the contents may be
-    /// those of another one.
+    /// The next fields belong to a scan and are not stored in files. This is the number of the inode, or 0
+    /// when the contents may be those of another inode.
     ino_t inode = 0;
-    /// When anything of it was last changed.
+    /// When anything of the item was last changed.
     timespec changed{};
-    /// Whether the contents were noted, or a part of them.
+    /// Whether the contents, or a part of them, were noted.
     bool areContentsNoted = false;
-    /// Whether nobody had the file open for writing when its contents began to be read.
+    /// Whether nobody had the file open for writing when the reading of its contents began.
     bool hadNoWriter = false;
 };
 
-/// Items are numbered; 0 is the root. A folder's number is less than those of the items in it.
+/// Items have numbers; 0 is the root. A folder has a lower number than the items in it.
 struct TreeManifest::Contents {
     std::vector<TreeItem> items;
     /// Names and link targets, one after another.
@@ -104,7 +104,7 @@ struct TreeManifest::Contents {
     }
     /// The path below the root; "." for the root itself.
     [[nodiscard]] std::string path(std::uint32_t item) const;
-    /// How many bytes of the item's file are not in blocks of zeros.
+    /// How many bytes of the item's file lie in blocks that are not all zero.
     [[nodiscard]] std::uint64_t dataSize(std::uint32_t item) const;
 
     [[nodiscard]] std::string_view textOf(TextRange range) const {
@@ -115,7 +115,7 @@ struct TreeManifest::Contents {
     /// Takes items out, and what lies in them. Where the first name of a file goes, the next one takes its
     /// place.
     void remove(const std::vector<bool>& gone);
-    /// Whether the item is a file with contents under its first name: the others get what that one has.
+    /// Whether the item is the first name of a file with contents. Its other names get the same contents.
     [[nodiscard]] bool hasOwnContents(std::uint32_t item) const {
         return items[item].type == ItemType::file && items[item].original == item && items[item].size != 0;
     }

@@ -12,21 +12,20 @@ namespace ramdisk {
 
 class WriteWatch;
 
-/// Everything that is to be known of a tree of files to tell what changed in it: for every item its metadata,
-/// for every file also hashes of its contents, block by block.
+/// Everything about a tree of files that is needed to tell what changed in it: the metadata of every item,
+/// and hashes of the contents of every file, block by block.
 ///
-/// What changed is told by content and not by dates: a program that writes through a shared mapping changes
-/// neither the change date nor the modification date of a file on tmpfs.
+/// Contents decide what changed, not dates: a program that writes through a shared mapping changes neither
+/// the change date nor the modification date of a file on tmpfs.
 class TreeManifest {
 public:
-    /// Reads the whole tree below the open folder `root`, the root itself included. No link is followed and
-    /// no other mounted volume entered; an item that vanishes meanwhile is left out.
-    /// @throws SystemCallError naming the item, when one cannot be read.
+    /// Reads the whole tree below the open folder `root`, including the root. Follows no link and enters no
+    /// other mounted volume. An item that vanishes meanwhile is left out.
+    /// @throws SystemCallError with the item, when one cannot be read.
     [[nodiscard]] static TreeManifest scan(const FileDescriptor& root, const ProgressObserver& observer);
-    /// The same of the tree that is being watched, so that it can be scanned again.
+    /// The same for a watched tree, so that it can be scanned again.
     [[nodiscard]] static TreeManifest scan(WriteWatch& watch, const ProgressObserver& observer);
-    /// The same, but the files that provably nobody wrote to since `earlier`, a scan made by this watch, are
-    /// not read.
+    /// The same, but skips the files that provably nobody wrote to since `earlier`, a scan with this watch.
     [[nodiscard]] static TreeManifest scanAgain(WriteWatch& watch, const TreeManifest& earlier,
                                                 const ProgressObserver& observer);
 
@@ -37,19 +36,20 @@ public:
 
     /// @throws SystemCallError
     void write(const FileDescriptor& file) const;
-    /// Reads what `write` wrote. Absent for anything else, damaged or cut short included.
+    /// Reads what `write` wrote. Absent for anything else, and when it is damaged or cut short.
     [[nodiscard]] static std::optional<TreeManifest> read(const FileDescriptor& file);
 
-    /// How many items there are, the root not counted.
+    /// How many items there are, without the root.
     [[nodiscard]] std::uint64_t itemCount() const noexcept;
-    /// How many bytes of contents the files hold, holes not counted and files of several names once.
+    /// How many bytes of contents the files hold. Holes are not counted, and a file with several names is
+    /// counted once.
     [[nodiscard]] std::uint64_t byteCount() const noexcept;
-    /// The first two paths of one folder that a volume which ignores letter case would take for one another.
+    /// The first two paths in one folder that are the same for a volume that ignores letter case.
     [[nodiscard]] std::optional<std::string> firstNameClash() const;
-    /// Tells the first item in which the trees differ and how; absent when they are the same.
+    /// The first item in which the trees differ, and how. Absent when they are the same.
     [[nodiscard]] std::optional<std::string> firstDifference(const TreeManifest& other) const;
 
-    /// What the manifest is made of, for those who work on trees.
+    /// The parts of the manifest, for code that works on trees.
     struct Contents;
     [[nodiscard]] const Contents& contents() const noexcept { return *contents_; }
     [[nodiscard]] Contents& contents() noexcept { return *contents_; }

@@ -17,38 +17,37 @@
 namespace ramdisk {
 
 /// Finds every item of a tree and notes its metadata. The contents of files are not read yet, nor the
-/// attributes of those that have contents, but for the small files of a watched tree. Sockets are left out,
-/// other mounted volumes kept as empty folders.
+/// attributes of files with contents. The exception are the small files of a watched tree. Sockets are left
+/// out, and other mounted volumes are kept as empty folders.
 ///
-/// First the names and kinds of what is in the folders are taken from the folders alone, those of one depth
-/// after those of another. With the items numbered, several threads look at them, each noting what it sees in
-/// its place.
+/// First only the folders are read, one depth after another. They show names and kinds. Then the items have
+/// their numbers, and several threads look at them. Each notes what it sees in its own place.
 class TreeScanner {
 public:
     explicit TreeScanner(const FileDescriptor& root) : root_(root) {}
-    /// Scans the tree that is being watched for the first time.
+    /// Scans a watched tree for the first time.
     explicit TreeScanner(WriteWatch& watch) : root_(watch.root()), watch_(&watch) {}
-    /// Scans the tree that is being watched once more, and finds the files that provably nobody wrote to
-    /// since `earlier`, a scan by the same watch that noted who had writers.
+    /// Scans a watched tree again, and finds the files that provably nobody wrote to since `earlier`.
+    /// `earlier` is a scan with the same watch that noted which files had writers.
     TreeScanner(WriteWatch& watch, const TreeManifest::Contents& earlier)
         : root_(watch.root()),
           earlier_(&earlier),
           watch_(&watch) {}
 
-    /// @throws SystemCallError naming the item that cannot be read
+    /// @throws SystemCallError with the item that cannot be read
     [[nodiscard]] TreeManifest::Contents scan(ProgressMeter& meter);
 
 private:
-    /// What is noted of an item until it can be put into the tree.
+    /// What is noted about an item until it is put into the tree.
     struct Finding {
         bool isListedAsFile = false;
         bool isGone = false;
         bool hasOtherNames = false;
-        /// Of a folder in which the same names lead to the same items as at the earlier scan.
+        /// For a folder: the same names lead to the same items as in the earlier scan.
         bool isUnchanged = false;
-        /// Who read it, when that was done already.
+        /// The reader that has read it, if one has.
         std::optional<unsigned> reader;
-        /// The file of the earlier scan whose contents and attributes it has still.
+        /// The file of the earlier scan with the same contents and attributes.
         std::uint32_t unwritten = noItem;
         std::string linkTarget;
         FileReading reading;
@@ -56,44 +55,45 @@ private:
     /// What was found in a folder.
     struct FolderFinding;
 
-    /// Whether small files are read when they are looked at: where that may spare a second look at them.
+    /// Whether small files are read when they are looked at, where that may avoid opening them twice.
     [[nodiscard]] bool readsSmallFiles() const noexcept { return watch_ != nullptr && earlier_ == nullptr; }
     void noteRoot();
-    /// For what the whole volume holds, within reason, so that what is found is not moved again and again.
+    /// Reserves memory for as many items as the whole volume holds, within limits, so that the lists need not
+    /// be moved again and again.
     void makeRoom(ProgressMeter& meter);
     void walk();
     [[nodiscard]] FolderFinding readFolder(FolderCursor& cursor, std::uint32_t folder);
-    /// What the folder was in the earlier scan, when the same names were in it.
+    /// The folder in the earlier scan, if it had the same names in it.
     [[nodiscard]] std::uint32_t unchangedFolder(const struct stat& status, std::uint32_t folder) const;
     void addItems(std::uint32_t folder, const FolderFinding& found);
     void addItem(std::uint32_t parent, std::string_view name, unsigned char kind);
-    /// Finds the files that may be unwritten; those that need not even be looked at are spared.
+    /// Finds the files that may be unwritten. Some of them need not be looked at.
     void findUnwritten();
     void lookAtItems(ProgressMeter& meter);
     void lookAt(std::uint32_t number, unsigned worker);
-    /// Opens what is listed as a file, and reads it when it is a small one with one name. False when it is
-    /// none, or cannot be opened.
+    /// Opens an item that is listed as a file. Reads it if it is small and has one name. False when it is not
+    /// a file or cannot be opened.
     [[nodiscard]] bool readSmallFile(int folder, std::uint32_t number, unsigned worker);
-    /// Takes no file for unwritten that others touched, and looks at those that were spared.
+    /// Files that others touched do not count as unwritten. Looks at those among them that were skipped.
     void lookAtWhatWasTouched(ProgressMeter& meter);
     void putTogether(ProgressMeter& meter);
-    /// Adds what the earlier scan noted of an unwritten file.
+    /// Takes over what the earlier scan noted about an unwritten file.
     void takeOver(std::uint32_t number);
-    /// One for each worker, to be used again.
+    /// Makes a cursor for each worker, which is used again.
     void makeCursors(const ParallelJobs& jobs);
 
     const FileDescriptor& root_;
     TreeManifest::Contents tree_;
     std::deque<FolderCursor> cursors_;
-    /// Of a watched tree that is scanned for the first time, one for each worker.
+    /// One for each worker, for the first scan of a watched tree.
     std::deque<FileReader> readers_;
     std::vector<Finding> findings_;
-    /// With the items of the earlier scan.
+    /// Pairs this scan's items with those of the earlier scan.
     TreePairing pairing_;
-    /// Of one depth.
+    /// The folders of one depth.
     std::vector<std::uint32_t> foldersToRead_;
     std::vector<std::uint32_t> itemsToLookAt_;
-    /// Whose metadata was taken from the earlier scan.
+    /// The items whose metadata was taken from the earlier scan.
     std::vector<std::uint32_t> itemsSpared_;
     const TreeManifest::Contents* earlier_ = nullptr;
     WriteWatch* watch_ = nullptr;

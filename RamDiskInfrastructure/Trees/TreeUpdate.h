@@ -7,10 +7,10 @@ namespace ramdisk {
 /// What happens to items of the target that the source does not have.
 enum class Extras { keep, remove };
 
-/// Whether the root folder of the target takes over the metadata of the source's.
+/// Whether the root folder of the target gets the metadata of the source's root.
 enum class RootMetadata { apply, leave };
 
-/// What happens where the process may not give an item its owner.
+/// What happens if the process may not give an item its owner.
 enum class Owners {
     /// The update fails.
     all,
@@ -21,21 +21,21 @@ enum class Owners {
 /// Whether large files go through the page cache.
 enum class PageCache {
     use,
-    /// What is copied will not be read again soon: finding room for it in memory takes longer than copying
-    /// it.
+    /// Bypasses it. What is copied will not be read again soon, and finding room for it in memory takes
+    /// longer than copying it.
     bypass
 };
 
 /// Whether the target keeps its files in memory and gives huge pages to mappings that ask for them.
 enum class HugePages {
     none,
-    /// What is read past the page cache into a large new file goes straight into such pages, without a copy.
+    /// What is read past the page cache into a large new file goes straight into huge pages, without a copy.
     onRequest
 };
 
-/// Makes one tree the same as another, writing what differs and nothing else: contents, modes, owners, times,
-/// hard links, symbolic links, extended attributes, ACLs, holes, FIFOs and the root's own metadata. No link
-/// is followed out of either tree, whoever changes them meanwhile.
+/// Makes one tree the same as another, and writes only what differs: contents, modes, owners, times, hard
+/// links, symbolic links, extended attributes, ACLs, holes, FIFOs and the root's own metadata. No link leads
+/// out of either tree, even if somebody changes the trees meanwhile.
 struct TreeUpdate {
     /// The open root folder of the tree to copy, and what it holds.
     const FileDescriptor& source;

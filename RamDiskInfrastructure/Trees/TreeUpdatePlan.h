@@ -8,23 +8,25 @@
 
 namespace ramdisk {
 
-/// What is to be done for an item of the source.
+/// What to do for an item of the source.
 enum class UpdateStep : std::uint8_t { nothing, metadata, contents, create, link };
 
-/// Everything that makes one tree the same as another, found out before anything is touched.
+/// Everything that has to be done to make one tree the same as another. It is found out before anything is
+/// changed.
 struct TreeUpdatePlan {
-    /// @throws SystemCallError when a folder that is to stay lies where something else must go.
+    /// @throws SystemCallError when a folder that must stay is where something else must go.
     TreeUpdatePlan(const TreeManifest::Contents& source, const TreeManifest::Contents& target, Extras extras);
 
-    /// Which items of the target take the place of which of the source.
+    /// The items of the target that correspond to those of the source.
     TreePairing pairing;
     /// For every item of the source.
     std::vector<UpdateStep> steps;
-    /// For every file of the source the item that has its contents, by its first name: where it links to.
+    /// For every file of the source, the item that has its contents under its first name, to which the file
+    /// is linked.
     std::vector<std::uint32_t> linkedTo;
-    /// Items of the target to remove, those in a folder before the folder.
+    /// Items of the target to remove. Those in a folder come before the folder.
     std::vector<std::uint32_t> removals;
-    /// The folders of the source in whose counterparts names come or go.
+    /// The folders of the source whose counterparts gain or lose names.
     std::vector<bool> touched;
 
 private:

@@ -34,7 +34,7 @@ private:
         bool isGone = false;
     };
 
-    /// All that `writeItems` has to do, in order; large files in parts.
+    /// Everything that `writeItems` has to do, in order. Large files are divided into parts.
     [[nodiscard]] std::vector<Job> jobs() const;
     /// Whether the item's contents are written in parts, between `prepareLargeFile` and `finishLargeFile`.
     [[nodiscard]] bool isLarge(std::uint32_t item) const;

@@ -10,32 +10,33 @@
 
 namespace ramdisk {
 
-/// Tells which files of a tmpfs nobody can have changed since the watch began, by whatever means.
+/// Tells which files of a tmpfs nobody can have changed since the watch began, in any way.
 ///
-/// Dates do not tell it, since a write through a shared mapping changes none. But whoever writes to a file
-/// has it open for that, a mapping included, and either had so when it was looked at, which a lease on the
-/// file tells, or has opened it since, which the kernel reports to the watch. It also reports what changes a
-/// file's metadata, or its size without opening it. Only which file a name leads to is told by the dates of
-/// the folders. Ends with the process, and leaves nothing behind when that crashes.
+/// Dates do not show it, since a write through a shared mapping changes none. But a program that writes to a
+/// file, even through a mapping, has it open for writing. If it had opened the file before we looked at it, a
+/// lease on the file shows that. If it opened the file later, the kernel reports that to the watch. The
+/// kernel also reports changes of metadata, and changes of the size without opening the file. The dates of
+/// folders are only used to tell which file a name leads to. The watch ends with the process, and a crash
+/// leaves nothing behind.
 class WriteWatch {
 public:
-    /// Absent for other file systems, and where the kernel cannot tell or we may not ask it. Takes a tick of
-    /// the clock that dates are taken from, some milliseconds.
+    /// Absent for other file systems, and where the kernel cannot tell or we may not ask it. Takes one tick
+    /// of the clock that file dates come from, a few milliseconds.
     [[nodiscard]] static std::optional<WriteWatch> begin(const FileDescriptor& root);
 
-    /// The same folder by a way that only we have: what is opened below it is not reported to this watch.
+    /// The same folder by a way that only we have. What is opened through it is not reported to this watch.
     [[nodiscard]] const FileDescriptor& root() const noexcept { return root_; }
 
-    /// Whether an item that was changed at this time would have another change date if it had been changed
-    /// once more since `begin` returned.
+    /// Whether an item with this change date would have another one if it had been changed again after
+    /// `begin` returned.
     [[nodiscard]] bool wouldShowInDate(const timespec& changed) const noexcept;
 
-    /// Whether nobody has the file, which is open for reading, open for writing or so mapped. Whoever opens
-    /// it meanwhile waits for the microsecond that this takes.
+    /// Whether nobody has the file open for writing or mapped for writing. `file` is open for reading. A
+    /// program that opens it meanwhile waits for the microsecond that this takes.
     [[nodiscard]] static bool hasNoWriter(int file) noexcept;
 
-    /// The files that others opened, for whatever, or changed since the watch began. Absent when the kernel
-    /// lost count.
+    /// The files that others opened, for any purpose, or changed since the watch began. Absent when the
+    /// kernel lost count.
     [[nodiscard]] const std::unordered_set<ino_t>* touchedByOthers();
 
 private:
@@ -48,7 +49,7 @@ private:
     void note(const char* event);
 
     FileDescriptor events_;
-    /// Ends with this descriptor.
+    /// The mount ends with this descriptor.
     FileDescriptor mount_;
     FileDescriptor root_;
     timespec begun_;

@@ -12,7 +12,7 @@ namespace ramdisk {
     return bytes[0] == 0 && std::memcmp(bytes, bytes + 1, length - 1) == 0;
 }
 
-/// Whether a file takes less than it is long.
+/// Whether a file takes less space than its length.
 [[nodiscard]] inline bool hasHoles(const struct stat& status) {
     return status.st_blocks * 512 < status.st_size;
 }

@@ -12,7 +12,7 @@ namespace ramdisk {
 /// Asks `lsof` who has files open on a volume.
 class LsofVolumeUsers final : public VolumeUsersListing {
 public:
-    /// `lsof` is the tool's path, which differs between systems.
+    /// `lsof` is the tool's path, which differs between platforms.
     LsofVolumeUsers(std::shared_ptr<CommandRunning> runner, std::filesystem::path lsof);
 
     /// Waits at most 30 seconds.

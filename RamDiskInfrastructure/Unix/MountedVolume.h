@@ -7,12 +7,12 @@
 
 namespace ramdisk {
 
-/// Identifies a mounted volume independently of its path, so that a later check can tell whether the path
-/// still shows the same medium.
+/// Identifies a mounted volume without its path, so that a later check can tell whether the path still leads
+/// to the same medium.
 struct MountedVolume {
     /// The type as the operating system's mount table has it, such as "apfs" or "tmpfs".
     std::string fileSystem;
-    /// The identifier of the attachment that the volume lives on; never given to a second one.
+    /// The identifier of the attachment that the volume lies on. No other attachment ever gets it.
     std::optional<std::uint64_t> media;
 
     /// The volume at `location`; absent when the path is on no mounted file system.

@@ -14,12 +14,12 @@
 
 namespace ramdisk::test {
 
-/// A machine made of values: what is attached and mounted, and what goes wrong. Its ports, below, share one
-/// machine, so that what one of them does the others see. A test sets the fields and reads `steps`.
+/// A machine made of values: what is attached and mounted, and what fails. Its ports, below, share one
+/// machine, so that each sees what the others do. A test sets the fields and reads `steps`.
 struct FakeMachine {
     SystemMemory memory{.physical = ByteCount::of(16, ByteCount::Unit::gibibyte),
                         .available = ByteCount::of(16, ByteCount::Unit::gibibyte)};
-    /// The attached devices; one that is not formatted yet has no name.
+    /// The attached devices. One that is not formatted yet has no name.
     std::vector<RamDisk> disks;
     /// Mounted volumes beside those of `disks`.
     std::set<std::string> otherVolumes;
@@ -41,7 +41,7 @@ struct FakeMachine {
     /// What was done, in order, such as "allocate 1024" and "release disk4 by force".
     std::vector<std::string> steps;
 
-    /// Attaches a mounted disk of this system, and gives it back as a listing would.
+    /// Attaches a mounted disk of this system and returns it as a listing would.
     RamDisk& attach(unsigned number, const std::string& name, std::uint64_t attachment = 1);
 
     [[nodiscard]] RamDisk* find(const DeviceIdentifier& device);
@@ -139,7 +139,7 @@ private:
     std::shared_ptr<FakeMachine> machine_;
 };
 
-/// The use cases over one machine.
+/// The use cases with one machine.
 [[nodiscard]] ValidationContextProvider contextProvider(const std::shared_ptr<FakeMachine>& machine);
 [[nodiscard]] CreateRamDiskUseCase createUseCase(const std::shared_ptr<FakeMachine>& machine);
 [[nodiscard]] ListRamDisksUseCase listUseCase(const std::shared_ptr<FakeMachine>& machine);

@@ -14,7 +14,7 @@
 
 namespace ramdisk::test {
 
-/// Startup disks, saved copies and keys made of values, around a `FakeMachine`: a disk's files are one text.
+/// Startup disks, saved copies and keys made of values, around a `FakeMachine`. A disk's files are one text.
 /// A test sets the fields, calls the use cases and looks at the fields again.
 struct FakeSession {
     std::shared_ptr<FakeMachine> machine = std::make_shared<FakeMachine>();
@@ -39,7 +39,7 @@ struct FakeSession {
     bool cannotBlockWrites = false;
     std::set<std::string> failingFolders;
     std::set<std::string> failingRedirects;
-    /// Done once, after the next save: a program that writes meanwhile.
+    /// Called once, after the next save, as a program that writes meanwhile.
     std::function<void()> afterSave;
 
     RamDiskProfile& add(const std::string& name);
@@ -51,7 +51,7 @@ struct FakeSession {
     [[nodiscard]] SessionLifecycleUseCase lifecycle();
 };
 
-/// The name of the error's case, for a comparison that a reader understands.
+/// The name of the error's case, so that a failed comparison is easy to read.
 [[nodiscard]] std::string caseOf(const std::function<void()>& action);
 
 } // namespace ramdisk::test

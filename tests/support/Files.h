@@ -8,7 +8,7 @@
 
 namespace ramdisk::test {
 
-/// What the file holds, byte for byte; nothing when it cannot be read.
+/// The contents of the file, byte for byte; empty when it cannot be read.
 inline std::string readFile(const std::filesystem::path& path) {
     std::ostringstream text;
     text << std::ifstream(path, std::ios::binary).rdbuf();

@@ -13,7 +13,7 @@
 
 namespace ramdisk::test {
 
-/// A home folder, a disk and the stored list of redirects, on real folders, and ways to interrupt the work on
+/// A home folder, a disk and the stored list of redirects, in real folders, and ways to interrupt the work on
 /// them at any step.
 class RedirectWorld {
 public:
@@ -27,7 +27,7 @@ public:
     }
     /// The disk as a listing shows it, mounted or not.
     [[nodiscard]] RamDisk disk() const;
-    /// As a disk goes whose machine lost power: with all that is on it, and without a word.
+    /// Removes the disk as a power failure does: with everything on it, and without a report.
     void loseDisk();
 
     void write(const std::string& name, std::string_view text) const;
@@ -36,11 +36,12 @@ public:
     /// Everything below the home folder: kind, mode, owner, and the content or where a link leads.
     [[nodiscard]] std::map<std::string, std::string> tree() const;
 
-    /// Works in this process. `observer` hears of every step, and before and after every save of the list.
+    /// A use case in this process. `observer` is called at every step, and before and after every save of the
+    /// list.
     [[nodiscard]] FolderRedirectsUseCase useCase(StepObserver observer = {}) const;
 
-    /// Runs `work` in a child that is killed at the step of this number, as the observer counts.
-    /// @returns whether it was killed; a child that ends by itself has had all its steps.
+    /// Runs `work` in a child that is killed at the step with this number, as the observer counts.
+    /// @returns whether it was killed. A child that ends by itself has made all its steps.
     [[nodiscard]] bool runKilledAt(int step, const std::function<void(FolderRedirectsUseCase&)>& work) const;
 
     FolderRedirector::Parts parts;
@@ -51,7 +52,7 @@ private:
     ScratchFolder scratch_;
 };
 
-/// Throws at the step of this number, as a step that fails.
+/// Throws at the step with this number, as a step that fails.
 [[nodiscard]] StepObserver failingAt(int step, bool& hasFailed);
 
 [[nodiscard]] RedirectTarget folderTarget(const std::string& path);

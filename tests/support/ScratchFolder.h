@@ -13,7 +13,7 @@
 
 namespace ramdisk::test {
 
-/// A folder that goes away with this value, in memory where there is such a place, so that flushing costs
+/// A folder that is removed with this object. It lies in memory where possible, so that flushing costs
 /// nothing.
 class ScratchFolder {
 public:
@@ -35,7 +35,7 @@ public:
 
     [[nodiscard]] const std::filesystem::path& path() const noexcept { return path_; }
 
-    /// The names of what lies in the folder, hidden ones too.
+    /// The names of the items in the folder, including hidden ones.
     [[nodiscard]] std::set<std::string> names() const {
         std::set<std::string> names;
         for (const auto& entry : std::filesystem::directory_iterator(path_)) {

@@ -21,9 +21,9 @@
 
 namespace ramdisk::test {
 
-/// A Mac without a Mac: it answers the exact command lines of the disk tools from a state that they change,
-/// in the shape in which the real tools write. A command that it does not know, a script that nobody used,
-/// and a secret in a command line each fail the running test.
+/// A stand-in for a Mac. It answers the exact command lines of the disk tools, from a state that they change,
+/// in the form in which the real tools write. An unknown command, a script that was not used, and a secret in
+/// a command line each fail the running test.
 class ScriptedMac final : public CommandRunning {
 public:
     /// How a detach ends.
@@ -37,7 +37,7 @@ public:
         std::optional<std::string> passphrase;
         bool isIndexed = true;
         std::optional<std::string> mark;
-        /// Where the files of an image's volume go when it is closed.
+        /// Where the files of an image's volume go when the image is closed.
         std::optional<std::filesystem::path> files = std::nullopt;
     };
     struct Image {
@@ -53,8 +53,8 @@ public:
         [[nodiscard]] std::string name() const { return "disk" + std::to_string(disk); }
     };
 
-    /// What is in an image file. Its volume's files lie in a folder, which moves to the mount point while
-    /// the image is open.
+    /// An image file. The files of its volume lie in a folder, which is moved to the mount point while the
+    /// image is open.
     struct ImageFile {
         std::string sizeArgument;
         std::string volumeName;
@@ -72,21 +72,21 @@ public:
     /// Answers the next command of this description with `output` instead of from the state.
     void script(std::string description, CommandOutput output);
 
-    /// Something that another program attached: mounted, without a mark.
+    /// An image that another program attached: mounted, without a mark.
     Image& attachForeign(const std::string& path, const std::string& volumeName);
     void detachForeign(unsigned disk);
 
     [[nodiscard]] Image* imageOf(const std::string& device);
     [[nodiscard]] Volume* volumeAt(const std::filesystem::path& mountPoint);
 
-    /// Whether the disk utility knows the newer attach.
+    /// Whether the disk utility has the newer attach.
     bool hasDiskImages2 = true;
-    /// Runs before each command: what other programs do meanwhile.
+    /// Called before each command, as other programs at work meanwhile.
     std::function<void()> meanwhile;
-    /// Runs when `ditto` has copied: what other programs do while it does.
+    /// Called when `ditto` has copied, as other programs at work meanwhile.
     std::function<void()> whileCopying;
     Attaching attaching = Attaching::works;
-    /// How making an image ends, when not well.
+    /// How making an image ends, if it fails.
     std::optional<CommandOutput> creation;
     /// How the images opened from now on are closed.
     Detaching detachingOfImages = Detaching::works;
@@ -100,10 +100,10 @@ public:
 
     [[nodiscard]] std::vector<std::string> descriptions() const;
 
-    /// What is in an image file, whatever its name is now; null when it is no image.
+    /// The image file, whatever its name is now; null when it is not an image.
     [[nodiscard]] ImageFile* imageFile(const std::filesystem::path& path);
 
-    /// A RAM disk, mounted where there is a real folder.
+    /// Makes a RAM disk that is mounted on a real folder.
     RamDisk makeRamDisk(const std::string& name, const std::filesystem::path& mountPoint,
                         std::uint64_t bytes);
 
@@ -138,17 +138,17 @@ private:
     std::deque<Script> scripts_;
     std::uint64_t nextAttachment_ = 4294968000;
     ScratchFolder vault_;
-    /// By the text in the image's file.
+    /// The images, by the text in their files.
     std::map<std::string, ImageFile> imageFiles_;
 };
 
-/// The use cases over a scripted Mac, wired as on a real one. `privateDirectory` is a folder of the test's
+/// The use cases with a scripted Mac, built as on a real one. `privateDirectory` is a folder of the test's
 /// own.
 [[nodiscard]] RamDiskServices
 servicesOn(const std::shared_ptr<ScriptedMac>& mac, const std::filesystem::path& privateDirectory,
            RamDeviceAllocator::AttachMethod method = RamDeviceAllocator::AttachMethod::diskImages2);
 
-/// The scripted Mac's private mounts, marks and media, for adapters tested one by one.
+/// The private mounts, marks and media of the scripted Mac, for tests of single adapters.
 [[nodiscard]] std::shared_ptr<PrivateMounts> privateMountsOn(const std::shared_ptr<ScriptedMac>& mac,
                                                              const std::filesystem::path& directory);
 [[nodiscard]] std::shared_ptr<VolumeMarkAccessing> marksOn(const std::shared_ptr<ScriptedMac>& mac);

@@ -11,11 +11,11 @@ namespace ramdisk {
 
 class MessageBus;
 
-/// logind's delay lock on shutdowns. The limit is what the administrator set (InhibitDelayMaxSec, 5 seconds
-/// unless changed): logind goes on after it, whoever still holds the lock.
+/// Delays shutdowns with a lock of logind. The administrator sets the limit (InhibitDelayMaxSec, 5 seconds by
+/// default). After it logind goes on, even if somebody still holds the lock.
 class LogindShutdownDelay final : public ShutdownDelaying {
 public:
-    /// @param limit how long logind may take for an answer.
+    /// @param limit how long logind may take to answer.
     explicit LogindShutdownDelay(std::chrono::milliseconds limit = std::chrono::seconds(5));
     ~LogindShutdownDelay() override;
 

@@ -13,13 +13,13 @@ struct sd_bus_message;
 
 namespace ramdisk {
 
-/// There is no bus to ask: the library is not installed, or no bus runs for this user or machine.
+/// There is no bus: the library is not installed, or no bus runs for this user or machine.
 class BusAbsent : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
 
-/// A bus or what was called on it failed. Its text is what the other side said.
+/// A call on a bus failed. The text is what the other side said.
 class BusCallError : public std::runtime_error {
 public:
     BusCallError(std::string name, const std::string& text)
@@ -29,10 +29,10 @@ public:
     /// Such as "org.freedesktop.DBus.Error.ServiceUnknown".
     [[nodiscard]] const std::string& name() const noexcept { return name_; }
 
-    /// Whether nobody answered within the time that was given.
+    /// Whether there was no answer within the given time.
     [[nodiscard]] bool isSilence() const noexcept;
 
-    /// Whether nobody has the name that was called, nor can be started to take it.
+    /// Whether nobody has the name that was called, and nothing can be started that takes it.
     [[nodiscard]] bool isNobodyThere() const noexcept;
 
 private:
@@ -51,12 +51,12 @@ public:
 
     [[nodiscard]] sd_bus_message* get() const noexcept { return message_; }
 
-    /// @throws BusCallError when the message does not hold what is asked for.
+    /// @throws BusCallError when the message does not contain this.
     [[nodiscard]] std::string readText();
     [[nodiscard]] std::string readPath();
     [[nodiscard]] bool readFlag();
     [[nodiscard]] std::uint64_t readNumber();
-    /// Calls `element` until the list has ended; `contents` is the type of one element.
+    /// Calls `element` for each element of the list. `contents` is the type of an element.
     void readList(const char* contents, const std::function<void()>& element);
     void enter(char type, const char* contents);
     void leave();
@@ -65,15 +65,15 @@ private:
     sd_bus_message* message_;
 };
 
-/// A connection to a message bus, by libsystemd, which is loaded when the first one is opened: a program that
-/// asks nobody starts without it. Used by one thread at a time.
+/// A connection to a message bus, by libsystemd. The library is loaded when the first connection is opened,
+/// so a program that needs no bus starts without it. Used by one thread at a time.
 class MessageBus {
 public:
     enum class Kind { session, system };
     using Clock = std::chrono::steady_clock;
 
     /// @throws BusAbsent
-    /// @throws BusCallError when the bus is there, but refuses or does not answer before `deadline`.
+    /// @throws BusCallError when the bus exists but refuses, or does not answer before `deadline`.
     MessageBus(Kind kind, Clock::time_point deadline);
 
     struct Method {
@@ -92,15 +92,15 @@ public:
     [[nodiscard]] BusMessage call(const Method& method, Clock::time_point deadline,
                                   const Arguments& arguments = nullptr, Holds holds = Holds::nothingSecret);
 
-    /// A property, entered as far as its value. @throws BusCallError
+    /// A property; the message is positioned at its value. @throws BusCallError
     [[nodiscard]] BusMessage property(const char* service, const std::string& path, const char* interface,
                                       const char* name, const char* type, Clock::time_point deadline);
 
-    /// Asks for the signals that the rule describes. @throws BusCallError
+    /// Subscribes to the signals that the rule describes. @throws BusCallError
     void listen(const std::string& rule, Clock::time_point deadline);
 
-    /// The next message that nobody waits for, a signal mostly. Waits for it until the deadline, or until
-    /// `wake`, a descriptor or -1, becomes readable; null then.
+    /// The next message that is no answer to a call, mostly a signal. Waits until the deadline, or until
+    /// `wake`, a descriptor or -1, becomes readable. Then returns null.
     /// @throws BusCallError when the connection has broken.
     [[nodiscard]] std::unique_ptr<BusMessage> next(Clock::time_point deadline, int wake = -1);
 

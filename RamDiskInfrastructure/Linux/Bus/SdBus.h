@@ -6,7 +6,7 @@
 
 namespace ramdisk {
 
-/// The functions of libsystemd that are used, under the library's names.
+/// The functions of libsystemd that this program uses, under the library's names.
 struct SdBus {
 #define RAMDISK_SD_BUS_FUNCTIONS(X)                                                                          \
     X(sd_bus_open_user)                                                                                      \
@@ -40,7 +40,7 @@ struct SdBus {
 #undef RAMDISK_MEMBER
 };
 
-/// Loads the library at the first call. @throws BusAbsent when it is not installed, or too old.
+/// Loads the library at the first call. @throws BusAbsent when it is not installed or too old.
 [[nodiscard]] const SdBus& sdBus();
 
 /// @throws BusCallError when `result`, what a function returned, is a negative errno.

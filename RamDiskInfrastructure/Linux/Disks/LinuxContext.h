@@ -14,11 +14,11 @@ namespace ramdisk {
 
 /// What the Linux adapters of one process share.
 struct LinuxContext {
-    /// With tools that are really run.
+    /// A context whose tools are really run.
     explicit LinuxContext(LinuxHost aHost);
     LinuxContext(LinuxHost aHost, std::shared_ptr<CommandRunning> aRunner);
 
-    /// The store that this process makes its own records in.
+    /// The store for the records that this process makes.
     [[nodiscard]] const DiskRecordStore& ownStore() const { return stores.front(); }
 
     /// The store that a record was read from.
@@ -33,7 +33,7 @@ struct LinuxContext {
     std::vector<DiskRecordStore> stores;
     /// Empty outside of tests.
     StepObserver observer;
-    /// Told what the user should know once, such as that sizes are not enforced here.
+    /// Gets a sentence that the user should know once, such as that sizes are not enforced here.
     std::function<void(std::string)> notice = [](const std::string&) {};
 };
 

@@ -8,8 +8,8 @@
 
 namespace ramdisk {
 
-/// Hands out device names by claiming a record for each. On Linux memory is taken as files are written, so a
-/// fresh device holds none.
+/// Gives out device names by claiming a record for each. On Linux memory is taken as files are written, so a
+/// new device holds none.
 class LinuxDeviceAllocator final : public RamDeviceAllocating {
 public:
     LinuxDeviceAllocator(std::shared_ptr<const LinuxContext> context, std::shared_ptr<PendingRecords> making)

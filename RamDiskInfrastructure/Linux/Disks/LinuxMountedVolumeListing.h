@@ -7,7 +7,7 @@
 
 namespace ramdisk {
 
-/// The names by which a Linux user knows volumes: those of the RAM disks, and the folder names of what is
+/// The names by which a Linux user knows volumes: the names of the RAM disks, and the folder names of what is
 /// mounted where desktops and administrators mount media. System mounts such as /proc have no such name.
 class LinuxMountedVolumeListing final : public MountedVolumeListing {
 public:

@@ -7,8 +7,8 @@
 
 namespace ramdisk {
 
-/// Lists the disks that have both a record and a volume that the kernel shows, without running a tool, and
-/// heals what a killed process left. Other programs' memory volumes are never listed.
+/// Lists the disks that have both a record and a volume that the kernel shows. Runs no tool. Heals what a
+/// killed process left. Memory volumes of other programs are never listed.
 class LinuxRamDiskInventory final : public RamDiskInventory {
 public:
     explicit LinuxRamDiskInventory(std::shared_ptr<const LinuxContext> context)

@@ -9,8 +9,8 @@
 
 namespace ramdisk {
 
-/// Makes the volume of a claimed device: takes its name among all disks, makes it in the realisation that its
-/// format asks for, and mounts it.
+/// Makes the volume of a claimed device: claims its name among all disks, makes the kind of volume that its
+/// format needs, and mounts it.
 class LinuxVolumeFormatter final : public VolumeFormatting, public VolumeMarking {
 public:
     LinuxVolumeFormatter(std::shared_ptr<const LinuxContext> context, std::shared_ptr<PendingRecords> making)

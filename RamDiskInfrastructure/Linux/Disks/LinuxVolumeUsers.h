@@ -8,7 +8,7 @@
 
 namespace ramdisk {
 
-/// Asks `lsof` where it is installed and the volume is a mount, else looks through /proc itself.
+/// Asks `lsof` if it is installed and the volume is a mount. Otherwise looks through /proc itself.
 class LinuxVolumeUsers final : public VolumeUsersListing {
 public:
     LinuxVolumeUsers(std::shared_ptr<CommandRunning> runner, std::filesystem::path proc)

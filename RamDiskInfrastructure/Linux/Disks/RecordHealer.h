@@ -7,9 +7,9 @@ namespace ramdisk {
 /// Brings a record back in line with the machine after a process was killed, a volume was unmounted by other
 /// means, or the last file of a forcibly ejected volume was closed.
 ///
-/// Touches only what is provably ours and what no process holds; a volume that somebody put files onto is
-/// kept, whatever became of its maker. Everything is looked at afresh under the record's hold, so that a
-/// listing that saw an old state does no harm. Failures are silent: the next listing tries again.
+/// Changes only what is provably ours and what no process holds. A volume that somebody put files on is kept,
+/// even if its maker died. Everything is checked again under the record's hold, so a listing that saw an old
+/// state does no harm. Failures are silent: the next listing tries again.
 class RecordHealer {
 public:
     explicit RecordHealer(const LinuxContext& context) : context_(context) {}
@@ -17,19 +17,19 @@ public:
     /// @returns the record as it stands now; absent when it is gone.
     [[nodiscard]] std::optional<DiskRecord> heal(const DiskRecord& record) const noexcept;
 
-    /// Whether the record stands: at once for a complete disk that `mounts` shows, else after healing.
+    /// Whether the record is valid. A complete disk that `mounts` shows is. Any other record is healed first.
     [[nodiscard]] bool stands(const DiskRecord& record, const MountTable& mounts) const noexcept;
 
-    /// Removes what the record's volume may have left, unless a newer disk lives there by now.
+    /// Removes what the record's volume may have left, unless a newer disk uses it by now.
     /// @throws SystemCallError
     void removeRemains(const DiskRecord& record) const;
 
-    /// Takes away whatever the record's volume has left, and the record.
+    /// Removes whatever the record's volume has left, and the record.
     /// @throws SystemCallError
     void discard(RecordHold hold) const;
 
-    /// As `discard` for a volume that nobody can see, unless something still keeps its memory: then the
-    /// record stays as the trace of it.
+    /// As `discard`, for a volume that nobody can see. If something still keeps its memory, the record stays,
+    /// as the only trace of that memory.
     /// @throws SystemCallError
     void discardUnseen(RecordHold hold, const MountTable& mounts) const;
 

@@ -4,9 +4,9 @@
 
 namespace ramdisk {
 
-/// Copies a folder with the system's own tree copier: links stay links, files of several names and sparse
-/// files stay what they are, attributes and ACLs come along. Where the caller may not give files away, the
-/// copies are the caller's own. The root folder of the volume keeps its own owner, mode and dates.
+/// Copies a folder with the system's own tree copier. Links stay links; hard links and sparse files stay what
+/// they are; attributes and ACLs are copied. If the caller may not give files to other owners, the copies are
+/// the caller's own. The root folder of the volume keeps its own owner, mode and dates.
 class TreeFolderCopier final : public FolderCopying {
 public:
     void copy(const std::filesystem::path& folder, const std::filesystem::path& volume) override;

@@ -10,7 +10,7 @@
 
 namespace ramdisk {
 
-/// The ways in which a process may come by a volume on Linux, best first.
+/// The ways in which a process can get a volume on Linux, best first.
 enum class HostRung {
     /// The process may mount: volumes are real mounts with enforced sizes.
     kernel,
@@ -24,13 +24,13 @@ template <>
 inline constexpr auto enumerators<HostRung> = enumerationTable<Named<HostRung>>(
     {{HostRung::kernel, "kernel"}, {HostRung::udisks, "udisks"}, {HostRung::folder, "folder"}});
 
-/// Who runs this process, what it may do and where things are kept, read once at its start.
+/// Who runs this process, what it may do and where things are kept. Read once, at the start of the process.
 ///
-/// `HOME` and the `XDG_*` variables are honoured. `TRAMDISK_HOST` forces a rung; `TRAMDISK_STATE` puts the
-/// records and the mounts for everyone below one folder, and shows only what was made there. Neither of these
-/// two is honoured in a process that gained privileges, since they could point it at another user's files.
+/// `HOME` and the `XDG_*` variables are used. `TRAMDISK_HOST` forces a rung. `TRAMDISK_STATE` puts the
+/// records and the mounts for everyone below one folder, and shows only what was made there. A process that
+/// gained privileges ignores these two, since they could point it at another user's files.
 struct LinuxHost {
-    /// Whose disks are made: the user behind sudo, where there is one.
+    /// The owner of the disks that are made: the user behind sudo, if there is one.
     uid_t owner = 0;
     gid_t ownerGroup = 0;
     /// Whether the process acts as root and so sees everybody's disks.
@@ -43,7 +43,7 @@ struct LinuxHost {
     std::filesystem::path records;
     /// All folders of records that it looks into, `records` first.
     std::vector<std::filesystem::path> visibleRecords;
-    /// Parents of mount folders for everyone, in the order in which they are tried.
+    /// Parents of the mount folders for everyone, in the order in which they are tried.
     std::vector<std::filesystem::path> publicMounts;
     /// Parent of the mount folders that only the user may enter.
     std::filesystem::path privateMounts;
@@ -60,7 +60,7 @@ struct LinuxHost {
     std::filesystem::path proc = "/proc";
     std::filesystem::path sys = "/sys";
 
-    /// @throws std::runtime_error when a variable holds an invalid value.
+    /// @throws std::runtime_error when a variable has an invalid value.
     [[nodiscard]] static LinuxHost current();
 
     /// The rung that this process starts with.

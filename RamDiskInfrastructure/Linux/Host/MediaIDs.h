@@ -7,15 +7,15 @@
 
 namespace ramdisk {
 
-/// Identifiers of media that are not given out twice, unlike device numbers and names.
+/// Identifiers of media. Unlike device numbers and names, they are never used again.
 struct MediaIDs {
-    /// The sequence number of a block device such as "loop3", counted up whenever new media are put behind
-    /// it.
+    /// The sequence number of a block device such as "loop3". It increases whenever new media are put behind
+    /// the device.
     [[nodiscard]] static std::optional<std::uint64_t> identifier(std::string_view blockDevice,
                                                                  const std::filesystem::path& sys = "/sys");
 
-    /// The identifier of the medium that `location` lies on: of its block device, or of the mount where there
-    /// is none. Absent on kernels that number neither.
+    /// The identifier of the medium that `location` lies on: that of its block device, or of the mount if
+    /// there is no block device. Absent on kernels that have neither number.
     [[nodiscard]] static std::optional<std::uint64_t> identifierAt(const std::filesystem::path& location);
 };
 

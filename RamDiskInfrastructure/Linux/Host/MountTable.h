@@ -16,22 +16,22 @@ struct MountEntry {
     /// The mount that this one was mounted on.
     std::uint64_t parent = 0;
     dev_t device = 0;
-    /// The folder of the file system that is mounted; "/" except for bind mounts of a part.
+    /// The folder of the file system that is mounted; "/" unless only a part of it is mounted (bind mount).
     std::string root;
     std::filesystem::path mountPoint;
     std::string fileSystem;
     std::string source;
-    /// Those of the file system, set apart by commas.
+    /// The options of the file system, separated by commas.
     std::string options;
 
     friend bool operator==(const MountEntry&, const MountEntry&) = default;
 };
 
-/// All mounts, in the order in which the kernel tells them. That says nothing of which of several at one path
-/// is the visible one, since a mount can be moved on top of a younger one.
+/// All mounts, in the order in which the kernel lists them. This order does not show which of several mounts
+/// at one path is visible, since a mount can be moved on top of a younger one.
 class MountTable {
 public:
-    /// Reads the text of /proc/self/mountinfo. Lines that are not of its shape are left out.
+    /// Reads the text of /proc/self/mountinfo. Lines of another form are left out.
     [[nodiscard]] static MountTable parse(std::string_view text);
 
     /// The mounts as they are now.
@@ -40,7 +40,7 @@ public:
 
     [[nodiscard]] const std::vector<MountEntry>& entries() const noexcept { return entries_; }
 
-    /// The mount that a path walk to exactly `mountPoint` ends in, null when nothing is mounted there.
+    /// The mount that the path `mountPoint` leads to. Null when nothing is mounted exactly there.
     [[nodiscard]] const MountEntry* topmostAt(const std::filesystem::path& mountPoint) const;
 
     /// Whether any mount shows this file system.

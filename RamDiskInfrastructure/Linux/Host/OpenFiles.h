@@ -12,7 +12,7 @@
 
 namespace ramdisk {
 
-/// Where the files lie whose users are looked for.
+/// Where to look for open files.
 struct FilesPlace {
     /// Everything on one file system, also after it was unmounted.
     struct Device {
@@ -25,17 +25,18 @@ struct FilesPlace {
     std::variant<Device, Folder> value;
 };
 
-/// The processes that have files of a place open, stand in it, or map them, and what memory they keep there.
+/// The processes that use files of a place: have them open, map them, or have their working folder there. And
+/// the memory that they keep there.
 struct OpenFiles {
     std::vector<VolumeUser> users;
-    /// The memory that cannot come back while these files are open; absent when it could not be told.
+    /// The memory that cannot be freed while these files are open. Absent when unknown.
     std::optional<ByteCount> held;
 
-    /// Looks through every process that the caller may look into.
+    /// Checks every process that the caller may look into.
     [[nodiscard]] static OpenFiles find(const std::filesystem::path& proc, const FilesPlace& place);
 };
 
-/// The users as a message names them, such as "vim (4711)".
+/// The processes as a message names them, such as "vim (4711)".
 [[nodiscard]] std::vector<std::string> describe(const std::vector<VolumeUser>& users);
 
 } // namespace ramdisk

@@ -8,7 +8,7 @@
 
 namespace ramdisk {
 
-/// The whole of a file whose size cannot be told beforehand, such as one below /proc.
+/// The whole content of a file whose size is not known beforehand, such as one below /proc.
 /// @throws SystemCallError
 [[nodiscard]] std::string readSmallFile(const std::filesystem::path& path);
 

@@ -7,11 +7,12 @@
 
 namespace ramdisk {
 
-/// Where an administrator's tool is installed; absent when it is not. The user's PATH has no say in what is
-/// run with the right to mount.
+/// The path of an administrator's tool. Absent when it is not installed. The user's PATH is ignored, since
+/// the tool runs with the right to mount.
 [[nodiscard]] std::optional<std::filesystem::path> findSystemTool(std::string_view name);
 
-/// Whether the kernel can mount this type, after it was asked to load the module for it.
+/// Whether the kernel lists this file system type now. A type whose module is not loaded yet is missing, so a
+/// caller loads the module and asks again.
 [[nodiscard]] bool kernelListsFileSystem(std::string_view type, const std::filesystem::path& proc);
 
 } // namespace ramdisk

@@ -9,16 +9,16 @@
 
 namespace ramdisk {
 
-/// How to make a mount. Kernels before 5.2, and sandboxes that filter the newer calls, have the classic one
-/// only.
+/// How to make a mount. Kernels before 5.2, and sandboxes that filter the newer calls, offer only the classic
+/// way.
 enum class MountInterface { descriptors, classic };
 
 /// What to mount.
 struct MountRequest {
     std::string fileSystem;
-    /// Shown by the mount table.
+    /// The mount table shows it.
     std::string source;
-    /// Options of the file system, such as size and mode. An empty value stands for a flag.
+    /// Options of the file system, such as size and mode. An option with an empty value is a flag.
     std::vector<std::pair<std::string, std::string>> options;
     /// Whether programs on it may be run.
     enum class Programs { run, refuse } programs = Programs::run;
@@ -28,20 +28,20 @@ struct MountRequest {
     [[nodiscard]] std::string optionText() const;
 };
 
-/// A mounted file system that nobody can see yet: set up through its descriptor and then attached to a folder
-/// in one step. Until then the kernel takes it away when the process dies. With the classic interface there
-/// is nothing before `attach`.
+/// A mounted file system that nobody can see yet. It is set up through its descriptor and then attached to a
+/// folder in one step. Until then the kernel removes it when the process dies. With the classic interface
+/// nothing is mounted before `attach`.
 class DetachedMount {
 public:
-    /// Mounts nosuid and nodev, and as the request says. Falls back to the classic interface where the kernel
-    /// lacks the other.
+    /// Mounts with nosuid and nodev, and as the request says. Falls back to the classic interface if the
+    /// kernel lacks the other one.
     /// @throws SystemCallError
     DetachedMount(MountRequest request, MountInterface interface);
 
     /// The root folder of the mount, for reading; invalid with the classic interface.
     [[nodiscard]] const FileDescriptor& root() const noexcept { return root_; }
 
-    /// Has only what lies below `folder`, a folder of this mount, become visible.
+    /// Makes only what lies below `folder`, a folder of this mount, visible later.
     /// @throws SystemCallError
     void narrowTo(FileDescriptor folder);
 

@@ -13,18 +13,18 @@ class DmCrypt {
 public:
     explicit DmCrypt(CommandRunning& runner) : runner_(runner) {}
 
-    /// Whether the kernel really has the target that decrypts, and the tool is installed. The presence of the
-    /// control node proves nothing: containers show it without being let in.
+    /// Whether the kernel really has the target that decrypts, and the tool is installed. The control node
+    /// alone proves nothing: some containers have it but may not use it.
     [[nodiscard]] static bool isSupported();
 
-    /// Makes a container on the device and opens it; a tool that dies half way leaves it closed or open,
-    /// which `close` puts right.
+    /// Makes a container on the device and opens it. A tool that dies half way leaves it closed or open;
+    /// `closeWhenUnused` handles both.
     /// @returns the device of the open container.
     /// @throws CommandFailure, CommandTimeout, std::system_error
     std::filesystem::path makeAndOpen(const std::filesystem::path& device, const std::string& name,
                                       const VolumePassphrase& passphrase);
 
-    /// Has the kernel close the container as soon as nothing uses it any more.
+    /// Tells the kernel to close the container as soon as nothing uses it any more.
     /// @throws CommandFailure, CommandTimeout, std::system_error
     void closeWhenUnused(const std::string& name);
 
@@ -33,7 +33,7 @@ public:
     [[nodiscard]] static SystemCommand openCommand(const std::filesystem::path& device,
                                                    const std::string& name);
 
-    /// Where an open container of this name stands.
+    /// The path of an open container with this name.
     [[nodiscard]] static std::filesystem::path containerPath(const std::string& name);
 
 private:

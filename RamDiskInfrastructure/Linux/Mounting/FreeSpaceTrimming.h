@@ -4,7 +4,7 @@
 
 namespace ramdisk {
 
-/// Has ext4 tell the memory file below it which blocks are free (FITRIM). A tmpfs needs no such thing.
+/// Makes ext4 tell the memory file below it which blocks are free (FITRIM). A tmpfs does not need this.
 class FreeSpaceTrimming final : public MemoryTrimming {
 public:
     void trim(const RamDisk& disk) noexcept override;

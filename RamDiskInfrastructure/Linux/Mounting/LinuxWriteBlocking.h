@@ -4,10 +4,10 @@
 
 namespace ramdisk {
 
-/// Makes the mount of a volume read-only, which the kernel refuses while a file is open for writing. The
-/// files stay what they are for programs that read them.
+/// Makes the mount of a volume read-only. The kernel refuses that while a file is open for writing. Programs
+/// can go on reading.
 ///
-/// Should this process die in between, the disk stays read-only until somebody ejects it or the next session
+/// If this process dies in between, the disk stays read-only until somebody ejects it or the next session
 /// starts. Kernels before 5.12 cannot do it.
 class LinuxWriteBlocking final : public WriteBlocking {
 public:

@@ -18,18 +18,19 @@ namespace ramdisk {
 /// What may be done through a loop device.
 enum class LoopAccess {
     readWrite,
-    /// What is written goes straight into the file where its file system can do that, and is not held in
-    /// memory twice.
+    /// What is written goes straight to the file if its file system can do that, and is not held in memory
+    /// twice.
     writeThrough,
     readOnly,
 };
 
-/// A block device upon a file, which the device alone keeps alive when it has no name. The kernel takes it
-/// away when its last user is gone: this object while the volume is being made, then the mount. A killed
-/// process leaves none.
+/// A block device on top of a file. If the file has no name, only the device keeps it alive. The kernel
+/// removes the device when its last user is gone: first this object, while the volume is being made, then the
+/// mount. A killed process leaves none.
 class LoopDevice {
 public:
-    /// Puts `capacity` bytes of `file` behind a free loop device. The rest of the file is room to grow.
+    /// Puts the first `capacity` bytes of `file` behind a free loop device. The rest of the file is room to
+    /// grow.
     /// @throws SystemCallError
     [[nodiscard]] static LoopDevice attach(const FileDescriptor& file, const std::string& tag,
                                            ByteCount capacity, LoopAccess access = LoopAccess::readWrite);
@@ -45,7 +46,7 @@ private:
     FileDescriptor device_;
 };
 
-/// What the kernel shows of the loop devices.
+/// What the kernel shows about loop devices.
 struct LoopDevices {
     std::filesystem::path sys;
 
@@ -59,7 +60,7 @@ struct LoopDevices {
     /// @throws SystemCallError when the devices cannot be listed.
     [[nodiscard]] std::vector<std::pair<unsigned, std::filesystem::path>> backingFiles() const;
 
-    /// As `carries` is false, waiting up to a second: the kernel clears a device a moment after its last
+    /// Waits up to a second until `carries` is false. The kernel clears a device a moment after its last
     /// user, and programs that look at new devices may hold it a little longer.
     [[nodiscard]] bool isReleased(unsigned number, const std::string& tag) const;
 };

@@ -7,16 +7,16 @@
 
 namespace ramdisk {
 
-/// The name of the attribute that is the mark. Linux lets users set attributes in one namespace only.
+/// The name of the attribute that is the mark. Linux lets users set attributes in one namespace only,
+/// `user.`.
 [[nodiscard]] std::string volumeMarkAttribute();
 
-/// Writes the mark with this identifier onto an open root folder. Where the file system keeps no user
-/// attributes nothing is written: there the disk's record, with the identifier that the kernel shows, is the
-/// mark.
+/// Writes the mark with this identifier on an open root folder. If the file system keeps no user attributes,
+/// nothing is written. The disk's record, with the identifier that the kernel shows, is the mark then.
 /// @throws SystemCallError for any other failure.
 void writeVolumeMark(int rootDescriptor, const UUID& instance);
 
-/// What the mark on a volume says; unset where there is none or it cannot be read.
+/// What the mark on a volume says. Unset when there is none or it cannot be read.
 [[nodiscard]] VolumeMark::Reading readVolumeMark(const std::filesystem::path& volume);
 
 } // namespace ramdisk

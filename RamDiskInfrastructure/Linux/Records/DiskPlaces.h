@@ -6,20 +6,19 @@
 #include <filesystem>
 #include <string_view>
 
-/// The names and mount folders that disks take from one another. Callers hold `DiskRecordStore::lockNames`,
-/// so that between the look and the taking nobody else can take the same.
+/// The names and mount folders that disks compete for. Callers hold `DiskRecordStore::lockNames`, so that
+/// nobody else can take the same one between the check and the taking.
 namespace ramdisk {
 
-/// @throws RamDiskError `invalidSpecification` when another disk than that of `own` goes by the name. A disk
-/// that
-///         only waits for its memory to come back has given its name up.
+/// @throws RamDiskError `invalidSpecification` when a disk other than that of `own` has the name. A disk that
+///         only waits for its memory to be freed has given up its name.
 void requireFreeName(const DiskRecordStore& store, const DiskRecord& own, std::string_view name);
 
-/// Whether the record of another disk names the folder.
+/// Whether the record of another disk names this folder.
 [[nodiscard]] bool isMountPointOfAnother(const DiskRecordStore& store, const DiskRecord& own,
                                          const std::filesystem::path& folder);
 
-/// Makes a folder for the disk to be mounted on, under a path that the record names before the folder exists.
+/// Makes a folder to mount the disk on. The record names its path before the folder exists.
 /// @throws SystemCallError
 [[nodiscard]] MountFolders::Made makeMountFolder(const LinuxHost& host, const DiskRecordStore& store,
                                                  RecordHold& hold);

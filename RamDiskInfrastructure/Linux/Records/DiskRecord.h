@@ -31,11 +31,11 @@ inline constexpr auto enumerators<VolumeKind> = enumerationTable<Named<VolumeKin
 
 /// How far a disk has come.
 enum class RecordState {
-    /// Being made by the process that holds the record; abandoned when no process holds it.
+    /// The process that holds the record is making the disk. If no process holds it, the disk is abandoned.
     making,
     /// Complete.
     settled,
-    /// Ejected; its memory is not back yet, since a program still has one of its files open.
+    /// Ejected, but its memory is not free yet, since a program still has one of its files open.
     detaching,
 };
 template <>
@@ -44,13 +44,13 @@ inline constexpr auto
                                                                      {RecordState::settled, "settled"},
                                                                      {RecordState::detaching, "detaching"}});
 
-/// What is remembered of an attached disk, beyond what the kernel shows: one file in a folder that is gone at
-/// reboot, as the disks are. The kernel has the last word: a record whose `uuid` no mount, loop device or
-/// folder shows speaks of nothing.
+/// What is remembered about an attached disk, beyond what the kernel shows. Each record is one file in a
+/// folder that is gone at reboot, as the disks are. The kernel has the last word: if no mount, loop device or
+/// folder shows the record's `uuid`, the disk does not exist.
 struct DiskRecord {
     /// The name of the record's file; not stored inside it.
     DeviceIdentifier device;
-    /// Carried by the volume itself, where only its maker can put it.
+    /// The volume itself carries it, where only its maker can put it.
     UUID uuid;
     /// The identifier inside the volume's mark.
     UUID instance;
@@ -64,38 +64,38 @@ struct DiskRecord {
     bool isEncrypted = false;
     /// The number of the loop device, once there is one.
     std::optional<unsigned> loop = std::nullopt;
-    /// Empty until it is chosen. Written before the folder is made, so that a crash in between leaves a
-    /// trace.
+    /// Empty until it is chosen. Written before the folder is made, so that a crash in between leaves a trace
+    /// of it.
     std::filesystem::path mountPoint{};
-    /// While a renaming moves the mount: where it was before. Empty at all other times.
+    /// While a rename moves the mount: the mount point before it. Empty at all other times.
     std::filesystem::path formerMountPoint{};
-    /// While detaching: the file system's device number and how much memory it had when it was ejected.
+    /// While detaching: the file system's device number, and how much memory it had when it was ejected.
     dev_t heldDevice = 0;
     ByteCount heldBytes{};
     /// The folder that the record was read from; not stored inside it.
     std::filesystem::path folder{};
 
-    /// A record with fresh identifiers, for a device that is yet to be named.
+    /// A record with new identifiers, for a device that has no name yet.
     [[nodiscard]] static DiskRecord draft() {
         return {DeviceIdentifier::wholeDisk(0), UUID::random(), UUID::random()};
     }
 
-    /// Tells this disk from others where the kernel numbers no attachments: nobody else draws our identifier.
+    /// Tells this disk from others if the kernel has no unique numbers for mounts. No other disk has the same
+    /// identifier.
     [[nodiscard]] std::uint64_t fallbackAttachment() const;
 
-    /// How the kernel shows the volume: the source of its mount, the name of its memory file or of its
-    /// folder.
+    /// The name under which the kernel shows the volume: the source of its mount, the name of its memory file
+    /// or of its folder.
     [[nodiscard]] std::string volumeTag() const { return std::string(tagPrefix) + uuid.text(); }
     static constexpr std::string_view tagPrefix = "ramdisk-";
 
     friend bool operator==(const DiskRecord&, const DiskRecord&) = default;
 };
 
-/// The record as its file holds it: one compact JSON object.
+/// The content of the record's file: one compact JSON object.
 [[nodiscard]] std::string encodeRecord(const DiskRecord& record);
 
-/// Reads what `encodeRecord` wrote. Absent for anything else, so that a foreign or damaged file is passed
-/// over.
+/// Reads what `encodeRecord` wrote. Absent for anything else, so a foreign or damaged file is skipped.
 [[nodiscard]] std::optional<DiskRecord> decodeRecord(std::string_view text, const DeviceIdentifier& device);
 
 } // namespace ramdisk

@@ -9,8 +9,8 @@
 
 namespace ramdisk {
 
-/// A record that this process alone may change, for as long as this value lives. The kernel gives the hold up
-/// when the process dies, which is how others can tell an abandoned disk from one that is being made.
+/// A record that only this process may change, as long as this object exists. The kernel releases the hold
+/// when the process dies. So others can tell an abandoned disk from one that is being made.
 struct RecordHold {
     DiskRecord record;
     FileDescriptor lock;
@@ -18,35 +18,35 @@ struct RecordHold {
 
 /// The folder of records of attached disks.
 ///
-/// A record appears whole under a name that nobody else has, changes whole, and disappears whole: a process
-/// killed at any point leaves either the old or the new record, and no temporary file. Readers take no lock.
-/// Records are readable by root and by their owner's group only, so that no other user can hold one.
+/// A record appears, changes and disappears as a whole, under a name that no other record has. A process that
+/// is killed at any point leaves either the old or the new record, and no temporary file. Readers take no
+/// lock. Only root and the owner's group can read a record, so no other user can hold one.
 class DiskRecordStore {
 public:
     explicit DiskRecordStore(std::filesystem::path folder);
 
     [[nodiscard]] const std::filesystem::path& folder() const noexcept { return folder_; }
 
-    /// All records, ordered by device; none when the folder does not exist. Files that are not records, or
-    /// that somebody else than root and the folder's owner wrote, are passed over; so is what another user
-    /// than root claims beyond folders of his own.
+    /// All records, ordered by device; none when the folder does not exist. Files are skipped if they are not
+    /// records, or if anybody but root and the folder's owner wrote them. A record of a user other than root
+    /// is believed only about folders of this user.
     [[nodiscard]] std::vector<DiskRecord> readAll() const;
 
     /// The numbers of all records, readable or not.
     [[nodiscard]] std::vector<unsigned> usedNumbers() const;
 
     /// Writes `draft` under the lowest number that is free here and not in `alsoTaken`, and holds it. The
-    /// draft's `device` is ignored.
+    /// `device` of the draft is ignored.
     /// @throws SystemCallError with nothing written.
     [[nodiscard]] RecordHold claim(DiskRecord draft, const std::vector<unsigned>& alsoTaken,
                                    gid_t group) const;
 
-    /// Holds the record if no other process does and it is still the same one, in its newest state.
+    /// Holds the record in its newest state, if no other process holds it and it is still the same one.
     [[nodiscard]] std::optional<RecordHold> tryHold(const DiskRecord& record) const;
 
-    /// As `tryHold`, waiting for another process that holds it, up to ten seconds. Absent when the record is
+    /// As `tryHold`, but waits up to ten seconds for another process that holds it. Absent when the record is
     /// gone.
-    /// @throws std::runtime_error when the wait was in vain.
+    /// @throws std::runtime_error when the record is still held after that.
     [[nodiscard]] std::optional<RecordHold> hold(const DiskRecord& record) const;
 
     /// Replaces the stored record by `hold.record`.
@@ -56,11 +56,11 @@ public:
     /// Removes the record; its number is free again.
     void remove(RecordHold hold) const;
 
-    /// Keeps every other process from comparing and taking names, for as long as the descriptor lives.
+    /// Keeps other processes from comparing and taking names, until the descriptor is closed.
     /// @throws SystemCallError
     [[nodiscard]] FileDescriptor lockNames() const;
 
-    /// Whether this process's user keeps the records here, so that it is theirs to put them in order.
+    /// Whether the records here belong to this process's user, who may then heal them.
     [[nodiscard]] bool isOwn() const;
 
 private:

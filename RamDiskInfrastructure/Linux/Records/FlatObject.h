@@ -10,12 +10,12 @@
 namespace ramdisk {
 
 /// The members of a JSON object of texts, numbers and flags, read in one pass. A list of many disks reads
-/// many records, and a tree of nodes for each would cost more than everything else that the list does.
+/// many records. Building a tree of nodes for each would cost more than the rest of the list.
 ///
-/// A text that JSON cannot hold stands as an object with the one member "bytes", in hexadecimal.
+/// A text that JSON cannot hold is stored as an object with the one member "bytes", in hexadecimal.
 class FlatObject {
 public:
-    /// @throws std::invalid_argument when `json` is anything else.
+    /// @throws std::invalid_argument when `json` is not such an object.
     [[nodiscard]] static FlatObject parse(std::string_view json);
 
     [[nodiscard]] bool has(std::string_view key) const { return find(key) != nullptr; }
@@ -36,7 +36,7 @@ private:
     std::vector<std::pair<std::string, Value>> members_;
 };
 
-/// A text as a `FlatObject` holds it when it is not plain: two lower-case digits a byte.
+/// The hexadecimal form of a text that is not plain: two lower-case digits for each byte.
 [[nodiscard]] std::string hexadecimal(std::string_view bytes);
 
 } // namespace ramdisk

@@ -14,9 +14,9 @@ namespace ramdisk {
 
 /// Makes the folders that volumes are mounted on, and removes them again.
 ///
-/// A folder is only ever used when this call made it: one that stands in the way, empty or not, is somebody
-/// else's, and the next name is tried ("Scratch 2"). The exception are our own empty folders that a power cut
-/// left behind on the system disk; an extended attribute tells them, and they are made anew.
+/// A folder is used only if this call made it. A folder that exists already, empty or not, belongs to
+/// somebody else, and the next name is tried ("Scratch 2"). The exception are our own empty folders that a
+/// power cut left on the system disk. An extended attribute identifies them, and they are made again.
 class MountFolders {
 public:
     explicit MountFolders(const LinuxHost& host) : host_(host) {}
@@ -26,23 +26,23 @@ public:
 
     struct Made {
         std::filesystem::path path;
-        /// The folder itself, which a mount can be attached to even if somebody swaps what is at the path.
+        /// The open folder. A mount can be attached to it even if somebody exchanges what is at the path.
         FileDescriptor folder;
     };
 
-    /// Makes a folder for a volume called `name`. `announce` hears of a path that is free before it is made,
-    /// so that a record can be written first; `isTaken` tells whether a record of another disk names the
-    /// path. Callers come one at a time, so that nobody takes a folder for a leftover that another call has
-    /// just made.
+    /// Makes a folder for a volume called `name`. `announce` gets a free path before the folder is made, so
+    /// that a record can be written first. `isTaken` tells whether a record of another disk names the path.
+    /// Callers must come one at a time. Otherwise one could take a folder for a leftover that another call
+    /// has just made.
     /// @throws SystemCallError with nothing made.
     [[nodiscard]] Made make(std::string_view name, VolumeAccess access,
                             const std::function<void(const std::filesystem::path&)>& announce,
                             const std::function<bool(const std::filesystem::path&)>& isTaken) const;
 
-    /// The name of a folder for a volume called `name`: the same where a file may be called so.
+    /// The folder name for a volume called `name`. It is the same, unless a file cannot have this name.
     [[nodiscard]] static std::string nameFor(std::string_view name);
 
-    /// Whether the folder carries our mark, or lies where folders carry none.
+    /// Whether the folder has our mark, or lies on a file system where folders have none.
     [[nodiscard]] static bool mayBeOurs(const std::filesystem::path& path) noexcept;
 
     /// Removes the folder if it is empty and nothing is mounted there; contents are never deleted.

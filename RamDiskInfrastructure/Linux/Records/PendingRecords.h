@@ -9,17 +9,17 @@
 
 namespace ramdisk {
 
-/// The records that this process holds while it makes their disks: begun by the allocator, filled in by the
-/// formatter. Safe from any thread.
+/// The records that this process holds while it makes their disks. The allocator adds them, and the formatter
+/// fills them in. Safe from any thread.
 class PendingRecords {
 public:
     void add(RecordHold hold);
 
-    /// The hold of a device that this process is making, null when it is not. Stays this object's; one thread
-    /// at a time works on one device.
+    /// The hold of a device that this process is making; null for any other device. This object keeps owning
+    /// it. One thread at a time works on one device.
     [[nodiscard]] RecordHold* find(const DeviceIdentifier& device);
 
-    /// Takes the hold out, for its last step.
+    /// Takes the hold out of this object, for its last step.
     [[nodiscard]] std::optional<RecordHold> take(const DeviceIdentifier& device);
 
 private:

@@ -8,11 +8,11 @@
 
 namespace ramdisk {
 
-/// The environment that the user's service manager, and the session bus, give to what they start.
+/// The environment that the user's service manager and the session bus give to programs that they start.
 class SystemdUserEnvironment final : public SessionEnvironment {
 public:
-    /// Tools that are not installed are absent: without systemctl nothing works, without the bus's tool what
-    /// the bus starts keeps its old environment.
+    /// Tools that are not installed are absent. Without systemctl nothing works. Without the bus's tool,
+    /// programs that the bus starts keep their old environment.
     struct Tools {
         std::optional<std::filesystem::path> systemctl;
         std::optional<std::filesystem::path> dbusUpdate;
@@ -32,7 +32,7 @@ private:
     Tools tools_;
 };
 
-/// The value of one variable in what `systemctl show-environment` prints, which quotes as a shell does.
+/// The value of one variable in the output of `systemctl show-environment`, which quotes like a shell.
 [[nodiscard]] std::optional<std::string> valueInEnvironment(std::string_view environment,
                                                             std::string_view variable);
 

@@ -9,19 +9,19 @@
 
 namespace ramdisk {
 
-/// What the head of an ext4 file system says of it.
+/// What the superblock of an ext4 file system says.
 struct ExtSuperblock {
     ByteCount size;
     std::string label;
-    /// Whether it was unmounted, with nothing left to do in its journal.
+    /// Whether it was unmounted, with nothing left in its journal.
     bool isClean = false;
-    /// Whether folders of it may take names that differ only in letter case for one another.
+    /// Whether its folders may ignore letter case in names.
     bool canFoldCase = false;
-    /// Tells its last mount for writing, and its last full check, from any other: as long as it is the same
-    /// text, nobody has written to it.
+    /// Identifies its last mount for writing and its last full check. As long as this text is the same,
+    /// nobody has written to the file system.
     std::string seal;
 
-    /// Reads it from the file or the device. Absent when there is no such file system.
+    /// Reads it from the file or the device. Absent when that holds no such file system.
     [[nodiscard]] static std::optional<ExtSuperblock> read(const FileDescriptor& file);
 };
 

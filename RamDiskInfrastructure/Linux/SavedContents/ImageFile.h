@@ -13,21 +13,22 @@
 
 namespace ramdisk {
 
-/// The open file of a saved image. Images lie in the user's home, where anybody of that name may have put
-/// anything: no link is followed, and somebody else's file is not opened.
+/// The open file of a saved image. Images lie in the user's home folder, where any program of this user may
+/// have put anything. So no link is followed, and another user's file is not opened.
 class ImageFile {
 public:
-    /// @throws RamDiskError `imageEjected` when there is none; `imageUnreadable` when it is no file of ours.
+    /// @throws RamDiskError `imageEjected` when there is none; `imageUnreadable` when it is not a regular
+    ///         file, or not ours.
     [[nodiscard]] static ImageFile open(const std::filesystem::path& path, LoopAccess access,
                                         const LinuxHost& host);
 
-    /// Makes an empty file of this size, which takes no room yet. There must be none.
+    /// Makes an empty file of this size, which takes no space yet. The file must not exist.
     /// @throws SystemCallError
     [[nodiscard]] static ImageFile create(const std::filesystem::path& path, ByteCount size,
                                           const LinuxHost& host);
 
     /// Makes a file that shares its contents with `original` until one of the two is changed.
-    /// @returns nothing, with no file made, where the file system cannot do that.
+    /// @returns nothing, and makes no file, if the file system cannot do that.
     /// @throws SystemCallError
     [[nodiscard]] static std::optional<ImageFile>
     clone(const ImageFile& original, const std::filesystem::path& path, const LinuxHost& host);
@@ -39,15 +40,15 @@ public:
     [[nodiscard]] const FileDescriptor& descriptor() const noexcept { return file_; }
     /// @throws SystemCallError
     [[nodiscard]] ByteCount size() const;
-    /// How much room it takes on the system disk.
+    /// How much space it takes on the system disk.
     /// @throws SystemCallError
     [[nodiscard]] ByteCount allocated() const;
 
-    /// Whether the file still lies under its name.
+    /// Whether the file still has its name.
     [[nodiscard]] bool isStillThere() const;
 
-    /// The loop devices behind which the file lies now.
-    /// @throws RamDiskError `imageStateUnknown` when that cannot be told.
+    /// The loop devices that have the file behind them now.
+    /// @throws RamDiskError `imageStateUnknown` when that cannot be found out.
     [[nodiscard]] std::vector<unsigned> loops(const std::filesystem::path& sys) const;
 
     /// @throws RamDiskError `imageOpenAlready`, `imageStateUnknown`
@@ -57,7 +58,8 @@ public:
     /// @throws SystemCallError
     void flush() const;
 
-    /// Has the kernel forget what it holds of the file, so that it is read from the system disk again.
+    /// Makes the kernel drop what it has cached of the file, so that the next read comes from the system
+    /// disk.
     void dropCache() const noexcept;
 
 private:
@@ -69,7 +71,7 @@ private:
     ino_t inode_ = 0;
 };
 
-/// How much room the system disk has left for files at `path`.
+/// How much space the system disk has left for files at `path`.
 /// @throws SystemCallError
 [[nodiscard]] ByteCount roomBeside(const std::filesystem::path& path);
 

@@ -12,22 +12,21 @@
 
 namespace ramdisk {
 
-/// What an image's file system must have room for. The image's file is sparse: room that is not used costs
-/// nothing.
+/// What an image's file system must have room for. The image's file is sparse: unused room takes no space.
 struct ImageGeometry {
     ByteCount size;
     std::uint64_t inodes = 0;
     unsigned journalInMebibytes = 0;
 
-    /// Room for everything that a disk of this capacity can ever hold, small files included, and at least for
-    /// what it holds now.
+    /// Room for everything that a disk of this capacity can ever hold, including many small files, and at
+    /// least for what it holds now.
     [[nodiscard]] static ImageGeometry of(ByteCount capacity, std::uint64_t items, std::uint64_t bytes);
 
-    /// The next larger one.
+    /// The next larger geometry.
     [[nodiscard]] ImageGeometry doubled() const;
 
-    /// The arguments with which the tool lays it onto `device`. Only the label of an image that is not
-    /// encrypted tells the disk's name.
+    /// The arguments with which the tool makes it on `device`. The label contains the disk's name only if the
+    /// image is not encrypted.
     [[nodiscard]] std::vector<std::string> arguments(const std::string& diskName,
                                                      const VolumeProtection& protection,
                                                      const std::string& device) const;
@@ -35,12 +34,12 @@ struct ImageGeometry {
     friend auto operator<=>(const ImageGeometry&, const ImageGeometry&) = default;
 };
 
-/// Lays an empty file system onto the device.
+/// Makes an empty file system on the device.
 /// @throws RamDiskError `contentsTransferFailed` when the tool is missing; CommandFailure, CommandTimeout
 void layImage(const LoopDevice& device, const ImageGeometry& geometry, const std::string& diskName,
               const VolumeProtection& protection, CommandRunning& runner);
 
-/// Whether the file system on the device is sound, or could be made so.
+/// Whether the file system on the device is sound or could be repaired.
 [[nodiscard]] bool checkImage(const LoopDevice& device, CommandRunning& runner);
 
 } // namespace ramdisk

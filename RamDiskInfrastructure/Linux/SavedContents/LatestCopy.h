@@ -7,8 +7,8 @@
 
 namespace ramdisk {
 
-/// What the latest copy of a disk's files says of itself. It is read while the disk is looked at, since to
-/// open an image is mostly waiting.
+/// What the latest copy of a disk's files says about itself. It is read while the disk is being read, since
+/// opening an image is mostly waiting.
 class LatestCopy {
 public:
     struct Description {
@@ -16,11 +16,11 @@ public:
         TreeManifest manifest;
     };
 
-    /// Begins to read. The image stays open until that is done.
+    /// Starts to read. The image stays open until that is done.
     LatestCopy(const std::filesystem::path& image, const VolumeProtection& protection, const LinuxHost& host);
 
-    /// Waits until it is read, and the image closed. Absent when there is no copy, or none that tells for
-    /// sure what it holds.
+    /// Waits until it is read and the image is closed. Absent when there is no copy, or when it is not
+    /// certain what the copy holds.
     /// @throws RamDiskError `incorrectPassphrase`
     [[nodiscard]] const std::optional<Description>& description();
 

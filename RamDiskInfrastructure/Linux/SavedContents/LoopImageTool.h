@@ -8,13 +8,13 @@
 
 namespace ramdisk {
 
-/// Saved images as Linux has them: a sparse file that holds a journaled ext4, mounted through a loop device
-/// where nobody but this process sees it. When the process is killed, mount and loop device go with it.
+/// Saved images on Linux: a sparse file with a journaled ext4. It is mounted through a loop device where only
+/// this process sees it. When the process is killed, mount and loop device vanish with it.
 ///
-/// A new image starts from an earlier one wherever that can be done without touching the earlier one: from a
-/// clone of the latest, where the system disk's file system can share blocks between files, else from a spare
-/// image whose contents were given up. Only what differs is then written. What differs is told by the
-/// manifest inside the image, and by hashing the disk, never by dates.
+/// A new image starts from an existing one if that leaves every copy untouched: from a clone of the latest
+/// copy, if the system disk's file system can share blocks between files, otherwise from the spare. Then only
+/// what differs is written. What differs is found out by the manifest inside the image and by hashing the
+/// disk, never by dates.
 ///
 /// Safe from any thread.
 class LoopImageTool final : public SavedImageTool {

@@ -11,12 +11,12 @@
 
 namespace ramdisk {
 
-/// An image in the making, on a file of its own.
+/// An image that is being filled, in a file of its own.
 class LoopPartialImage final : public PartialImage {
 public:
-    /// Starts from a clone of the latest copy or from the spare when one of them serves, else from nothing: a
-    /// bad start never fails a save.
-    /// @throws RamDiskError `contentsTransferFailed`, also when the system disk has clearly too little room.
+    /// Starts from a clone of the latest copy or from the spare if one of them is usable, otherwise from
+    /// nothing. An unusable start never fails a save.
+    /// @throws RamDiskError `contentsTransferFailed`, also when the system disk clearly has too little space.
     LoopPartialImage(std::filesystem::path partial, const SaveRequest& request, MountedSource& source,
                      const LinuxHost& host, std::shared_ptr<CommandRunning> runner);
 
@@ -29,9 +29,9 @@ private:
     [[nodiscard]] std::optional<ImageFile> takeEarlierFile();
     [[nodiscard]] OpenImage startFromNothing(const ImageGeometry& geometry, const TreeManifest& wanted);
     void fillOnce(const ProgressObserver& observer);
-    /// The image that was finished, since the disk changed meanwhile.
+    /// Opens the finished image again, since the disk changed meanwhile.
     void reopen();
-    /// Brings everything to the system disk and closes the image.
+    /// Writes everything to the system disk and closes the image.
     void finish();
     void requireRoom(const TreeManifest& wanted, ByteCount present) const;
     [[noreturn]] void throwTransferFailure(const std::exception& cause) const;
@@ -43,9 +43,9 @@ private:
     std::shared_ptr<CommandRunning> runner_;
     ImageGeometry geometry_;
     std::optional<OpenImage> image_;
-    /// What the image holds of an earlier save, until it is filled.
+    /// What the image holds from an earlier save, until it is filled.
     std::optional<TreeManifest> held_;
-    /// Runs while the disk is looked at again. Done before anything else of this goes.
+    /// Runs while the disk is looked at again. It must end before any other member is destroyed.
     std::future<void> finishing_;
 };
 

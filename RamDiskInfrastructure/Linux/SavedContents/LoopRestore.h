@@ -7,7 +7,7 @@
 
 namespace ramdisk {
 
-/// Putting the files of one image onto one disk.
+/// Puts the files of one image onto one disk.
 class LoopRestore {
 public:
     LoopRestore(const RestoreRequest& request, const LinuxHost& host) : request_(request), host_(host) {}
@@ -22,7 +22,7 @@ private:
     const LinuxHost& host_;
 };
 
-/// How much of an image may be read before it is needed, so that it does not push out what was read before.
+/// How much of an image may be read ahead of its use. More would push out of memory what was read before.
 [[nodiscard]] ByteCount readAheadLimit(const LinuxHost& host);
 
 } // namespace ramdisk

@@ -15,21 +15,21 @@
 
 namespace ramdisk {
 
-/// A disk's volume, held by its open root folder: whatever happens to its mount point meanwhile, this is the
-/// volume that is read or written, and an eject by ordinary means finds it in use.
+/// A disk's volume, held by its open root folder. So this is the volume that is read or written, whatever
+/// happens to its mount point meanwhile. An ordinary eject finds the disk in use.
 class MountedDisk {
 public:
-    /// @throws RamDiskError `diskEjected` when it is not mounted where it should be, or another disk is;
-    ///         `contentsTransferFailed` where disks are no mounts.
+    /// @throws RamDiskError `diskEjected` when nothing or another disk is mounted there;
+    ///         `contentsTransferFailed` when disks are not mounts here.
     [[nodiscard]] static MountedDisk open(const RamDisk& disk, const LinuxHost& host);
 
     [[nodiscard]] const FileDescriptor& root() const noexcept { return root_; }
     /// Whether the mount point still leads to this volume.
     [[nodiscard]] bool isPresent() const;
-    /// Whether the volume takes names that differ only in letter case for one another. Tried with a file.
+    /// Whether the volume ignores letter case in names. This is tried with a file.
     /// @throws SystemCallError
     [[nodiscard]] bool mergesNames() const;
-    /// Whether mappings of its files that ask for huge pages get them.
+    /// Whether mappings of its files get huge pages when they ask for them.
     /// @throws SystemCallError
     [[nodiscard]] HugePages hugePages(const LinuxHost& host) const;
 
@@ -52,11 +52,12 @@ public:
 
     /// The latest copy of its files, as it was when this source was opened.
     [[nodiscard]] LatestCopy& latest() noexcept { return latest_; }
-    /// What is opened by way of this folder is no reason to read it again at the next status.
+    /// The root folder of the disk. If the disk is watched, what this process opens through this folder is
+    /// not reported to the watch, so the next status need not read it again.
     [[nodiscard]] const FileDescriptor& root() const noexcept {
         return watch_ ? watch_->root() : disk_.root();
     }
-    /// The status taken last; taken now when none was.
+    /// The status that was taken last. If none was, it is taken now.
     [[nodiscard]] const TreeManifest& manifest();
 
 private:

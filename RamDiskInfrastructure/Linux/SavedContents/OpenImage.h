@@ -13,7 +13,7 @@
 
 namespace ramdisk {
 
-/// Of which disk an image was made.
+/// The disk that an image was made of.
 struct ImageOrigin {
     std::string name;
     ByteCount capacity;
@@ -21,21 +21,22 @@ struct ImageOrigin {
     friend bool operator==(const ImageOrigin&, const ImageOrigin&) = default;
 };
 
-/// A saved image whose file system is mounted where only this process sees it, and gone when the process is.
+/// A saved image whose file system is mounted where only this process sees it. The mount vanishes with the
+/// process.
 ///
-/// In its folder "saved", which is encrypted when the disk is, lie the tree of files, "contents", what is
-/// known of it, "manifest", and "about": the disk's name and size, and the seal of the file system. Somebody
-/// who mounts the image himself and writes to it breaks that seal, and the manifest counts no more.
+/// Its folder "saved" is encrypted if the disk is. It holds the tree of files, "contents"; what is known
+/// about the tree, "manifest"; and "about": the disk's name and size, and the seal of the file system.
+/// Somebody who mounts the image himself and writes to it breaks the seal. Then the manifest is not believed
+/// any more.
 class OpenImage {
 public:
-    /// Opens an image that holds something.
+    /// Opens an image that is not empty.
     /// @throws RamDiskError `imageUnreadable`, `incorrectPassphrase`, `imageOpenAlready`,
-    /// `imageStateUnknown`,
-    ///         `contentsTransferFailed` without the right to mount.
+    ///         `imageStateUnknown`, `contentsTransferFailed` without the right to mount.
     [[nodiscard]] static OpenImage open(ImageFile file, LoopAccess access, const VolumeProtection& protection,
                                         const LinuxHost& host);
 
-    /// The same for writing, after a check where it was not closed well.
+    /// The same for writing. An image that was not closed properly is checked first.
     [[nodiscard]] static OpenImage checkAndOpen(ImageFile file, const VolumeProtection& protection,
                                                 const LinuxHost& host, CommandRunning& runner);
 
@@ -45,38 +46,39 @@ public:
                                         const std::string& diskName, const VolumeProtection& protection,
                                         const LinuxHost& host, CommandRunning& runner);
 
-    /// From here on what is read past the page cache of the image's volume goes past that of the image's file
-    /// as well, where its file system can do that. What is read ahead of the file then helps nobody.
+    /// From now on the loop device reads the image's file past the page cache, if the file system of the file
+    /// can do that. So a read from the image's volume that goes past its page cache goes past that of the
+    /// file as well. Reading the file ahead is useless then.
     void readDirectly() const noexcept;
     [[nodiscard]] const ImageFile& file() const noexcept { return file_; }
     /// The tree of files, open for reading.
     [[nodiscard]] const FileDescriptor& contents() const noexcept { return contents_; }
     [[nodiscard]] const ExtSuperblock& superblock() const noexcept { return superblock_; }
-    /// How much of the file system is in use.
+    /// How much of the file system is used.
     /// @throws SystemCallError
     [[nodiscard]] ByteCount used() const;
 
-    /// What the tree holds; absent when that is not known for sure, and it must be read to be told.
+    /// What the tree holds. Absent when that is not certain, so that the tree itself must be read.
     [[nodiscard]] std::optional<TreeManifest> manifest() const;
-    /// The manifest as it was written, whether or not the tree may have been changed since.
+    /// The manifest as it was written, even if the tree may have changed since.
     [[nodiscard]] std::optional<TreeManifest> writtenManifest() const;
-    /// Whether the tree is known not to have been changed since then.
+    /// Whether it is certain that the tree has not changed since then.
     [[nodiscard]] bool isAsWritten() const;
     [[nodiscard]] std::optional<ImageOrigin> origin() const;
 
-    /// Says what the tree holds from now on.
+    /// Writes down what the tree holds from now on.
     /// @throws SystemCallError
     void describe(const TreeManifest& manifest, const ImageOrigin& origin);
-    /// Says that the tree is being changed. An image that stays so holds nothing that counts.
+    /// Writes down that the tree is being changed. An image that stays in this state does not count as a
+    /// copy.
     /// @throws SystemCallError
     void undescribe();
 
-    /// Waits until everything is in the image's file, and gives back the room of deleted files when there is
-    /// a lot of it.
+    /// Waits until everything is in the image's file. Gives back the space of deleted files if it is much.
     /// @throws SystemCallError
     void flush();
 
-    /// Unmounts it. @returns whether nothing has the image open any more.
+    /// Unmounts the image. @returns whether nothing has it open any more.
     [[nodiscard]] bool close();
 
 private:
@@ -92,7 +94,7 @@ private:
     std::optional<DetachedMount> mount_;
     FileDescriptor saved_;
     FileDescriptor contents_;
-    /// As it was before this mount.
+    /// As it was before this object mounted the image.
     ExtSuperblock superblock_;
     std::filesystem::path sys_;
 };

@@ -8,12 +8,12 @@
 
 namespace ramdisk {
 
-/// Has the kernel read a sparse file from its beginning to its end while others read it in whatever order
-/// they need it: one stream instead of many small reads. Ends with this object, whether or not it is through.
+/// Makes the kernel read a sparse file from beginning to end, while others read it in any order: one stream
+/// instead of many small reads. It ends with this object, finished or not.
 class ReadAhead {
 public:
-    /// Reads `most` bytes at the most, which should fit into memory beside everything else. The file stays
-    /// the caller's and open while this lives.
+    /// Reads at most `most` bytes, which should fit into memory beside everything else. The caller keeps the
+    /// file, and must leave it open as long as this object exists.
     ReadAhead(const FileDescriptor& file, ByteCount most);
     ReadAhead(const ReadAhead&) = delete;
     ReadAhead& operator=(const ReadAhead&) = delete;

@@ -5,11 +5,12 @@
 
 namespace ramdisk {
 
-/// Takes this system's mark off the root: it tells one disk from all others and is no part of its files.
+/// Removes this system's mark from the root. The mark tells one disk from all others and is not part of its
+/// files.
 void forgetMark(TreeManifest& manifest);
 
-/// Leaves to a disk what is its own when saved files are put onto it: its mark, and that nobody else may open
-/// it when it was made so.
+/// When saved files are put onto a disk, the disk keeps what is its own: its mark, and, if it was made so,
+/// that nobody else may open it.
 void keepDisksOwn(TreeManifest& saved, const TreeManifest& disk, VolumeAccess access);
 
 } // namespace ramdisk

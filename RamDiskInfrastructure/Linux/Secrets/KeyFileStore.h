@@ -7,12 +7,14 @@
 
 namespace ramdisk {
 
-/// Secrets in files that only their owner can read, one an account: for systems without a keyring, and less
-/// than one, since whoever gets hold of the system disk has the keys with the files that they lock.
+/// Secrets in files that only their owner can read, one for each account. For systems without a keyring. It
+/// is less safe than a keyring: anybody who gets hold of the system disk has the keys together with the files
+/// that they lock.
 ///
-/// Files are replaced whole and flushed. A file or folder that is a link, somebody else's or open to others
-/// is an error, never used and never overwritten. An account can also be noted as kept elsewhere, which holds
-/// no secret: so that its key is not made anew where the keyring happens not to run.
+/// Files are replaced as a whole and flushed. A file or folder that is a link, belongs to another user or is
+/// open to others is an error. It is never used and never overwritten. An account can also be noted as kept
+/// elsewhere. This note holds no secret. It keeps the account's key from being made again while the keyring
+/// does not run.
 class KeyFileStore final : public SecretStoring {
 public:
     /// The folder "Saved Contents Keys" in an application support folder.
@@ -23,7 +25,7 @@ public:
     void remove(const std::string& account) override;
     [[nodiscard]] std::vector<std::string> accounts() override;
 
-    /// Forgets the account's secret here and notes that another store keeps it. @throws std::exception
+    /// Removes the account's secret here and notes that another store keeps it. @throws std::exception
     void noteKeptElsewhere(const std::string& account);
     [[nodiscard]] bool isKeptElsewhere(const std::string& account);
     [[nodiscard]] std::vector<std::string> accountsKeptElsewhere();

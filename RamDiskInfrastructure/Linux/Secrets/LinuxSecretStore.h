@@ -8,19 +8,19 @@
 
 namespace ramdisk {
 
-/// Keeps secrets in the desktop's keyring where a service answers for one, and in files only where none does
-/// and the user allowed it (`allowsKeyFile`).
+/// Keeps secrets in the desktop's keyring if a service answers for one. Only if none does and the user
+/// allowed it (`allowsKeyFile`), keeps them in files.
 ///
-/// A keyring that is locked, silent or failing is an error and never stands for an absent one: nothing is
-/// then looked up in the files, nor stored there. What the keyring was given is noted, without the secret, so
-/// that without the keyring it is told from what nobody keeps. A secret that was once put into a file stays
-/// readable there until the keyring is given a newer one.
+/// A keyring that is locked, silent or failing is an error and does not count as absent: nothing is read from
+/// the files then, nor stored there. For each secret in the keyring there is a note without the secret. So
+/// without the keyring it differs from a secret that nobody has. A secret that was once stored in a file
+/// stays readable there until the keyring gets a newer one.
 class LinuxSecretStore final : public SecretStoring {
 public:
     /// The setting in the user defaults that allows keys in files; false unless it is set.
     static constexpr const char* allowsKeyFileSetting = "allowsKeyFile";
 
-    /// @param service throws `SecretServiceAbsent` where no service answers.
+    /// @param service throws `SecretServiceAbsent` when no service answers.
     LinuxSecretStore(std::unique_ptr<SecretStoring> service, const std::filesystem::path& applicationSupport,
                      std::shared_ptr<const UserDefaultsStoring> settings);
 

@@ -10,10 +10,11 @@
 
 namespace ramdisk {
 
-/// One conversation with the Secret Service, for the length of one operation.
+/// One connection to the Secret Service, for one operation.
 ///
-/// Secrets cross the bus as they are ("plain"): the bus is a socket that only this user and root can read,
-/// and whoever can watch it as this user can ask the service himself. The messages' memory is overwritten.
+/// Secrets cross the bus unencrypted ("plain"). The bus is a socket that only this user and root can read,
+/// and whoever can watch it as this user can ask the service himself. The memory of the messages is
+/// overwritten.
 class SecretServiceConnection {
 public:
     using Attributes = std::map<std::string, std::string>;
@@ -21,8 +22,8 @@ public:
     /// @throws BusAbsent, BusCallError
     SecretServiceConnection(UnlockPrompt prompt, std::chrono::milliseconds limit);
 
-    /// The items that carry all the attributes, unlocked, the newest first. Unlocks what is locked, and the
-    /// default keyring when nothing was found, since one that is locked need not tell what it holds.
+    /// The items with all these attributes, unlocked, the newest first. Unlocks what is locked. If nothing
+    /// was found, also unlocks the default keyring, since a locked one need not show what it holds.
     /// @throws SecretServiceUnavailable when it stays locked, or there is no default keyring.
     /// @throws BusCallError
     [[nodiscard]] std::vector<std::string> find(const Attributes& attributes);

@@ -7,13 +7,13 @@
 
 namespace ramdisk {
 
-/// No service that keeps passwords answers for this user: none is installed, or there is no session.
+/// No service that keeps passwords answers this user: none is installed, or there is no session.
 class SecretServiceAbsent : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
 
-/// The service is there, but cannot say now what it keeps: locked, silent, or refusing.
+/// The service exists but cannot say now what it keeps: it is locked, silent, or refuses.
 class SecretServiceUnavailable : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
@@ -24,10 +24,10 @@ enum class UnlockPrompt { never, allowed };
 
 /// Secrets in the desktop's keyring, by the Secret Service interface on the user's message bus.
 ///
-/// Every operation opens its own connection and ends after the limit: any thread may call, and a service that
-/// hangs holds nobody for longer. A user who is asked for the keyring's password has two minutes more. Items
-/// carry the attributes `service` and `account`; they are found by these two, in whichever keyring they lie,
-/// and new ones are put into the default one. What is locked is never taken for what is not there.
+/// Every operation opens its own connection and ends when the limit is reached. So any thread may call, and a
+/// service that hangs holds nobody up for longer. A user who is asked for the keyring's password has two
+/// minutes more. Items have the attributes `service` and `account`. They are found by these two in any
+/// keyring. New ones are put into the default keyring. What is locked never counts as absent.
 class SecretServiceStore final : public SecretStoring {
 public:
     static constexpr std::chrono::milliseconds usualLimit{15'000};
@@ -38,9 +38,9 @@ public:
           prompt_(prompt),
           limit_(limit) {}
 
-    /// All of them: @throws SecretServiceAbsent, SecretServiceUnavailable
+    /// All of these: @throws SecretServiceAbsent, SecretServiceUnavailable
     [[nodiscard]] std::optional<VolumePassphrase> read(const std::string& account) override;
-    /// Read back before it is called stored.
+    /// The secret is read back before it counts as stored.
     void store(const std::string& account, const VolumePassphrase& secret) override;
     void remove(const std::string& account) override;
     [[nodiscard]] std::vector<std::string> accounts() override;
@@ -51,7 +51,7 @@ private:
     std::chrono::milliseconds limit_;
 };
 
-/// `allowed` where the process has a display to show a question on.
+/// `allowed` if the process has a display to show a question on.
 [[nodiscard]] UnlockPrompt unlockPromptHere();
 
 } // namespace ramdisk

@@ -4,10 +4,10 @@
 
 namespace ramdisk {
 
-/// A volume that is a folder on /dev/shm, for users who may not mount: real memory at full speed, but only
-/// the shared limit of /dev/shm bounds it, and the listing says so.
+/// A volume that is a folder on /dev/shm, for users who may not mount. It is real memory at full speed, but
+/// only the shared limit of /dev/shm bounds its size. The listing says so.
 ///
-/// The folder lies in one that carries the disk's identifier and that only this call can have made.
+/// The folder lies in one whose name contains the disk's identifier and which only this call can have made.
 class FolderVolume final : public LinuxVolume {
 public:
     using LinuxVolume::LinuxVolume;
@@ -25,8 +25,8 @@ public:
     void removeRemains(const DiskRecord& record) const override;
 
 private:
-    /// The folder around the volume's folder. Derived from the identifier alone, never from what a record
-    /// says, since what lies in it is deleted.
+    /// The folder around the volume's folder. Its path is made from the identifier alone, never from what a
+    /// record says, since its contents are deleted.
     [[nodiscard]] std::filesystem::path outerFolder(const DiskRecord& record) const;
     /// The folder that is the volume.
     [[nodiscard]] std::filesystem::path innerFolder(const DiskRecord& record) const;

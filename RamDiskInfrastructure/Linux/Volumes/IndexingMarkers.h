@@ -7,10 +7,10 @@
 
 namespace ramdisk {
 
-/// Files on the root of a volume that keep the desktops' search indexers and media scanners off it.
+/// Files in the root folder of a volume that keep search indexers and media scanners of desktops away.
 inline constexpr std::array indexingMarkers{std::string_view{".trackerignore"}, std::string_view{".nomedia"}};
 
-/// Switches search indexing by the presence of both marker files; one of them alone tells nothing.
+/// Switches search indexing by making or removing both marker files. One of them alone means nothing.
 class MarkerFileIndexController final : public SearchIndexControlling {
 public:
     void set(SearchIndexing indexing, const std::filesystem::path& volume) override;

@@ -23,34 +23,34 @@
 
 namespace ramdisk {
 
-/// A volume that is being made: what is asked for, and the record in which every step leaves its trace.
+/// A volume that is being made: the request, and the record, in which every step leaves a trace.
 struct VolumeRequest {
     RecordHold& hold;
     const RamDiskSpecification& specification;
     const VolumeProtection& protection;
-    /// Writes the record as it stands now.
+    /// Stores the record as it is now.
     std::function<void()> saveRecord;
-    /// Makes the folder to mount on, under a path that the record names before it exists.
+    /// Makes the folder to mount on. The record names its path before it exists.
     std::function<MountFolders::Made()> makeMountFolder;
 };
 
-/// What became of a volume that was to go.
+/// The result of detaching a volume.
 struct Detached {
-    /// Why it stayed; then nothing has changed.
+    /// Why it stayed. Then nothing has changed.
     struct Refused {
         std::string reason;
         EjectObstacle obstacle = EjectObstacle::other;
     };
-    /// It is gone, and its memory is back.
+    /// It is gone, and its memory is free.
     struct Gone {};
-    /// It is out of sight, and open files keep its memory.
+    /// It is out of sight, but open files keep its memory.
     struct Held {
         ReleaseOutcome outcome;
     };
     std::variant<Refused, Gone, Held> value;
 };
 
-/// One way of realising a volume on Linux. Stateless: all it knows of a volume comes from the record and from
+/// One kind of volume on Linux. It has no state: all it knows about a volume comes from the record and from
 /// the kernel.
 class LinuxVolume : public Port {
 public:
@@ -66,11 +66,11 @@ public:
         return {};
     }
 
-    /// Where the volume is going to be found, unless something stands in the way there.
+    /// Where the volume will be mounted, unless that path exists already.
     [[nodiscard]] virtual std::filesystem::path preferredMountPoint(const DiskRecord& record) const = 0;
 
-    /// The steps that make and mount the volume. They refer to `request`, which must outlive them. A failure
-    /// leaves what `detach` and `removeRemains` can take away.
+    /// The steps that make and mount the volume. They refer to `request`, which must outlive them. What a
+    /// failure leaves, `detach` and `removeRemains` can remove.
     [[nodiscard]] virtual std::vector<MachineStep> makingSteps(VolumeRequest& request) const = 0;
 
     /// Whether the kernel shows the volume of this record.
@@ -79,33 +79,34 @@ public:
     /// The live volume as a listing shows it.
     [[nodiscard]] virtual RamDisk describe(const DiskRecord& record, const MountTable& mounts) const = 0;
 
-    /// Whether nobody ever put anything onto the volume.
+    /// Whether nobody has ever put anything on the volume.
     [[nodiscard]] bool isPristine(const DiskRecord& record) const;
 
-    /// Takes the live volume away. `hold` is updated where the record must know more than before.
+    /// Detaches the live volume. `hold` is updated when the record must hold more than before.
     [[nodiscard]] virtual Detached detach(RecordHold& hold, const DiskRecordStore& store,
                                           Force force) const = 0;
 
-    /// What still keeps the memory of a volume that was detached while in use; absent when it is back.
+    /// What still keeps the memory of a volume that was detached while in use. Absent when the memory is
+    /// free.
     [[nodiscard]] virtual std::optional<ReleaseOutcome> heldMemory(const DiskRecord& record,
                                                                    const MountTable& mounts) const = 0;
 
-    /// Where users find the volume, whole; absent when it is out of sight or half taken away, even though the
+    /// Where users find the complete volume. Absent when it is out of sight or half removed, even though the
     /// kernel may still keep it.
     [[nodiscard]] virtual std::optional<std::filesystem::path> visibleAt(const DiskRecord& record,
                                                                          const MountTable& mounts) const = 0;
 
-    /// Removes what a volume that is no longer live may have left: its mount folder. Never deletes contents
-    /// of anything but the volume itself.
+    /// Removes what a volume that is no longer live may have left: its mount folder. Never deletes any
+    /// contents but those of the volume itself.
     virtual void removeRemains(const DiskRecord& record) const;
 
 protected:
     [[nodiscard]] const LinuxHost& host() const noexcept { return host_; }
 
-    /// What every kind of volume has in common in a listing.
+    /// The parts of a listing that are the same for every kind of volume.
     [[nodiscard]] static RamDisk baseDescription(const DiskRecord& record);
 
-    /// The refusal of a volume whose files are in use.
+    /// The refusal to detach a volume whose files are in use.
     [[nodiscard]] static Detached busy(const DiskRecord& record, const std::vector<VolumeUser>& users);
 
     [[nodiscard]] static std::optional<ReleaseOutcome> outcomeOf(const OpenFiles& files);

@@ -10,14 +10,15 @@
 
 namespace ramdisk {
 
-/// What this machine offers for encryption, asked for when an encrypted volume is wanted.
+/// Finds out what this machine offers for encryption. Called when an encrypted volume is requested.
 using EncryptionProbe = std::function<EncryptionMeans()>;
 
-/// The best means that really works here: LUKS2 where the device mapper decrypts, else the file system's own.
+/// The best means that really works here: LUKS2 if the device mapper can decrypt, otherwise the file system's
+/// own.
 [[nodiscard]] EncryptionMeans availableEncryption();
 
-/// A volume with a file system of its own on a loop device, upon a file in memory that nothing but the device
-/// keeps alive. The file has room for the whole machine's memory, the device shows only the disk's size.
+/// A volume with a file system of its own on a loop device, on top of a file in memory that only the device
+/// keeps alive. The file has room for the whole machine's memory. The device shows only the disk's size.
 class LoopVolume final : public MountedLinuxVolume {
 public:
     LoopVolume(LinuxHost host, std::shared_ptr<CommandRunning> runner,

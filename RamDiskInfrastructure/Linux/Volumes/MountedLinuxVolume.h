@@ -4,7 +4,7 @@
 
 namespace ramdisk {
 
-/// A volume that is a mount: what a tmpfs and a file system on a loop device have in common.
+/// A volume that is a mount: what is the same for a tmpfs and for a file system on a loop device.
 class MountedLinuxVolume : public LinuxVolume {
 public:
     using LinuxVolume::LinuxVolume;
@@ -16,27 +16,27 @@ public:
                                                                  const MountTable& mounts) const override;
 
 protected:
-    /// Whether the entry is a mount of this record's volume; decided by what only its maker can have put
+    /// Whether the entry is a mount of this record's volume. Decided by what only its maker can have put
     /// there.
     [[nodiscard]] virtual bool isOurs(const DiskRecord& record, const MountEntry& entry) const = 0;
 
-    /// The format as a listing tells it.
+    /// The format as a listing shows it.
     [[nodiscard]] virtual std::string fileSystemName(const DiskRecord& record) const = 0;
 
-    /// The size of what carries the file system, where that is more telling than the file system's own.
+    /// The size of the device below the file system, where it says more than the file system's own size.
     [[nodiscard]] virtual std::optional<ByteCount> deviceSize(const DiskRecord& record) const;
 
-    /// Called before a volume in use is taken out of sight: nothing may be written to it any more.
+    /// Called before a volume in use is taken out of sight. Nothing may be written to it any more afterwards.
     virtual void stopWriters(const std::filesystem::path& mountPoint) const;
 
     /// All mounts of the volume.
     [[nodiscard]] std::vector<MountEntry> mountsOf(const DiskRecord& record, const MountTable& mounts) const;
 
-    /// Memory kept by a second mount of a volume whose first one is gone.
+    /// Memory that a second mount of a volume keeps after the first one is gone.
     [[nodiscard]] static ReleaseOutcome heldByMount(const MountEntry& other, const DiskRecord& record);
 };
 
-/// How many bytes the file system that is mounted there has in use; absent when it cannot be asked.
+/// How many bytes are used in the file system that is mounted there. Absent when it cannot be asked.
 [[nodiscard]] std::optional<ByteCount> usedBytes(const std::filesystem::path& mountPoint);
 
 } // namespace ramdisk

@@ -5,7 +5,7 @@
 
 namespace ramdisk {
 
-/// A volume that is a tmpfs of its own: the kernel enforces its size and gives memory back as files go.
+/// A volume that is a tmpfs of its own. The kernel enforces its size and frees memory as files are deleted.
 class TmpfsVolume final : public MountedLinuxVolume {
 public:
     explicit TmpfsVolume(LinuxHost host, MountInterface interface = MountInterface::descriptors)

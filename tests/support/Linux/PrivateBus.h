@@ -12,7 +12,7 @@
 
 namespace ramdisk::test {
 
-/// Environment variables that are put back when this value goes.
+/// Environment variables that get their old values back when this object is destroyed.
 class Environment {
 public:
     Environment() = default;
@@ -27,7 +27,7 @@ private:
     std::map<std::string, std::optional<std::string>> former_;
 };
 
-/// A program that ends with this value, or with the test, whatever ends it.
+/// A program that is ended with this object, or with the test, whatever ends the test.
 class Helper {
 public:
     explicit Helper(std::vector<std::string> command, std::string_view input = {});
@@ -42,8 +42,8 @@ private:
     std::unique_ptr<ChildProcess> child_;
 };
 
-/// A message bus of the test's own on which nothing can be started by its name. While it lives it is this
-/// process's session bus and system bus, and the user's folders are scratch folders.
+/// A message bus of the test's own, on which nothing is started by its name. While this object exists, it is
+/// the process's session bus and system bus, and the user's folders are scratch folders.
 class PrivateBus {
 public:
     PrivateBus();
@@ -51,7 +51,7 @@ public:
     [[nodiscard]] const ScratchFolder& folder() const { return folder_; }
     [[nodiscard]] Helper& daemon() { return *daemon_; }
 
-    /// Blocks until somebody has the name. @throws std::runtime_error when nobody takes it.
+    /// Blocks until a program has the name. @throws std::runtime_error when none takes it.
     void waitForName(const std::string& name) const;
 
     /// Whether the program is installed.

@@ -34,11 +34,11 @@ struct Outcome {
     [[nodiscard]] nlohmann::json json() const { return nlohmann::json::parse(out); }
 };
 
-/// A machine of its own for one test: a folder with a home, records and mount folders. As root also the
-/// mounts and /dev/shm are its own, so that they vanish with the test process, however it ends.
+/// A machine of its own for one test: a folder with a home folder, records and mount folders. For root the
+/// mounts and /dev/shm are its own as well, so they vanish with the test process, however it ends.
 class TestMachine {
 public:
-    /// `user` is whom everything belongs to and whose programs `run` starts.
+    /// `user` owns everything, and `run` starts programs as `user`.
     explicit TestMachine(uid_t user = 0);
     TestMachine(const TestMachine&) = delete;
     TestMachine& operator=(const TestMachine&) = delete;
@@ -56,20 +56,21 @@ public:
     Outcome run(std::vector<std::string> arguments) const;
     /// The same with the program's standard output going to `output`.
     Outcome run(std::vector<std::string> arguments, int output) const;
-    /// Starts tramdisk without waiting, its output thrown away.
+    /// Starts tramdisk without waiting. Its output is thrown away.
     [[nodiscard]] pid_t start(std::vector<std::string> arguments) const;
     /// What `tramdisk list --json` shows, by name.
     [[nodiscard]] std::map<std::string, nlohmann::json> list() const;
-    /// Makes a small disk and gives its description.
+    /// Makes a small disk and returns its description.
     nlohmann::json create(const std::string& name, const std::vector<std::string>& more = {}) const;
 
     /// The same machine for adapters inside this process.
     [[nodiscard]] LinuxHost host(HostRung rung) const;
 
-    /// Whatever disks have left: mounts, folders on /dev/shm, records, mount folders, and the loop devices
-    /// and memory files of disks whose records were there when `remember` looked.
+    /// What disks have left: mounts, folders on /dev/shm, records, mount folders, and the loop devices and
+    /// memory files of disks whose records existed when `remember` was called.
     [[nodiscard]] std::vector<std::string> traces() const;
-    /// Notes which disks this machine made. `run` and `traces` do it too; it is for what happens in between.
+    /// Notes which disks this machine made. `run` and `traces` do it too. Call it for disks that come and go
+    /// in between.
     void remember() const;
 
 private:
@@ -79,7 +80,7 @@ private:
     uid_t user_;
 };
 
-/// Runs `body` in a child process as `user`; gives its exit status, or 128 and the signal that ended it.
+/// Runs `body` in a child process as `user`. Returns its exit status, or 128 and the signal that ended it.
 int inChild(uid_t user, const std::function<int()>& body);
 /// Waits for a child: its exit status, or 128 and the signal that ended it.
 int waitFor(pid_t child);
@@ -92,7 +93,7 @@ std::uint64_t bytesReadSoFar();
 
 } // namespace ramdisk::test
 
-/// What mounts, or acts as another user, needs root.
+/// For tests that mount or act as another user, which needs root.
 #define SKIP_UNLESS_ROOT()                                                                                   \
     if (geteuid() != 0) {                                                                                    \
         GTEST_SKIP() << "needs root, to mount and to act as another user";                                   \

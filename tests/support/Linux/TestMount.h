@@ -8,8 +8,8 @@
 
 namespace ramdisk::test {
 
-/// What is mounted on a folder as long as this lives. Only root can make one. A TestMachine stands meanwhile,
-/// which keeps it from everybody else.
+/// A mount on a folder, as long as this object exists. Only root can make one. There must be a TestMachine
+/// meanwhile, which hides the mount from everybody else.
 class TestMount {
 public:
     /// Makes the folder when it is missing.

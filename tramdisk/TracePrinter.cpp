@@ -9,7 +9,6 @@
 #include <chrono>
 #include <cstdio>
 #include <string_view>
-#include <variant>
 
 #include <unistd.h>
 
@@ -42,20 +41,23 @@ bool isAskedFor(const GlobalOptions& options) {
     return options.trace || trustedEnvironmentValue("TRAMDISK_TRACE").value_or("0") != "0";
 }
 
-/// A session runs unattended, and what went wrong in it can hardly be had a second time.
-bool isSessionWithLog(const Invocation& invocation) {
-    return std::holds_alternative<SessionRunInvocation>(invocation.command) && !invocation.global.quiet
-           && isatty(STDERR_FILENO) == 0;
+void install(std::string_view prefix) {
+    // Never deleted: threads may report until the very end.
+    static auto* const printer = new TracePrinter(prefix);
+    installTraceObserver(*printer);
 }
 
 } // namespace
 
-void installTracePrinter(const Invocation& invocation) {
-    const bool isAsked = isAskedFor(invocation.global);
-    if (isAsked || isSessionWithLog(invocation)) {
-        // Never deleted: threads may tell until the very end.
-        static auto* const printer = new TracePrinter(isAsked ? "" : "tramdisk: trace: ");
-        installTraceObserver(*printer);
+void installTracePrinter(const GlobalOptions& options) {
+    if (isAskedFor(options)) {
+        install("");
+    }
+}
+
+void installSessionTracePrinter(const GlobalOptions& options) {
+    if (!isAskedFor(options) && !options.quiet && isatty(STDERR_FILENO) == 0) {
+        install("tramdisk: trace: ");
     }
 }
 

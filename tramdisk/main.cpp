@@ -106,7 +106,7 @@ int main(int argumentCount, char** arguments) {
     std::signal(SIGCHLD, SIG_DFL);
     try {
         const auto invocation = parseCommandLine(argumentCount, arguments);
-        installTracePrinter(invocation);
+        installTracePrinter(invocation.global);
         return finish(carryOutAndTell(invocation, Console(invocation.global)));
     } catch (const MissingSubcommand& error) {
         static_cast<void>(std::fputs(error.what(), stderr));

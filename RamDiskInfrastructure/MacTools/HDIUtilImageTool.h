@@ -27,6 +27,7 @@ public:
                                        const VolumeProtection& protection) override;
 
 private:
+    class OpenImage;
     class DiskSource;
     class SparseImage;
 

@@ -6,6 +6,7 @@
 #include "tramdisk/ProgressLine.h"
 #include "tramdisk/SessionSignals.h"
 #include "tramdisk/Subcommand.h"
+#include "tramdisk/TracePrinter.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -96,6 +97,7 @@ void delayShutdown(ShutdownDelaying& delay, const CommandContext& context) {
 
 struct SessionRunCommand {
     ExitStatus run(const CommandContext& context) const {
+        installSessionTracePrinter(context.console.options());
         const auto session = RunningSession::begin(context.stores.applicationSupport);
         if (!session) {
             const auto other = RunningSession::find(context.stores.applicationSupport);

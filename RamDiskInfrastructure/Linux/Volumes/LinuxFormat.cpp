@@ -46,23 +46,14 @@ std::vector<std::string> exfatOptions(const DiskRecord& record, EncryptionMeans 
     return {"-q", "-L", record.name};
 }
 
-constexpr LinuxFormat ext4For(FileSystem fileSystem) {
-    LinuxFormat format{fileSystem, VolumeKind::loop, "ext4", "mkfs.ext4", "e2fsprogs"};
-    format.options = extOptions;
-    return format;
-}
-
-constexpr LinuxFormat foldingExt4For(FileSystem fileSystem) {
-    auto format = ext4For(fileSystem);
-    format.mayFoldCase = true;
-    return format;
-}
-
 constexpr auto linuxFormats = enumerationTable<LinuxFormat>({
-    foldingExt4For(FileSystem::apfs),
-    ext4For(FileSystem::apfsCaseSensitive),
+    {FileSystem::apfs, VolumeKind::loop, "ext4", "mkfs.ext4", "e2fsprogs", LinuxFormat::Metadata::posix, true,
+     extOptions},
+    {FileSystem::apfsCaseSensitive, VolumeKind::loop, "ext4", "mkfs.ext4", "e2fsprogs",
+     LinuxFormat::Metadata::posix, false, extOptions},
     {FileSystem::hfsPlus, VolumeKind::tmpfs, "tmpfs"},
-    ext4For(FileSystem::journaledHFSPlus),
+    {FileSystem::journaledHFSPlus, VolumeKind::loop, "ext4", "mkfs.ext4", "e2fsprogs",
+     LinuxFormat::Metadata::posix, false, extOptions},
     {FileSystem::exFAT, VolumeKind::loop, "exfat", "mkfs.exfat", "exfatprogs", LinuxFormat::Metadata::none,
      false, exfatOptions},
     {FileSystem::fat32, VolumeKind::loop, "vfat", "mkfs.vfat", "dosfstools", LinuxFormat::Metadata::none,

@@ -17,7 +17,6 @@ namespace ramdisk::test {
 namespace {
 
 using ::testing::AnyOf;
-using ::testing::Each;
 using ::testing::ElementsAreArray;
 using ::testing::IsEmpty;
 using ::testing::IsSupersetOf;

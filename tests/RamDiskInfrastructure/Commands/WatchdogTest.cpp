@@ -26,16 +26,14 @@ TEST(Watchdog, TerminatesAtTheLimitAndKillsTwoSecondsLaterOnce) {
 }
 
 TEST(Watchdog, NothingIsDueOnceStopped) {
-    Watchdog unfired(1, start);
-    unfired.stop();
-    EXPECT_EQ(unfired.takeDueSignal(start + 5s), std::nullopt);
-    EXPECT_FALSE(unfired.didFire());
-
-    Watchdog fired(1, start);
-    EXPECT_EQ(fired.takeDueSignal(start + 1s), SIGTERM);
-    fired.stop();
-    EXPECT_EQ(fired.takeDueSignal(start + 5s), std::nullopt);
-    EXPECT_TRUE(fired.didFire());
+    for (const bool isFired : {false, true}) {
+        Watchdog watchdog(1, start);
+        EXPECT_EQ(watchdog.takeDueSignal(start + (isFired ? 1s : 0s)),
+                  isFired ? std::optional(SIGTERM) : std::nullopt);
+        watchdog.stop();
+        EXPECT_EQ(watchdog.takeDueSignal(start + 5s), std::nullopt);
+        EXPECT_EQ(watchdog.didFire(), isFired);
+    }
 }
 
 TEST(Watchdog, LimitsAtTheEdgesOfTheirRange) {

@@ -1,16 +1,23 @@
 #include "RamDiskInfrastructure/MacTools/KeychainSecretStore.h"
 
-#include <gtest/gtest.h>
+#include "tests/support/SecretStoreContract.h"
+
+#include <gmock/gmock.h>
 
 #include <map>
 
-namespace ramdisk {
+namespace ramdisk::test {
 namespace {
 
-/// A keychain in memory, which fails with a status of the test's choice.
+using testing::Each;
+using testing::ElementsAre;
+
+constexpr const char* service = "com.tavrin.RamDisk";
+
+/// A keychain in memory, where the calls that a test names fail with a status of its choice.
 struct Keychain {
-    std::map<std::string, std::pair<VolumePassphrase, std::string>> items; ///< By service and account.
-    std::int32_t failure = 0;
+    std::map<std::pair<std::string, std::string>, VolumePassphrase> items; ///< By service and account.
+    std::map<std::string, std::int32_t> failures;
     std::vector<std::string> calls;
 };
 
@@ -20,40 +27,23 @@ public:
 
     Data copyData(const Item& item) override {
         const auto status = begin("read", item);
-        return {status, status == 0 ? std::optional(keychain_.items.at(key(item)).first) : std::nullopt};
+        return {status, status == 0 ? std::optional(keychain_.items.at(key(item))) : std::nullopt};
     }
     std::int32_t update(const Item& item, const VolumePassphrase& secret) override {
-        const auto status = begin("update", item);
-        if (status == 0) {
-            keychain_.items.at(key(item)).first = secret;
-        }
-        return status;
+        return set(begin("update", item), item, secret);
     }
     std::int32_t add(const Item& item, const VolumePassphrase& secret, const std::string& label) override {
-        keychain_.calls.emplace_back("add");
-        if (keychain_.failure == duplicate) {
-            return duplicate;
-        }
-        keychain_.items.insert_or_assign(key(item), std::pair(secret, label));
-        return 0;
+        return set(begin("add " + label, item), item, secret);
     }
-    std::int32_t remove(const Item& item) override {
-        const auto status = begin("delete", item);
-        if (status == 0) {
-            keychain_.items.erase(key(item));
-        }
-        return status;
-    }
-    Accounts accounts(const std::string& service) override {
-        Accounts accounts{keychain_.failure != 0    ? keychain_.failure
-                          : keychain_.items.empty() ? -25300
-                                                    : 0,
-                          {}};
-        for (const auto& [name, item] : keychain_.items) {
-            if (name.starts_with(service + "|")) {
-                accounts.names.push_back(name.substr(service.size() + 1));
+    std::int32_t remove(const Item& item) override { return set(begin("delete", item), item, std::nullopt); }
+    Accounts accounts(const std::string& wanted) override {
+        Accounts accounts;
+        for (const auto& [name, secret] : keychain_.items) {
+            if (name.first == wanted) {
+                accounts.names.push_back(name.second);
             }
         }
+        accounts.status = begin("list", {wanted, accounts.names.empty() ? "" : accounts.names.front()});
         return accounts;
     }
     std::optional<std::string> message(std::int32_t status) override {
@@ -61,16 +51,23 @@ public:
                                 : std::nullopt;
     }
 
-    static constexpr std::int32_t duplicate = -25299;
-
 private:
-    static std::string key(const Item& item) { return item.service + "|" + item.account; }
-    std::int32_t begin(const char* call, const Item& item) {
-        keychain_.calls.emplace_back(call);
-        if (keychain_.failure != 0 && keychain_.failure != duplicate) {
-            return keychain_.failure;
+    static std::pair<std::string, std::string> key(const Item& item) { return {item.service, item.account}; }
+    std::int32_t begin(const std::string& call, const Item& item) {
+        keychain_.calls.push_back(call);
+        const auto failure = keychain_.failures.find(call.substr(0, call.find(' ')));
+        return failure != keychain_.failures.end()                              ? failure->second
+               : call.starts_with("add") || keychain_.items.contains(key(item)) ? 0
+                                                                                : -25300;
+    }
+    std::int32_t set(std::int32_t status, const Item& item, const std::optional<VolumePassphrase>& secret) {
+        if (status == 0) {
+            keychain_.items.erase(key(item));
         }
-        return keychain_.items.contains(key(item)) ? 0 : -25300;
+        if (status == 0 && secret) {
+            keychain_.items.emplace(key(item), *secret);
+        }
+        return status;
     }
 
     Keychain& keychain_;
@@ -79,45 +76,34 @@ private:
 class KeychainSecretStoreTest : public testing::Test {
 protected:
     Keychain keychain;
-    KeychainSecretStore store{"com.tavrin.RamDisk", std::make_unique<FakeKeychainItems>(keychain)};
-    const VolumePassphrase first{"first"};
-    const VolumePassphrase second{"second"};
+    KeychainSecretStore store{service, std::make_unique<FakeKeychainItems>(keychain)};
 };
 
-TEST_F(KeychainSecretStoreTest, AddsOnceAndUpdatesInPlace) {
-    EXPECT_EQ(store.read("A"), std::nullopt);
-    EXPECT_EQ(store.accounts(), std::vector<std::string>{});
-    store.store("A", first);
-    store.store("A", second);
-    EXPECT_EQ(keychain.calls, (std::vector<std::string>{"read", "update", "add", "update"}));
-    ASSERT_TRUE(keychain.items.contains("com.tavrin.RamDisk|A"));
-    EXPECT_EQ(keychain.items.at("com.tavrin.RamDisk|A").second, "RamDisk saved contents");
-    EXPECT_EQ(store.read("A"), second);
-    EXPECT_EQ(store.accounts(), std::vector<std::string>{"A"});
-    store.remove("A");
-    store.remove("A");
-    EXPECT_EQ(store.read("A"), std::nullopt);
+TEST_F(KeychainSecretStoreTest, KeepsSecretsAndUpdatesThemInPlace) {
+    KeychainSecretStore other("com.example.Other", std::make_unique<FakeKeychainItems>(keychain));
+    expectKeepsSecrets(store, other);
+    keychain.calls.clear();
+    store.store("A", VolumePassphrase("first"));
+    store.store("A", VolumePassphrase("second"));
+    EXPECT_THAT(keychain.calls, ElementsAre("update", "add RamDisk saved contents", "update"));
 }
 
 TEST_F(KeychainSecretStoreTest, PassesOnWhatTheKeychainRefuses) {
-    const auto expectText = [&](std::int32_t status, const char* text, auto body) {
-        keychain.failure = status;
-        try {
-            body();
-            ADD_FAILURE() << status;
-        } catch (const KeychainSecretStore::KeychainError& error) {
-            EXPECT_EQ(error.status(), status);
-            EXPECT_STREQ(error.what(), text);
-        }
-    };
-    const char* const known = "User interaction is not allowed.";
-    expectText(-25308, known, [&] { static_cast<void>(store.read("A")); });
-    expectText(-25308, known, [&] { store.store("A", first); });
-    expectText(-25308, known, [&] { store.remove("A"); });
-    expectText(-34018, "Keychain error -34018.", [&] { static_cast<void>(store.accounts()); });
-    expectText(-25299, "Keychain error -25299.", [&] { store.store("A", first); });
+    using Error = KeychainSecretStore::KeychainError;
+    for (const auto& [status, text] :
+         {std::pair(-25308, "User interaction is not allowed."), {-34018, "Keychain error -34018."}}) {
+        keychain.failures = {{"read", status}, {"update", status}, {"delete", status}, {"list", status}};
+        EXPECT_THAT(refusals<Error>(store), Each(text));
+    }
+    keychain.failures = {{"add", -25299}};
+    try {
+        store.store("A", VolumePassphrase("first"));
+        ADD_FAILURE();
+    } catch (const Error& error) {
+        EXPECT_EQ(error.status(), -25299);
+    }
     EXPECT_TRUE(keychain.items.empty());
 }
 
 } // namespace
-} // namespace ramdisk
+} // namespace ramdisk::test

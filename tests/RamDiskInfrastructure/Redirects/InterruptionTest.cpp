@@ -34,6 +34,12 @@ const std::vector<NamedScene>& scenes() {
          {folderTarget("Projects/cache"), [](RedirectWorld& world) { world.write("Projects/x", ""); }}},
         {"FolderBelowFoldersThatAreNotThere",
          {folderTarget("a/b/c/d"), [](RedirectWorld& world) { world.write("a/x", ""); }}},
+        {"FolderBehindALink",
+         {folderTarget("way/cache"),
+          [](RedirectWorld& world) {
+              world.write("real/cache/x", "old");
+              std::filesystem::create_symlink("real", world.home() / "way");
+          }}},
         {"NpmLine",
          {{RedirectTarget::NpmCache{}},
           [](RedirectWorld& world) {
@@ -42,6 +48,13 @@ const std::vector<NamedScene>& scenes() {
           }}},
         {"NpmWithoutFile",
          {{RedirectTarget::NpmCache{}}, [](RedirectWorld& world) { world.write("x", ""); }}},
+        {"NpmBehindALink",
+         {{RedirectTarget::NpmCache{}},
+          [](RedirectWorld& world) {
+              world.write("dotfiles/npmrc", "_authToken=secret\n");
+              chmod((world.home() / "dotfiles/npmrc").c_str(), 0640);
+              std::filesystem::create_symlink("dotfiles/npmrc", world.home() / ".npmrc");
+          }}},
         {"NpmWithoutFinalLineEnd",
          {{RedirectTarget::NpmCache{}},
           [](RedirectWorld& world) { world.write(".npmrc", "fund=false\naudit=false"); }}},

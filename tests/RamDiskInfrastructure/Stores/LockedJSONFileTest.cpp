@@ -8,14 +8,11 @@
 
 #include <gmock/gmock.h>
 
-#include <sys/stat.h>
-
 namespace ramdisk::test {
 namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::UnorderedElementsAre;
 
 using List = std::vector<RamDiskProfile>;
 
@@ -44,17 +41,14 @@ TEST(LockedJSONFile, FirstUpdateMakesFolderLockAndList) {
     repository.update(adding(added));
     EXPECT_THAT(repository.load(), ElementsAre(added));
     EXPECT_THAT(repository.startupDiskNames(), ElementsAre("A"));
-    struct stat status {};
-    ASSERT_EQ(stat((folder / "Startup Disks.lock").c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode & 0777U, 0600U);
-    EXPECT_TRUE(std::filesystem::exists(folder / "Startup Disks.json"));
+    for (const auto* const name : {"Startup Disks.lock", "Startup Disks.json"}) {
+        EXPECT_EQ(std::filesystem::status(folder / name).permissions(), std::filesystem::perms(0600));
+    }
 
     EXPECT_THROW(repository.update([](List) -> List { throw std::logic_error("no"); }), std::logic_error);
     EXPECT_THAT(repository.load(), ElementsAre(added));
-
     FileTemplateRepository(folder).update([](auto list) { return list; });
     EXPECT_TRUE(std::filesystem::exists(folder / "Templates.json"));
-    EXPECT_TRUE(std::filesystem::exists(folder / "Templates.lock"));
 }
 
 TEST(LockedJSONFile, SetsAsideWhatItCannotRead) {
@@ -64,9 +58,9 @@ TEST(LockedJSONFile, SetsAsideWhatItCannotRead) {
          {std::string("not JSON"), std::string(), records.substr(0, 40), lacking}) {
         const ScratchFolder scratch;
         scratch.write("Startup Disks.json", damaged);
-        const LockedFile::Clock clock = [] { return std::chrono::system_clock::from_time_t(1731600000); };
         const LockedJSONFile<RamDiskProfile> list(
-            {scratch.path() / "Startup Disks.json", FileLock(scratch.path() / "Startup Disks.lock"), clock});
+            {scratch.path() / "Startup Disks.json", FileLock(scratch.path() / "Startup Disks.lock"),
+             [] { return std::chrono::system_clock::from_time_t(1731600000); }});
         EXPECT_THAT(list.load(), IsEmpty());
         EXPECT_EQ(scratch.read("Startup Disks.json"), damaged);
         list.update(adding(profile("B")));
@@ -118,31 +112,25 @@ TEST(LockedJSONFile, RedirectsAreRecordedStepByStepUnderOneLock) {
     defaults->stored.emplace("folderRedirects", data(encodeList<FolderRedirect>({redirect})));
     FileRedirectRepository repository(scratch.path(), std::make_shared<TaskPool>(2), defaults);
     const FileLock lock(scratch.path() / "Folder Redirects.lock");
-    repository
-        .update([&] {
-            EXPECT_TRUE(lock.isHeld());
-            EXPECT_FALSE(defaults->value("folderRedirects"));
-            redirect.applying = true;
-            repository.save({redirect});
-            EXPECT_THAT(repository.load(), ElementsAre(redirect));
-            redirect.applying = std::nullopt;
-            repository.save({redirect});
-        })
-        .get();
+    const auto body = [&] {
+        EXPECT_TRUE(lock.isHeld());
+        EXPECT_FALSE(defaults->value("folderRedirects"));
+        redirect.applying = true;
+        repository.save({redirect});
+        EXPECT_THAT(repository.load(), ElementsAre(redirect));
+    };
+    repository.update(body).get();
     EXPECT_FALSE(lock.isHeld());
-    EXPECT_THAT(repository.load(), ElementsAre(redirect));
 }
 
 TEST(LockedJSONFile, ClearsUpAfterKilledWritersOnly) {
     const ScratchFolder scratch;
-    scratch.write(".Startup Disks.json.1-0.new", "half");
     scratch.write(".Other.json.1-0.new", "not ours");
     const PreparedFile underWay(scratch.path() / "Startup Disks.json", "[]");
-    const auto before = scratch.names();
-    FileProfileRepository(scratch.path()).update([](const List& list) { return list; });
-    auto expected = before;
-    expected.erase(".Startup Disks.json.1-0.new");
+    auto expected = scratch.names();
     expected.insert({"Startup Disks.json", "Startup Disks.lock"});
+    scratch.write(".Startup Disks.json.1-0.new", "half");
+    FileProfileRepository(scratch.path()).update([](const List& list) { return list; });
     EXPECT_EQ(scratch.names(), expected);
 }
 

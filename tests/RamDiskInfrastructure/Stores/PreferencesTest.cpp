@@ -58,48 +58,33 @@ const std::vector<Row> table{
      {{"newDisk", {{"keyCode", 45}, {"carbonModifiers", 4352}, {"display", "⌃⌘N"}}}}},
 };
 
-TEST(Preferences, OfAnEmptyDomainAreTheTableOfDefaults) {
-    const auto defaults = std::make_shared<FakeUserDefaults>();
-    const auto snapshot = PreferencesDefaults(defaults).load();
-    EXPECT_EQ(snapshot, PreferencesSnapshot{});
-    auto expected = Json::object();
-    for (const auto& row : table) {
-        expected[row.name] = row.name == "defaultSize" ? Json{{"bytes", row.initial}} : row.initial;
-    }
-    EXPECT_EQ(compactText(toJSON(snapshot)), compactText(expected));
-}
-
 TEST(Preferences, AreStoredEachUnderItsKeyUnlessTheyAreTheDefault) {
+    const auto wrongs =
+        Json::parse(R"([-1, 0.5, "what", [1], {"newDisk": 5}, {"fly": {}}, {"$data": "ff"}])");
     const auto defaults = std::make_shared<FakeUserDefaults>();
     PreferencesDefaults storage(defaults);
+    auto initial = Json::object();
     for (const auto& row : table) {
+        SCOPED_TRACE(row.name);
+        initial[row.name] = row.name == "defaultSize" ? Json{{"bytes", row.initial}} : row.initial;
         defaults->stored = {{row.key, defaultsValueFrom(row.other)}};
         const auto snapshot = storage.load();
-        EXPECT_NE(snapshot, PreferencesSnapshot{}) << row.name;
-        EXPECT_EQ(preferenceFieldNamed(row.name)->stored(snapshot), defaultsValueFrom(row.other)) << row.name;
+        EXPECT_NE(snapshot, PreferencesSnapshot{});
+        EXPECT_EQ(preferenceFieldNamed(row.name)->stored(snapshot), defaultsValueFrom(row.other));
         defaults->stored.clear();
         storage.store(snapshot);
-        ASSERT_EQ(defaults->stored.size(), 1U) << row.name;
-        EXPECT_EQ(toJSON(defaults->stored.at(row.key)), row.other) << row.name;
+        ASSERT_EQ(defaults->stored.size(), 1U);
+        EXPECT_EQ(toJSON(defaults->stored.at(row.key)), row.other);
         storage.store({});
-        EXPECT_TRUE(defaults->stored.empty()) << row.name;
-    }
-}
-
-TEST(Preferences, KeepTheDefaultWhereTheStoredValueCannotBeMeant) {
-    for (const auto& row : table) {
-        for (const auto& wrong : std::vector<Json>{-1,
-                                                   0.5,
-                                                   "what",
-                                                   Json::array({1}),
-                                                   {{"newDisk", 5}},
-                                                   {{"fly", Json::object()}},
-                                                   {{"$data", "ff"}}}) {
-            const auto defaults = std::make_shared<FakeUserDefaults>();
+        EXPECT_TRUE(defaults->stored.empty());
+        for (const auto& wrong : wrongs) {
             defaults->stored = {{row.key, defaultsValueFrom(wrong)}};
-            EXPECT_EQ(PreferencesDefaults(defaults).load(), PreferencesSnapshot{}) << row.name << wrong;
+            EXPECT_EQ(storage.load(), PreferencesSnapshot{}) << wrong;
         }
+        defaults->stored.clear();
     }
+    EXPECT_EQ(storage.load(), PreferencesSnapshot{});
+    EXPECT_EQ(compactText(toJSON(PreferencesSnapshot{})), compactText(initial));
 }
 
 TEST(Preferences, SlowSavingOnBatteryOnlyWhereThatIsWanted) {

@@ -21,101 +21,93 @@ std::string replaced(std::string text, std::string_view from, std::string_view t
     return text.replace(position, from.size(), to);
 }
 
-TEST(RecordJSON, KeepsEveryFieldInItsOrder) {
-    const std::vector<RamDiskProfile> profiles{{.id = identifier,
-                                                .name = "Été",
-                                                .size = {1024},
-                                                .isIndexingEnabled = true,
-                                                .access = VolumeAccess::onlyMe,
-                                                .keepsContents = true,
-                                                .seedFolder = "/a b\xff",
-                                                .previousCopies = 3,
-                                                .folders = {"Temp", "Cache/Chrome"}}};
-    EXPECT_EQ(encodeList(profiles), profileText);
-    EXPECT_EQ(decodeList<RamDiskProfile>(profileText), profiles);
+/// The record has this text, and the text is read as this record.
+template <typename Record>
+void expectText(const Record& record, std::string_view text) {
+    EXPECT_EQ(encodeList<Record>({record}), text);
+    EXPECT_EQ(decodeList<Record>(text), std::vector<Record>{record}) << text;
+}
 
+TEST(RecordJSON, KeepsEveryFieldInItsOrder) {
+    expectText<RamDiskProfile>({.id = identifier,
+                                .name = "Été",
+                                .size = {1024},
+                                .isIndexingEnabled = true,
+                                .access = VolumeAccess::onlyMe,
+                                .keepsContents = true,
+                                .seedFolder = "/a b\xff",
+                                .previousCopies = 3,
+                                .folders = {"Temp", "Cache/Chrome"}},
+                               profileText);
     using Target = RedirectTarget;
-    const std::vector<DiskTemplate> templates{{identifier,
-                                               " Xcode\n",
-                                               {.redirects = {{Target::XcodeDerivedData{}},
-                                                              {Target::NpmCache{}},
-                                                              {Target::Folder{"Temp/x"}},
-                                                              {Target::Cache{KnownCache::swiftPM}},
-                                                              {Target::TemporaryFolder{}}}}}};
-    const std::string text =
+    expectText<DiskTemplate>(
+        {identifier,
+         " Xcode\n",
+         {.redirects = {{Target::XcodeDerivedData{}},
+                        {Target::NpmCache{}},
+                        {Target::Folder{"Temp/x"}},
+                        {Target::Cache{KnownCache::swiftPM}},
+                        {Target::TemporaryFolder{}}}}},
         R"([{"id":"6F1D2A8E-3C1B-4E4A-9D0B-5A6E2C7B0001","title":"Xcode","setup":{"specification":{)"
         R"("name":"RAMDisk","size":{"bytes":1073741824},"fileSystem":"hfs+","isIndexingEnabled":false,)"
         R"("isEncrypted":false,"access":"everyone"},"createsAtLaunch":false,"keepsFiles":false,"redirects":[)"
         R"({"xcodeDerivedData":{}},{"npmCache":{}},{"folder":{"_0":"Temp/x"}},{"cache":{"_0":"swiftPM"}},)"
-        R"({"temporaryFolder":{}}],"folders":[]}}])";
-    EXPECT_EQ(encodeList(templates), text);
-    EXPECT_EQ(decodeList<DiskTemplate>(text), templates);
-}
-
-TEST(RecordJSON, KeepsEveryStateFromWhichARedirectIsUndone) {
+        R"({"temporaryFolder":{}}],"folders":[]}}])");
     using State = RedirectRestoreState;
-    const std::vector<std::pair<std::optional<State>, std::string>> table{
-        {std::nullopt, ""},
-        {State{State::Preference{}}, R"(,"restoreState":{"preference":{}})"},
-        {State{State::Preference{"/a"}}, R"(,"restoreState":{"preference":{"_0":"/a"}})"},
-        {State{State::ConfigLine{"cache = x"}}, R"(,"restoreState":{"configLine":{"_0":"cache = x"}})"},
-        {State{State::MovedFolder{}}, R"(,"restoreState":{"movedFolder":{}})"},
-        {State{State::MovedFolder{"/b"}}, R"(,"restoreState":{"movedFolder":{"backup":"file:///b"}})"},
-        {State{State::LinkedFolder{"/b", "/c"}},
-         R"(,"restoreState":{"linkedFolder":{"backup":"file:///b","link":"/c"}})"},
-        {State{State::EnvironmentVariable{""}}, R"(,"restoreState":{"environmentVariable":{"_0":""}})"},
+    for (const auto& [state, text] : std::vector<std::pair<std::optional<State>, std::string>>{
+             {std::nullopt, ""},
+             {State{State::Preference{}}, R"(,"restoreState":{"preference":{}})"},
+             {State{State::Preference{"/a"}}, R"(,"restoreState":{"preference":{"_0":"/a"}})"},
+             {State{State::ConfigLine{"cache = x"}}, R"(,"restoreState":{"configLine":{"_0":"cache = x"}})"},
+             {State{State::MovedFolder{}}, R"(,"restoreState":{"movedFolder":{}})"},
+             {State{State::MovedFolder{"/b"}}, R"(,"restoreState":{"movedFolder":{"backup":"file:///b"}})"},
+             {State{State::LinkedFolder{"/b", "/c"}},
+              R"(,"restoreState":{"linkedFolder":{"backup":"file:///b","link":"/c"}})"},
+             {State{State::EnvironmentVariable{""}},
+              R"(,"restoreState":{"environmentVariable":{"_0":""}})"}}) {
+        expectText<FolderRedirect>({.id = identifier,
+                                    .diskName = "D",
+                                    .target = {RedirectTarget::NpmCache{}},
+                                    .restoreState = state,
+                                    .applying = true},
+                                   R"([{"id":"6F1D2A8E-3C1B-4E4A-9D0B-5A6E2C7B0001","diskName":"D","target":)"
+                                   R"({"npmCache":{}})"
+                                       + text + R"(,"applying":true}])");
+    }
+}
+
+TEST(RecordJSON, ReadsWhatNewerVersionsAddAndRefusesWhatCannotBeMeant) {
+    struct Row {
+        std::string from;
+        std::vector<std::string> meant;
+        std::vector<std::string> refused;
     };
-    for (const auto& [state, text] : table) {
-        const std::vector<FolderRedirect> list{{.id = identifier,
-                                                .diskName = "D",
-                                                .target = {RedirectTarget::NpmCache{}},
-                                                .restoreState = state,
-                                                .applying = true}};
-        const auto expected = R"([{"id":"6F1D2A8E-3C1B-4E4A-9D0B-5A6E2C7B0001","diskName":"D","target":)"
-                              R"({"npmCache":{}})"
-                              + text + R"(,"applying":true}])";
-        EXPECT_EQ(encodeList(list), expected);
-        EXPECT_EQ(decodeList<FolderRedirect>(expected), list) << expected;
-    }
-}
-
-TEST(RecordJSON, ReadsWhatNewerVersionsAddAndOthersLeaveOut) {
-    for (const auto& [from, to] : std::vector<std::pair<std::string, std::string>>{
-             {R"("keepsContents")", R"("tint":{"red":1.5},"keepsContents")"},
-             {R"("seedFolder":"file:///a%20b%FF",)", ""},
-             {R"("file:///a%20b%FF")", "null"},
-             {"6F1D2A8E", "6f1d2a8e"},
-             {"file:///a%20b%FF", "file://localhost/a%20b/"}}) {
-        EXPECT_TRUE(decodeList<RamDiskProfile>(replaced(std::string(profileText), from, to))) << to;
-    }
-}
-
-TEST(RecordJSON, RefusesWhatCannotBeMeant) {
-    for (const auto& [from, to] : std::vector<std::pair<std::string, std::string>>{
-             {R"("name":"Été",)", ""},
-             {R"("folders":["Temp","Cache/Chrome"])", R"("folders":[1])"},
-             {"1024", "-1"},
-             {"1024", "1.5"},
-             {"1024", "1e3"},
-             {"1024", "\"1024\""},
-             {"1024", "18446744073709551616"},
-             {":3", ":-3"},
-             {":3", ":4294967296"},
-             {"6F1D2A8E-", "6F1D2A8E"},
-             {"6F1D2A8E", "6F1D2A8G"},
-             {"hfs+", "ntfs"},
-             {"onlyMe", "nobody"},
-             {R"("isEncrypted":false)", R"("isEncrypted":0)"},
-             {"file:///a%20b%FF", "/a"},
-             {"file:///a%20b%FF", "https://a/b"},
-             {"file:///a%20b%FF", "file://host/b"},
-             {"file:///a%20b%FF", "file:///a%2"},
-             {"file:///a%20b%FF", "file:///a%00b"},
-             {"file:///a%20b%FF", "file:///a?b"},
-             {"Été", "\xff"},
-             {"[{", "{"},
-             {"}]", "}"}}) {
-        EXPECT_FALSE(decodeList<RamDiskProfile>(replaced(std::string(profileText), from, to))) << to;
+    const std::vector<Row> rows{
+        {R"("keepsContents")", {R"("tint":{"red":1.5},"keepsContents")"}, {}},
+        {R"("seedFolder":"file:///a%20b%FF",)", {""}, {}},
+        {R"("file:///a%20b%FF")", {"null"}, {}},
+        {"6F1D2A8E-", {"6f1d2a8e-"}, {"6F1D2A8E", "6F1D2A8G-"}},
+        {"file:///a%20b%FF",
+         {"file://localhost/a%20b/"},
+         {"/a", "https://a/b", "file://host/b", "file:///a%2", "file:///a%00b", "file:///a?b"}},
+        {R"("name":"Été",)", {}, {""}},
+        {R"(["Temp","Cache/Chrome"])", {}, {"[1]"}},
+        {"1024", {}, {"-1", "1.5", "1e3", "\"1024\"", "18446744073709551616"}},
+        {":3", {}, {":-3", ":4294967296"}},
+        {"hfs+", {}, {"ntfs"}},
+        {"onlyMe", {}, {"nobody"}},
+        {R"("isEncrypted":false)", {}, {R"("isEncrypted":0)"}},
+        {"Été", {}, {"\xff"}},
+        {"[{", {}, {"{"}},
+        {"}]", {}, {"}"}},
+    };
+    for (const auto& [from, meant, refused] : rows) {
+        for (const auto& text : meant) {
+            EXPECT_TRUE(decodeList<RamDiskProfile>(replaced(std::string(profileText), from, text))) << text;
+        }
+        for (const auto& text : refused) {
+            EXPECT_FALSE(decodeList<RamDiskProfile>(replaced(std::string(profileText), from, text))) << text;
+        }
     }
     for (const std::string_view target :
          {"{}", "[]", R"({"npmCache":{},"xcodeDerivedData":{}})", R"({"npmCache":1})",

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <numeric>
 #include <random>
 #include <string>
 #include <vector>
@@ -20,22 +21,17 @@ TEST(ContentHashTest, IsTheLibrarysWhateverTheProcessorsVectors) {
     for (auto& byte : bytes) {
         byte = static_cast<char>(random());
     }
-    std::vector<std::size_t> lengths;
-    for (std::size_t length = 0; length <= 300; ++length) {
-        lengths.push_back(length);
-    }
+    std::vector<std::size_t> lengths(301);
+    std::iota(lengths.begin(), lengths.end(), 0);
     // A stripe has 64 bytes, a block of the algorithm 1 KiB; ours have 64 KiB.
     for (std::size_t around : {512U, 1024U, 2048U, 4096U, 64U * 1024U, 256U * 1024U, 1U << 20U}) {
-        for (const std::size_t length : {around - 65, around - 64, around - 1, around, around + 1}) {
-            lengths.push_back(length);
-        }
+        lengths.insert(lengths.end(), {around - 65, around - 64, around - 1, around, around + 1});
     }
     for (const auto length : lengths) {
         // Also where the bytes do not lie at an even place.
-        for (const std::size_t start : {0U, 1U}) {
-            const auto hash = XXH3_128bits(bytes.data() + start, length);
-            EXPECT_EQ(contentHash(bytes.data() + start, length), (ContentHash{hash.low64, hash.high64}))
-                << length;
+        for (const auto* const start : {bytes.data(), bytes.data() + 1}) {
+            const auto hash = XXH3_128bits(start, length);
+            EXPECT_EQ(contentHash(start, length), (ContentHash{hash.low64, hash.high64})) << length;
         }
     }
 }

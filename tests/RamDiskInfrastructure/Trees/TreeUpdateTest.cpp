@@ -32,6 +32,12 @@ struct Trees {
     fs::path target = scratch.path() / "target";
 };
 
+struct stat statusOf(const fs::path& path) {
+    struct stat status {};
+    EXPECT_EQ(stat(path.c_str(), &status), 0) << path;
+    return status;
+}
+
 TEST(TreeUpdateTest, AnOddTreeIsCopiedItemByItem) {
     const Trees trees;
     makeOddTree(trees.source);
@@ -39,9 +45,7 @@ TEST(TreeUpdateTest, AnOddTreeIsCopiedItemByItem) {
     updateTree(trees.source, trees.target);
     EXPECT_EQ(differences(trees.source, trees.target), "");
     EXPECT_EQ(describeTree(trees.source), before);
-    struct stat sparse {};
-    ASSERT_EQ(stat((trees.target / "sparse").c_str(), &sparse), 0);
-    EXPECT_LT(sparse.st_blocks * 512, 1 << 20);
+    EXPECT_LT(statusOf(trees.target / "sparse").st_blocks * 512, 1 << 20);
     EXPECT_EQ(scanTree(trees.source).firstDifference(scanTree(trees.target)), std::nullopt);
 }
 
@@ -131,8 +135,7 @@ TEST(TreeUpdateTest, EveryChangeIsSeenAndFollowed) {
     const Trees trees;
     makeOddTree(trees.source);
     updateTree(trees.source, trees.target);
-    struct stat big {};
-    ASSERT_EQ(stat((trees.target / "big").c_str(), &big), 0);
+    const auto big = statusOf(trees.target / "big");
     for (const auto& change : changes) {
         SCOPED_TRACE(change.what);
         change.make(trees.source);
@@ -144,8 +147,7 @@ TEST(TreeUpdateTest, EveryChangeIsSeenAndFollowed) {
         EXPECT_EQ(scanTree(trees.source).firstDifference(scanTree(trees.target)), std::nullopt);
     }
     // All the while only changed pages were written, never the file anew.
-    struct stat after {};
-    ASSERT_EQ(stat((trees.target / "big").c_str(), &after), 0);
+    const auto after = statusOf(trees.target / "big");
     EXPECT_EQ(after.st_ino, big.st_ino);
     EXPECT_LT(after.st_blocks, big.st_blocks);
 }
@@ -176,9 +178,7 @@ TEST(TreeUpdateTest, SmallFilesThatAreWrittenAnewAreNotComparedForLong) {
         EXPECT_LT(bytesReadSoFar() - before, count * size * 3 / 2);
     }
     EXPECT_EQ(differences(trees.source, trees.target), "");
-    struct stat sparse {};
-    ASSERT_EQ(stat((trees.target / file(count - 1)).c_str(), &sparse), 0);
-    EXPECT_LT(sparse.st_blocks * 512, 10'000);
+    EXPECT_LT(statusOf(trees.target / file(count - 1)).st_blocks * 512, 10'000);
 
     changeAll([](const auto& path) { overwrite(path, 20'000, "a few bytes"); });
     updateTree(trees.source, trees.target);
@@ -197,13 +197,12 @@ std::string bytes(std::size_t count, char first) {
 
 void followALargeFile(const Trees& trees, PageCache pageCache, HugePages hugePages) {
     const auto file = trees.source / "large";
-    const auto other = trees.target / "large";
     writeFile(file, bytes(3 * mebibyte, 'a'));
     fs::resize_file(file, 70 * mebibyte + 12'345);
     overwrite(file, 31 * mebibyte + 5, bytes(2 * mebibyte, 'b'));
     overwrite(file, 40 * mebibyte, bytes(5 * mebibyte + 77, 'g'));
     overwrite(file, 70 * mebibyte, bytes(12'345, 'c'));
-    struct stat status {};
+    std::optional<ino_t> inode;
     const std::vector<std::pair<const char*, std::function<void()>>> steps{
         {"made", [] {}},
         {"a few bytes on both sides of a border", [&] { overwrite(file, 32 * mebibyte - 2, "four"); }},
@@ -220,9 +219,9 @@ void followALargeFile(const Trees& trees, PageCache pageCache, HugePages hugePag
         change();
         updateTree(trees.source, trees.target, Extras::remove, pageCache, hugePages);
         ASSERT_EQ(differences(trees.source, trees.target), "");
-        const auto inode = status.st_ino;
-        ASSERT_EQ(stat(other.c_str(), &status), 0);
-        EXPECT_TRUE(inode == 0 || inode == status.st_ino) << "written anew";
+        const auto status = statusOf(trees.target / "large");
+        EXPECT_EQ(inode.value_or(status.st_ino), status.st_ino) << "written anew";
+        inode = status.st_ino;
         EXPECT_LT(status.st_blocks * 512, 17 * mebibyte) << "the holes are filled";
     }
 }
@@ -319,9 +318,7 @@ TEST(TreeFolderCopierTest, ASeedFillsTheVolumeAndLeavesItsRootAlone) {
     writeFile(trees.target / "there before", "text");
     ASSERT_EQ(chmod(trees.target.c_str(), 0701), 0);
     TreeFolderCopier().copy(trees.source, trees.target);
-    struct stat root {};
-    ASSERT_EQ(stat(trees.target.c_str(), &root), 0);
-    EXPECT_EQ(root.st_mode & 07777U, 0701U);
+    EXPECT_EQ(statusOf(trees.target).st_mode & 07777U, 0701U);
     EXPECT_EQ(readFile(trees.target / "there before"), "text");
     auto expected = describeTree(trees.source);
     auto got = describeTree(trees.target);

@@ -6,53 +6,26 @@
 
 #include <gtest/gtest.h>
 
-#include <condition_variable>
-#include <deque>
+#include <future>
 
-namespace ramdisk {
+namespace ramdisk::test {
 namespace {
 
-using test::Helper;
-using test::PrivateBus;
-
-constexpr std::chrono::seconds patience{30};
+constexpr std::chrono::seconds logindPatience{30};
 constexpr const char* logind = "org.freedesktop.login1";
 constexpr const char* manager = "org.freedesktop.login1.Manager";
-
-/// What the listener was told, one after the other.
-class Notices {
-public:
-    void add(ShutdownNotice notice) {
-        const std::lock_guard guard(mutex_);
-        notices_.push_back(notice);
-        changed_.notify_all();
-    }
-    std::optional<ShutdownNotice> next() {
-        std::unique_lock guard(mutex_);
-        if (!changed_.wait_for(guard, patience, [this] { return !notices_.empty(); })) {
-            return std::nullopt;
-        }
-        const auto notice = notices_.front();
-        notices_.pop_front();
-        return notice;
-    }
-
-private:
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    std::deque<ShutdownNotice> notices_;
-};
 
 class LogindShutdownDelayTest : public testing::Test {
 protected:
     void SetUp() override {
-        if (!PrivateBus::has("dbus-daemon")) {
-            GTEST_SKIP() << "dbus-daemon is not installed";
+        if (!PrivateBus::has("dbus-daemon")
+            || !std::filesystem::exists("/usr/lib/python3/dist-packages/dbusmock")) {
+            GTEST_SKIP() << "dbus-daemon or python3-dbusmock is not installed";
         }
         bus = std::make_unique<PrivateBus>();
     }
 
-    static MessageBus::Clock::time_point deadline() { return MessageBus::Clock::now() + patience; }
+    static MessageBus::Clock::time_point deadline() { return MessageBus::Clock::now() + logindPatience; }
 
     BusMessage ask(const char* interface, const char* member,
                    const MessageBus::Arguments& arguments = nullptr) {
@@ -60,11 +33,7 @@ protected:
                                 arguments);
     }
 
-    /// False when the mock is not installed.
-    bool startLogind() {
-        if (!std::filesystem::exists("/usr/lib/python3/dist-packages/dbusmock")) {
-            return false;
-        }
+    void startLogind() {
         mock = std::make_unique<Helper>(std::vector<std::string>{"/usr/bin/python3", "-m", "dbusmock",
                                                                  "--system", "--template", "logind"});
         bus->waitForName(logind);
@@ -73,7 +42,6 @@ protected:
             requireBus(sdBus().sd_bus_message_append(message, "ssv", manager, "InhibitDelayMaxUSec", "t",
                                                      std::uint64_t{7'000'000}));
         }));
-        return true;
     }
 
     std::vector<std::string> locks() {
@@ -113,30 +81,31 @@ protected:
     std::unique_ptr<PrivateBus> bus;
     std::unique_ptr<Helper> mock;
     std::unique_ptr<MessageBus> connection;
-    Notices notices;
-    const ShutdownDelaying::Listener listener = [this](ShutdownNotice notice) { notices.add(notice); };
+    std::promise<void> begun;
+    std::promise<void> calledOff;
+    const ShutdownDelaying::Listener listener = [this](ShutdownNotice notice) {
+        (notice == ShutdownNotice::begun ? begun : calledOff).set_value();
+    };
 };
 
 TEST_F(LogindShutdownDelayTest, HoldsUpEachShutdownUntilReleased) {
-    if (!startLogind()) {
-        GTEST_SKIP() << "python3-dbusmock is not installed";
-    }
-    LogindShutdownDelay delay(patience);
+    startLogind();
+    LogindShutdownDelay delay(logindPatience);
     EXPECT_EQ(delay.start(listener), ShutdownDelay(ShutdownDelayed{std::chrono::seconds(7)}));
     EXPECT_EQ(locks(),
               std::vector<std::string>{"shutdown|Tavrin RamDisk|Saving the files of RAM disks|delay|"});
     announce(true);
-    EXPECT_EQ(notices.next(), ShutdownNotice::begun);
+    EXPECT_EQ(begun.get_future().wait_for(logindPatience), std::future_status::ready);
     EXPECT_EQ(locks().size(), 1U);
     delay.release();
     EXPECT_TRUE(hasLocks(0));
     announce(false);
-    EXPECT_EQ(notices.next(), ShutdownNotice::calledOff);
+    EXPECT_EQ(calledOff.get_future().wait_for(logindPatience), std::future_status::ready);
     EXPECT_TRUE(hasLocks(1)) << "the next shutdown is held up again";
     delay.stop();
     EXPECT_TRUE(hasLocks(0));
 
-    LogindShutdownDelay forgotten(patience);
+    LogindShutdownDelay forgotten(logindPatience);
     static_cast<void>(forgotten.start(listener));
     EXPECT_TRUE(hasLocks(1));
     bus->daemon().end();
@@ -148,7 +117,7 @@ TEST_F(LogindShutdownDelayTest, DoesWithoutLogindAndWithoutABus) {
         if (!hasBus) {
             bus->daemon().end();
         }
-        LogindShutdownDelay delay(patience);
+        LogindShutdownDelay delay(logindPatience);
         const auto outcome = delay.start(listener);
         const auto* const without = std::get_if<ShutdownNotDelayed>(&outcome);
         ASSERT_NE(without, nullptr);
@@ -161,4 +130,4 @@ TEST_F(LogindShutdownDelayTest, DoesWithoutLogindAndWithoutABus) {
 }
 
 } // namespace
-} // namespace ramdisk
+} // namespace ramdisk::test

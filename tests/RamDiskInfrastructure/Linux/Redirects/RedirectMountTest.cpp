@@ -4,7 +4,6 @@
 
 #include <gmock/gmock.h>
 
-#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -13,7 +12,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::IsEmpty;
 
 TEST(RedirectMount, FoldersOnAnotherFileSystemAreMovedThereButItsRootIsNot) {
@@ -29,25 +27,6 @@ TEST(RedirectMount, FoldersOnAnotherFileSystemAreMovedThereButItsRootIsNot) {
     EXPECT_TRUE(fs::is_symlink(world.home() / "data/cache"));
     EXPECT_THAT(texts(world.useCase().undo("Dev")), IsEmpty());
     EXPECT_EQ(world.tree(), before);
-}
-
-TEST(RedirectMount, AHomeThatCannotBeWrittenIsLeftAsItIs) {
-    SKIP_UNLESS_ROOT();
-    const TestMachine machine;
-    RedirectWorld world;
-    world.write("cache/x", "old");
-    world.write(".npmrc", "a=1");
-    const auto before = world.tree();
-    {
-        const TestMount bound(world.home().c_str(), world.home(), nullptr, MS_BIND);
-        ASSERT_EQ(mount(nullptr, world.home().c_str(), nullptr, MS_BIND | MS_REMOUNT | MS_RDONLY, nullptr),
-                  0);
-        EXPECT_THAT(
-            texts(world.useCase().add(world.disk(), {folderTarget("cache"), {RedirectTarget::NpmCache{}}})),
-            ElementsAre(HasSubstr("Read-only file system"), HasSubstr("Read-only file system")));
-    }
-    EXPECT_EQ(world.tree(), before);
-    EXPECT_THAT(world.useCase().list(), IsEmpty());
 }
 
 TEST(RedirectMount, WhatRootMakesInAnotherUsersHomeIsThatUsers) {

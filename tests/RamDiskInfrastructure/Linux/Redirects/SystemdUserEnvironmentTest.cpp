@@ -12,7 +12,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::IsEmpty;
 
 const RedirectTarget temporaryFolder{RedirectTarget::TemporaryFolder{}};
@@ -72,15 +71,14 @@ TEST(SystemdUserEnvironment, ReadsWhatSystemctlPrints) {
                                     "C=\"/old \\\"quotes\\\"\"\n"
                                     "D=\n"
                                     "TMPDIR=/run/user/0/tmp=x";
-    const std::vector<std::pair<const char*, std::optional<std::string>>> rows{
-        {"A", "/with blank"},
-        {"B", "it's \\ \n new"},
-        {"C", "/old \"quotes\""},
-        {"D", ""},
-        {"TMPDIR", "/run/user/0/tmp=x"},
-        {"TMP", std::nullopt},
-        {"E", std::nullopt}};
-    for (const auto& [variable, value] : rows) {
+    for (const auto& [variable, value] :
+         std::vector<std::pair<const char*, std::optional<std::string>>>{{"A", "/with blank"},
+                                                                         {"B", "it's \\ \n new"},
+                                                                         {"C", "/old \"quotes\""},
+                                                                         {"D", ""},
+                                                                         {"TMPDIR", "/run/user/0/tmp=x"},
+                                                                         {"TMP", std::nullopt},
+                                                                         {"E", std::nullopt}}) {
         EXPECT_EQ(valueInEnvironment(environment, variable), value) << variable;
     }
 }
@@ -128,15 +126,13 @@ TEST(SystemdUserEnvironment, EveryInterruptionIsRepaired) {
 }
 
 TEST(RedirectPlacesLinux, KnownCachesLieWhereTheirToolsKeepThem) {
-    const std::vector<std::pair<KnownCache, const char*>> rows{
-        {KnownCache::swiftPM, ".cache/org.swift.swiftpm"},
-        {KnownCache::cocoaPods, ".cache/CocoaPods"},
-        {KnownCache::gradle, ".gradle/caches"},
-        {KnownCache::pip, ".cache/pip"},
-        {KnownCache::cargo, ".cargo/registry"},
-        {KnownCache::homebrew, ".cache/Homebrew"},
-        {KnownCache::chrome, ".cache/google-chrome"}};
-    for (const auto& [cache, folder] : rows) {
+    for (const auto& [cache, folder] : {std::pair(KnownCache::swiftPM, ".cache/org.swift.swiftpm"),
+                                        {KnownCache::cocoaPods, ".cache/CocoaPods"},
+                                        {KnownCache::gradle, ".gradle/caches"},
+                                        {KnownCache::pip, ".cache/pip"},
+                                        {KnownCache::cargo, ".cargo/registry"},
+                                        {KnownCache::homebrew, ".cache/Homebrew"},
+                                        {KnownCache::chrome, ".cache/google-chrome"}}) {
         EXPECT_EQ(folderOfCache(cache), folder);
     }
 }

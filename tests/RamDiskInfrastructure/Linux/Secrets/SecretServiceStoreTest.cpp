@@ -3,19 +3,20 @@
 #include "RamDiskInfrastructure/Commands/ProcessCommandRunner.h"
 #include "RamDiskInfrastructure/Linux/Bus/MessageBus.h"
 #include "RamDiskInfrastructure/Linux/Bus/SdBus.h"
+#include "RamDiskInfrastructure/Linux/Secrets/LinuxSecretStore.h"
+#include "tests/support/FakeUserDefaults.h"
 #include "tests/support/Linux/PrivateBus.h"
+#include "tests/support/SecretStoreContract.h"
 #include "tests/support/TraceRecorder.h"
 
 #include <gmock/gmock.h>
 
 #include <csignal>
 
-namespace ramdisk {
+namespace ramdisk::test {
 namespace {
 
-using test::Helper;
-using test::PrivateBus;
-using Accounts = std::vector<std::string>;
+using testing::Each;
 
 constexpr const char* service = "com.tavrin.RamDisk";
 constexpr const char* secretsName = "org.freedesktop.secrets";
@@ -64,123 +65,79 @@ name = dbus.service.BusName('org.freedesktop.secrets', bus)
 GLib.MainLoop().run()
 )python";
 
-std::unique_ptr<Helper> startKeyring(const PrivateBus& bus, std::string_view password = "open sesame") {
-    auto keyring = std::make_unique<Helper>(
-        std::vector<std::string>{"gnome-keyring-daemon", "--foreground", "--components=secrets", "--unlock"},
-        password);
-    bus.waitForName(secretsName);
-    return keyring;
-}
-
-/// Calls a method of the Secret Service that takes a list of paths.
-void callWithPath(const char* member, const char* path) {
+/// Locks the default keyring, as its owner does.
+void lockKeyring() {
     const auto deadline = MessageBus::Clock::now() + patience;
     MessageBus bus(MessageBus::Kind::session, deadline);
     static_cast<void>(
-        bus.call({secretsName, "/org/freedesktop/secrets", "org.freedesktop.Secret.Service", member},
-                 deadline, [path](sd_bus_message* message) {
-                     requireBus(sdBus().sd_bus_message_append(message, "ao", 1, path));
+        bus.call({secretsName, "/org/freedesktop/secrets", "org.freedesktop.Secret.Service", "Lock"},
+                 deadline, [](sd_bus_message* message) {
+                     requireBus(sdBus().sd_bus_message_append(message, "ao", 1,
+                                                              "/org/freedesktop/secrets/aliases/default"));
                  }));
-}
-
-void lockKeyring() {
-    callWithPath("Lock", "/org/freedesktop/secrets/aliases/default");
-}
-
-CommandOutput secretTool(std::vector<std::string> arguments) {
-    SystemCommand command;
-    command.executable = "/usr/bin/secret-tool";
-    command.arguments = std::move(arguments);
-    return ProcessCommandRunner().run(command);
-}
-
-template <typename Error, typename Body>
-std::string textOf(Body body) {
-    try {
-        body();
-    } catch (const Error& error) {
-        return error.what();
-    }
-    return "nothing was thrown";
 }
 
 class SecretServiceStoreTest : public testing::Test {
 protected:
     void SetUp() override {
-        if (!PrivateBus::has("dbus-daemon")) {
-            GTEST_SKIP() << "dbus-daemon is not installed";
+        if (!PrivateBus::has("dbus-daemon") || !PrivateBus::has("gnome-keyring-daemon")
+            || !PrivateBus::has("secret-tool")
+            || !std::filesystem::exists("/usr/lib/python3/dist-packages/dbusmock")) {
+            GTEST_SKIP()
+                << "dbus-daemon, gnome-keyring, libsecret-tools or python3-dbusmock is not installed";
         }
         bus = std::make_unique<PrivateBus>();
     }
 
-    /// False after a word about what is missing.
-    bool startKeyringOrSkip() {
-        if (!PrivateBus::has("gnome-keyring-daemon") || !PrivateBus::has("secret-tool")) {
-            return false;
-        }
-        keyring = startKeyring(*bus);
-        return true;
+    void startKeyring() {
+        keyring = std::make_unique<Helper>(std::vector<std::string>{"gnome-keyring-daemon", "--foreground",
+                                                                    "--components=secrets", "--unlock"},
+                                           "open sesame");
+        bus->waitForName(secretsName);
     }
 
     std::unique_ptr<PrivateBus> bus;
     std::unique_ptr<Helper> keyring;
     SecretServiceStore store{service, UnlockPrompt::never, patience};
-    SecretServiceStore impatient{service, UnlockPrompt::never, impatience};
     const VolumePassphrase first{"first passphrase"};
     const VolumePassphrase second{"second, with \xE2\x80\x9Cquotes\xE2\x80\x9D and\nlines"};
 };
 
 TEST_F(SecretServiceStoreTest, KeepsSecretsAsOtherProgramsSeeThemAndAfterTheKeyringWasKilled) {
-    if (!startKeyringOrSkip()) {
-        GTEST_SKIP() << "gnome-keyring or libsecret-tools is not installed";
-    }
-    EXPECT_EQ(store.read("A"), std::nullopt);
-    EXPECT_EQ(store.accounts(), Accounts{});
+    startKeyring();
+    SecretServiceStore other("com.example.Other", UnlockPrompt::never, patience);
+    expectKeepsSecrets(store, other);
     store.store("A", first);
-    store.store("B/ö", first);
-    SecretServiceStore("com.example.Other", UnlockPrompt::never, patience).store("C", first);
     store.store("A", second);
-    EXPECT_EQ(store.read("A"), second);
-    EXPECT_EQ(store.accounts(), (Accounts{"A", "B/ö"}));
-
-    const auto found = secretTool({"search", "--all", "service", service, "account", "A"});
+    const auto secretTool = [](std::vector<std::string> arguments) {
+        arguments.insert(arguments.end(), {"service", service, "account", "A"});
+        return ProcessCommandRunner().run({"/usr/bin/secret-tool", std::move(arguments), {}, {}});
+    };
+    const auto found = secretTool({"search", "--all"});
     const auto text = found.standardOutput + found.standardError;
     EXPECT_NE(text.find("label = RamDisk saved contents\n"), std::string::npos) << text;
     EXPECT_EQ(text.find("label"), text.rfind("label")) << "updated in place, not added";
-    EXPECT_EQ(secretTool({"lookup", "service", service, "account", "A"}).standardOutput, second.value());
-
+    EXPECT_EQ(secretTool({"lookup"}).standardOutput, second.value());
     keyring->end();
-    keyring = startKeyring(*bus);
+    startKeyring();
     EXPECT_EQ(store.read("A"), second);
-    store.remove("A");
-    store.remove("A");
-    EXPECT_EQ(store.read("A"), std::nullopt);
-    EXPECT_EQ(store.accounts(), Accounts{"B/ö"});
 }
 
 TEST_F(SecretServiceStoreTest, NeverTakesALockedKeyringForAnEmptyOne) {
-    if (!startKeyringOrSkip()) {
-        GTEST_SKIP() << "gnome-keyring or libsecret-tools is not installed";
-    }
+    startKeyring();
     store.store("A", first);
     lockKeyring();
-    for (const std::string account : {"A", "never stored"}) {
-        const auto locked = "The keyring is locked. Unlock it, then try again.";
-        EXPECT_EQ(textOf<SecretServiceUnavailable>([&] { static_cast<void>(store.read(account)); }), locked);
-        EXPECT_EQ(textOf<SecretServiceUnavailable>([&] { store.store(account, second); }), locked);
-        EXPECT_EQ(textOf<SecretServiceUnavailable>([&] { store.remove(account); }), locked);
-        EXPECT_EQ(textOf<SecretServiceUnavailable>([&] { static_cast<void>(store.accounts()); }), locked);
+    for (const auto* const account : {"A", "never stored"}) {
+        EXPECT_THAT(refusals<SecretServiceUnavailable>(store, account),
+                    Each("The keyring is locked. Unlock it, then try again."));
     }
     keyring->end();
-    keyring = startKeyring(*bus);
+    startKeyring();
     EXPECT_EQ(store.read("A"), first);
     EXPECT_EQ(store.accounts(), Accounts{"A"});
 }
 
 TEST_F(SecretServiceStoreTest, AsksTheUserOnlyWhereAQuestionCanBeShown) {
-    if (!std::filesystem::exists("/usr/lib/python3/dist-packages/dbusmock")) {
-        GTEST_SKIP() << "python3-dbusmock is not installed";
-    }
     bus->folder().write("keyring.py", promptingKeyring);
     const auto script = (bus->folder().path() / "keyring.py").string();
     SecretServiceStore asking(service, UnlockPrompt::allowed, patience);
@@ -194,40 +151,102 @@ TEST_F(SecretServiceStoreTest, AsksTheUserOnlyWhereAQuestionCanBeShown) {
             EXPECT_THROW(static_cast<void>(asking.read("A")), SecretServiceUnavailable);
         }
     }
-    test::Environment environment;
+    Environment environment;
     EXPECT_EQ(unlockPromptHere(), UnlockPrompt::never);
     environment.set("WAYLAND_DISPLAY", "wayland-0");
     EXPECT_EQ(unlockPromptHere(), UnlockPrompt::allowed);
 }
 
 TEST_F(SecretServiceStoreTest, GivesUpOnWhatNeverAnswers) {
-    if (!startKeyringOrSkip()) {
-        GTEST_SKIP() << "gnome-keyring or libsecret-tools is not installed";
-    }
+    startKeyring();
     store.store("A", first);
-    const auto silent = "The keyring did not answer in time. Unlock it or start it anew, then try again.";
-    static_cast<void>(test::TraceRecorder::shared().take());
-    keyring->signal(SIGSTOP);
-    EXPECT_EQ(textOf<SecretServiceUnavailable>([&] { static_cast<void>(impatient.read("A")); }), silent);
-    EXPECT_THAT(test::TraceRecorder::shared().take(), testing::StartsWith("keyring: it did not answer: "));
-    EXPECT_EQ(textOf<SecretServiceUnavailable>([&] { impatient.store("B", second); }), silent);
-    keyring->signal(SIGCONT);
-    bus->daemon().signal(SIGSTOP);
-    EXPECT_EQ(textOf<SecretServiceUnavailable>([&] { static_cast<void>(impatient.read("A")); }), silent);
-    bus->daemon().signal(SIGCONT);
-    EXPECT_EQ(store.read("A"), first);
+    SecretServiceStore impatient(service, UnlockPrompt::never, impatience);
+    for (Helper* const stopped : {keyring.get(), &bus->daemon()}) {
+        static_cast<void>(TraceRecorder::shared().take());
+        stopped->signal(SIGSTOP);
+        EXPECT_THAT(refusals<SecretServiceUnavailable>(impatient),
+                    Each("The keyring did not answer in time. Unlock it or start it anew, then try again."));
+        EXPECT_THAT(TraceRecorder::shared().take(), testing::StartsWith("keyring: it did not answer: "));
+        stopped->signal(SIGCONT);
+    }
+    EXPECT_NO_THROW(static_cast<void>(store.read("A")));
 }
 
 TEST_F(SecretServiceStoreTest, TellsThatThereIsNoService) {
-    EXPECT_THROW(static_cast<void>(store.read("A")), SecretServiceAbsent);
-    EXPECT_THROW(store.store("A", first), SecretServiceAbsent);
+    const auto expectAbsence = [&] {
+        EXPECT_THAT(refusals<SecretServiceAbsent>(store), Each(testing::Ne("nothing was refused")));
+    };
+    expectAbsence();
     bus->daemon().end();
-    EXPECT_THROW(static_cast<void>(store.accounts()), SecretServiceAbsent);
-    test::Environment environment;
+    expectAbsence();
+    Environment environment;
     environment.set("DBUS_SESSION_BUS_ADDRESS", std::nullopt);
     environment.set("XDG_RUNTIME_DIR", std::nullopt);
-    EXPECT_THROW(store.remove("A"), SecretServiceAbsent);
+    expectAbsence();
+}
+
+/// The keyring where one runs, key files where none does.
+class LinuxSecretStoreTest : public SecretServiceStoreTest {
+protected:
+    void allow(bool isAllowed) {
+        settings->stored.insert_or_assign("allowsKeyFile", DefaultsValue{isAllowed});
+    }
+
+    ScratchFolder folder;
+    std::shared_ptr<FakeUserDefaults> settings = std::make_shared<FakeUserDefaults>();
+    LinuxSecretStore both{std::make_unique<SecretServiceStore>(service, UnlockPrompt::never, patience),
+                          folder.path(), settings};
+    KeyFileStore files{folder.path()};
+};
+
+TEST_F(LinuxSecretStoreTest, UsesAFileOnlyWhereNoServiceAnswersAndTheUserAllowsIt) {
+    const auto refused = refusals<SecretServiceAbsent>(both);
+    for (const auto operation : {0U, 1U, 3U}) {
+        EXPECT_EQ(refused[operation],
+                  "No keyring runs here to keep the key in. To keep it in a file that only "
+                  "you can read, run `tramdisk settings set allowsKeyFile true`.");
+    }
+    EXPECT_EQ(folder.names(), std::set<std::string>{});
+    allow(true);
+    const ScratchFolder elsewhere;
+    KeyFileStore other(elsewhere.path());
+    expectKeepsSecrets(both, other);
+    both.store("A", first);
+    allow(false);
+    EXPECT_EQ(both.read("A"), first);
+    EXPECT_THROW(both.store("A", second), SecretServiceAbsent);
+
+    allow(true);
+    startKeyring();
+    lockKeyring();
+    EXPECT_THAT(refusals<SecretServiceUnavailable>(both),
+                Each("The keyring is locked. Unlock it, then try again."));
+    EXPECT_EQ(files.read("A"), first);
+}
+
+TEST_F(LinuxSecretStoreTest, MovesToTheKeyringAndKnowsWithoutItWhatItHolds) {
+    allow(true);
+    both.store("A", first);
+    both.store("B", first);
+    startKeyring();
+    EXPECT_EQ(both.read("A"), first);
+    both.store("A", second);
+    EXPECT_EQ(files.read("A"), std::nullopt);
+    EXPECT_EQ(both.read("A"), second);
+    EXPECT_EQ(both.accounts(), (Accounts{"A", "B"}));
+
+    keyring->end();
+    EXPECT_THAT(refusals<SecretServiceUnavailable>(both),
+                Each(testing::StartsWith("The key is in the keyring, and no keyring runs here.")));
+    EXPECT_EQ(both.read("B"), first);
+
+    startKeyring();
+    EXPECT_EQ(both.read("A"), second);
+    both.remove("A");
+    keyring->end();
+    EXPECT_EQ(both.read("A"), std::nullopt);
+    EXPECT_EQ(both.accounts(), Accounts{"B"});
 }
 
 } // namespace
-} // namespace ramdisk
+} // namespace ramdisk::test

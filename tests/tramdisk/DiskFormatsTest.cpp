@@ -5,8 +5,6 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
-#include <fstream>
-#include <sstream>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -60,6 +58,14 @@ void expectWhole(const nlohmann::json& disk, std::uint64_t size, const std::stri
     EXPECT_EQ(status.st_mode & 07777U, access == "onlyMe" ? 0700U : 0755U);
     EXPECT_EQ(status.st_uid, nobody);
     EXPECT_EQ(status.st_gid, nobody);
+    // What root makes below the home folder of the user behind sudo is that user's.
+    for (auto folder = mountPoint.parent_path(); access == "onlyMe" && folder.filename() != "home";
+         folder = folder.parent_path()) {
+        ASSERT_EQ(stat(folder.c_str(), &status), 0) << folder;
+        EXPECT_EQ(status.st_uid, nobody) << folder;
+        EXPECT_EQ(status.st_gid, nobody) << folder;
+        EXPECT_EQ(status.st_mode & 07777U, 0700U) << folder;
+    }
     struct statvfs volume {};
     ASSERT_EQ(statvfs(mountPoint.c_str(), &volume), 0);
     EXPECT_NE(volume.f_flag & ST_NOSUID, 0U);
@@ -156,28 +162,16 @@ TEST(DiskFormats, GiveTheMemoryOfDeletedFilesBackWhenTrimmed) {
     const auto mountPoint = mountPointOf(machine.create("Filled", {"--size", "512M", "--format", "jhfs+"}));
     const auto sharedMemory = [] {
         // The memory file has no name, so only the sum of all such memory tells of it, in mebibytes.
-        std::istringstream lines(readFile("/proc/meminfo"));
-        std::string word;
-        while (lines >> word && word != "Shmem:") {
-        }
-        std::uint64_t kibibytes = 0;
-        lines >> kibibytes;
-        return kibibytes / 1024;
+        const auto text = readFile("/proc/meminfo");
+        return std::stoul(text.substr(text.find("Shmem:") + 6)) / 1024;
     };
     const auto empty = sharedMemory();
-    {
-        const std::string block(mebibyte, 'x');
-        std::ofstream file(mountPoint / "big", std::ios::binary);
-        for (int index = 0; index < 480; ++index) {
-            file << block;
-        }
-    }
-    const int root = open(mountPoint.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    ASSERT_EQ(syncfs(root), 0);
+    writeFile(mountPoint / "big", std::string(480 * mebibyte, 'x'));
+    const FileDescriptor root(open(mountPoint.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    ASSERT_EQ(syncfs(root.get()), 0);
     const auto full = sharedMemory();
     fs::remove(mountPoint / "big");
-    syncfs(root);
-    close(root);
+    syncfs(root.get());
     ASSERT_EQ(std::system(fmt::format("fstrim '{}'", mountPoint.string()).c_str()), 0);
     const auto trimmed = sharedMemory();
     EXPECT_EQ(machine.run({"eject", "Filled"}).status, 0);

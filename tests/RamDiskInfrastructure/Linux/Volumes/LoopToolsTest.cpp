@@ -163,6 +163,8 @@ TEST(LoopVolume, LaysTheFileSystemOntoTheDeviceOrIntoItsOpenContainer) {
     expectMaking(FS::apfsCaseSensitive, Means::luks, {formatting});
     expectMaking(FS::apfsCaseSensitive, Means::luks, {formatting, opening});
     expectMaking(FS::apfsCaseSensitive, Means::luks, {formatting, opening, making});
+    expectMaking(FS::apfsCaseSensitive, Means::fscrypt,
+                 {std::regex_replace(making, std::regex("/dev/mapper/TAG"), "-O encrypt DEVICE")});
     expectMaking(FS::exFAT, Means::none, {tool("mkfs.exfat") + " -q -L Scratch DEVICE"});
     expectMaking(FS::fat32, Means::none, {tool("mkfs.vfat") + " -F 32 -n Scratch DEVICE"});
 

@@ -167,11 +167,12 @@ TEST(DiskFormats, GiveTheMemoryOfDeletedFilesBackWhenTrimmed) {
     };
     const auto empty = sharedMemory();
     writeFile(mountPoint / "big", std::string(480 * mebibyte, 'x'));
-    const FileDescriptor root(open(mountPoint.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    FileDescriptor root(open(mountPoint.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     ASSERT_EQ(syncfs(root.get()), 0);
     const auto full = sharedMemory();
     fs::remove(mountPoint / "big");
     syncfs(root.get());
+    root.reset();
     ASSERT_EQ(std::system(fmt::format("fstrim '{}'", mountPoint.string()).c_str()), 0);
     const auto trimmed = sharedMemory();
     EXPECT_EQ(machine.run({"eject", "Filled"}).status, 0);

@@ -21,6 +21,19 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#if defined(__has_feature)
+#    if __has_feature(thread_sanitizer) && !defined(__SANITIZE_THREAD__)
+#        define __SANITIZE_THREAD__
+#    endif
+#endif
+#ifdef __SANITIZE_THREAD__
+/// What is started here may start threads of its own, though a thread of ours forked it.
+extern "C" const char* __tsan_default_options();
+extern "C" const char* __tsan_default_options() {
+    return "die_after_fork=0";
+}
+#endif
+
 namespace ramdisk::test {
 
 namespace {

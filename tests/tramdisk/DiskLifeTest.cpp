@@ -1,6 +1,7 @@
-#include "tests/support/Linux/TestMachine.h"
+#include "tests/support/Linux/KillLoop.h"
+#include "tests/tramdisk/Disks.h"
 
-#include <gmock/gmock.h>
+#include <fmt/format.h>
 
 #include <algorithm>
 #include <array>
@@ -8,11 +9,9 @@
 #include <set>
 #include <thread>
 
-#include <fcntl.h>
 #include <sys/mount.h>
-#include <sys/statvfs.h>
-#include <sys/xattr.h>
-#include <unistd.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
 
 namespace ramdisk::test {
 namespace {
@@ -23,174 +22,233 @@ using testing::IsEmpty;
 
 namespace fs = std::filesystem;
 
-constexpr const char* busyHint = "\nClose files and apps using the disk, or force the eject.\n";
+/// A process of a user, who alone may look into it, with a file of a mebibyte open.
+class FileHolder {
+public:
+    FileHolder(uid_t user, const fs::path& file) {
+        EXPECT_EQ(pipe2(orders_.data(), O_CLOEXEC) + pipe2(answers_.data(), O_CLOEXEC), 0);
+        pid_ = fork();
+        if (pid_ == 0) {
+            hold(user, file);
+        }
+        EXPECT_TRUE(isAnswered()) << "the file could not be made";
+    }
+    FileHolder(const FileHolder&) = delete;
+    FileHolder& operator=(const FileHolder&) = delete;
+    ~FileHolder() { end(); }
 
-class Disks : public testing::Test {
-protected:
-    void SetUp() override {
-        SKIP_UNLESS_ROOT();
-        machine.emplace();
+    /// Whether it can still write to its file.
+    [[nodiscard]] bool canWrite() const { return ::write(orders_[1], "w", 1) == 1 && isAnswered(); }
+    void end() {
+        if (pid_ > 0) {
+            kill(pid_, SIGKILL);
+            waitFor(std::exchange(pid_, 0));
+            for (const int end : {orders_[0], orders_[1], answers_[0], answers_[1]}) {
+                close(end);
+            }
+        }
+    }
+    [[nodiscard]] std::string described() const { return fmt::format("tramdisk_tests ({})", pid_); }
+
+private:
+    [[nodiscard]] bool isAnswered() const {
+        char answer = 'n';
+        return ::read(answers_[0], &answer, 1) == 1 && answer == 'y';
+    }
+    [[noreturn]] void hold(uid_t user, const fs::path& file) const {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (user != 0 && (setgid(user) != 0 || setuid(user) != 0)) {
+            _exit(1);
+        }
+        prctl(PR_SET_DUMPABLE, 1);
+        const int held = open(file.c_str(), O_CREAT | O_RDWR, 0600);
+        bool isFine = posix_fallocate(held, 0, mebibyte) == 0;
+        for (char order = 0;
+             ::write(answers_[1], isFine ? "y" : "n", 1) == 1 && ::read(orders_[0], &order, 1) == 1;) {
+            isFine = pwrite(held, "x", 1, 0) == 1;
+        }
+        _exit(0);
     }
 
-    /// A file held open, on a disk.
-    static int openFile(const nlohmann::json& disk) {
-        return open((fs::path(disk.at("mountPoint")) / "open").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
-    }
-
-    std::optional<TestMachine> machine;
+    pid_t pid_ = 0;
+    std::array<int, 2> orders_{};
+    std::array<int, 2> answers_{};
 };
 
-TEST_F(Disks, LiveFromCreateToEject) {
-    const auto other = machine->create("Other");
-    const auto outcome = machine->run({"create", "--name", "Scratch", "--size", "512M", "--json"});
+INSTANTIATE_TEST_SUITE_P(Kinds, Disks, testing::Values(tmpfsKind, loopKind, folderKind, folderOfAUserKind),
+                         Disks::nameOf);
+
+class MountedDisks : public Disks {};
+INSTANTIATE_TEST_SUITE_P(Kinds, MountedDisks, testing::Values(tmpfsKind, loopKind), Disks::nameOf);
+
+class TmpfsDisks : public Disks {};
+INSTANTIATE_TEST_SUITE_P(Kinds, TmpfsDisks, testing::Values(tmpfsKind), Disks::nameOf);
+
+TEST_P(Disks, LiveFromCreateToEjectAndAreRemovedWithoutFollowingAnyLink) {
+    if (kind.user != 0) {
+        machine->environment.erase("TRAMDISK_HOST");
+    }
+    const auto other = create("Other");
+    const std::string name = "Zoë's \n \xff";
+    auto arguments = creation(name);
+    arguments.insert(arguments.end(), {"--json", "--access", "onlyMe"});
+    const auto outcome = machine->run(arguments);
     ASSERT_EQ(outcome.status, 0) << outcome.err;
     const auto disk = outcome.json().at("ramDisk");
-    const fs::path mountPoint = disk.at("mountPoint");
-    struct statvfs volume {};
-    ASSERT_EQ(statvfs(mountPoint.c_str(), &volume), 0);
-    constexpr std::uint64_t size = std::uint64_t{512} << 20U;
-    EXPECT_EQ(volume.f_blocks * std::uint64_t{volume.f_frsize}, size);
-    EXPECT_EQ(disk.at("capacity").at("bytes"), size);
-    EXPECT_NE(volume.f_flag & ST_NOSUID, 0U);
-    EXPECT_THAT(mountsWith("size=524288k"), ElementsAre(mountPoint.string()));
-    std::array<char, 64> mark{};
-    const auto length =
-        getxattr(mountPoint.c_str(), "user.com.tavrin.ramdisk.created", mark.data(), mark.size());
-    EXPECT_EQ(disk.at("instance"),
-              std::string(mark.data(), static_cast<std::size_t>(std::max<ssize_t>(length, 0))));
-    EXPECT_EQ(machine->list().at("Scratch"), disk);
-    EXPECT_TRUE(fs::exists(mountPoint / ".nomedia"));
+    EXPECT_EQ(disk.at("name"), "Zoë's \n \uFFFD");
+    if (!kind.isMounted()) {
+        EXPECT_EQ(outcome.err, "tramdisk: note: This user may not mount, so the disk is a folder on "
+                               "/dev/shm; its size is not enforced.\n");
+        EXPECT_EQ(disk.at("fileSystemName"), "folder on /dev/shm (size not enforced)");
+    }
+    const auto uuid = nlohmann::json::parse(readFile(machine->records() / "disk2.json")).at("uuid");
+    const auto folder = (kind.isMounted() ? machine->privateMounts()
+                                          : fs::path("/dev/shm") / ("ramdisk-" + uuid.get<std::string>()))
+                        / name;
+    struct stat status {};
+    ASSERT_EQ(stat(folder.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777U, 0700U);
+    EXPECT_EQ(status.st_uid, kind.user);
+    EXPECT_TRUE(fs::exists(folder / ".nomedia"));
+    EXPECT_EQ(machine->list().at(disk.at("name")), disk);
 
-    writeFile(mountPoint / "file", "contents");
-    EXPECT_EQ(readFile(mountPoint / "file"), "contents");
-    const int file = openFile(machine->create("Small"));
-    EXPECT_EQ(posix_fallocate(file, 0, 9 << 20), ENOSPC);
-    close(file);
-
-    EXPECT_EQ(machine->run({"eject", "Scratch", mountPoint.parent_path() / "./Small/"}).status, 0);
-    EXPECT_FALSE(fs::exists(mountPoint));
-    EXPECT_EQ(machine->list().size(), 1U);
-    EXPECT_EQ(machine->list().at("Other"), other);
+    const auto outside = machine->folder() / "home/outside";
+    EXPECT_EQ(inChild(kind.user,
+                      [&] {
+                          fs::create_directory(outside);
+                          writeFile(outside / "file", "survives");
+                          fs::create_directory_symlink(outside, folder / "link");
+                          fs::create_symlink(outside / "file", folder / "filelink");
+                          fs::create_symlink("loop", folder / "loop");
+                          fs::create_directories(folder / "sealed/inner");
+                          writeFile(folder / "sealed/inner/file", "x");
+                          chmod((folder / "sealed/inner").c_str(), 0);
+                          chmod((folder / "sealed").c_str(), 0555);
+                          return 0;
+                      }),
+              0);
+    eject(folder.parent_path() / "." / name / "");
+    EXPECT_EQ(readFile(outside / "file"), "survives");
+    EXPECT_FALSE(fs::exists(folder));
+    EXPECT_EQ(machine->list(), (std::map<std::string, nlohmann::json>{{"Other", other}}));
     EXPECT_EQ(machine->run({"-q", "eject", "disk1"}).out, "");
-    EXPECT_THAT(machine->traces(), IsEmpty());
+    expectNoTraces();
 }
 
-TEST_F(Disks, AreClosedToOthersOnlyWhenAsked) {
-    for (const std::string access : {"everyone", "onlyMe"}) {
-        const auto disk = machine->create("Mine", {"--access", access});
-        EXPECT_EQ(disk.at("access"), access);
-        const auto file = disk.at("mountPoint").get<std::string>() + "/secret";
-        writeFile(file, "x");
-        const int expected = access == "everyone" ? 0 : EACCES;
-        EXPECT_EQ(inChild(nobody, [&] { return ::open(file.c_str(), O_RDONLY) < 0 ? errno : 0; }), expected);
-        const auto folder = disk.at("mountPoint").get<std::string>();
-        EXPECT_EQ(inChild(nobody, [&] { return ::open(folder.c_str(), O_RDONLY) < 0 ? errno : 0; }),
-                  expected);
-        EXPECT_EQ(inChild(nobody, [&] { return ::open(file.c_str(), O_WRONLY) < 0 ? errno : 0; }), EACCES);
-        EXPECT_EQ(machine->run({"eject", "Mine"}).status, 0);
-    }
-}
+TEST_P(Disks, InUseStayUnlessForcedAndTellTheMemoryStillHeld) {
+    const auto disk = create("Busy");
+    const auto file = mountPointOf(disk) / "file";
+    EXPECT_EQ(chmod(mountPointOf(disk).c_str(), 0777), 0);
+    FileHolder holder(kind.user, file);
 
-TEST_F(Disks, MadeAtOnceByFourProcessesNeverShareAnything) {
-    constexpr unsigned each = 25;
-    std::vector<pid_t> makers;
-    for (int maker = 0; maker < 4; ++maker) {
-        makers.push_back(fork());
-        if (makers.back() == 0) {
-            unsigned failures = 0;
-            for (unsigned index = 0; index < each; ++index) {
-                failures += machine->run({"create", "--size", "4M"}).status == 0 ? 0 : 1;
-            }
-            _exit(static_cast<int>(failures));
-        }
-    }
-    for (const pid_t maker : makers) {
-        EXPECT_EQ(waitFor(maker), 0);
-    }
-    std::set<std::string> devices;
-    std::set<std::string> mountPoints;
-    const auto disks = machine->list();
-    for (const auto& [name, disk] : disks) {
-        devices.insert(disk.at("device").dump());
-        mountPoints.insert(disk.at("mountPoint").get<std::string>());
-    }
-    EXPECT_EQ(disks.size(), 4 * each);
-    EXPECT_EQ(devices.size(), 4 * each);
-    EXPECT_EQ(mountPoints.size(), 4 * each);
-    EXPECT_EQ(mountsWith(" ramdisk-").size(), 4 * each);
-
-    makers.clear();
-    for (int maker = 0; maker < 4; ++maker) {
-        makers.push_back(machine->start({"create", "--size", "4M", "--name", "Wanted"}));
-    }
-    EXPECT_EQ(std::count_if(makers.begin(), makers.end(), [](pid_t maker) { return waitFor(maker) == 0; }),
-              1);
-    EXPECT_EQ(machine->run({"eject", "--all"}).status, 0);
-    EXPECT_THAT(machine->traces(), IsEmpty());
-}
-
-TEST_F(Disks, KilledAtAnyTimeAreGoneOrWhole) {
-    // From shortly after its start until after its end.
-    for (int round = 0; round < 40; ++round) {
-        const bool isEject = round % 2 == 1;
-        if (isEject) {
-            machine->create("Victim");
-        }
-        const pid_t child =
-            machine->start(isEject ? std::vector<std::string>{"eject", "Victim"}
-                                   : std::vector<std::string>{"create", "--size", "8M", "--name", "Victim"});
-        std::this_thread::sleep_for(std::chrono::microseconds(250 * round));
-        kill(child, SIGKILL);
-        waitFor(child);
-        const auto left = machine->list();
-        if (!left.empty()) {
-            EXPECT_TRUE(fs::exists(fs::path(left.at("Victim").at("mountPoint")) / ".nomedia"));
-            EXPECT_EQ(machine->run({"eject", "Victim"}).status, 0) << round;
-        }
-        ASSERT_THAT(machine->traces(), IsEmpty()) << round;
-    }
-}
-
-TEST_F(Disks, InUseStayUnlessForcedAndTellTheMemoryStillHeld) {
-    const auto disk = machine->create("Busy");
-    const auto mountPoint = disk.at("mountPoint").get<std::string>();
-    const int file = openFile(disk);
-    ASSERT_EQ(posix_fallocate(file, 0, 1 << 20), 0);
-    const auto pid = std::to_string(getpid());
-
-    EXPECT_THAT(machine->run({"users", "Busy"}).out, HasSubstr(pid));
+    EXPECT_THAT(machine->run({"users", "Busy"}).out, HasSubstr("tramdisk_tests"));
     const auto refused = machine->run({"eject", "Busy"});
     EXPECT_EQ(refused.status, 1);
-    EXPECT_EQ(refused.err, "tramdisk: The disk is in use: “" + mountPoint
-                               + "” is kept busy by tramdisk_tests (" + pid + ")." + busyHint);
+    EXPECT_EQ(refused.err,
+              fmt::format("tramdisk: The disk is in use: “{}” is kept busy by {}.\nClose files and "
+                          "apps using the disk, or force the eject.\n",
+                          mountPointOf(disk).string(), holder.described()));
     EXPECT_EQ(refused.out, "");
-    EXPECT_TRUE(fs::exists(mountPoint + "/open"));
+    EXPECT_TRUE(fs::exists(file));
     EXPECT_EQ(machine->list().at("Busy").at("attachment"), disk.at("attachment"));
+    EXPECT_TRUE(holder.canWrite());
 
     const auto forced = machine->run({"eject", "--force", "Busy"});
     EXPECT_EQ(forced.status, 0);
-    EXPECT_EQ(forced.err,
-              "tramdisk: note: “Busy” is ejected, but 1 MB of its memory stays in use until its last file "
-              "is closed: tramdisk_tests ("
-                  + pid + ").\n");
-    EXPECT_FALSE(fs::exists(mountPoint));
+    const bool isLoop = kind.means == DiskKind::Means::loop;
+    EXPECT_THAT(forced.err, HasSubstr((isLoop ? "" : "“Busy” is ejected, but 1 MB ")
+                                      + ("of its memory stays in use until its last file is closed: "
+                                         + holder.described() + ".\n")));
+    EXPECT_EQ(holder.canWrite(), !isLoop) << "nobody may go on writing to a device that is thrown away";
+    EXPECT_FALSE(fs::exists(file));
     const auto detaching = machine->list().at("Busy");
     EXPECT_FALSE(detaching.contains("mountPoint"));
-    EXPECT_EQ(detaching.at("memoryFootprint").at("bytes"), 1 << 20);
+    const auto held = detaching.at("memoryFootprint").at("bytes").get<std::uint64_t>();
+    EXPECT_TRUE(isLoop ? held >= mebibyte : held == mebibyte) << held;
     EXPECT_EQ(machine->run({"users", "Busy"}).err, "tramdisk: disk1 is not mounted.\n");
     EXPECT_EQ(machine->run({"eject", "Busy"}).status, 1);
 
     // The name is not that of a mounted volume any more, and what is left of the old disk harms no new one.
-    const auto again = machine->create("Busy");
-    EXPECT_EQ(again.at("mountPoint"), mountPoint);
-    close(file);
-    EXPECT_EQ(machine->list().at("Busy"), again);
-    EXPECT_EQ(machine->run({"eject", "Busy"}).status, 0);
-    EXPECT_THAT(machine->traces(), IsEmpty());
+    const auto again = create("Busy");
+    EXPECT_EQ(mountPointOf(again) == mountPointOf(disk), kind.isMounted());
+    holder.end();
+    EXPECT_EQ(machine->list(), (std::map<std::string, nlohmann::json>{{"Busy", again}}));
+    eject("Busy");
+    expectNoTraces();
 }
 
-TEST_F(Disks, WithASecondMountOrAnotherMountOnTop) {
-    const fs::path mountPoint = machine->create("Twice").at("mountPoint");
+TEST_P(Disks, AreEjectedByOneOfTwoAtOnce) {
+    for (int round = 0; round < 5; ++round) {
+        const auto reference = create("Wanted").at("device").at("bsdName").get<std::string>();
+        std::array<Outcome, 2> outcomes;
+        std::thread other([&] { outcomes[1] = machine->run({"eject", reference}); });
+        outcomes[0] = machine->run({"eject", reference});
+        other.join();
+        EXPECT_EQ(outcomes[0].status + outcomes[1].status, 1);
+        EXPECT_EQ(outcomes[outcomes[0].status == 0 ? 1 : 0].err,
+                  fmt::format("tramdisk: No RAM disk matches “{}”.\n", reference));
+        expectNoTraces();
+    }
+}
+
+TEST_P(Disks, KilledAtAnyCallAreGoneOrWhole) {
+    for (const bool isEject : {false, true}) {
+        SCOPED_TRACE(isEject ? "eject" : "create");
+        killAtEveryCall({[&] {
+                             if (isEject) {
+                                 const auto folder = mountPointOf(create("Victim"));
+                                 for (int index = 0; index < 20; ++index) {
+                                     writeFile(folder / std::to_string(index), "x");
+                                 }
+                             }
+                         },
+                         [&] {
+                             return machine->start(isEject ? std::vector<std::string>{"eject", "Victim"}
+                                                           : creation("Victim"));
+                         },
+                         [&](std::optional<int> status) {
+                             EXPECT_EQ(status.value_or(0), 0);
+                             const auto left = machine->list();
+                             EXPECT_TRUE(!status || left.empty() == isEject);
+                             if (!left.empty()) {
+                                 const auto files = std::distance(
+                                     fs::directory_iterator(mountPointOf(left.at("Victim"))), {});
+                                 EXPECT_EQ(files, isEject ? 22 : 2);
+                                 eject("Victim");
+                             }
+                             ASSERT_THAT(machine->traces(), IsEmpty());
+                         }});
+    }
+}
+
+TEST_P(MountedDisks, UnmountedByOtherMeansFreeTheirNameAtOnce) {
+    const auto mountPoint = mountPointOf(create("Scratch"));
+    ASSERT_EQ(umount2(mountPoint.c_str(), 0), 0);
+    const auto again = create("Scratch");
+    EXPECT_EQ(mountPointOf(again), mountPoint);
+    FileHolder holder(0, mountPoint / "file");
+    ASSERT_EQ(umount2(mountPoint.c_str(), MNT_DETACH), 0);
+    if (kind.means == DiskKind::Means::loop) {
+        // Its device tells of it as long as somebody has a file open.
+        const auto detaching = machine->list().at("Scratch");
+        EXPECT_FALSE(detaching.contains("mountPoint"));
+        EXPECT_GE(detaching.at("memoryFootprint").at("bytes"), mebibyte);
+        EXPECT_THAT(machine->run({"eject", "--force", "Scratch"}).err, HasSubstr(holder.described()));
+    }
+    holder.end();
+    EXPECT_THAT(machine->list(), IsEmpty());
+    expectNoTraces();
+
+    ASSERT_EQ(mountPointOf(create("Scratch")), mountPoint);
+    ASSERT_EQ(umount2(mountPoint.c_str(), 0), 0);
+    // Now somebody else's folder stands there.
+    ASSERT_TRUE(fs::remove(mountPoint) && fs::create_directory(mountPoint));
+    EXPECT_THAT(machine->list(), IsEmpty());
+    EXPECT_THAT(machine->traces(), ElementsAre(mountPoint));
+}
+
+TEST_P(MountedDisks, WithASecondMountOrAnotherMountOnTop) {
+    const auto mountPoint = mountPointOf(create("Twice"));
     writeFile(mountPoint / "file", "kept");
     const auto second = machine->folder() / "second";
     fs::create_directory(second);
@@ -203,10 +261,10 @@ TEST_F(Disks, WithASecondMountOrAnotherMountOnTop) {
     ASSERT_EQ(umount2(second.c_str(), 0), 0);
     EXPECT_THAT(machine->list(), IsEmpty());
 
-    const auto covered = machine->create("Covered").at("mountPoint").get<std::string>();
+    const auto covered = mountPointOf(create("Covered"));
     // Made before the disk was, and moved on top of it.
     ASSERT_EQ(mount("theirs", second.c_str(), "tmpfs", 0, nullptr), 0);
-    const auto younger = machine->create("Younger").at("mountPoint").get<std::string>();
+    const auto younger = mountPointOf(create("Younger"));
     ASSERT_EQ(mount("theirs", covered.c_str(), "tmpfs", 0, nullptr), 0);
     ASSERT_EQ(mount(second.c_str(), younger.c_str(), nullptr, MS_MOVE, nullptr), 0);
     for (const auto& path : {covered, younger}) {
@@ -220,19 +278,56 @@ TEST_F(Disks, WithASecondMountOrAnotherMountOnTop) {
     umount2(covered.c_str(), 0);
     umount2(younger.c_str(), 0);
     EXPECT_EQ(machine->run({"eject", "--all"}).status, 0);
-    EXPECT_THAT(machine->traces(), IsEmpty());
+    expectNoTraces();
 }
 
-TEST_F(Disks, EjectedAllAtOnceGoOnAfterAFailureAndAreOnlyOnesOwn) {
-    machine->create("First");
-    const auto busy = machine->create("Second");
-    machine->create("Third");
+TEST_P(TmpfsDisks, MadeAtOnceByFourProcessesNeverShareAnything) {
+    constexpr unsigned each = 25;
+    std::vector<pid_t> makers(4);
+    for (auto& maker : makers) {
+        maker = fork();
+        if (maker == 0) {
+            int failures = 0;
+            for (unsigned index = 0; index < each; ++index) {
+                failures += machine->run({"create", "--size", "4M"}).status == 0 ? 0 : 1;
+            }
+            _exit(failures);
+        }
+    }
+    for (const pid_t maker : makers) {
+        EXPECT_EQ(waitFor(maker), 0);
+    }
+    std::set<std::string> devices;
+    std::set<fs::path> mountPoints;
+    const auto disks = machine->list();
+    for (const auto& [name, disk] : disks) {
+        devices.insert(disk.at("device").dump());
+        mountPoints.insert(mountPointOf(disk));
+    }
+    EXPECT_EQ(disks.size(), 4 * each);
+    EXPECT_EQ(devices.size(), 4 * each);
+    EXPECT_EQ(mountPoints.size(), 4 * each);
+    EXPECT_EQ(mountsWith(" ramdisk-").size(), 4 * each);
+
+    for (auto& maker : makers) {
+        maker = machine->start({"create", "--size", "4M", "--name", "Wanted"});
+    }
+    EXPECT_EQ(std::count_if(makers.begin(), makers.end(), [](pid_t maker) { return waitFor(maker) == 0; }),
+              1);
+    EXPECT_EQ(machine->run({"eject", "--all"}).status, 0);
+    expectNoTraces();
+}
+
+TEST_P(TmpfsDisks, EjectedAllAtOnceGoOnAfterAFailureAndAreOnlyOnesOwn) {
+    create("First");
+    const auto busy = create("Second");
+    create("Third");
     machine->environment = {{"SUDO_UID", "65534"}, {"SUDO_GID", "65534"}};
-    const auto others = machine->create("Another user's");
+    const auto others = create("Another user's");
     machine->environment.clear();
-    EXPECT_EQ(inChild(nobody, [&] { return openFile(others) < 0; }), 0)
+    EXPECT_EQ(inChild(nobody, [&] { return openFile(others) ? 0 : 1; }), 0)
         << "it is the sudo user's to write to";
-    const int file = openFile(busy);
+    auto file = openFile(busy);
     const auto outcome = machine->run({"eject", "--all", "--json"});
     EXPECT_EQ(outcome.status, 1);
     const auto json = outcome.json();
@@ -241,21 +336,10 @@ TEST_F(Disks, EjectedAllAtOnceGoOnAfterAFailureAndAreOnlyOnesOwn) {
     ASSERT_EQ(json.at("failures").size(), 1U);
     EXPECT_EQ(json.at("failures")[0].at("ramDisk").at("name"), "Second");
     EXPECT_EQ(machine->list().size(), 2U);
-    close(file);
+    file.reset();
     EXPECT_EQ(machine->run({"eject", "Second", "Another user's"}).status, 0);
     EXPECT_EQ(machine->run({"eject", "--all"}).out, "No RAM disks to eject.\n");
-    EXPECT_THAT(machine->traces(), IsEmpty());
-}
-
-TEST_F(Disks, UnmountedByOtherMeansFreeTheirNameAtOnce) {
-    const auto mountPoint = machine->create("Scratch").at("mountPoint").get<std::string>();
-    ASSERT_EQ(umount2(mountPoint.c_str(), 0), 0);
-    EXPECT_EQ(machine->create("Scratch").at("mountPoint"), mountPoint);
-    ASSERT_EQ(umount2(mountPoint.c_str(), 0), 0);
-    // Now somebody else's folder stands there.
-    ASSERT_TRUE(fs::remove(mountPoint) && fs::create_directory(mountPoint));
-    EXPECT_THAT(machine->list(), IsEmpty());
-    EXPECT_THAT(machine->traces(), ElementsAre(mountPoint));
+    expectNoTraces();
 }
 
 } // namespace

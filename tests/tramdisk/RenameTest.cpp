@@ -1,17 +1,11 @@
-#include "tests/support/Linux/TestMachine.h"
+#include "tests/support/Linux/KillLoop.h"
+#include "tests/tramdisk/Disks.h"
 
 #include <fmt/format.h>
-#include <gmock/gmock.h>
 
-#include <array>
-#include <csignal>
-#include <thread>
+#include <algorithm>
 
-#include <fcntl.h>
-#include <linux/fs.h>
-#include <sys/ioctl.h>
 #include <sys/mount.h>
-#include <unistd.h>
 
 namespace ramdisk::test {
 namespace {
@@ -23,20 +17,8 @@ using testing::Not;
 
 namespace fs = std::filesystem;
 
-class Renaming : public testing::TestWithParam<const char*> {
+class Renaming : public Disks {
 protected:
-    void SetUp() override {
-        SKIP_UNLESS_ROOT();
-        machine.emplace();
-    }
-
-    nlohmann::json create(const std::string& name) const {
-        const auto outcome =
-            machine->run({"create", "--json", "--size", "16M", "--format", GetParam(), "--name", name});
-        EXPECT_EQ(outcome.status, 0) << outcome.err;
-        return outcome.json().at("ramDisk");
-    }
-
     /// Has the mount folders lie below a mount that is shared with other namespaces.
     void shareMounts() const {
         fs::create_directories(machine->media());
@@ -44,10 +26,16 @@ protected:
         ASSERT_EQ(mount(nullptr, machine->media().c_str(), nullptr, MS_SHARED, nullptr), 0);
     }
 
+    /// The folders that disks are in.
     [[nodiscard]] std::vector<std::string> folders() const {
         std::vector<std::string> names;
-        for (const auto& entry : fs::directory_iterator(machine->media())) {
-            names.push_back(entry.path().filename());
+        const auto parent = kind.isMounted() ? machine->media() : fs::path("/dev/shm");
+        for (const auto& entry : fs::recursive_directory_iterator(parent)) {
+            const auto depth = entry.path().lexically_relative(parent).string();
+            if (entry.is_directory()
+                && std::count(depth.begin(), depth.end(), '/') == (kind.isMounted() ? 0 : 1)) {
+                names.push_back(entry.path().filename());
+            }
         }
         return names;
     }
@@ -57,36 +45,27 @@ protected:
         // The blanks of the path are written otherwise in the mount table.
         return mountsWith(machine->folder().filename().string().substr(13) + "/state/media/").size();
     }
-
-    std::optional<TestMachine> machine;
 };
-INSTANTIATE_TEST_SUITE_P(Formats, Renaming, testing::Values("hfs+", "jhfs+"),
-                         [](const auto& row) { return row.param[0] == 'j' ? "Journaled" : "Tmpfs"; });
+INSTANTIATE_TEST_SUITE_P(Kinds, Renaming, testing::Values(tmpfsKind, loopKind, folderOfAUserKind),
+                         Disks::nameOf);
 
-std::string labelOf(const fs::path& mountPoint) {
-    std::array<char, FSLABEL_MAX> label{};
-    const int root = open(mountPoint.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    ioctl(root, FS_IOC_GETFSLABEL, label.data());
-    close(root);
-    return label.data();
-}
+class MountRenaming : public Renaming {};
+INSTANTIATE_TEST_SUITE_P(Kinds, MountRenaming, testing::Values(tmpfsKind, loopKind), Disks::nameOf);
 
 TEST_P(Renaming, ChangesTheNameTheFolderAndTheLabel) {
     const auto disk = create("Old");
-    const fs::path former = disk.at("mountPoint");
-    writeFile(former / "file", "kept");
+    writeFile(mountPointOf(disk) / "file", "kept");
     const auto outcome = machine->run({"rename", "Old", "  New name of it  ", "--json"});
     ASSERT_EQ(outcome.status, 0) << outcome.err;
     const auto renamed = outcome.json();
-    const fs::path folder = renamed.at("mountPoint");
     EXPECT_EQ(renamed.at("name"), "New name of it");
-    EXPECT_EQ(folder, machine->media() / "New name of it");
-    EXPECT_EQ(renamed.at("attachment"), disk.at("attachment"));
-    EXPECT_EQ(renamed.at("instance"), disk.at("instance"));
-    EXPECT_EQ(readFile(folder / "file"), "kept");
+    for (const char* key : {"attachment", "instance"}) {
+        EXPECT_EQ(renamed.value(key, nlohmann::json()), disk.value(key, nlohmann::json()));
+    }
+    EXPECT_EQ(readFile(mountPointOf(renamed) / "file"), "kept");
     EXPECT_THAT(folders(), ElementsAre("New name of it"));
-    if (GetParam() == std::string("jhfs+")) {
-        EXPECT_EQ(labelOf(folder), "New name of it");
+    if (kind.means == DiskKind::Means::loop) {
+        EXPECT_EQ(labelOf(mountPointOf(renamed)), "New name of it");
     }
     EXPECT_EQ(machine->list(), (std::map<std::string, nlohmann::json>{{"New name of it", renamed}}));
     // Its own name in other letters is not taken.
@@ -108,89 +87,83 @@ TEST_P(Renaming, ChangesTheNameTheFolderAndTheLabel) {
         EXPECT_EQ(folders().size(), 2U) << name;
     }
     EXPECT_EQ(machine->run({"eject", "--all"}).status, 0);
-    EXPECT_THAT(machine->traces(), IsEmpty());
+    expectNoTraces();
 }
 
-TEST_P(Renaming, MovesADiskInUseUnlessItsMountIsShared) {
+TEST_P(MountRenaming, MovesADiskInUseUnlessItsMountIsShared) {
     for (const bool isShared : {false, true}) {
         if (isShared) {
             shareMounts();
         }
-        const fs::path former = create("Busy").at("mountPoint");
-        const int file = open((former / "open").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+        const auto former = create("Busy");
+        auto file = openFile(former);
         const auto outcome = machine->run({"rename", "Busy", "Calm"});
         EXPECT_EQ(outcome.status, 0) << outcome.err;
-        const auto disk = machine->list().at("Calm");
-        EXPECT_EQ(fs::path(disk.at("mountPoint")), machine->media() / (isShared ? "Busy" : "Calm"));
+        EXPECT_EQ(mountPointOf(machine->list().at("Calm")), machine->media() / (isShared ? "Busy" : "Calm"));
         EXPECT_EQ(outcome.err, isShared
                                    ? fmt::format("tramdisk: note: “Calm” is in use, so it stays at {} until "
                                                  "it is ejected.\n",
-                                                 former.string())
+                                                 mountPointOf(former).string())
                                    : "");
         EXPECT_THAT(folders(), ElementsAre(isShared ? "Busy" : "Calm"));
-        EXPECT_EQ(pwrite(file, "x", 1, 0), 1);
-        close(file);
+        EXPECT_EQ(pwrite(file.get(), "x", 1, 0), 1);
+        file.reset();
         // Now nobody stands in it.
         EXPECT_EQ(machine->run({"rename", "Calm", "Free"}).err, "");
         EXPECT_THAT(folders(), ElementsAre("Free"));
-        EXPECT_EQ(machine->run({"eject", "Free"}).status, 0);
+        eject("Free");
         EXPECT_THAT(folders(), IsEmpty());
     }
     umount2(machine->media().c_str(), 0);
-    EXPECT_THAT(machine->traces(), IsEmpty());
+    expectNoTraces();
 }
 
-TEST_P(Renaming, KilledAtAnyTimeLeavesOneWholeDiskInOneFolder) {
-    for (int round = 0; round < 60; ++round) {
-        if (round == 30) {
+TEST_P(Renaming, KilledAtAnyCallLeavesOneWholeDiskInOneFolder) {
+    struct Row {
+        bool isShared;
+        bool isInUse;
+    };
+    for (const auto& row : {Row{false, false}, Row{true, false}, Row{true, true}}) {
+        SCOPED_TRACE(fmt::format("{} {}", row.isShared, row.isInUse));
+        if (row.isShared && !kind.isMounted()) {
+            break;
+        }
+        if (row.isShared && !row.isInUse) {
             shareMounts();
         }
-        writeFile(fs::path(create("Before").at("mountPoint")) / "file", "kept");
-        const pid_t child = machine->start({"rename", "Before", "After"});
-        std::this_thread::sleep_for(std::chrono::microseconds(2000 + 200 * (round % 30)));
-        kill(child, SIGKILL);
-        waitFor(child);
-        const auto disks = machine->list();
-        ASSERT_EQ(disks.size(), 1U) << round;
-        const auto& [name, disk] = *disks.begin();
-        const fs::path folder = disk.at("mountPoint");
-        EXPECT_EQ(readFile(folder / "file"), "kept") << round;
-        EXPECT_THAT(folders(), ElementsAre(folder.filename())) << round;
-        EXPECT_EQ(mountCount(), 1U) << round;
-        EXPECT_EQ(machine->run({"eject", name}).status, 0) << round;
-        ASSERT_THAT(folders(), IsEmpty()) << round;
+        fs::path former;
+        FileDescriptor file;
+        killAtEveryCall({[&] {
+                             const auto disk = create("Before");
+                             former = mountPointOf(disk);
+                             writeFile(former / "file", "kept");
+                             file = row.isInUse ? openFile(disk) : FileDescriptor();
+                         },
+                         [&] {
+                             return machine->start({"rename", "Before", "After"});
+                         },
+                         [&](std::optional<int> status) {
+                             EXPECT_EQ(status.value_or(0), 0);
+                             const auto disks = machine->list();
+                             ASSERT_EQ(disks.size(), 1U);
+                             const auto& [name, disk] = *disks.begin();
+                             EXPECT_TRUE(!status || name == "After");
+                             const auto folder = mountPointOf(disk);
+                             EXPECT_TRUE(!row.isInUse || folder == former);
+                             EXPECT_EQ(readFile(folder / "file"), "kept");
+                             EXPECT_THAT(folders(), ElementsAre(folder.filename()));
+                             EXPECT_EQ(mountCount(), kind.isMounted() ? 1U : 0U);
+                             file.reset();
+                             eject(name);
+                             ASSERT_THAT(folders(), IsEmpty());
+                         }});
     }
     umount2(machine->media().c_str(), 0);
-    EXPECT_THAT(machine->traces(), IsEmpty());
-}
-
-TEST_P(Renaming, HealsAVolumeThatWasInBothPlaces) {
-    shareMounts();
-    for (const bool isInUse : {false, true}) {
-        const fs::path former = create("Before").at("mountPoint");
-        const auto target = machine->media() / "After";
-        // As a process leaves it that is killed between the second mount and the end of the first.
-        fs::create_directory(target);
-        ASSERT_EQ(mount(former.c_str(), target.c_str(), nullptr, MS_BIND, nullptr), 0);
-        auto record = nlohmann::json::parse(readFile(machine->records() / "disk1.json"));
-        record["name"] = "After";
-        record["mountPoint"] = target.string();
-        record["formerMountPoint"] = former.string();
-        writeFile(machine->records() / "disk1.json", record.dump());
-        const int file = isInUse ? open((former / "open").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644) : -1;
-        const auto disk = machine->list().at("After");
-        EXPECT_EQ(fs::path(disk.at("mountPoint")), isInUse ? former : target);
-        EXPECT_EQ(mountCount(), 1U);
-        close(file);
-        EXPECT_EQ(machine->run({"eject", "After"}).status, 0);
-        fs::remove(target); // Made by this test, so it carries no mark.
-        EXPECT_THAT(folders(), IsEmpty());
-    }
-    umount2(machine->media().c_str(), 0);
+    expectNoTraces();
 }
 
 TEST_P(Renaming, LeavesTheIndexingThatConfigureSwitches) {
-    const fs::path mountPoint = create("Disk").at("mountPoint");
+    const auto mountPoint = mountPointOf(create("Disk"));
     EXPECT_THAT(machine->run({"show", "Disk"}).out, testing::ContainsRegex("Indexing +off\n"));
     for (const bool isOn : {true, false}) {
         EXPECT_EQ(machine->run({"configure", "Disk", isOn ? "--indexing" : "--no-indexing"}).status, 0);
@@ -201,7 +174,7 @@ TEST_P(Renaming, LeavesTheIndexingThatConfigureSwitches) {
     }
     fs::remove(mountPoint / ".nomedia");
     EXPECT_THAT(machine->run({"show", "Disk"}).out, Not(HasSubstr("Indexing"))) << "half a state is none";
-    EXPECT_EQ(machine->run({"eject", "Disk"}).status, 0);
+    eject("Disk");
 }
 
 } // namespace

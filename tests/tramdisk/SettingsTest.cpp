@@ -1,8 +1,6 @@
-#include "RamDiskInfrastructure/Commands/ProcessCommandRunner.h"
-#include "tests/support/ScratchFolder.h"
+#include "tests/support/Linux/TestMachine.h"
 
 #include <gmock/gmock.h>
-#include <nlohmann/json.hpp>
 
 namespace ramdisk::test {
 namespace {
@@ -12,18 +10,17 @@ using testing::Not;
 
 class Settings : public testing::Test {
 protected:
-    [[nodiscard]] CommandOutput run(std::vector<std::string> arguments) const {
-        const auto path = scratch.path().string();
-        arguments.insert(arguments.begin(),
-                         {"-u", "XDG_DATA_HOME", "HOME=" + path, "XDG_CONFIG_HOME=" + path + "/config",
-                          "TRAMDISK_STATE=" + path + "/state", "TRAMDISK_HOST=folder", TRAMDISK_EXECUTABLE});
-        return ProcessCommandRunner().run({"/usr/bin/env", arguments, std::nullopt, 60.0});
+    Settings() { machine.environment["TRAMDISK_HOST"] = "folder"; }
+
+    [[nodiscard]] Outcome run(std::vector<std::string> arguments) const {
+        return machine.run(std::move(arguments));
     }
     [[nodiscard]] std::string out(std::vector<std::string> arguments) const {
-        return run(std::move(arguments)).standardOutput;
+        return run(std::move(arguments)).out;
     }
 
-    ScratchFolder scratch;
+    TestMachine machine;
+    std::filesystem::path lists = machine.folder() / "home/data/Tavrin RamDisk";
 };
 
 TEST_F(Settings, AreListedSetReadAndUnset) {
@@ -48,7 +45,8 @@ TEST_F(Settings, AreListedSetReadAndUnset) {
     EXPECT_THAT(table, testing::ContainsRegex("allowsKeyFile +true +false"));
 
     EXPECT_EQ(out({"settings", "unset", "defaultSize"}), "defaultSize is now 1G.\n");
-    EXPECT_FALSE(std::filesystem::exists(scratch.path() / ".local"));
+    EXPECT_FALSE(std::filesystem::exists(lists));
+    EXPECT_TRUE(std::filesystem::exists(machine.folder() / "home/.config"));
 }
 
 TEST_F(Settings, ThatCannotBeMeantAreAWrongCommandLine) {
@@ -73,37 +71,34 @@ TEST_F(Settings, ThatCannotBeMeantAreAWrongCommandLine) {
     for (auto [arguments, text] : table) {
         arguments.insert(arguments.begin(), "settings");
         const auto output = run(arguments);
-        EXPECT_EQ(output.exitCode, 2) << text;
-        EXPECT_EQ(output.standardError, "tramdisk: " + text + "\n");
+        EXPECT_EQ(output.status, 2) << text;
+        EXPECT_EQ(output.err, "tramdisk: " + text + "\n");
     }
-    EXPECT_FALSE(std::filesystem::exists(scratch.path() / "config"));
+    EXPECT_FALSE(std::filesystem::exists(machine.folder() / "home/.config"));
 }
 
 TEST_F(Settings, AreTheDefaultsOfNewDisksAndOptionsOverruleThem) {
     static_cast<void>(run({"settings", "set", "defaultFileSystem", "exfat"}));
     static_cast<void>(run({"settings", "set", "isEncryptionEnabledByDefault", "true"}));
     const auto refused = run({"validate"});
-    EXPECT_EQ(refused.exitCode, 1);
-    EXPECT_THAT(refused.standardOutput, HasSubstr("ExFAT can’t be encrypted."));
-    EXPECT_THAT(run({"validate", "--no-encrypt"}).standardOutput, Not(HasSubstr("encrypted")));
-    EXPECT_THAT(run({"validate", "--format", "apfs"}).standardOutput, Not(HasSubstr("encrypted")));
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_THAT(refused.out, HasSubstr("ExFAT can’t be encrypted."));
+    EXPECT_THAT(run({"validate", "--no-encrypt"}).out, Not(HasSubstr("encrypted")));
+    EXPECT_THAT(run({"validate", "--format", "apfs"}).out, Not(HasSubstr("encrypted")));
     static_cast<void>(run({"settings", "set", "defaultSize", "1K"}));
-    EXPECT_THAT(run({"validate", "--no-encrypt"}).standardOutput, HasSubstr("ExFAT needs at least"));
+    EXPECT_THAT(run({"validate", "--no-encrypt"}).out, HasSubstr("ExFAT needs at least"));
 }
 
 TEST_F(Settings, AndListsAreOpenedOnlyByWhatNeedsThem) {
-    std::filesystem::create_directories(scratch.path() / ".local/share/Tavrin RamDisk");
-    scratch.write(".local/share/Tavrin RamDisk/Startup Disks.json",
-                  R"([{"id":"6F1D2A8E-3C1B-4E4A-9D0B-5A6E2C7B0001","name":"Mine","size":{"bytes":8388608},)"
-                  R"("fileSystem":"hfs+","isEncrypted":false,"isIndexingEnabled":false,"access":"everyone",)"
-                  R"("keepsContents":false,"previousCopies":0,"folders":[]}])");
-    EXPECT_THAT(run({"validate", "--name", "mine", "--size", "8M"}).standardOutput,
+    std::filesystem::create_directories(lists);
+    writeFile(lists / "Startup Disks.json",
+              R"([{"id":"6F1D2A8E-3C1B-4E4A-9D0B-5A6E2C7B0001","name":"Mine","size":{"bytes":8388608},)"
+              R"("fileSystem":"hfs+","isEncrypted":false,"isIndexingEnabled":false,"access":"everyone",)"
+              R"("keepsContents":false,"previousCopies":0,"folders":[]}])");
+    EXPECT_THAT(run({"validate", "--name", "mine", "--size", "8M"}).out,
                 HasSubstr("“mine” is the name of a disk RamDisk creates at launch."));
-    EXPECT_EQ(run({"list"}).exitCode, 0);
-    EXPECT_EQ(
-        std::distance(std::filesystem::directory_iterator(scratch.path() / ".local/share/Tavrin RamDisk"),
-                      std::filesystem::directory_iterator{}),
-        1);
+    EXPECT_EQ(run({"list"}).status, 0);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(lists), {}), 1);
 }
 
 } // namespace

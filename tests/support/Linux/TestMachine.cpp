@@ -198,8 +198,11 @@ std::map<std::string, nlohmann::json> TestMachine::list() const {
 }
 
 nlohmann::json TestMachine::create(const std::string& name, const std::vector<std::string>& more) const {
-    std::vector<std::string> arguments{"create", "--json", "--size", "8M", "--name=" + name};
+    std::vector<std::string> arguments{"create", "--json", "--name=" + name};
     arguments.insert(arguments.end(), more.begin(), more.end());
+    if (std::find(more.begin(), more.end(), "--size") == more.end()) {
+        arguments.insert(arguments.end(), {"--size", "8M"});
+    }
     const auto outcome = run(arguments);
     EXPECT_EQ(outcome.status, 0) << outcome.err;
     return outcome.status == 0 ? outcome.json().at("ramDisk") : nlohmann::json();

@@ -1,10 +1,9 @@
 #include "RamDiskInfrastructure/Linux/Records/DiskRecordStore.h"
+#include "tests/support/Linux/KillLoop.h"
 #include "tests/support/Linux/TestMachine.h"
 
 #include <gmock/gmock.h>
 
-#include <csignal>
-#include <random>
 #include <set>
 #include <thread>
 
@@ -137,23 +136,16 @@ TEST(DiskRecordStore, ThreadsAndProcessesNeverShareANumberNorLoseAnUpdate) {
         }
         return 0;
     };
-    std::vector<pid_t> children;
-    for (int index = 0; index < 3; ++index) {
-        children.push_back(fork());
-        if (children.back() == 0) {
-            _exit(work(20));
-        }
-    }
-    std::vector<int> results(3, -1);
+    std::vector<int> results(6, -1);
     std::vector<std::thread> threads;
     for (int& result : results) {
-        threads.emplace_back([&] { result = work(20); });
+        const bool isThread = threads.size() % 2 == 0;
+        threads.emplace_back([&, isThread] {
+            result = isThread ? work(20) : test::inChild(geteuid(), [&] { return work(20); });
+        });
     }
     for (auto& thread : threads) {
         thread.join();
-    }
-    for (const pid_t child : children) {
-        EXPECT_EQ(test::waitFor(child), 0);
     }
     EXPECT_THAT(results, testing::Each(0));
     const DiskRecordStore store(machine.records());
@@ -168,37 +160,38 @@ TEST(DiskRecordStore, ThreadsAndProcessesNeverShareANumberNorLoseAnUpdate) {
     EXPECT_THAT(distinct, SizeIs(60));
 }
 
-TEST(DiskRecordStore, KilledWhileUpdatingItKeepsOneWholeRecord) {
+TEST(DiskRecordStore, KilledWhileWorkingItKeepsOneWholeRecord) {
     const test::TestMachine machine;
     const DiskRecordStore store(machine.records());
     store.remove(store.claim(sample(), {}, getegid()));
-    std::minstd_rand random(7);
-    for (int round = 0; round < 60; ++round) {
+    const auto work = [&] {
         const pid_t child = fork();
         if (child == 0) {
             auto hold = store.claim(sample(), {}, getegid());
-            for (unsigned size = 0;; ++size) {
+            for (unsigned size = 1; size < 5; ++size) {
                 hold.record.size = {size};
-                hold.record.name = std::string(size % 100, 'x');
+                hold.record.name = std::string(size, 'x');
                 store.update(hold);
             }
+            store.remove(std::move(hold));
+            _exit(0);
         }
-        while (store.usedNumbers().empty()) {
-            std::this_thread::yield();
+        return child;
+    };
+    const auto check = [&](std::optional<int> status) {
+        EXPECT_EQ(status.value_or(0), 0);
+        for (const auto& record : store.readAll()) {
+            EXPECT_TRUE(record.name == "Scratch" || record.name.size() == record.size.bytes);
+            auto hold = store.tryHold(record);
+            ASSERT_TRUE(hold.has_value());
+            store.update(*hold); // Whatever a killed one left in its way.
+            store.remove(std::move(*hold));
         }
-        std::this_thread::sleep_for(std::chrono::microseconds(random() % 3000));
-        kill(child, SIGKILL);
-        test::waitFor(child);
-        const auto records = store.readAll();
-        ASSERT_THAT(records, SizeIs(1)) << round;
-        EXPECT_TRUE(records[0].name == "Scratch" || records[0].name.size() == records[0].size.bytes % 100);
-        auto hold = store.tryHold(records[0]);
-        ASSERT_TRUE(hold.has_value()) << round;
-        store.remove(std::move(*hold));
-        for (const auto& entry : std::filesystem::directory_iterator(machine.records())) {
-            ADD_FAILURE() << "left behind: " << entry.path();
-        }
-    }
+        // What the next one does clears away what a killed one left.
+        store.remove(store.claim(sample(), {}, getegid()));
+        EXPECT_THAT(std::distance(std::filesystem::directory_iterator(machine.records()), {}), 0);
+    };
+    test::killAtEveryCall({[] {}, work, check});
 }
 
 } // namespace

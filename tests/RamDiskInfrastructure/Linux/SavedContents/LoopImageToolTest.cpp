@@ -9,7 +9,6 @@
 #include <random>
 
 #include <fcntl.h>
-#include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
@@ -55,13 +54,9 @@ void plantInParts(const fs::path& path) {
 
 /// Changes a byte in a way that no date tells.
 void changeUnseen(const fs::path& file) {
-    const FileDescriptor open(::open(file.c_str(), O_RDWR | O_CLOEXEC));
-    auto* bytes = static_cast<char*>(mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED, open.get(), 0));
-    ASSERT_NE(bytes, MAP_FAILED);
-    bytes[7] = '!'; // The first write makes the page writable and is dated.
+    Mapping mapping(file);
     const auto date = fs::last_write_time(file);
-    bytes[7] = '?';
-    munmap(bytes, 4096);
+    mapping.write('?');
     fs::last_write_time(file, date);
 }
 
@@ -316,44 +311,26 @@ TEST(SavedImage, TheSecondLookAtADiskReadsOnlyWhatMayHaveBeenWritten) {
     EXPECT_EQ(look(), (std::pair{SaveSource::Status::unchanged, std::uint64_t{3}}));
 }
 
-TEST(SavedImage, GrowsWhenTheDiskDoesMeanwhile) {
+TEST(SavedImage, FollowsADiskThatChangesAndGrowsWhileItIsSaved) {
     SKIP_UNLESS_ROOT();
     SavingMachine world;
     auto disk = world.disk("A", "hfs+", "192M");
     disk.capacity = ByteCount{1U << 20U};
-    fs::create_directory(*disk.mountPoint / "tree");
-    const auto wanted = world.request(disk);
-    const auto source = world.tool.openSource(wanted);
-    const auto image = source->begin(world.files.latest, wanted);
-    writeFile(*disk.mountPoint / "tree/large", std::string(150U << 20U, 'x'));
-    static_cast<void>(source->takeStatus({}));
-    EXPECT_EQ(failureOf([&] {
-                  image->fill({});
-                  image->close();
-              }),
-              "none");
-    world.tool.verify(world.files.latest, {});
-    EXPECT_TRUE(world.isUpToDate(disk));
-}
-
-TEST(SavedImage, FollowsADiskThatChangesWhileItIsSaved) {
-    SKIP_UNLESS_ROOT();
-    SavingMachine world;
-    const auto disk = world.disk("A");
-    const auto onto = world.disk("Onto");
+    const auto onto = world.disk("Onto", "hfs+", "192M");
     plant(*disk.mountPoint);
     const auto wanted = world.request(disk);
     const auto source = world.tool.openSource(wanted);
     const auto image = source->begin(world.files.latest, wanted);
-    for (const char* contents : {"first", "second", "third"}) {
-        writeFile(*disk.mountPoint / "tree/changing", contents);
-        writeFile(*disk.mountPoint / "tree" / contents, contents);
+    for (const auto& [name, size] : {std::pair{"first", 1U}, {"second", 150U << 20U}, {"third", 9U}}) {
+        writeFile(*disk.mountPoint / "tree/changing", name);
+        writeFile(*disk.mountPoint / "tree" / name, std::string(size, 'x'));
         EXPECT_EQ(source->takeStatus({}), SaveSource::Status::changed);
         image->fill({});
     }
     EXPECT_EQ(source->takeStatus({}), SaveSource::Status::unchanged);
     image->close();
     world.tool.verify(world.files.latest, {});
+    EXPECT_TRUE(world.isUpToDate(disk));
     world.restore(onto);
     EXPECT_EQ(SavingMachine::difference(disk, onto), "");
 }

@@ -3,8 +3,6 @@
 
 #include <algorithm>
 
-#include <fcntl.h>
-#include <sys/mman.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
@@ -25,23 +23,6 @@ struct SavedDisk : SavingMachine {
         wanted.verification = Verification::yes;
         return archiver.save(wanted, {});
     }
-};
-
-/// Writes through a mapping that stays, so that no date tells of it once the first write is done.
-class Mapping {
-public:
-    explicit Mapping(const fs::path& file) {
-        const FileDescriptor open(::open(file.c_str(), O_RDWR | O_CLOEXEC));
-        bytes_ = static_cast<char*>(mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED, open.get(), 0));
-        bytes_[0] = '1';
-    }
-    Mapping(const Mapping&) = delete;
-    Mapping& operator=(const Mapping&) = delete;
-    ~Mapping() { munmap(bytes_, 4096); }
-    void write(char byte) { bytes_[0] = byte; }
-
-private:
-    char* bytes_ = nullptr;
 };
 
 TEST(SavedDisk, KeepsWhatAProgramWritesThroughAMappingAndEveryCopyThatIsToBeKept) {

@@ -13,6 +13,9 @@
 
 #include <algorithm>
 
+#include <fcntl.h>
+#include <sys/mman.h>
+
 namespace ramdisk::test {
 
 /// A machine with disks, and a folder on its system disk in which their files are kept.
@@ -83,6 +86,27 @@ struct SavingMachine {
         }
         return found;
     }
+};
+
+/// Writes into a file through a mapping that stays, so that no date tells of it once the first write is done.
+class Mapping {
+public:
+    explicit Mapping(const std::filesystem::path& file) {
+        const FileDescriptor open(::open(file.c_str(), O_RDWR | O_CLOEXEC));
+        bytes_ = static_cast<char*>(mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, open.get(), 0));
+        EXPECT_NE(bytes_, MAP_FAILED);
+        // This one makes the page writable and is dated.
+        write('1');
+    }
+    Mapping(const Mapping&) = delete;
+    Mapping& operator=(const Mapping&) = delete;
+    ~Mapping() { munmap(bytes_, size); }
+
+    void write(char byte) { bytes_[0] = byte; }
+
+private:
+    static constexpr std::size_t size = 4096;
+    char* bytes_ = nullptr;
 };
 
 /// The name of the case of the error that `work` ends with, and its reason where it has one.

@@ -1,29 +1,26 @@
 #include "RamDiskInfrastructure/Stores/FileProfileRepository.h"
+#include "tests/support/Linux/TestMachine.h"
+#include "tests/support/Linux/TestMount.h"
 #include "tests/support/ScratchFolder.h"
 
 #include <gtest/gtest.h>
 
-#include <sched.h>
-#include <sys/mount.h>
-#include <sys/wait.h>
+#include <system_error>
 
 namespace ramdisk::test {
 namespace {
 
 using List = std::vector<RamDiskProfile>;
 
-enum Ending : int { fine = 0, cannotMount = 10, noError, wrongErrno, lostList, leftovers, notSetAside };
-
 List profiles(std::size_t count) {
     return List(count, RamDiskProfile{.id = UUID::random(), .name = "A", .size = {1024}});
 }
 
-/// Runs in a process of its own, so that the mount goes away with it.
-Ending fillSmallDisk(const ScratchFolder& scratch) {
-    if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0
-        || mount("tmpfs", scratch.path().c_str(), "tmpfs", 0, "size=64k") != 0) {
-        return cannotMount;
-    }
+TEST(FullDisk, LeavesTheOldListAndNothingElse) {
+    SKIP_UNLESS_ROOT();
+    const TestMachine machine;
+    const ScratchFolder scratch;
+    const TmpfsMount small(scratch.path(), "size=64k");
     FileProfileRepository repository(scratch.path());
     const auto list = profiles(3);
     repository.update([&](const List&) { return list; });
@@ -34,44 +31,19 @@ Ending fillSmallDisk(const ScratchFolder& scratch) {
         }
         try {
             repository.update([](const List&) { return profiles(2000); });
-            return noError;
+            ADD_FAILURE() << "there was room";
         } catch (const std::system_error& error) {
-            if (error.code().value() != ENOSPC) {
-                return wrongErrno;
-            }
+            EXPECT_EQ(error.code(), std::errc::no_space_on_device);
         }
-        if (isDamaged ? scratch.read("Startup Disks.json") != "damaged" : repository.load() != list) {
-            return lostList;
+        if (isDamaged) {
+            EXPECT_EQ(scratch.read("Startup Disks.json"), "damaged");
+        } else {
+            EXPECT_EQ(repository.load(), list);
         }
-        if (scratch.names() != names) {
-            return leftovers;
-        }
+        EXPECT_EQ(scratch.names(), names);
     }
     repository.update([&](const List&) { return list; });
-    return scratch.names().size() == names.size() + 1 ? fine : notSetAside;
-}
-
-TEST(FullDisk, LeavesTheOldListAndNothingElse) {
-    if (geteuid() != 0) {
-        GTEST_SKIP() << "needs root, to mount";
-    }
-    const ScratchFolder scratch;
-    const auto child = fork();
-    if (child == 0) {
-        int status = 1;
-        try {
-            status = fillSmallDisk(scratch);
-        } catch (const std::exception&) {
-        }
-        _exit(status);
-    }
-    int status = 0;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    ASSERT_TRUE(WIFEXITED(status));
-    if (WEXITSTATUS(status) == cannotMount) {
-        GTEST_SKIP() << "may not mount here";
-    }
-    EXPECT_EQ(WEXITSTATUS(status), fine);
+    EXPECT_EQ(scratch.names().size(), names.size() + 1) << "what was damaged is set aside";
 }
 
 } // namespace

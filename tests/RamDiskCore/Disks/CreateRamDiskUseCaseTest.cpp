@@ -12,14 +12,8 @@ using Issue = ValidationIssue;
 
 class CreateRamDiskUseCaseTest : public ::testing::Test {
 protected:
-    /// The error that creating ends in.
     RamDiskError failureOf(const RamDiskSpecification& specification) {
-        try {
-            createUseCase(machine).execute(specification);
-        } catch (const RamDiskError& error) {
-            return error;
-        }
-        throw std::logic_error("the disk was made");
+        return test::failureOf([&] { createUseCase(machine).execute(specification); });
     }
 
     std::shared_ptr<FakeMachine> machine = std::make_shared<FakeMachine>();
@@ -82,7 +76,7 @@ TEST_F(CreateRamDiskUseCaseTest, AStepThatFailsIsReportedAndLeavesNoDevice) {
              Row{&FakeMachine::listingFailure, RamDiskError::InventoryUnavailable{"no list"}},
              Row{&FakeMachine::settlingFailure, RamDiskError::AllocationFailed{"not settled"}},
          }) {
-        *machine = FakeMachine{};
+        machine = std::make_shared<FakeMachine>();
         machine->attach(4, "Bystander");
         (*machine).*row.step = row.error;
         EXPECT_EQ(failureOf(encrypted), row.error);

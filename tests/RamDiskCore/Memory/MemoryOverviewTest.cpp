@@ -36,8 +36,7 @@ TEST(MemoryOverviewTest, WhatIsInUseWithoutDisksIsNeverLessThanTheKernelsShare) 
 
 TEST(GetMemoryOverviewUseCaseTest, AddsUpTheDisks) {
     const auto machine = std::make_shared<test::FakeMachine>();
-    const GetMemoryOverviewUseCase useCase(std::make_shared<test::FakeMemory>(machine),
-                                           std::make_shared<test::FakeInventory>(machine));
+    const GetMemoryOverviewUseCase useCase(machine, machine);
     EXPECT_EQ(useCase.execute(), (MemoryOverview{machine->memory, 0, ByteCount{0}, ByteCount{0}}));
 
     machine->attach(4, "Known").memoryFootprint = ByteCount{5};

@@ -7,9 +7,13 @@
 namespace ramdisk {
 namespace {
 
-/// A keychain in memory, which fails with a status of the test's choice.
+constexpr std::int32_t duplicate = -25299;
+constexpr std::int32_t notFound = -25300;
+
+/// What outlives the store: the items, by service and account, and what was asked.
 struct Keychain {
-    std::map<std::string, std::pair<VolumePassphrase, std::string>> items; ///< By service and account.
+    std::map<std::string, std::pair<VolumePassphrase, std::string>> items;
+    /// The status that calls end with, where it is not 0.
     std::int32_t failure = 0;
     std::vector<std::string> calls;
 };
@@ -30,38 +34,29 @@ public:
         return status;
     }
     std::int32_t add(const Item& item, const VolumePassphrase& secret, const std::string& label) override {
-        keychain_.calls.emplace_back("add");
-        if (keychain_.failure == duplicate) {
-            return duplicate;
+        if (begin("add", item) == notFound && keychain_.failure != duplicate) {
+            keychain_.items.emplace(key(item), std::pair(secret, label));
+            return 0;
         }
-        keychain_.items.insert_or_assign(key(item), std::pair(secret, label));
-        return 0;
+        return duplicate;
     }
     std::int32_t remove(const Item& item) override {
         const auto status = begin("delete", item);
-        if (status == 0) {
-            keychain_.items.erase(key(item));
-        }
+        keychain_.items.erase(status == 0 ? key(item) : "");
         return status;
     }
     Accounts accounts(const std::string& service) override {
-        Accounts accounts{keychain_.failure != 0    ? keychain_.failure
-                          : keychain_.items.empty() ? -25300
-                                                    : 0,
-                          {}};
+        Accounts accounts{keychain_.items.empty() ? notFound : 0, {}};
         for (const auto& [name, item] : keychain_.items) {
-            if (name.starts_with(service + "|")) {
-                accounts.names.push_back(name.substr(service.size() + 1));
-            }
+            accounts.names.push_back(name.substr(service.size() + 1));
         }
+        accounts.status = keychain_.failure != 0 ? keychain_.failure : accounts.status;
         return accounts;
     }
     std::optional<std::string> message(std::int32_t status) override {
         return status == -25308 ? std::optional<std::string>("User interaction is not allowed.")
                                 : std::nullopt;
     }
-
-    static constexpr std::int32_t duplicate = -25299;
 
 private:
     static std::string key(const Item& item) { return item.service + "|" + item.account; }
@@ -70,7 +65,7 @@ private:
         if (keychain_.failure != 0 && keychain_.failure != duplicate) {
             return keychain_.failure;
         }
-        return keychain_.items.contains(key(item)) ? 0 : -25300;
+        return keychain_.items.contains(key(item)) ? 0 : notFound;
     }
 
     Keychain& keychain_;

@@ -37,8 +37,8 @@ std::size_t endOfDiskName(std::string_view text, std::size_t start) {
     return end == start + prefix.size() ? start : end;
 }
 
-bool containsReturned80(std::string_view text) {
-    constexpr std::string_view phrase = "returned 80";
+/// Whether `phrase` stands in the text and no word goes on after it.
+bool containsWord(std::string_view text, std::string_view phrase) {
     for (auto at = text.find(phrase); at != std::string_view::npos; at = text.find(phrase, at + 1)) {
         if (isWordBoundaryAfter(text, at + phrase.size())) {
             return true;
@@ -48,7 +48,12 @@ bool containsReturned80(std::string_view text) {
 }
 
 bool namesError80(std::string_view text) {
-    return text.find("Error 80 (") != std::string_view::npos || containsReturned80(text);
+    return text.find("Error 80 (") != std::string_view::npos || containsWord(text, "returned 80");
+}
+
+bool namesBusy(std::string_view text) {
+    // 49168 is 0xC010, the system's errno 16 in the form of its kernel.
+    return namesError80(text) || containsWord(text, "Resource busy") || containsWord(text, "error 49168");
 }
 
 } // namespace
@@ -76,8 +81,8 @@ std::optional<DeviceIdentifier> apfsOperationDisk(std::string_view text) {
 }
 
 bool saysBusy(const CommandOutput& output) {
-    return output.exitCode == busyExitCode || namesError80(output.standardError)
-           || namesError80(output.standardOutput);
+    return output.exitCode == busyExitCode || namesBusy(output.standardError)
+           || namesBusy(output.standardOutput);
 }
 
 bool saysWrongPassphrase(const CommandOutput& output) {

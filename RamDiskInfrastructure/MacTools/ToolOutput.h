@@ -18,8 +18,8 @@ namespace ramdisk {
 /// (disk[0-9]+).
 [[nodiscard]] std::optional<DeviceIdentifier> apfsOperationDisk(std::string_view text);
 
-/// Whether a failed detach says that the disk is in use: exit status 16, or Error 80 \(|returned 80\b in what
-/// it wrote.
+/// Whether a failed detach says that the disk is in use: exit status 16, or, with any status,
+/// Error 80 \(|returned 80\b|Resource busy\b|error 49168\b in what it wrote.
 [[nodiscard]] bool saysBusy(const CommandOutput& output);
 
 /// Whether a failed attach says that the passphrase is wrong: by its error number, 80, or by its name if the

@@ -1,6 +1,7 @@
 #include "tests/support/FakeMachine.h"
 
 #include <algorithm>
+#include <stdexcept>
 
 namespace ramdisk::test {
 
@@ -14,14 +15,20 @@ void throwIfSet(const std::optional<RamDiskError>& failure) {
 
 } // namespace
 
+void FakeMachine::note(const std::string& step) {
+    steps.push_back(step);
+    if (meanwhile) {
+        meanwhile(step);
+    }
+}
+
 RamDisk& FakeMachine::attach(unsigned number, const std::string& name, std::uint64_t attachment) {
-    RamDisk disk{.device = DeviceIdentifier::wholeDisk(number),
-                 .name = name,
-                 .capacity = ByteCount::of(1, ByteCount::Unit::gibibyte)};
-    disk.mountPoint = "/Volumes/" + name;
-    disk.isCreatedByRamDisk = true;
-    disk.attachment = attachment;
-    return disks.emplace_back(std::move(disk));
+    return disks.emplace_back(RamDisk{.device = DeviceIdentifier::wholeDisk(number),
+                                      .name = name,
+                                      .capacity = ByteCount::of(1, ByteCount::Unit::gibibyte),
+                                      .mountPoint = volumes / name,
+                                      .isCreatedByRamDisk = true,
+                                      .attachment = attachment});
 }
 
 RamDisk* FakeMachine::find(const DeviceIdentifier& device) {
@@ -38,105 +45,89 @@ std::set<std::string> FakeMachine::attachedDevices() const {
     return names;
 }
 
-DeviceIdentifier FakeAllocator::allocate(ByteCount size) {
-    machine_->steps.push_back("allocate " + std::to_string(size.bytes));
-    throwIfSet(machine_->allocationFailure);
+DeviceIdentifier FakeMachine::allocate(ByteCount size) {
+    note("allocate " + std::to_string(size.bytes));
+    throwIfSet(allocationFailure);
     unsigned number = 4;
-    while (machine_->find(DeviceIdentifier::wholeDisk(number)) != nullptr) {
+    while (find(DeviceIdentifier::wholeDisk(number)) != nullptr) {
         ++number;
     }
-    auto& disk = machine_->attach(number, "", 100 + number);
-    disk.capacity = size;
-    disk.mountPoint.reset();
-    disk.isCreatedByRamDisk = false;
-    return disk.device;
+    return disks
+        .emplace_back(RamDisk{.device = DeviceIdentifier::wholeDisk(number),
+                              .name = {},
+                              .capacity = size,
+                              .attachment = 100 + number})
+        .device;
 }
 
-void FakeAllocator::settle(const DeviceIdentifier& device) {
-    machine_->steps.push_back("settle " + device.bsdName());
-    throwIfSet(machine_->settlingFailure);
+void FakeMachine::settle(const DeviceIdentifier& device) {
+    note("settle " + device.bsdName());
+    throwIfSet(settlingFailure);
 }
 
-ReleaseOutcome FakeAllocator::release(const DeviceIdentifier& device, Force force,
-                                      std::optional<std::uint64_t> attachment) {
-    machine_->steps.push_back("release " + device.bsdName() + (force == Force::yes ? " by force" : ""));
-    if (const auto failure = machine_->releaseFailures.find(device);
-        failure != machine_->releaseFailures.end()) {
+ReleaseOutcome FakeMachine::release(const DeviceIdentifier& device, Force force,
+                                    std::optional<std::uint64_t> attachment) {
+    note("release " + device.bsdName() + (force == Force::yes ? " by force" : ""));
+    if (const auto failure = releaseFailures.find(device); failure != releaseFailures.end()) {
         throw RamDiskError(failure->second);
     }
-    const auto* disk = machine_->find(device);
+    const auto* disk = find(device);
     if (disk == nullptr || (attachment && disk->attachment != attachment)) {
         throw RamDiskError(RamDiskError::NotFound{RamDiskReference{RamDiskReference::Device{device}}});
     }
-    std::erase_if(machine_->disks, [&](const RamDisk& candidate) { return candidate.device == device; });
+    if (hasFolders && disk->mountPoint) {
+        std::filesystem::remove_all(*disk->mountPoint);
+    }
+    std::erase_if(disks, [&](const RamDisk& candidate) { return candidate.device == device; });
     return {};
 }
 
-std::vector<std::string> FakeAllocator::plan(ByteCount size) const {
-    return {"would allocate " + std::to_string(size.bytes)};
+void FakeMachine::requireSupport(const RamDiskSpecification& /*specification*/) const {
+    throwIfSet(unsupported);
 }
 
-void FakeFormatter::requireSupport(const RamDiskSpecification& /*specification*/) const {
-    throwIfSet(machine_->unsupported);
+void FakeMachine::prepare(const RamDiskSpecification& /*specification*/) {
+    throwIfSet(preparationFailure);
 }
 
-void FakeFormatter::prepare(const RamDiskSpecification& /*specification*/) {
-    throwIfSet(machine_->preparationFailure);
-}
-
-std::filesystem::path FakeFormatter::format(const DeviceIdentifier& device,
-                                            const RamDiskSpecification& specification,
-                                            const VolumeProtection& protection) {
-    machine_->steps.push_back("format " + device.bsdName() + " as " + specification.name);
-    throwIfSet(machine_->formattingFailure);
-    auto* disk = machine_->find(device);
-    if (disk == nullptr) {
-        throw RamDiskError(RamDiskError::FormattingFailed{"no such device"});
+std::filesystem::path FakeMachine::format(const DeviceIdentifier& device,
+                                          const RamDiskSpecification& specification,
+                                          const VolumeProtection& protection) {
+    note("format " + device.bsdName() + " as " + specification.name);
+    throwIfSet(formattingFailure);
+    auto& disk = *find(device);
+    disk.name = specification.name;
+    disk.mountPoint = volumes / specification.name;
+    disk.fileSystem = specification.fileSystem;
+    disk.isEncrypted = protection.passphrase() != nullptr;
+    disk.isCreatedByRamDisk = true;
+    disk.instance = UUID::random();
+    disk.access = specification.access;
+    if (hasFolders) {
+        std::filesystem::create_directory(*disk.mountPoint);
     }
-    disk->name = specification.name;
-    disk->mountPoint = "/Volumes/" + specification.name;
-    disk->fileSystem = specification.fileSystem;
-    disk->isEncrypted = protection.passphrase() != nullptr;
-    disk->isCreatedByRamDisk = true;
-    disk->instance = UUID::random();
-    disk->access = specification.access;
-    return *disk->mountPoint;
+    return *disk.mountPoint;
 }
 
-std::vector<std::string> FakeFormatter::plan(const RamDiskSpecification& specification) const {
-    return {"would format as " + specification.name};
+std::vector<RamDisk> FakeMachine::list() {
+    throwIfSet(listingFailure);
+    return hidesNewDisks ? std::vector<RamDisk>{} : disks;
 }
 
-std::vector<RamDisk> FakeInventory::list() {
-    throwIfSet(machine_->listingFailure);
-    return machine_->hidesNewDisks ? std::vector<RamDisk>{} : machine_->disks;
+void FakeMachine::set(SearchIndexing indexing, const std::filesystem::path& volume) {
+    note((indexing == SearchIndexing::off ? "index off " : "index on ") + volume.string());
+    throwIfSet(indexingFailure);
 }
 
-void FakeIndexing::set(SearchIndexing indexing, const std::filesystem::path& volume) {
-    machine_->steps.push_back((indexing == SearchIndexing::off ? "index off " : "index on ")
-                              + volume.string());
-    throwIfSet(machine_->indexingFailure);
-    states_[volume] = indexing;
-}
-
-std::optional<SearchIndexing> FakeIndexing::state(const std::filesystem::path& volume) {
-    const auto found = states_.find(volume);
-    return found == states_.end() ? std::nullopt : std::optional(found->second);
-}
-
-std::vector<std::string> FakeIndexing::plan(SearchIndexing /*indexing*/) const {
-    return {"would switch indexing"};
-}
-
-VolumePassphrase FakePassphrases::generate() {
-    machine_->steps.emplace_back("generate");
-    throwIfSet(machine_->passphraseFailure);
+VolumePassphrase FakeMachine::generate() {
+    note("generate");
+    throwIfSet(passphraseFailure);
     return VolumePassphrase("open sesame");
 }
 
-std::set<std::string> FakeVolumes::volumeNames(const std::optional<std::filesystem::path>& excluding) const {
-    auto names = machine_->otherVolumes;
-    for (const auto& disk : machine_->disks) {
+std::set<std::string> FakeMachine::volumeNames(const std::optional<std::filesystem::path>& excluding) const {
+    std::set<std::string> names;
+    for (const auto& disk : disks) {
         if (disk.mountPoint && disk.mountPoint != excluding) {
             names.insert(disk.name);
         }
@@ -144,25 +135,80 @@ std::set<std::string> FakeVolumes::volumeNames(const std::optional<std::filesyst
     return names;
 }
 
+void FakeMachine::copy(const std::filesystem::path& folder, const std::filesystem::path& volume) {
+    note("copy " + folder.string() + " to " + volume.filename().string());
+    if (failingFolders.contains(folder.string())) {
+        throw RamDiskError(RamDiskError::ContentsTransferFailed{"no such folder"});
+    }
+}
+
+void FakeMachine::make(const std::string& relativePath, const std::filesystem::path& volume) {
+    note("make " + relativePath + " on " + volume.filename().string());
+    if (failingFolders.contains(relativePath)) {
+        throw RamDiskError(RamDiskError::FolderNotCreated{relativePath, "in the way"});
+    }
+}
+
+RedirectPlace FakeMachine::place(const RedirectTarget& target) const {
+    const auto& path = std::get<RedirectTarget::Folder>(target.value).path;
+    return {path, path};
+}
+
+RedirectRestoreState FakeMachine::apply(const FolderRedirect& redirect,
+                                        const std::filesystem::path& /*mountPoint*/, const Record& record) {
+    const auto folder = place(redirect.target).nameOnDisk;
+    note("redirect " + folder);
+    if (failingFolders.contains(folder)) {
+        throw std::runtime_error("read-only home");
+    }
+    const RedirectRestoreState state{RedirectRestoreState::LinkedFolder{{}, "there"}};
+    record(state);
+    return state;
+}
+
+std::optional<std::string> FakeMachine::undo(const FolderRedirect& redirect,
+                                             const RedirectRestoreState& /*state*/) {
+    note("undo " + place(redirect.target).nameOnDisk);
+    return std::nullopt;
+}
+
+bool FakeMachine::block(const RamDisk& disk) {
+    note("block " + disk.name);
+    return true;
+}
+
+void FakeMachine::allow(const RamDisk& disk) noexcept {
+    note("allow " + disk.name);
+}
+
+std::vector<std::string> FakeMachine::plan(ByteCount size) const {
+    return {"would allocate " + std::to_string(size.bytes)};
+}
+
+std::vector<std::string> FakeMachine::plan(const RamDiskSpecification& specification) const {
+    return {"would format as " + specification.name};
+}
+
+std::vector<std::string> FakeMachine::plan(SearchIndexing /*indexing*/) const {
+    return {"would switch indexing"};
+}
+
 ValidationContextProvider contextProvider(const std::shared_ptr<FakeMachine>& machine) {
-    return {std::make_shared<FakeMemory>(machine), std::make_shared<FakeVolumes>(machine),
-            std::make_shared<FakeStartupDisks>(machine)};
+    return {machine, machine, machine};
 }
 
 CreateRamDiskUseCase createUseCase(const std::shared_ptr<FakeMachine>& machine) {
-    return CreateRamDiskUseCase(
-        {std::make_shared<FakeAllocator>(machine), std::make_shared<FakeFormatter>(machine),
-         std::make_shared<FakeInventory>(machine), std::make_shared<FakeIndexing>(machine),
-         std::make_shared<FakePassphrases>(machine), contextProvider(machine),
-         RamDiskSpecificationValidator()});
+    return CreateRamDiskUseCase({machine, machine, machine, machine, machine, contextProvider(machine),
+                                 RamDiskSpecificationValidator()});
 }
 
-ListRamDisksUseCase listUseCase(const std::shared_ptr<FakeMachine>& machine) {
-    return ListRamDisksUseCase(std::make_shared<FakeInventory>(machine));
-}
-
-EjectRamDiskUseCase ejectUseCase(const std::shared_ptr<FakeMachine>& machine) {
-    return {std::make_shared<FakeAllocator>(machine), std::make_shared<FakeInventory>(machine)};
+RamDiskError failureOf(const std::function<void()>& action) {
+    try {
+        action();
+    } catch (const RamDiskError& error) {
+        return error;
+    }
+    throw std::logic_error("nothing failed");
 }
 
 } // namespace ramdisk::test

@@ -3,8 +3,13 @@
 #include "RamDiskCore/Disks/CreateRamDiskUseCase.h"
 #include "RamDiskCore/Disks/EjectRamDiskUseCase.h"
 #include "RamDiskCore/Disks/ListRamDisksUseCase.h"
+#include "RamDiskCore/Ports/FolderCopying.h"
+#include "RamDiskCore/Ports/FolderMaking.h"
+#include "RamDiskCore/Ports/FolderRedirecting.h"
+#include "RamDiskCore/Ports/WriteBlocking.h"
 #include "RamDiskCore/Values/RamDiskError.h"
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -14,135 +19,86 @@
 
 namespace ramdisk::test {
 
-/// A machine made of values: what is attached and mounted, and what fails. Its ports, below, share one
-/// machine, so that each sees what the others do. A test sets the fields and reads `steps`.
-struct FakeMachine {
+/// A machine made of values: what is attached and mounted, and what goes wrong. It is every port at once, so
+/// that what is done through one of them the others see. A test sets the fields and reads `steps`.
+class FakeMachine final : public RamDeviceAllocating,
+                          public VolumeFormatting,
+                          public RamDiskInventory,
+                          public SearchIndexControlling,
+                          public PassphraseGenerating,
+                          public SystemMemoryProviding,
+                          public MountedVolumeListing,
+                          public StartupDiskNaming,
+                          public FolderCopying,
+                          public FolderMaking,
+                          public FolderRedirecting,
+                          public WriteBlocking {
+public:
     SystemMemory memory{.physical = ByteCount::of(16, ByteCount::Unit::gibibyte),
                         .available = ByteCount::of(16, ByteCount::Unit::gibibyte)};
-    /// The attached devices. One that is not formatted yet has no name.
+    /// The attached devices; one that is not formatted yet has no name.
     std::vector<RamDisk> disks;
-    /// Mounted volumes beside those of `disks`.
-    std::set<std::string> otherVolumes;
+    /// Where volumes are mounted, and whether a folder is made there for each.
+    std::filesystem::path volumes = "/Volumes";
+    bool hasFolders = false;
     std::set<std::string> startupDisks;
 
     // What each step throws, where it is set.
-    std::optional<RamDiskError> unsupported;
-    std::optional<RamDiskError> preparationFailure;
-    std::optional<RamDiskError> allocationFailure;
-    std::optional<RamDiskError> formattingFailure;
-    std::optional<RamDiskError> indexingFailure;
-    std::optional<RamDiskError> listingFailure;
-    std::optional<RamDiskError> settlingFailure;
-    std::optional<RamDiskError> passphraseFailure;
+    std::optional<RamDiskError> unsupported, preparationFailure, allocationFailure, formattingFailure,
+        indexingFailure, listingFailure, settlingFailure, passphraseFailure;
     std::map<DeviceIdentifier, RamDiskError> releaseFailures;
+    /// Folders that can be neither copied, made nor redirected.
+    std::set<std::string> failingFolders;
     /// Finished disks do not show in the list.
     bool hidesNewDisks = false;
 
     /// What was done, in order, such as "allocate 1024" and "release disk4 by force".
     std::vector<std::string> steps;
+    /// Runs at each step: what else happens meanwhile.
+    std::function<void(const std::string& step)> meanwhile;
+    void note(const std::string& step);
 
-    /// Attaches a mounted disk of this system and returns it as a listing would.
+    /// Attaches a mounted disk of this system, and gives it back as a listing would.
     RamDisk& attach(unsigned number, const std::string& name, std::uint64_t attachment = 1);
-
     [[nodiscard]] RamDisk* find(const DeviceIdentifier& device);
     [[nodiscard]] std::set<std::string> attachedDevices() const;
-};
-
-class FakeAllocator final : public RamDeviceAllocating {
-public:
-    explicit FakeAllocator(std::shared_ptr<FakeMachine> machine) : machine_(std::move(machine)) {}
 
     DeviceIdentifier allocate(ByteCount size) override;
     void settle(const DeviceIdentifier& device) override;
     ReleaseOutcome release(const DeviceIdentifier& device, Force force,
                            std::optional<std::uint64_t> attachment) override;
-    std::vector<std::string> plan(ByteCount size) const override;
-
-private:
-    std::shared_ptr<FakeMachine> machine_;
-};
-
-class FakeFormatter final : public VolumeFormatting {
-public:
-    explicit FakeFormatter(std::shared_ptr<FakeMachine> machine) : machine_(std::move(machine)) {}
-
     void requireSupport(const RamDiskSpecification& specification) const override;
     void prepare(const RamDiskSpecification& specification) override;
     std::filesystem::path format(const DeviceIdentifier& device, const RamDiskSpecification& specification,
                                  const VolumeProtection& protection) override;
-    std::vector<std::string> plan(const RamDiskSpecification& specification) const override;
-
-private:
-    std::shared_ptr<FakeMachine> machine_;
-};
-
-class FakeInventory final : public RamDiskInventory {
-public:
-    explicit FakeInventory(std::shared_ptr<FakeMachine> machine) : machine_(std::move(machine)) {}
-
     std::vector<RamDisk> list() override;
-
-private:
-    std::shared_ptr<FakeMachine> machine_;
-};
-
-class FakeIndexing final : public SearchIndexControlling {
-public:
-    explicit FakeIndexing(std::shared_ptr<FakeMachine> machine) : machine_(std::move(machine)) {}
-
     void set(SearchIndexing indexing, const std::filesystem::path& volume) override;
-    std::optional<SearchIndexing> state(const std::filesystem::path& volume) override;
-    std::vector<std::string> plan(SearchIndexing indexing) const override;
-
-private:
-    std::shared_ptr<FakeMachine> machine_;
-    std::map<std::filesystem::path, SearchIndexing> states_;
-};
-
-class FakePassphrases final : public PassphraseGenerating {
-public:
-    explicit FakePassphrases(std::shared_ptr<FakeMachine> machine) : machine_(std::move(machine)) {}
-
+    std::optional<SearchIndexing> state(const std::filesystem::path& /*volume*/) override { return {}; }
     VolumePassphrase generate() override;
-
-private:
-    std::shared_ptr<FakeMachine> machine_;
-};
-
-class FakeMemory final : public SystemMemoryProviding {
-public:
-    explicit FakeMemory(std::shared_ptr<FakeMachine> machine) : machine_(std::move(machine)) {}
-
-    SystemMemory read() const override { return machine_->memory; }
-
-private:
-    std::shared_ptr<FakeMachine> machine_;
-};
-
-class FakeVolumes final : public MountedVolumeListing {
-public:
-    explicit FakeVolumes(std::shared_ptr<FakeMachine> machine) : machine_(std::move(machine)) {}
-
+    SystemMemory read() const override { return memory; }
     std::set<std::string> volumeNames(const std::optional<std::filesystem::path>& excluding) const override;
-
-private:
-    std::shared_ptr<FakeMachine> machine_;
+    std::set<std::string> startupDiskNames() const override { return startupDisks; }
+    void copy(const std::filesystem::path& folder, const std::filesystem::path& volume) override;
+    void make(const std::string& relativePath, const std::filesystem::path& volume) override;
+    RedirectPlace place(const RedirectTarget& target) const override;
+    RedirectRestoreState apply(const FolderRedirect& redirect, const std::filesystem::path& mountPoint,
+                               const Record& record) override;
+    std::optional<std::string> undo(const FolderRedirect& redirect,
+                                    const RedirectRestoreState& state) override;
+    bool isInForce(const FolderRedirect&, const std::filesystem::path&) const override { return true; }
+    bool block(const RamDisk& disk) override;
+    void allow(const RamDisk& disk) noexcept override;
+    std::vector<std::string> plan(ByteCount size) const override;
+    std::vector<std::string> plan(const RamDiskSpecification& specification) const override;
+    std::vector<std::string> plan(SearchIndexing indexing) const override;
 };
 
-class FakeStartupDisks final : public StartupDiskNaming {
-public:
-    explicit FakeStartupDisks(std::shared_ptr<FakeMachine> machine) : machine_(std::move(machine)) {}
-
-    std::set<std::string> startupDiskNames() const override { return machine_->startupDisks; }
-
-private:
-    std::shared_ptr<FakeMachine> machine_;
-};
-
-/// The use cases with one machine.
+/// The use cases over one machine.
 [[nodiscard]] ValidationContextProvider contextProvider(const std::shared_ptr<FakeMachine>& machine);
 [[nodiscard]] CreateRamDiskUseCase createUseCase(const std::shared_ptr<FakeMachine>& machine);
-[[nodiscard]] ListRamDisksUseCase listUseCase(const std::shared_ptr<FakeMachine>& machine);
-[[nodiscard]] EjectRamDiskUseCase ejectUseCase(const std::shared_ptr<FakeMachine>& machine);
+
+/// The error that `action` ends in.
+/// @throws std::logic_error when it ends well.
+[[nodiscard]] RamDiskError failureOf(const std::function<void()>& action);
 
 } // namespace ramdisk::test

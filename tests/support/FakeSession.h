@@ -2,56 +2,65 @@
 
 #include "RamDiskCore/Startup/LoadSavedContentsUseCase.h"
 #include "RamDiskCore/Startup/SessionLifecycleUseCase.h"
+#include "RamDiskInfrastructure/Archive/SavedContentsArchiver.h"
+#include "RamDiskInfrastructure/Stores/ApplicationSupportContentStorage.h"
+#include "RamDiskInfrastructure/Stores/FileProfileRepository.h"
+#include "RamDiskInfrastructure/Stores/FileRedirectRepository.h"
+#include "RamDiskInfrastructure/Tasks/TaskPool.h"
+#include "tests/support/FakeImageTool.h"
 #include "tests/support/FakeMachine.h"
-
-#include <functional>
-#include <map>
-#include <memory>
-#include <optional>
-#include <set>
-#include <string>
-#include <vector>
+#include "tests/support/ScratchFolder.h"
 
 namespace ramdisk::test {
 
-/// Startup disks, saved copies and keys made of values, around a `FakeMachine`. A disk's files are one text.
-/// A test sets the fields, calls the use cases and looks at the fields again.
-struct FakeSession {
-    std::shared_ptr<FakeMachine> machine = std::make_shared<FakeMachine>();
-    std::vector<RamDiskProfile> profiles;
-    std::vector<FolderRedirect> redirects;
-    /// What is on each disk, by name.
-    std::map<std::string, std::string> files;
-    /// The copies of each profile, the latest first.
-    std::map<UUID, std::vector<std::string>> copies;
+/// A keyring in memory.
+class FakeSecrets final : public SecretStoring {
+public:
+    std::optional<VolumePassphrase> read(const std::string& account) override;
+    void store(const std::string& account, const VolumePassphrase& secret) override;
+    void remove(const std::string& account) override;
+    std::vector<std::string> accounts() override { return {}; }
+
     std::map<std::string, VolumePassphrase> secrets;
-    std::map<UUID, UUID> bound;
-    std::map<UUID, UUID> beingFilled;
-    /// Profiles whose lock another process holds.
-    std::set<UUID> lockedElsewhere;
+    bool isLocked = false;
+};
 
-    // What goes wrong, where it is set.
-    std::optional<RamDiskError> saveFailure;
-    std::optional<RamDiskError> restoreFailure;
-    /// The restore fails after the disk was changed.
-    bool failsHalfWay = false;
-    std::optional<std::string> keyringFailure;
-    bool cannotBlockWrites = false;
-    std::set<std::string> failingFolders;
-    std::set<std::string> failingRedirects;
-    /// Called once, after the next save, as a program that writes meanwhile.
-    std::function<void()> afterSave;
+/// Startup disks with the real lists, locks and archiver in a folder of the test's own, around a
+/// `FakeMachine` whose volumes are folders and a `FakeImageTool`: each disk holds one file.
+class FakeSession {
+public:
+    FakeSession();
 
-    RamDiskProfile& add(const std::string& name);
+    /// Stores a startup disk of 64 MB, kept from launch to launch. @returns its identifier.
+    UUID add(RamDiskProfile profile);
+    void write(const std::string& disk, const std::string& text) const;
+    [[nodiscard]] std::string read(const std::string& disk) const;
+    /// Saves copies as an earlier session did, the oldest first.
+    void saveEarlier(const UUID& profile, const std::vector<std::string>& texts);
+    /// What the copies of a profile hold, the latest first.
+    [[nodiscard]] std::vector<std::string> copies(const UUID& profile) const;
 
     [[nodiscard]] std::shared_ptr<ManageProfilesUseCase> manage();
     [[nodiscard]] std::shared_ptr<ProfileContentsUseCase> contents();
-    [[nodiscard]] std::shared_ptr<FolderRedirectsUseCase> redirectsUseCase();
+    [[nodiscard]] std::shared_ptr<FolderRedirectsUseCase> redirects();
     [[nodiscard]] RamDiskServices services();
     [[nodiscard]] SessionLifecycleUseCase lifecycle();
+
+private:
+    ScratchFolder scratch_;
+
+public:
+    std::shared_ptr<TaskPool> tasks = std::make_shared<TaskPool>();
+    std::shared_ptr<FakeMachine> machine = std::make_shared<FakeMachine>();
+    std::shared_ptr<FakeImageTool> images = std::make_shared<FakeImageTool>();
+    std::shared_ptr<FakeSecrets> keyring = std::make_shared<FakeSecrets>();
+    std::shared_ptr<FileProfileRepository> profiles;
+    std::shared_ptr<FileRedirectRepository> redirectList;
+    std::shared_ptr<ApplicationSupportContentStorage> storage;
+    std::shared_ptr<SavedContentsArchiver> archiver = std::make_shared<SavedContentsArchiver>(images);
 };
 
-/// The name of the error's case, so that a failed comparison is easy to read.
+/// The name of the error's case, or the text of another error; nothing when there is none.
 [[nodiscard]] std::string caseOf(const std::function<void()>& action);
 
 } // namespace ramdisk::test

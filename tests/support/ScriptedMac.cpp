@@ -1,7 +1,6 @@
 #include "tests/support/ScriptedMac.h"
 
 #include "RamDiskInfrastructure/MacTools/ToolPaths.h"
-#include "tests/support/ScriptedMacOutput.h"
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
@@ -66,7 +65,7 @@ void ScriptedMac::script(std::string description, CommandOutput output) {
 
 ScriptedMac::Image& ScriptedMac::attachForeign(const std::string& path, const std::string& volumeName) {
     auto& image = addImage(path, path.rfind(memoryScheme, 0) == 0 ? sectorsOf(path) : 4096);
-    image.volume = Volume{"/dev/" + image.name() + "s1", volumeName, FileSystem::hfsPlus, {}, {}, true, {}};
+    image.volume = Volume{"/dev/" + image.name() + "s1", volumeName};
     mountInVolumes(*image.volume);
     return image;
 }
@@ -85,21 +84,20 @@ ScriptedMac::Image* ScriptedMac::imageOf(const std::string& device) {
     return nullptr;
 }
 
-ScriptedMac::Volume* ScriptedMac::volumeAt(const std::filesystem::path& mountPoint) {
+ScriptedMac::Image* ScriptedMac::imageAt(const std::filesystem::path& mountPoint) {
     for (auto& image : images) {
         if (image.volume && image.volume->mountPoint == mountPoint) {
-            return &*image.volume;
+            return &image;
         }
     }
     return nullptr;
 }
 
-std::vector<std::string> ScriptedMac::descriptions() const {
-    std::vector<std::string> texts;
-    for (const auto& command : commands) {
-        texts.push_back(command.description());
-    }
-    return texts;
+const ScriptedMac::Volume* ScriptedMac::volumeAt(const std::filesystem::path& mountPoint) const {
+    const auto found = std::find_if(images.begin(), images.end(), [&](const Image& image) {
+        return image.volume && image.volume->mountPoint == mountPoint;
+    });
+    return found == images.end() ? nullptr : &*found->volume;
 }
 
 CommandOutput ScriptedMac::hdiutil(const SystemCommand& command) {
@@ -117,7 +115,8 @@ CommandOutput ScriptedMac::hdiutil(const SystemCommand& command) {
         return detach(words[2], Force::yes);
     }
     if (words.size() == 4 && words[0] == "detach" && words[1] == "-quiet" && words[2] == "-force") {
-        return detachAt(words[3]);
+        const auto* image = imageAt(words[3]);
+        return image == nullptr ? fails(1, noSuchFile) : detach("/dev/" + image->name(), Force::yes);
     }
     if (words.size() == 3 && words[0] == "isencrypted" && words[1] == "-plist") {
         return isEncrypted(words[2]);
@@ -155,7 +154,7 @@ CommandOutput ScriptedMac::detach(const std::string& devicePath, Force force) {
                         : succeeds(fmt::format("\"{0}\" unmounted.\n\"{0}\" ejected.\n", name));
 }
 
-CommandOutput ScriptedMac::unknown(const SystemCommand& command) const {
+CommandOutput ScriptedMac::unknown(const SystemCommand& command) {
     ADD_FAILURE() << "no script for: " << command.description();
     return fails(64, command.toolName() + ": unknown\n");
 }
@@ -172,13 +171,12 @@ unsigned ScriptedMac::freeDiskNumber() const {
 }
 
 ScriptedMac::Image& ScriptedMac::addImage(const std::string& path, std::uint64_t sectors) {
-    return images.emplace_back(Image{freeDiskNumber(), sectors, path, nextAttachment_++, std::nullopt,
-                                     std::nullopt, Detaching::works});
+    return images.emplace_back(Image{freeDiskNumber(), sectors, path, nextAttachment_++});
 }
 
 void ScriptedMac::mountInVolumes(Volume& volume) {
     auto candidate = std::filesystem::path("/Volumes") / volume.name;
-    for (int clash = 1; volumeAt(candidate) != nullptr; ++clash) {
+    for (int clash = 1; imageAt(candidate) != nullptr; ++clash) {
         candidate = fmt::format("/Volumes/{} {}", volume.name, clash);
     }
     volume.mountPoint = candidate;

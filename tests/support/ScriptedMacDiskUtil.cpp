@@ -1,6 +1,5 @@
 #include "RamDiskInfrastructure/MacTools/MacFormat.h"
 #include "tests/support/ScriptedMac.h"
-#include "tests/support/ScriptedMacOutput.h"
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
@@ -75,8 +74,7 @@ CommandOutput ScriptedMac::apfs(const SystemCommand& command) {
         if (image == nullptr || !image->container || !fileSystem || !command.standardInput) {
             return fails(1, "Could not find APFS Container\n");
         }
-        image->volume =
-            Volume{"/dev/" + words[2] + "s1", words[4], *fileSystem, {}, command.standardInput, true, {}};
+        image->volume = Volume{"/dev/" + words[2] + "s1", words[4], *fileSystem, command.standardInput};
         mountInVolumes(*image->volume);
         return succeeds(fmt::format("Created new APFS Volume {0}s1\nMounting APFS Volume\n"
                                     "Disk from APFS operation: {0}s1\nFinished APFS operation on {0}\n",
@@ -91,39 +89,34 @@ CommandOutput ScriptedMac::apfs(const SystemCommand& command) {
 
 CommandOutput ScriptedMac::mdutil(const SystemCommand& command) {
     const auto& words = command.arguments;
-    auto* volume = words.empty() ? nullptr : volumeAt(words.back());
-    if (words.size() == 3 && words[0] == "-i" && (words[1] == "on" || words[1] == "off")) {
-        if (volume == nullptr) {
-            return fails(1, "Error: invalid path `" + words[2] + "'.\n");
-        }
-        volume->isIndexed = words[1] == "on";
-        return succeeds(
-            fmt::format("{}:\n\tIndexing {}.\n", words[2], volume->isIndexed ? "enabled" : "disabled"));
+    auto* image = words.empty() ? nullptr : imageAt(words.back());
+    if (words.size() != 3 || words[0] != "-i" || (words[1] != "on" && words[1] != "off")) {
+        return unknown(command);
     }
-    if (words.size() == 2 && words[0] == "-s" && command.timeout == 30.0) {
-        return volume == nullptr ? fails(1, {}, "Error: unknown indexing state.\n")
-                                 : succeeds(fmt::format("{}:\n\tIndexing {}.\n", words[1],
-                                                        volume->isIndexed ? "enabled" : "disabled"));
+    if (image == nullptr) {
+        return fails(1, "Error: invalid path `" + words[2] + "'.\n");
     }
-    return unknown(command);
+    image->volume->isIndexed = words[1] == "on";
+    return succeeds(
+        fmt::format("{}:\n\tIndexing {}abled.\n", words[2], image->volume->isIndexed ? "en" : "dis"));
 }
 
-CommandOutput ScriptedMac::eraseVolume(const std::vector<std::string>& arguments) {
-    auto* image = imageOf(arguments[3].substr(5));
-    const auto fileSystem = fileSystemOfToolName(arguments[1]);
+CommandOutput ScriptedMac::eraseVolume(const Words& words) {
+    auto* image = imageOf(words[3].substr(5));
+    const auto fileSystem = fileSystemOfToolName(words[1]);
     if (image == nullptr || !fileSystem) {
-        return fails(1, "Could not find disk: " + arguments[3] + "\n");
+        return fails(1, "Could not find disk: " + words[3] + "\n");
     }
     auto device = image->name();
     if (supportsEncryption(*fileSystem)) {
         image->container = freeDiskNumber();
         device = fmt::format("disk{}s1", *image->container);
     }
-    image->volume = Volume{"/dev/" + device, arguments[2], *fileSystem, {}, {}, true, {}};
+    image->volume = Volume{"/dev/" + device, words[2], *fileSystem};
     mountInVolumes(*image->volume);
     return succeeds(fmt::format("Started erase on {0}\nUnmounting disk\nErasing\nMounting disk\n"
                                 "Finished erase on {1} ({2})\n",
-                                image->name(), device, arguments[2]));
+                                image->name(), device, words[2]));
 }
 
 CommandOutput ScriptedMac::mount(const std::string& devicePath, const std::string& mountPoint,

@@ -1,6 +1,5 @@
 #include "tests/support/Files.h"
 #include "tests/support/ScriptedMac.h"
-#include "tests/support/ScriptedMacOutput.h"
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
@@ -111,9 +110,6 @@ CommandOutput ScriptedMac::openImage(const SystemCommand& command) {
                           file->volumeName,
                           FileSystem::apfsCaseSensitive,
                           {},
-                          {},
-                          true,
-                          {},
                           file->files};
     if (attaching == Attaching::works) {
         EXPECT_TRUE(fs::is_empty(mountPoint));
@@ -132,15 +128,6 @@ CommandOutput ScriptedMac::isEncrypted(const std::string& path) {
         fmt::format("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">\n<dict>\n"
                     "\t<key>encrypted</key>\n\t<{}/>\n</dict>\n</plist>\n",
                     file->passphrase.has_value()));
-}
-
-CommandOutput ScriptedMac::detachAt(const std::filesystem::path& mountPoint) {
-    for (const auto& image : images) {
-        if (image.volume && image.volume->mountPoint == mountPoint) {
-            return detach("/dev/" + image.name(), Force::yes);
-        }
-    }
-    return fails(1, "hdiutil: detach failed - No such file or directory\n");
 }
 
 CommandOutput ScriptedMac::ditto(const SystemCommand& command) {

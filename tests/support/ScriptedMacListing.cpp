@@ -2,55 +2,37 @@
 
 #include <fmt/format.h>
 
+#include <regex>
+
 namespace ramdisk::test {
 
 namespace {
 
-std::string escaped(std::string_view text) {
-    std::string result;
-    for (const char character : text) {
-        switch (character) {
-        case '&':
-            result += "&amp;";
-            break;
-        case '<':
-            result += "&lt;";
-            break;
-        case '>':
-            result += "&gt;";
-            break;
-        default:
-            result += character;
-        }
+std::string escaped(std::string text) {
+    for (const auto& [character, reference] : {std::pair("&", "&amp;"), {"<", "&lt;"}, {">", "&gt;"}}) {
+        text = std::regex_replace(text, std::regex(character), reference);
     }
-    return result;
+    return text;
 }
 
-std::string entity(const std::string& devicePath,
-                   const std::optional<std::filesystem::path>& mountPoint = {}) {
+std::string entity(const std::string& device, const std::optional<std::filesystem::path>& mountPoint = {}) {
     const auto mount = mountPoint
                            ? fmt::format("\t\t\t\t\t<key>mount-point</key>\n\t\t\t\t\t<string>{}</string>\n",
                                          escaped(mountPoint->string()))
                            : std::string();
     return fmt::format("\t\t\t\t<dict>\n\t\t\t\t\t<key>content-hint</key>\n\t\t\t\t\t<string></string>\n"
                        "\t\t\t\t\t<key>dev-entry</key>\n\t\t\t\t\t<string>{}</string>\n{}\t\t\t\t</dict>\n",
-                       devicePath, mount);
+                       device, mount);
 }
 
 std::string entities(const ScriptedMac::Image& image) {
     const auto device = "/dev/" + image.name();
-    if (!image.volume) {
-        return entity(device);
+    if (image.volume && image.volume->devicePath == device) {
+        return entity(device, image.volume->mountPoint);
     }
-    const auto& volume = *image.volume;
-    if (volume.devicePath == device) {
-        return entity(device, volume.mountPoint);
-    }
-    std::string text = entity(device);
-    if (image.container) {
-        text += entity("/dev/disk" + std::to_string(*image.container));
-    }
-    return text + entity(volume.devicePath, volume.mountPoint);
+    return entity(device)
+           + (image.volume && image.container ? entity(fmt::format("/dev/disk{}", *image.container)) : "")
+           + (image.volume ? entity(image.volume->devicePath, image.volume->mountPoint) : "");
 }
 
 } // namespace
@@ -69,9 +51,7 @@ std::string ScriptedMac::infoPropertyList() const {
     if (!list.empty()) {
         list = "\t<key>images</key>\n\t<array>\n" + list + "\t</array>\n";
     }
-    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST "
-           "1.0//EN\" "
-           "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n<plist version=\"1.0\">\n<dict>\n"
+    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">\n<dict>\n"
            "\t<key>framework</key>\n\t<string>683.100.3</string>\n"
            + list + "\t<key>vendor</key>\n\t<string>Apple</string>\n</dict>\n</plist>\n";
 }

@@ -12,14 +12,8 @@ using Issue = ValidationIssue;
 
 class CreateRamDiskUseCaseTest : public ::testing::Test {
 protected:
-    /// The error that creating ends in.
     RamDiskError failureOf(const RamDiskSpecification& specification) {
-        try {
-            createUseCase(machine).execute(specification);
-        } catch (const RamDiskError& error) {
-            return error;
-        }
-        throw std::logic_error("the disk was made");
+        return test::failureOf([&] { createUseCase(machine).execute(specification); });
     }
 
     std::shared_ptr<FakeMachine> machine = std::make_shared<FakeMachine>();
@@ -37,12 +31,11 @@ TEST_F(CreateRamDiskUseCaseTest, GivesTheDiskAsItIsListed) {
     EXPECT_EQ(result.ramDisk.isEncrypted, true);
     EXPECT_EQ(result.ramDisk.access, VolumeAccess::onlyMe);
     EXPECT_THAT(result.warnings, IsEmpty());
-}
 
-TEST_F(CreateRamDiskUseCaseTest, LeavesTheIndexAloneWhenItIsWanted) {
+    machine->steps.clear();
     createUseCase(machine).execute({.name = "Indexed", .isIndexingEnabled = true});
     EXPECT_THAT(machine->steps,
-                ElementsAre("allocate 1073741824", "format disk4 as Indexed", "settle disk4"));
+                ElementsAre("allocate 1073741824", "format disk5 as Indexed", "settle disk5"));
 }
 
 TEST_F(CreateRamDiskUseCaseTest, RefusesWithEveryErrorAndTouchesNothing) {
@@ -74,18 +67,16 @@ TEST_F(CreateRamDiskUseCaseTest, TellsWarningsOfValidationBeforeThatOfTheIndex) 
 }
 
 TEST_F(CreateRamDiskUseCaseTest, AStepThatFailsIsReportedAndLeavesNoDevice) {
-    struct Row {
+    const struct {
         std::optional<RamDiskError> FakeMachine::*step;
         RamDiskError error;
-    };
-    for (const auto& row : {
-             Row{&FakeMachine::passphraseFailure, RamDiskError::AllocationFailed{"no randomness"}},
-             Row{&FakeMachine::allocationFailure, RamDiskError::AllocationFailed{"no memory"}},
-             Row{&FakeMachine::formattingFailure, RamDiskError::FormattingFailed{"no format"}},
-             Row{&FakeMachine::listingFailure, RamDiskError::InventoryUnavailable{"no list"}},
-             Row{&FakeMachine::settlingFailure, RamDiskError::AllocationFailed{"not settled"}},
-         }) {
-        *machine = FakeMachine{};
+    } rows[] = {{&FakeMachine::passphraseFailure, RamDiskError::AllocationFailed{"no randomness"}},
+                {&FakeMachine::allocationFailure, RamDiskError::AllocationFailed{"no memory"}},
+                {&FakeMachine::formattingFailure, RamDiskError::FormattingFailed{"no format"}},
+                {&FakeMachine::listingFailure, RamDiskError::InventoryUnavailable{"no list"}},
+                {&FakeMachine::settlingFailure, RamDiskError::AllocationFailed{"not settled"}}};
+    for (const auto& row : rows) {
+        machine = std::make_shared<FakeMachine>();
         machine->attach(4, "Bystander");
         (*machine).*row.step = row.error;
         EXPECT_EQ(failureOf(encrypted), row.error);
@@ -94,17 +85,14 @@ TEST_F(CreateRamDiskUseCaseTest, AStepThatFailsIsReportedAndLeavesNoDevice) {
 }
 
 TEST_F(CreateRamDiskUseCaseTest, AFailedCleanUpDoesNotHideWhyTheDiskWasNotMade) {
-    const auto device = DeviceIdentifier::wholeDisk(4);
-    machine->formattingFailure = RamDiskError::FormattingFailed{"no format"};
-    machine->releaseFailures.emplace(device, RamDiskError::EjectFailed{device, "stuck"});
-    EXPECT_EQ(failureOf(encrypted), *machine->formattingFailure);
-    EXPECT_EQ(machine->steps.back(), "release disk4 by force");
-}
-
-TEST_F(CreateRamDiskUseCaseTest, ADiskThatIsNotListedIsReleasedAndNotFound) {
     machine->hidesNewDisks = true;
     EXPECT_EQ(failureOf(encrypted).caseName(), "notFound");
     EXPECT_THAT(machine->disks, IsEmpty());
+
+    const auto device = DeviceIdentifier::wholeDisk(4);
+    machine->releaseFailures.emplace(device, RamDiskError::EjectFailed{device, "stuck"});
+    EXPECT_EQ(failureOf(encrypted).caseName(), "notFound");
+    EXPECT_EQ(machine->steps.back(), "release disk4 by force");
 }
 
 TEST_F(CreateRamDiskUseCaseTest, APlanDescribesAndChangesNothing) {

@@ -5,51 +5,45 @@
 namespace ramdisk {
 namespace {
 
+using test::failureOf;
 using test::FakeMachine;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 class ListAndEjectTest : public ::testing::Test {
 protected:
-    /// The error that `action` ends in.
-    template <typename Action>
-    static RamDiskError failureOf(Action action) {
-        try {
-            action();
-        } catch (const RamDiskError& error) {
-            return error;
-        }
-        throw std::logic_error("nothing failed");
+    void eject(const RamDisk& disk, Force force) { EjectRamDiskUseCase(machine, machine).eject(disk, force); }
+    std::string ejectCase(const RamDisk& disk) {
+        return std::string(failureOf([&] { eject(disk, Force::yes); }).caseName());
     }
 
     std::shared_ptr<FakeMachine> machine = std::make_shared<FakeMachine>();
+    ListRamDisksUseCase disks{machine};
 };
 
 TEST_F(ListAndEjectTest, AReferenceNamesOneDisk) {
     machine->attach(4, "Café");
     machine->attach(5, "Build").mountPoint = "/Volumes/Build/";
     machine->attach(6, "Unmounted").mountPoint.reset();
-    struct Row {
+    const struct {
         const char* reference;
         const char* device; // null when nothing matches
-    };
-    for (const auto& row : {
-             Row{"disk4", "disk4"},
-             Row{"/dev/disk5", "disk5"},
-             Row{"disk4s1", nullptr},
-             Row{" CAFE ", "disk4"},
-             Row{"unmounted", "disk6"},
-             Row{"Buil", nullptr},
-             Row{"/Volumes/Café", "disk4"},
-             Row{"/Volumes/cafe", nullptr}, // paths are taken to the letter
-             Row{"/Volumes/Café/", "disk4"},
-             Row{"/Volumes/./Café//", "disk4"},
-             Row{"/Volumes/Other/../Build/.", "disk5"},
-             Row{"/Volumes", nullptr},
-             Row{"/", nullptr},
-         }) {
+    } rows[] = {{"disk4", "disk4"},
+                {"/dev/disk5", "disk5"},
+                {"disk4s1", nullptr},
+                {" CAFE ", "disk4"},
+                {"unmounted", "disk6"},
+                {"Buil", nullptr},
+                {"/Volumes/Café", "disk4"},
+                {"/Volumes/cafe", nullptr},
+                {"/Volumes/Café/", "disk4"},
+                {"/Volumes/./Café//", "disk4"},
+                {"/Volumes/Other/../Build/.", "disk5"},
+                {"/Volumes", nullptr},
+                {"/", nullptr}};
+    for (const auto& row : rows) { // paths are taken to the letter
         const auto reference = RamDiskReference::parse(row.reference);
-        const auto resolve = [&] { return listUseCase(machine).resolve(reference); };
+        const auto resolve = [&] { return disks.resolve(reference); };
         if (row.device != nullptr) {
             EXPECT_EQ(resolve().device.bsdName(), row.device) << row.reference;
         } else {
@@ -63,30 +57,26 @@ TEST_F(ListAndEjectTest, ANameOfSeveralDisksNamesThemAll) {
     machine->attach(4, "Other");
     machine->attach(2, "ramdisk");
     const auto reference = RamDiskReference::parse("ramdisk");
-    EXPECT_EQ(failureOf([&] { return listUseCase(machine).resolve(reference); }),
+    EXPECT_EQ(failureOf([&] { return disks.resolve(reference); }),
               RamDiskError(RamDiskError::AmbiguousReference{
                   reference, {DeviceIdentifier::wholeDisk(10), DeviceIdentifier::wholeDisk(2)}}));
-    EXPECT_EQ(listUseCase(machine).resolve(RamDiskReference::parse("disk2")).name, "ramdisk");
+    EXPECT_EQ(disks.resolve(RamDiskReference::parse("disk2")).name, "ramdisk");
 }
 
 TEST_F(ListAndEjectTest, EjectsExactlyTheDiskThatWasListed) {
     const RamDisk old = machine->attach(4, "Old", 1);
     machine->disks.clear();
-    EXPECT_EQ(failureOf([&] { ejectUseCase(machine).eject(old, Force::yes); }).caseName(), "notFound");
+    EXPECT_EQ(ejectCase(old), "notFound");
     machine->attach(4, "New", 2); // took over the device name
-    EXPECT_EQ(failureOf([&] { ejectUseCase(machine).eject(old, Force::yes); }).caseName(), "notFound");
+    EXPECT_EQ(ejectCase(old), "notFound");
     EXPECT_THAT(machine->steps, IsEmpty());
 
-    ejectUseCase(machine).eject(RamDisk(machine->disks.at(0)), Force::no);
+    eject(RamDisk(machine->disks.at(0)), Force::no);
+    RamDisk unknown = machine->attach(4, "Disk", 3);
+    unknown.attachment.reset(); // does not stand in the way
+    eject(unknown, Force::yes);
     EXPECT_THAT(machine->disks, IsEmpty());
-    EXPECT_THAT(machine->steps, ElementsAre("release disk4"));
-}
-
-TEST_F(ListAndEjectTest, AnUnknownAttachmentDoesNotStandInTheWay) {
-    RamDisk unknown = machine->attach(4, "Disk", 1);
-    unknown.attachment.reset();
-    ejectUseCase(machine).eject(unknown, Force::yes);
-    EXPECT_THAT(machine->steps, ElementsAre("release disk4 by force"));
+    EXPECT_THAT(machine->steps, ElementsAre("release disk4", "release disk4 by force"));
 }
 
 TEST_F(ListAndEjectTest, EjectingAllGoesOnAfterAFailureAndSparesOtherProgramsDisks) {
@@ -97,7 +87,7 @@ TEST_F(ListAndEjectTest, EjectingAllGoesOnAfterAFailureAndSparesOtherProgramsDis
     const RamDiskError error(RamDiskError::EjectFailed{busy.device, "busy", EjectObstacle::busy});
     machine->releaseFailures.emplace(busy.device, error);
 
-    const auto result = ejectUseCase(machine).ejectAll(Force::no);
+    const auto result = EjectRamDiskUseCase(machine, machine).ejectAll(Force::no);
     ASSERT_EQ(result.ejected.size(), 2U);
     EXPECT_EQ(result.ejected[0].name, "First");
     EXPECT_EQ(result.ejected[1].name, "Last");
@@ -107,7 +97,7 @@ TEST_F(ListAndEjectTest, EjectingAllGoesOnAfterAFailureAndSparesOtherProgramsDis
     EXPECT_THAT(machine->steps, ElementsAre("release disk4", "release disk5", "release disk7"));
 
     std::erase_if(machine->disks, [](const RamDisk& disk) { return disk.isCreatedByRamDisk; });
-    EXPECT_EQ(ejectUseCase(machine).ejectAll(Force::yes), BatchEjectResult{});
+    EXPECT_EQ(EjectRamDiskUseCase(machine, machine).ejectAll(Force::yes), BatchEjectResult{});
 }
 
 } // namespace

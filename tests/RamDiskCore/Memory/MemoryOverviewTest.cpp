@@ -11,19 +11,12 @@ namespace {
 constexpr auto largest = std::numeric_limits<std::uint64_t>::max();
 
 TEST(MemoryOverviewTest, WhatIsInUseWithoutDisksIsNeverLessThanTheKernelsShare) {
-    struct Row {
+    const struct {
         std::uint64_t physical, available, wired, compressed, usedByDisks, expected;
-    };
-    for (const auto& row : {
-             Row{100, 40, 10, 5, 20, 40},
-             Row{100, 40, 10, 5, 45, 15},
-             Row{100, 40, 10, 5, 46, 15},
-             Row{100, 40, 10, 5, largest, 15},
-             Row{100, 40, 50, 30, 0, 60}, // the share is capped at what is in use
-             Row{100, 40, largest, largest, 10, 60},
-             Row{100, 100, 10, 5, 20, 0},
-             Row{100, 120, 10, 5, 0, 0},
-         }) {
+    } rows[] = {{100, 40, 10, 5, 20, 40},      {100, 40, 10, 5, 45, 15}, {100, 40, 10, 5, 46, 15},
+                {100, 40, 10, 5, largest, 15}, {100, 40, 50, 30, 0, 60}, {100, 40, largest, largest, 10, 60},
+                {100, 100, 10, 5, 20, 0},      {100, 120, 10, 5, 0, 0}};
+    for (const auto& row : rows) {
         MemoryOverview overview;
         overview.system.physical.bytes = row.physical;
         overview.system.available.bytes = row.available;
@@ -36,8 +29,7 @@ TEST(MemoryOverviewTest, WhatIsInUseWithoutDisksIsNeverLessThanTheKernelsShare) 
 
 TEST(GetMemoryOverviewUseCaseTest, AddsUpTheDisks) {
     const auto machine = std::make_shared<test::FakeMachine>();
-    const GetMemoryOverviewUseCase useCase(std::make_shared<test::FakeMemory>(machine),
-                                           std::make_shared<test::FakeInventory>(machine));
+    const GetMemoryOverviewUseCase useCase(machine, machine);
     EXPECT_EQ(useCase.execute(), (MemoryOverview{machine->memory, 0, ByteCount{0}, ByteCount{0}}));
 
     machine->attach(4, "Known").memoryFootprint = ByteCount{5};

@@ -136,8 +136,7 @@ protected:
     std::shared_ptr<FakeMachine> machine = std::make_shared<FakeMachine>();
     std::shared_ptr<FakeRepository> repository = std::make_shared<FakeRepository>();
     std::shared_ptr<FakeRedirecting> redirecting = std::make_shared<FakeRedirecting>(*repository);
-    FolderRedirectsUseCase redirects{repository, redirecting, std::make_shared<FakeInventory>(machine),
-                                     std::make_shared<FakeStartupDisks>(machine)};
+    FolderRedirectsUseCase redirects{repository, redirecting, machine, machine};
     RamDisk dev = machine->attach(4, "Dév");
 };
 

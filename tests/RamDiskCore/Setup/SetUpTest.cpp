@@ -1,6 +1,7 @@
 #include "RamDiskCore/Setup/DiskTemplatesUseCase.h"
 #include "RamDiskCore/Setup/SetUpRamDiskUseCase.h"
 #include "RamDiskCore/Validation/DiskFolders.h"
+#include "RamDiskInfrastructure/Stores/FileTemplateRepository.h"
 #include "RamDiskUI/SessionText.h"
 #include "tests/support/FakeSession.h"
 
@@ -15,27 +16,19 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
 
-class Templates final : public TemplateRepository {
-public:
-    List load() const override { return list; }
-    void update(const std::function<List(List)>& transform) override { list = transform(list); }
-
-    List list;
-};
-
 class SetUpTest : public ::testing::Test {
 protected:
     RamDiskSetupResult setUp(const RamDiskSetup& setup) {
-        return SetUpRamDiskUseCase(session.services(), session.manage(), session.redirectsUseCase())
-            .execute(setup);
+        return SetUpRamDiskUseCase(session.services(), session.manage(), session.redirects()).execute(setup);
     }
     DiskTemplatesUseCase templates() {
         return {repository, std::make_shared<ConfigureRamDiskUseCase>(session.services(), session.manage(),
-                                                                      session.redirectsUseCase())};
+                                                                      session.redirects())};
     }
 
     FakeSession session;
-    std::shared_ptr<Templates> repository = std::make_shared<Templates>();
+    test::ScratchFolder folder;
+    std::shared_ptr<TemplateRepository> repository = std::make_shared<FileTemplateRepository>(folder.path());
     RamDiskSetup whole{.specification = {.name = "Dev"},
                        .createsAtLaunch = true,
                        .keepsFiles = true,
@@ -45,8 +38,7 @@ protected:
 };
 
 TEST_F(SetUpTest, EveryStepRunsWhateverTheOthersGave) {
-    session.failingFolders = {"/seed", "Temp"};
-    session.failingRedirects = {"a"};
+    session.machine->failingFolders = {"/seed", "Temp", "a"};
     const auto result = setUp(whole);
     std::vector<std::string> texts;
     for (const auto& problem : result.problems) {
@@ -58,13 +50,15 @@ TEST_F(SetUpTest, EveryStepRunsWhateverTheOthersGave) {
                     "The folder “Temp” could not be made: in the way",
                     "Folders could not be moved to the RAM disk: read-only home"));
     EXPECT_THAT(session.machine->steps,
-                ElementsAre("allocate 1073741824", "format disk4 as Dev", "index off /Volumes/Dev",
-                            "settle disk4", "copy /seed to /Volumes/Dev", "make Temp on /Volumes/Dev",
-                            "make Cache/Chrome on /Volumes/Dev", "redirect a", "redirect b"));
-    ASSERT_THAT(session.profiles, SizeIs(1));
-    EXPECT_TRUE(session.profiles[0].keepsContents);
-    EXPECT_THAT(session.profiles[0].folders, ElementsAre("Temp", "Cache/Chrome"));
-    EXPECT_THAT(session.redirects, SizeIs(1));
+                ElementsAre("allocate 1073741824", "format disk4 as Dev",
+                            "index off " + result.creation.ramDisk.mountPoint->string(), "settle disk4",
+                            "copy /seed to Dev", "make Temp on Dev", "make Cache/Chrome on Dev", "redirect a",
+                            "redirect b"));
+    const auto profiles = session.profiles->load();
+    ASSERT_THAT(profiles, SizeIs(1));
+    EXPECT_TRUE(profiles[0].keepsContents);
+    EXPECT_THAT(profiles[0].folders, ElementsAre("Temp", "Cache/Chrome"));
+    EXPECT_THAT(session.redirectList->load(), SizeIs(1));
 }
 
 TEST_F(SetUpTest, FoldersThatCannotBeMeantStopItBeforeAnythingIsMade) {
@@ -101,14 +95,14 @@ TEST_F(SetUpTest, ATemplateIsTheDiskThatItWasSavedFrom) {
     EXPECT_EQ(caseOf([&] { templates().save(" \t", made); }), "templateNameMissing");
     templates().save(" Web ", made);
     templates().save("WEB", made);
-    ASSERT_THAT(repository->list, SizeIs(1));
+    ASSERT_THAT(repository->load(), SizeIs(1));
     whole.folders = {"Temp", "Cache/Chrome"};
     EXPECT_EQ(templates().named("web").setup, whole);
     EXPECT_EQ(templates().named("xcode").setup.specification.name, "DerivedData");
     EXPECT_EQ(caseOf([&] { static_cast<void>(templates().named("none")); }), "templateNotFound");
     EXPECT_EQ(caseOf([&] { templates().remove(templates().named("npm").id); }), "builtInTemplate");
     templates().remove(templates().named("Web").id);
-    EXPECT_THAT(repository->list, IsEmpty());
+    EXPECT_THAT(repository->load(), IsEmpty());
     EXPECT_THAT(templates().templates(), SizeIs(2));
 }
 

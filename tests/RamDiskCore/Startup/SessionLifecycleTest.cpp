@@ -2,76 +2,93 @@
 
 #include <gmock/gmock.h>
 
+#include <chrono>
+#include <future>
+
 namespace ramdisk {
 namespace {
 
 using test::caseOf;
-using test::FakeSession;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using ::testing::IsSupersetOf;
 using ::testing::Not;
 
-class SessionLifecycleTest : public ::testing::Test {
-protected:
-    RamDiskProfile& addKept(const std::string& name) {
-        auto& profile = session.add(name);
-        profile.keepsContents = true;
-        return profile;
-    }
-    StartupOutcome launchOne() { return session.lifecycle().launch({}).outcomes.at(0); }
-    KeptDisk kept() { return session.lifecycle().keptDisks().at(0); }
+struct Session : test::FakeSession {
+    StartupOutcome launchOne() { return lifecycle().launch({}).outcomes.at(0); }
+    KeptDisk kept() { return lifecycle().keptDisks().at(0); }
     std::string saveCase() {
-        return caseOf([&] { session.contents()->save(kept(), Verification::no, {}); });
+        return caseOf([this] { contents()->save(kept(), Verification::no, {}); });
     }
-
-    FakeSession session;
+    std::string loadCase(std::size_t number) {
+        return caseOf([&] { contents()->load(kept(), number, {}); });
+    }
+    UUID addWork() { return add({.id = UUID::random(), .name = "Work", .size = {}}); }
+    UUID addVault() {
+        return add({.id = UUID::random(),
+                    .name = "Vault",
+                    .size = {},
+                    .fileSystem = FileSystem::apfs,
+                    .isEncrypted = true});
+    }
+    void addRedirect() { redirectList->save({{UUID::random(), "Work", {RedirectTarget::Folder{"cache"}}}}); }
 };
 
-TEST_F(SessionLifecycleTest, TheFilesOfADiskOutliveIt) {
-    const auto id = addKept("Work").id;
-    auto outcome = launchOne();
+TEST(SessionLifecycleTest, TheFilesOfADiskOutliveIt) {
+    Session session;
+    const auto id = session.addWork();
+    auto outcome = session.launchOne();
     EXPECT_EQ(outcome.caseName(), "created");
     EXPECT_FALSE(std::get<StartupOutcome::Created>(outcome.value).restoredContents);
-    session.files["Work"] = "first";
+    session.write("Work", "first");
     const auto report = session.lifecycle().quit(Force::no, {});
     EXPECT_EQ(report.saved.size(), 1U);
     EXPECT_EQ(report.ejected.size(), 1U);
     EXPECT_THAT(session.machine->disks, IsEmpty());
-    session.files.clear();
 
-    outcome = launchOne();
+    outcome = session.launchOne();
     EXPECT_TRUE(std::get<StartupOutcome::Created>(outcome.value).restoredContents);
-    EXPECT_EQ(session.files["Work"], "first");
-    EXPECT_EQ(launchOne().caseName(), "alreadyMounted");
-    session.files["Work"] = "second";
-    EXPECT_EQ(saveCase(), "");
-    EXPECT_THAT(session.copies[id], ElementsAre("second"));
+    EXPECT_EQ(session.read("Work"), "first");
+    EXPECT_EQ(session.launchOne().caseName(), "alreadyMounted");
+    session.write("Work", "second");
+    EXPECT_EQ(session.saveCase(), "");
+    EXPECT_THAT(session.copies(id), ElementsAre("second"));
+
+    session.machine->disks.at(0).name = "Renamed"; // behind the record's back
+    EXPECT_EQ(session.kept().profile.id, id);
 }
 
-TEST_F(SessionLifecycleTest, WhatChangesDuringTheSaveAtQuitIsSavedAsWell) {
-    const auto id = addKept("Work").id;
-    launchOne();
-    session.files["Work"] = "before";
-    session.afterSave = [this] { session.files["Work"] = "after"; };
+TEST(SessionLifecycleTest, WhatChangesDuringTheSaveAtQuitIsSavedAsWellWhateverHappensToRedirects) {
+    Session session;
+    const auto id = session.addWork();
+    session.addRedirect();
+    session.launchOne();
+    session.write("Work", "before");
+    session.machine->meanwhile = [&](const std::string& step) {
+        if (step == "undo cache") {
+            EXPECT_THAT(session.copies(id), ElementsAre("before"));
+            session.write("Work", "after");
+            throw std::runtime_error("the home folder is read-only");
+        }
+    };
     session.lifecycle().quit(Force::no, {});
-    EXPECT_THAT(session.copies[id], ElementsAre("after"));
+    EXPECT_THAT(session.copies(id), ElementsAre("after"));
 }
 
-TEST_F(SessionLifecycleTest, ADiskThatCannotBeSavedOrEjectedStaysAsItWas) {
-    addKept("Work");
-    session.redirects.push_back({UUID::random(), "Work", {RedirectTarget::Folder{"cache"}}});
-    const auto device = launchOne().disk()->device;
+TEST(SessionLifecycleTest, ADiskThatCannotBeSavedOrEjectedStaysAsItWas) {
+    Session session;
+    session.addWork();
+    session.addRedirect();
+    const auto device = session.launchOne().disk()->device;
     EXPECT_THAT(session.machine->steps, Contains("redirect cache"));
 
-    session.saveFailure = RamDiskError::FilesKeptChanging{};
+    session.images->meanwhile = [&] { session.write("Work", session.read("Work") + "."); };
     session.machine->steps.clear();
     auto report = session.lifecycle().quit(Force::yes, {});
-    EXPECT_EQ(report.saveFailures.at(0).error, *session.saveFailure);
+    EXPECT_EQ(report.saveFailures.at(0).error.caseName(), "filesKeptChanging");
     EXPECT_THAT(session.machine->steps, IsEmpty());
 
-    session.saveFailure.reset();
+    session.images->meanwhile = {};
     session.machine->releaseFailures.emplace(device,
                                              RamDiskError::EjectFailed{device, "vi", EjectObstacle::busy});
     report = session.lifecycle().quit(Force::no, {});
@@ -81,133 +98,132 @@ TEST_F(SessionLifecycleTest, ADiskThatCannotBeSavedOrEjectedStaysAsItWas) {
                 ElementsAre("undo cache", "block Work", "release disk4", "allow Work", "redirect cache"));
 }
 
-TEST_F(SessionLifecycleTest, ADiskWithoutItsFilesIsNeverSaved) {
-    struct Row {
+TEST(SessionLifecycleTest, ADiskWithoutItsFilesIsNeverSaved) {
+    const struct {
         const char* what;
         bool failsHalfWay;
         bool cannotEject;
         const char* outcome;
         const char* save;
-    };
-    const std::vector<Row> rows{
-        {"nothing copied", false, false, "restoreFailed", "savedContentsNotRestored"},
-        {"half copied", true, false, "failed", "gone"},
-        {"half copied, cannot go", true, true, "restoreFailed", "partlyFilled"},
-    };
+    } rows[] = {{"nothing copied", false, false, "restoreFailed", "savedContentsNotRestored"},
+                {"half copied", true, false, "failed", "gone"},
+                {"half copied, cannot go", true, true, "restoreFailed", "partlyFilled"}};
     for (const auto& row : rows) {
         SCOPED_TRACE(row.what);
-        session = FakeSession();
-        const auto id = addKept("Work").id;
-        session.copies[id] = {"precious"};
-        session.restoreFailure = RamDiskError::ImageEjected{};
-        session.failsHalfWay = row.failsHalfWay;
+        Session session;
+        const auto id = session.addWork();
+        session.saveEarlier(id, {"precious"});
+        session.images->restoreFailure = RamDiskError::ImageEjected{};
+        session.images->failsHalfWay = row.failsHalfWay;
         if (row.cannotEject) {
             const auto device = DeviceIdentifier::wholeDisk(4);
             session.machine->releaseFailures.emplace(device, RamDiskError::EjectFailed{device, "vi"});
         }
-        EXPECT_EQ(launchOne().caseName(), row.outcome);
-        EXPECT_EQ(session.machine->disks.empty() ? "gone" : saveCase(), row.save);
-        EXPECT_THAT(session.copies[id], ElementsAre("precious"));
+        EXPECT_EQ(session.launchOne().caseName(), row.outcome);
+        EXPECT_EQ(session.machine->disks.empty() ? "gone" : session.saveCase(), row.save);
+        EXPECT_THAT(session.copies(id), ElementsAre("precious"));
         // The next session goes on where this one broke off, and only there.
-        session.restoreFailure.reset();
+        session.images->restoreFailure.reset();
         const bool isLeftAlone = std::string_view(row.save) == "savedContentsNotRestored";
-        EXPECT_EQ(launchOne().caseName(), isLeftAlone ? "restoreFailed" : "created");
-        EXPECT_EQ(session.files["Work"], isLeftAlone ? "" : "precious");
+        EXPECT_EQ(session.launchOne().caseName(), isLeftAlone ? "restoreFailed" : "created");
+        EXPECT_EQ(session.read("Work"), isLeftAlone ? "" : "precious");
         // And a user who loads a copy by hand has a disk like any other.
-        const auto redirects = session.redirectsUseCase();
-        LoadSavedContentsUseCase(session.contents(), redirects).load(kept(), 1, {});
-        EXPECT_EQ(saveCase(), "");
+        LoadSavedContentsUseCase(session.contents(), session.redirects()).load(session.kept(), 1, {});
+        EXPECT_EQ(session.saveCase(), "");
     }
 }
 
-TEST_F(SessionLifecycleTest, WhileAnotherProcessFillsADiskItIsNotSavedNorWaitedFor) {
-    const auto id = addKept("Work").id;
-    launchOne();
-    session.copies[id] = {"precious"};
-    session.bound.clear();
-    session.lockedElsewhere.insert(id);
-    EXPECT_EQ(saveCase(), "beingFilled");
-    EXPECT_EQ(caseOf([&] { session.contents()->load(kept(), 1, {}); }), "beingFilled");
+TEST(SessionLifecycleTest, WhileAnotherProcessFillsADiskItIsNotSavedNorWaitedFor) {
+    Session session;
+    const auto id = session.addWork();
+    session.launchOne();
+    session.saveEarlier(id, {"precious"});
+    std::promise<void> isHeld;
+    std::promise<void> isFilled;
+    const auto holder = session.storage->withLock(id, [&] {
+        isHeld.set_value();
+        isFilled.get_future().wait_for(std::chrono::seconds(20)); // who waits all the same fails
+    });
+    isHeld.get_future().wait();
+    EXPECT_EQ(session.saveCase(), "beingFilled");
+    EXPECT_EQ(session.loadCase(1), "beingFilled");
+    isFilled.set_value();
+    holder.wait();
 }
 
-TEST_F(SessionLifecycleTest, AKeyIsMadeBeforeTheFirstImageAndNeverInPlaceOfOneThatCannotBeRead) {
-    auto& profile = addKept("Vault");
-    profile.isEncrypted = true;
-    profile.fileSystem = FileSystem::apfs;
-    const auto id = profile.id;
-    launchOne();
-    session.files["Vault"] = "secret";
-    session.keyringFailure = "The keyring is locked.";
-    EXPECT_EQ(saveCase(), "The keyring is locked.");
-    EXPECT_THAT(session.copies[id], IsEmpty());
-    session.keyringFailure.reset();
-    EXPECT_EQ(saveCase(), "");
-    EXPECT_THAT(session.copies[id], ElementsAre("secret"));
+TEST(SessionLifecycleTest, AKeyIsMadeBeforeTheFirstImageAndNeverInPlaceOfOneThatCannotBeRead) {
+    Session session;
+    const auto id = session.addVault();
+    session.launchOne();
+    session.write("Vault", "secret");
+    session.keyring->isLocked = true;
+    EXPECT_EQ(session.saveCase(), "The keyring is locked.");
+    EXPECT_THAT(session.copies(id), IsEmpty());
+    session.keyring->isLocked = false;
+    EXPECT_EQ(session.saveCase(), "");
+    EXPECT_THAT(session.copies(id), ElementsAre("secret"));
 
-    session.secrets.clear();
-    EXPECT_EQ(saveCase(), "savedContentsKeyMissing");
-    EXPECT_THAT(session.secrets, IsEmpty());
+    session.keyring->secrets.clear();
+    EXPECT_EQ(session.saveCase(), "savedContentsKeyMissing");
+    EXPECT_THAT(session.keyring->secrets, IsEmpty());
     EXPECT_EQ(session.lifecycle().quit(Force::no, {}).saveFailures.size(), 1U);
     session.machine->disks.clear();
-    const auto outcome = launchOne();
+    const auto outcome = session.launchOne();
     EXPECT_EQ(std::get<StartupOutcome::RestoreFailed>(outcome.value).error,
               RamDiskError(RamDiskError::SavedContentsKeyMissing{"Vault"}));
-    EXPECT_THAT(session.copies[id], ElementsAre("secret"));
+    EXPECT_THAT(session.copies(id), ElementsAre("secret"));
 }
 
-TEST_F(SessionLifecycleTest, SeedsFillOnlyDisksWithoutFilesOfTheirOwnAndFailuresAreToldBesideTheDisk) {
-    auto& profile = addKept("Work");
-    profile.seedFolder = "/seed";
-    profile.folders = {"good", "bad"};
-    session.failingFolders = {"bad", "/seed"};
-    const auto outcome = launchOne();
+TEST(SessionLifecycleTest, SeedsFillOnlyDisksWithoutFilesOfTheirOwnAndFailuresAreToldBesideTheDisk) {
+    Session session;
+    session.add({.id = UUID::random(),
+                 .name = "Work",
+                 .size = {},
+                 .seedFolder = "/seed",
+                 .folders = {"good", "bad"}});
+    session.machine->failingFolders = {"bad", "/seed"};
+    const auto outcome = session.launchOne();
     const auto& errors = std::get<StartupOutcome::FoldersNotCreated>(outcome.value).errors;
     ASSERT_EQ(errors.size(), 2U);
     EXPECT_EQ(errors[0].caseName(), "contentsTransferFailed");
     EXPECT_EQ(errors[1].caseName(), "folderNotCreated");
-    EXPECT_THAT(session.machine->steps, Contains("make good on /Volumes/Work"));
+    EXPECT_THAT(session.machine->steps, Contains("make good on Work"));
     session.lifecycle().quit(Force::no, {});
     session.machine->steps.clear();
-    launchOne();
-    EXPECT_THAT(session.machine->steps, Not(Contains("copy /seed to /Volumes/Work")));
+    session.launchOne();
+    EXPECT_THAT(session.machine->steps, Not(Contains("copy /seed to Work")));
 }
 
-TEST_F(SessionLifecycleTest, ADiskThatCannotBeMadeIsTold) {
-    addKept("Work").size = ByteCount::of(32, ByteCount::Unit::gibibyte);
-    const auto outcome = launchOne();
+TEST(SessionLifecycleTest, ADiskThatCannotBeMadeIsTold) {
+    Session session;
+    session.addWork();
+    session.machine->memory.physical = ByteCount{1};
+    const auto outcome = session.launchOne();
     EXPECT_EQ(outcome.name(), "Work");
     EXPECT_EQ(std::get<StartupOutcome::Failed>(outcome.value).error.caseName(), "invalidSpecification");
 }
 
-TEST_F(SessionLifecycleTest, LoadingChoosesACopyByItsNumber) {
-    const auto id = addKept("Work").id;
-    session.copies[id] = {"new", "old"};
-    launchOne();
+TEST(SessionLifecycleTest, LoadingChoosesACopyByItsNumber) {
+    Session session;
+    session.saveEarlier(session.addWork(), {"old", "new"});
+    session.launchOne();
     for (const std::size_t number : {std::size_t{0}, std::size_t{3}}) {
-        EXPECT_EQ(caseOf([&] { session.contents()->load(kept(), number, {}); }), "contentsTransferFailed");
-        EXPECT_EQ(session.files["Work"], "new");
+        EXPECT_EQ(session.loadCase(number), "contentsTransferFailed");
+        EXPECT_EQ(session.read("Work"), "new");
     }
-    session.contents()->load(kept(), 2, {});
-    EXPECT_EQ(session.files["Work"], "old");
+    EXPECT_EQ(session.loadCase(2), "");
+    EXPECT_EQ(session.read("Work"), "old");
 }
 
-TEST_F(SessionLifecycleTest, RemovingARecordTakesItsCopiesAndItsKeyAlong) {
-    auto profile = addKept("Vault");
-    profile.isEncrypted = true;
-    session.copies[profile.id] = {"secret"};
-    session.secrets.emplace(profile.id.text(), VolumePassphrase("x"));
-    session.manage()->remove(profile);
-    EXPECT_THAT(session.profiles, IsEmpty());
-    EXPECT_THAT(session.copies, IsEmpty());
-    EXPECT_THAT(session.secrets, IsEmpty());
-}
-
-TEST_F(SessionLifecycleTest, ADiskRenamedBehindTheRecordsBackStillBelongsToIt) {
-    const auto id = addKept("Work").id;
-    launchOne();
-    ASSERT_EQ(saveCase(), "");
-    session.machine->disks.at(0).name = "Renamed";
-    EXPECT_EQ(kept().profile.id, id);
+TEST(SessionLifecycleTest, RemovingARecordTakesItsCopiesAndItsKeyAlong) {
+    Session session;
+    const auto id = session.addVault();
+    session.saveEarlier(id, {"secret"});
+    session.keyring->secrets.emplace(id.text(), VolumePassphrase("x"));
+    session.manage()->remove(session.profiles->load().at(0));
+    EXPECT_THAT(session.profiles->load(), IsEmpty());
+    EXPECT_THAT(session.copies(id), IsEmpty());
+    EXPECT_THAT(session.keyring->secrets, IsEmpty());
 }
 
 } // namespace

@@ -84,23 +84,28 @@ TEST(SpecificationRulesTest, Names) {
     }
 }
 
-TEST(SpecificationRulesTest, SizesAgainstTheFormat) {
-    struct Row {
-        FileSystem fileSystem;
-        ByteCount minimum;
-    };
-    for (const auto& row : {Row{FileSystem::apfs, mebi(8)}, Row{FileSystem::apfsCaseSensitive, mebi(8)},
-                            Row{FileSystem::hfsPlus, mebi(4)}, Row{FileSystem::journaledHFSPlus, mebi(16)},
-                            Row{FileSystem::exFAT, mebi(4)}, Row{FileSystem::fat32, mebi(64)}}) {
-        const auto issuesAt = [&row](ByteCount size) {
+TEST(SpecificationRulesTest, EveryFormatHasItsLeastSizeAndTheTwoModernOnesEncrypt) {
+    const std::pair<FileSystem, ByteCount> rows[] = {
+        {FileSystem::apfs, mebi(8)},    {FileSystem::apfsCaseSensitive, mebi(8)},
+        {FileSystem::hfsPlus, mebi(4)}, {FileSystem::journaledHFSPlus, mebi(16)},
+        {FileSystem::exFAT, mebi(4)},   {FileSystem::fat32, mebi(64)}};
+    for (const auto& [fileSystem, minimum] : rows) {
+        const auto issuesAt = [wanted = fileSystem](ByteCount size, bool isEncrypted) {
             return issuesAfter([&](auto& specification, auto&) {
-                specification.fileSystem = row.fileSystem;
+                specification.fileSystem = wanted;
                 specification.size = size;
+                specification.isEncrypted = isEncrypted;
             });
         };
-        EXPECT_THAT(issuesAt(row.minimum), IsEmpty()) << rawValue(row.fileSystem);
-        const Issue tooSmall{Issue::BelowMinimumSize{row.minimum, row.fileSystem}};
-        EXPECT_EQ(issuesAt(plus(row.minimum, -1)), std::vector{tooSmall}) << rawValue(row.fileSystem);
+        EXPECT_THAT(issuesAt(minimum, false), IsEmpty()) << rawValue(fileSystem);
+        const Issue tooSmall{Issue::BelowMinimumSize{minimum, fileSystem}};
+        EXPECT_EQ(issuesAt(plus(minimum, -1), false), std::vector{tooSmall});
+        if (fileSystem == FileSystem::apfs || fileSystem == FileSystem::apfsCaseSensitive) {
+            EXPECT_THAT(issuesAt(minimum, true), IsEmpty());
+        } else {
+            const Issue noEncryption{Issue::EncryptionUnsupported{fileSystem}};
+            EXPECT_EQ(issuesAt(minimum, true), std::vector{noEncryption});
+        }
     }
 }
 
@@ -131,20 +136,6 @@ TEST(SpecificationRulesTest, SizesAgainstTheMemory) {
     EXPECT_EQ(
         MemoryCapacityRule::recommendedLimit(ByteCount{std::numeric_limits<std::uint64_t>::max()}).bytes,
         13835058055282163712U);
-}
-
-TEST(SpecificationRulesTest, OnlyTheTwoModernFormatsEncrypt) {
-    for (const auto fileSystem : allFileSystems) {
-        const auto issues = issuesAfter([fileSystem](auto& specification, auto&) {
-            specification.fileSystem = fileSystem;
-            specification.isEncrypted = true;
-        });
-        if (fileSystem == FileSystem::apfs || fileSystem == FileSystem::apfsCaseSensitive) {
-            EXPECT_THAT(issues, IsEmpty());
-        } else {
-            EXPECT_EQ(issues, std::vector<Issue>{{Issue::EncryptionUnsupported{fileSystem}}});
-        }
-    }
 }
 
 TEST(RamDiskSpecificationValidatorTest, ReportsEveryFaultInTheOrderOfTheRules) {

@@ -8,19 +8,17 @@ namespace ramdisk {
 namespace {
 
 TEST(VolumeNameSuggesterTest, CountsOnFromTheUnchangedBase) {
-    struct Row {
+    const struct {
         std::vector<std::string> taken;
         const char* suggestion;
-    };
-    for (const auto& row : {
-             Row{{}, "RAMDisk"},
-             Row{{"Other"}, "RAMDisk"},
-             Row{{"ramdisk", "RAMDisk 2"}, "RAMDisk 3"},
-             Row{{"RÀMDISK "}, "RAMDisk 2"},
-             Row{{"RAMDisk 2"}, "RAMDisk"},
-             Row{{"RAMDisk", "RAMDisk 3"}, "RAMDisk 2"},
-             Row{{"RAMDisk", "ramdisk 2", "RAMDisk 3"}, "RAMDisk 4"},
-         }) {
+    } rows[] = {{{}, "RAMDisk"},
+                {{"Other"}, "RAMDisk"},
+                {{"ramdisk", "RAMDisk 2"}, "RAMDisk 3"},
+                {{"RÀMDISK "}, "RAMDisk 2"},
+                {{"RAMDisk 2"}, "RAMDisk"},
+                {{"RAMDisk", "RAMDisk 3"}, "RAMDisk 2"},
+                {{"RAMDisk", "ramdisk 2", "RAMDisk 3"}, "RAMDisk 4"}};
+    for (const auto& row : rows) {
         EXPECT_EQ(VolumeNameSuggester::suggest("RAMDisk", row.taken), row.suggestion);
     }
 }

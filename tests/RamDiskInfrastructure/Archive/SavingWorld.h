@@ -1,7 +1,7 @@
 #pragma once
 
 #include "RamDiskInfrastructure/Archive/SavedContentsArchiver.h"
-#include "tests/RamDiskInfrastructure/Archive/FakeImageTool.h"
+#include "tests/support/FakeImageTool.h"
 #include "tests/support/ScratchFolder.h"
 
 #include <memory>

@@ -1,187 +1,186 @@
 #include "RamDiskInfrastructure/MacTools/DiskUtilVolumeFormatter.h"
 
-#include "RamDiskCore/Values/RamDiskError.h"
-#include "RamDiskInfrastructure/MacTools/AttachedRamImage.h"
 #include "RamDiskInfrastructure/MacTools/DiskUtilVolumeRenamer.h"
 #include "RamDiskInfrastructure/MacTools/DittoFolderCopier.h"
 #include "RamDiskInfrastructure/MacTools/MDUtilIndexController.h"
-#include "RamDiskUI/ErrorText.h"
-#include "tests/support/ScriptedMac.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include "tests/RamDiskInfrastructure/MacTools/MacTest.h"
+#include "tests/support/ScriptedRunner.h"
 
 namespace ramdisk {
 namespace {
 
-using test::ScriptedMac;
 using testing::ElementsAre;
+using testing::ElementsAreArray;
 
-class MacVolumeTests : public testing::Test {
+const std::string formatFailed = "Could not format the RAM disk: ";
+
+class MacVolumeTest : public test::MacTest {
 protected:
     DiskUtilVolumeFormatter formatter() {
-        return DiskUtilVolumeFormatter({mac, test::privateMountsOn(mac, mounts), test::marksOn(mac)});
+        return DiskUtilVolumeFormatter({mac, adapters.privateMounts, adapters.marks});
     }
-
-    /// A fresh device, with what was run for it forgotten.
-    DeviceIdentifier device() {
-        RamDeviceAllocator allocator(
-            {mac, RamDeviceAllocator::AttachMethod::classic, nullptr, nullptr, nullptr});
-        const auto made = allocator.allocate(ByteCount::of(64, ByteCount::Unit::mebibyte));
-        mac->commands.clear();
-        return made;
+    RamDisk create(FileSystem fileSystem, bool isEncrypted = false,
+                   VolumeAccess access = VolumeAccess::everyone) {
+        return services()
+            .create
+            ->execute({.name = "  Build & Test ",
+                       .size = ByteCount{1073741824},
+                       .fileSystem = fileSystem,
+                       .isEncrypted = isEncrypted,
+                       .access = access})
+            .ramDisk;
     }
-
-    std::filesystem::path format(const RamDiskSpecification& specification) {
-        VolumeProtection protection;
-        if (specification.isEncrypted) {
-            mac->secrets.emplace_back("open, sesame");
-            protection.value = VolumeProtection::Encrypted{VolumePassphrase("open, sesame")};
-        }
-        return formatter().format(device(), specification, protection);
-    }
-
-    template <typename Action>
-    std::string textOf(Action action) {
-        try {
-            action();
-        } catch (const RamDiskError& error) {
-            return errorText(error);
-        }
-        return "nothing was thrown";
-    }
-
-    test::TemporaryFolder folder;
-    std::filesystem::path mounts = folder.path() / "Library" / "RamDisks";
-    std::shared_ptr<ScriptedMac> mac = std::make_shared<ScriptedMac>();
 };
 
-RamDiskSpecification specification(FileSystem fileSystem, bool isEncrypted = false,
-                                   VolumeAccess access = VolumeAccess::everyone) {
-    return {"Build & Test", ByteCount{}, fileSystem, false, isEncrypted, access};
+TEST_F(MacVolumeTest, ACreationRunsTheToolsInTheirOrder) {
+    const std::string erase = "diskutil erasevolume HFS+ Build & Test /dev/disk4";
+    const std::string container = "diskutil apfs createContainer /dev/disk4";
+    const std::string add = "diskutil apfs addVolume disk5 APFSX Build & Test -stdinpassphrase";
+    const std::string info = "hdiutil info -plist";
+    const struct {
+        bool isEncrypted;
+        VolumeAccess access;
+        std::vector<std::string> formatting;
+        std::vector<std::string> closedDevices;
+    } rows[] = {
+        {false, VolumeAccess::everyone, {erase, info}, {}},
+        {true, VolumeAccess::everyone, {container, add, info}, {}},
+        {false,
+         VolumeAccess::onlyMe,
+         {erase, info, "diskutil unmount /dev/disk4",
+          "diskutil mount -mountPoint mounts/Build & Test /dev/disk4"},
+         {"disk4"}},
+        {true,
+         VolumeAccess::onlyMe,
+         {container, add, info, "diskutil unmount /dev/disk5s1",
+          "diskutil apfs unlockVolume /dev/disk5s1 -stdinpassphrase -mountpoint mounts/Build & Test"},
+         {"disk4", "disk5", "disk5s1"}},
+    };
+    mac->hasDiskImages2 = false;
+    for (const auto& row : rows) {
+        mac->closedDevices.clear();
+        const auto disk = create(row.isEncrypted ? FileSystem::apfsCaseSensitive : FileSystem::hfsPlus,
+                                 row.isEncrypted, row.access);
+        EXPECT_EQ(disk.name, "Build & Test");
+        EXPECT_EQ(disk.capacity.bytes, 1073741824U);
+        EXPECT_TRUE(disk.isCreatedByRamDisk && disk.instance);
+        EXPECT_EQ(disk.access, row.access);
+        EXPECT_EQ(disk.mountPoint,
+                  (row.access == VolumeAccess::onlyMe ? mounts : "/Volumes") / "Build & Test");
+        EXPECT_EQ(mac->images.back().volume->mark, disk.instance->text());
+        EXPECT_THAT(mac->closedDevices, ElementsAreArray(row.closedDevices));
+        for (const auto& command : mac->commands) {
+            const bool readsPassphrase = command.description().find("-stdinpass") != std::string::npos;
+            EXPECT_EQ(command.standardInput.value_or(""), readsPassphrase ? mac->secrets.back() : "");
+        }
+        auto expected = row.formatting;
+        expected.insert(expected.begin(), {"diskutil image attach --noMount ram://2097152",
+                                           "hdiutil attach -nomount ram://2097152"});
+        expected.insert(expected.end(),
+                        {row.access == VolumeAccess::onlyMe ? "mdutil -i off mounts/Build & Test"
+                                                            : "mdutil -i off /Volumes/Build & Test",
+                         info});
+        EXPECT_THAT(ran(), ElementsAreArray(expected));
+        services().eject->eject(disk, Force::no);
+        EXPECT_THAT(ran(), ElementsAre(info, "hdiutil detach /dev/disk4"));
+        expectNoMountPoints();
+    }
+    EXPECT_EQ(std::filesystem::status(mounts).permissions(), std::filesystem::perms::owner_all);
 }
 
-TEST_F(MacVolumeTests, EveryFormatHasItsToolName) {
+TEST_F(MacVolumeTest, EveryFormatHasItsToolNameAndAPlanRunsNothing) {
     const std::pair<FileSystem, const char*> rows[] = {
         {FileSystem::apfs, "APFS"},    {FileSystem::apfsCaseSensitive, "APFSX"},
         {FileSystem::hfsPlus, "HFS+"}, {FileSystem::journaledHFSPlus, "JHFS+"},
         {FileSystem::exFAT, "ExFAT"},  {FileSystem::fat32, "FAT32"},
     };
     for (const auto& [fileSystem, name] : rows) {
-        const auto volume = format(specification(fileSystem));
-        EXPECT_EQ(volume, mac->images.back().volume->mountPoint);
-        const auto erase = std::string("/usr/sbin/diskutil erasevolume ") + name + " Build & Test /dev/";
-        EXPECT_THAT(mac->descriptions(),
-                    ElementsAre(erase + mac->images.back().name(), "/usr/bin/hdiutil info -plist"));
-        EXPECT_TRUE(UUID::parse(mac->images.back().volume->mark.value_or("")));
-        EXPECT_THAT(formatter().plan(specification(fileSystem)),
-                    ElementsAre(erase + "DEVICE", "set com.tavrin.ramdisk.created on the volume"));
+        EXPECT_THAT(formatter().plan({.name = "B", .fileSystem = fileSystem}),
+                    ElementsAre(std::string("/usr/sbin/diskutil erasevolume ") + name + " B /dev/DEVICE",
+                                "set com.tavrin.ramdisk.created on the volume"));
     }
-    EXPECT_TRUE(mac->closedDevices.empty());
+    const auto plan = services().create->plan(
+        {.fileSystem = FileSystem::apfs, .isEncrypted = true, .access = VolumeAccess::onlyMe});
+    EXPECT_EQ(plan.steps.size(), 9U);
+    EXPECT_TRUE(mac->commands.empty());
+    EXPECT_TRUE(mac->secrets.empty());
 }
 
-TEST_F(MacVolumeTests, AnEncryptedVolumeIsMadeInAContainerOfItsOwn) {
-    EXPECT_EQ(format(specification(FileSystem::apfsCaseSensitive, true)), "/Volumes/Build & Test");
-    EXPECT_THAT(mac->descriptions(),
-                ElementsAre("/usr/sbin/diskutil apfs createContainer /dev/disk4",
-                            "/usr/sbin/diskutil apfs addVolume disk5 APFSX Build & Test -stdinpassphrase",
-                            "/usr/bin/hdiutil info -plist"));
-    EXPECT_EQ(mac->commands[1].standardInput, "open, sesame");
-    EXPECT_FALSE(mac->commands[0].standardInput || mac->commands[2].standardInput);
-}
-
-TEST_F(MacVolumeTests, FormatsThatCannotBeEncryptedAreRefusedBeforeAnyToolRuns) {
-    for (const auto& [fileSystem, text] :
-         {std::pair(FileSystem::exFAT, "ExFAT does not support encryption."),
-          std::pair(FileSystem::journaledHFSPlus, "JHFS+ does not support encryption.")}) {
-        const auto whole = std::string("Could not format the RAM disk: ") + text;
-        EXPECT_EQ(textOf([&] { (void)format(specification(fileSystem, true)); }), whole);
-        EXPECT_EQ(textOf([&] { formatter().requireSupport(specification(fileSystem, true)); }), whole);
+TEST_F(MacVolumeTest, FormatsThatCannotBeEncryptedAreRefusedBeforeAnyToolRuns) {
+    for (const auto& [fileSystem, name] :
+         {std::pair(FileSystem::exFAT, "ExFAT"), std::pair(FileSystem::journaledHFSPlus, "JHFS+")}) {
+        const auto whole = formatFailed + name + " does not support encryption.";
+        const RamDiskSpecification wanted{.name = "A", .fileSystem = fileSystem, .isEncrypted = true};
+        const VolumeProtection protection{VolumeProtection::Encrypted{VolumePassphrase("x")}};
+        EXPECT_EQ(
+            textOf([&] { (void)formatter().format(DeviceIdentifier::wholeDisk(4), wanted, protection); }),
+            whole);
+        EXPECT_EQ(textOf([&] { formatter().requireSupport(wanted); }), whole);
         EXPECT_TRUE(mac->commands.empty());
     }
 }
 
-TEST_F(MacVolumeTests, APrivateVolumeIsMountedAgainInItsOwnersFolder) {
-    const auto made = format(specification(FileSystem::hfsPlus, false, VolumeAccess::onlyMe));
-    EXPECT_EQ(made, mounts / "Build & Test");
-    EXPECT_THAT(mac->descriptions(),
-                ElementsAre("/usr/sbin/diskutil erasevolume HFS+ Build & Test /dev/disk4",
-                            "/usr/bin/hdiutil info -plist", "/usr/sbin/diskutil unmount /dev/disk4",
-                            "/usr/sbin/diskutil mount -mountPoint " + made.string() + " /dev/disk4"));
-    EXPECT_EQ(std::filesystem::status(mounts).permissions(), std::filesystem::perms::owner_all);
-    EXPECT_TRUE(mac->images.back().volume->mark);
-    EXPECT_THAT(mac->closedDevices, ElementsAre("disk4"));
-}
-
-TEST_F(MacVolumeTests, APrivateEncryptedVolumeIsUnlockedWhereItIsMounted) {
-    const auto made = format(specification(FileSystem::apfs, true, VolumeAccess::onlyMe));
-    EXPECT_EQ(mac->descriptions()[3], "/usr/sbin/diskutil unmount /dev/disk5s1");
-    EXPECT_EQ(mac->descriptions()[4],
-              "/usr/sbin/diskutil apfs unlockVolume /dev/disk5s1 -stdinpassphrase -mountpoint "
-                  + made.string());
-    EXPECT_EQ(mac->commands[4].standardInput, "open, sesame");
-    EXPECT_THAT(mac->closedDevices, ElementsAre("disk4", "disk5", "disk5s1"));
-    for (const auto& step : formatter().plan(specification(FileSystem::apfs, true, VolumeAccess::onlyMe))) {
-        EXPECT_EQ(step.find("sesame"), std::string::npos);
-    }
-}
-
-TEST_F(MacVolumeTests, EveryFailedStepTellsTheToolsReasonAndLeavesNoFolder) {
+TEST_F(MacVolumeTest, EveryFailedStepTellsTheToolsReasonAndLeavesNothing) {
     const auto failure = [](const char* text) { return CommandOutput{1, "Started\n", text}; };
+    const auto mountPoint = (mounts / "Build & Test").string();
     const struct {
         bool isEncrypted;
         std::string command;
         CommandOutput output;
         const char* reason;
     } rows[] = {
-        {false, "erasevolume HFS+ Build & Test /dev/disk4", failure("Error: -69877: Couldn't open device\n"),
-         "diskutil: Error: -69877: Couldn't open device"},
-        {false, "unmount /dev/disk4", failure("Unmount failed for /dev/disk4\n"),
+        {false, "diskutil erasevolume HFS+ Build & Test /dev/disk4",
+         failure("Error: -69877: Couldn't open device\n"), "diskutil: Error: -69877: Couldn't open device"},
+        {false,
+         "diskutil erasevolume HFS+ Build & Test /dev/disk4",
+         {0, "Finished erase\n", ""},
+         "The new volume was not mounted."},
+        {false, "hdiutil info -plist", failure("hdiutil: info failed - not now\n"),
+         "hdiutil: hdiutil: info failed - not now"},
+        {false, "diskutil unmount /dev/disk4", failure("Unmount failed for /dev/disk4\n"),
          "diskutil: Unmount failed for /dev/disk4"},
-        {false, "mount -mountPoint " + (mounts / "Build & Test").string() + " /dev/disk4",
+        {false, "diskutil mount -mountPoint " + mountPoint + " /dev/disk4",
          failure("Volume on disk4 failed to mount\n"), "diskutil: Volume on disk4 failed to mount"},
         {true,
-         "apfs createContainer /dev/disk4",
+         "diskutil apfs createContainer /dev/disk4",
          {0, "Finished APFS operation on disk4\n", ""},
          "diskutil did not report the new APFS container."},
-        {true, "apfs addVolume disk5 APFS Build & Test -stdinpassphrase", failure("open\n"),
+        {true, "diskutil apfs addVolume disk5 APFS Build & Test -stdinpassphrase", failure("open\n"),
          "diskutil: open"},
-        {true,
-         "apfs unlockVolume /dev/disk5s1 -stdinpassphrase -mountpoint " + (mounts / "Build & Test").string(),
+        {true, "diskutil apfs unlockVolume /dev/disk5s1 -stdinpassphrase -mountpoint " + mountPoint,
          failure("Error unlocking APFS Volume\n"), "diskutil: Error unlocking APFS Volume"},
+        {false, "", {}, "Other accounts could still read /dev/disk4."},
     };
     for (const auto& row : rows) {
+        mac->canCloseDevices = !row.command.empty();
+        if (mac->canCloseDevices) {
+            mac->script((row.command.front() == 'd' ? "/usr/sbin/" : "/usr/bin/") + row.command, row.output);
+        }
         mac->images.clear();
-        mac->script("/usr/sbin/diskutil " + row.command, row.output);
-        const auto fileSystem = row.isEncrypted ? FileSystem::apfs : FileSystem::hfsPlus;
-        EXPECT_EQ(
-            textOf([&] { (void)format(specification(fileSystem, row.isEncrypted, VolumeAccess::onlyMe)); }),
-            std::string("Could not format the RAM disk: ") + row.reason);
-        EXPECT_TRUE(!std::filesystem::exists(mounts) || std::filesystem::is_empty(mounts)) << row.command;
+        const auto device = DeviceIdentifier::wholeDisk(mac->attachForeign("ram://131072", "Blank").disk);
+        mac->images.back().volume.reset();
+        const RamDiskSpecification wanted{.name = "Build & Test",
+                                          .fileSystem =
+                                              row.isEncrypted ? FileSystem::apfs : FileSystem::hfsPlus,
+                                          .isEncrypted = row.isEncrypted,
+                                          .access = VolumeAccess::onlyMe};
+        VolumeProtection protection;
+        if (row.isEncrypted) {
+            protection.value = VolumeProtection::Encrypted{mac->generate()};
+        }
+        EXPECT_EQ(textOf([&] { (void)formatter().format(device, wanted, protection); }),
+                  formatFailed + row.reason);
+        EXPECT_EQ(mac->canCloseDevices,
+                  !std::filesystem::exists(mounts) || std::filesystem::is_empty(mounts));
     }
+    mac->images.clear();
+    mac->script("/usr/sbin/diskutil erasevolume HFS+ Build & Test /dev/disk4", failure("Error\n"));
+    EXPECT_EQ(textOf([&] { create(FileSystem::hfsPlus); }), formatFailed + "diskutil: Error");
+    EXPECT_EQ(ran().back(), "hdiutil detach -force /dev/disk4");
+    EXPECT_TRUE(mac->images.empty());
 }
 
-TEST_F(MacVolumeTests, AVolumeThatWasNotMountedIsNoSuccess) {
-    mac->script("/usr/sbin/diskutil erasevolume HFS+ Build & Test /dev/disk4", {0, "Finished erase\n", ""});
-    EXPECT_EQ(textOf([&] { (void)format(specification(FileSystem::hfsPlus)); }),
-              "Could not format the RAM disk: The new volume was not mounted.");
-    mac->script("/usr/bin/hdiutil info -plist", {1, "", "hdiutil: info failed - not now\n"});
-    EXPECT_EQ(textOf([&] { (void)format(specification(FileSystem::hfsPlus)); }),
-              "Could not format the RAM disk: hdiutil: hdiutil: info failed - not now");
-}
-
-TEST_F(MacVolumeTests, AnOpenDeviceNodeIsNoPrivateDisk) {
-    const auto closed =
-        std::make_shared<PrivateMounts>(mounts, [](const DeviceIdentifier&) { return false; });
-    DiskUtilVolumeFormatter unable({mac, closed, test::marksOn(mac)});
-    EXPECT_EQ(textOf([&] {
-                  (void)unable.format(device(),
-                                      specification(FileSystem::hfsPlus, false, VolumeAccess::onlyMe), {});
-              }),
-              "Could not format the RAM disk: Other accounts could still read /dev/disk4.");
-}
-
-TEST_F(MacVolumeTests, RenamingNamesTheVolumeByItsMountPoint) {
+TEST_F(MacVolumeTest, RenamingNamesTheVolumeByItsMountPoint) {
     DiskUtilVolumeRenamer renamer(mac);
     RamDisk disk{.device = DeviceIdentifier::wholeDisk(6), .name = "Old", .capacity = {}};
     EXPECT_EQ(textOf([&] { renamer.rename(disk, "New"); }), "disk6 is not mounted.");
@@ -190,11 +189,12 @@ TEST_F(MacVolumeTests, RenamingNamesTheVolumeByItsMountPoint) {
     renamer.rename(disk, "New");
     mac->script("/usr/sbin/diskutil rename /Volumes/Old New", {1, "", "Failed to rename volume\n"});
     EXPECT_EQ(textOf([&] { renamer.rename(disk, "New"); }),
-              "Could not format the RAM disk: diskutil: Failed to rename volume");
+              formatFailed + "diskutil: Failed to rename volume");
 }
 
-TEST_F(MacVolumeTests, IndexingIsReadFromTheToolsSentence) {
-    MDUtilIndexController indexing(mac);
+TEST_F(MacVolumeTest, IndexingIsReadFromTheToolsSentence) {
+    const auto runner = std::make_shared<test::ScriptedRunner>();
+    MDUtilIndexController indexing(runner);
     const struct {
         CommandOutput output;
         std::optional<SearchIndexing> state;
@@ -205,23 +205,23 @@ TEST_F(MacVolumeTests, IndexingIsReadFromTheToolsSentence) {
         {{1, "Error: unknown indexing state.\n", ""}, std::nullopt},
     };
     for (const auto& row : rows) {
-        mac->script("/usr/bin/mdutil -s /Volumes/A", row.output);
+        runner->once("/usr/bin/mdutil -s /Volumes/A", row.output);
         EXPECT_EQ(indexing.state("/Volumes/A"), row.state) << row.output.standardOutput;
-        EXPECT_EQ(mac->commands.back().timeout, 30.0);
+        EXPECT_EQ(runner->commands.back().timeout, 30.0);
     }
-    for (const auto& [value, word] :
-         {std::pair(SearchIndexing::on, "on"), std::pair(SearchIndexing::off, "off")}) {
-        mac->script(std::string("/usr/bin/mdutil -i ") + word + " /Volumes/A", {});
+    for (const auto& [value, words] :
+         {std::pair(SearchIndexing::on, "mdutil -i on "), std::pair(SearchIndexing::off, "mdutil -i off ")}) {
+        const auto command = std::string("/usr/bin/") + words;
+        runner->once(command + "/Volumes/A");
         indexing.set(value, "/Volumes/A");
-        EXPECT_FALSE(mac->commands.back().timeout);
-        EXPECT_THAT(indexing.plan(value),
-                    ElementsAre(std::string("/usr/bin/mdutil -i ") + word + " MOUNT-POINT"));
+        EXPECT_FALSE(runner->commands.back().timeout);
+        EXPECT_THAT(indexing.plan(value), ElementsAre(command + "MOUNT-POINT"));
+        runner->once(command + "/Volumes/A", {1, "", "Error: Operation not permitted.\n"});
+        EXPECT_THROW(indexing.set(value, "/Volumes/A"), CommandFailure);
     }
-    mac->script("/usr/bin/mdutil -i off /Volumes/A", {1, "", "Error: Operation not permitted.\n"});
-    EXPECT_THROW(indexing.set(SearchIndexing::off, "/Volumes/A"), CommandFailure);
 }
 
-TEST_F(MacVolumeTests, CopyingAFolderTellsTheToolsReason) {
+TEST_F(MacVolumeTest, CopyingAFolderTellsTheToolsReason) {
     DittoFolderCopier copier(mac);
     mac->script("/usr/bin/ditto /Users/me/Seed /Volumes/A", {});
     copier.copy("/Users/me/Seed", "/Volumes/A");

@@ -1,11 +1,6 @@
 #include "RamDiskInfrastructure/MacTools/HDIUtilContentArchiver.h"
 
-#include "RamDiskUI/ErrorText.h"
-#include "tests/support/Files.h"
-#include "tests/support/ScriptedMac.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include "tests/RamDiskInfrastructure/MacTools/MacTest.h"
 
 #include <algorithm>
 #include <fstream>
@@ -25,9 +20,9 @@ using testing::HasSubstr;
 
 constexpr const char* passphrase = "hush-0-hush";
 
-class HDIUtilContentArchiverTests : public testing::Test {
+class HDIUtilContentArchiverTest : public test::MacTest {
 protected:
-    HDIUtilContentArchiverTests() {
+    HDIUtilContentArchiverTest() {
         mac->secrets.emplace_back(passphrase);
         fill(onDisk());
     }
@@ -55,89 +50,52 @@ protected:
     }
     void encrypt() { protection.value = VolumeProtection::Encrypted{VolumePassphrase(passphrase)}; }
 
-    template <typename Work>
-    RamDiskError failureOf(const Work& work) {
-        try {
-            work();
-        } catch (const RamDiskError& error) {
-            EXPECT_EQ(errorText(error).find(passphrase), std::string::npos);
-            return error;
-        }
-        throw std::logic_error("nothing failed");
-    }
-
-    /// The commands since the last look, with mount points and partial names cut short.
-    std::vector<std::string> commands() {
-        std::vector<std::string> texts;
-        for (auto text : mac->descriptions()) {
-            for (const auto& prefix : {scratch.path().string() + "/", std::string("mounts/RamDisk-"),
-                                       std::string(".A.partial-")}) {
-                const bool hasIdentifier = prefix.back() == '-';
-                for (auto at = text.find(prefix); at != std::string::npos; at = text.find(prefix, at + 1)) {
-                    text.replace(at, prefix.size() + (hasIdentifier ? 36 : 0), hasIdentifier ? prefix : "");
-                }
-            }
-            texts.push_back(text);
-        }
-        mac->commands.clear();
-        return texts;
-    }
     /// Nothing that a save or a restore opened or made is left.
     void expectNothingLeft() const {
         EXPECT_TRUE(std::none_of(mac->images.begin(), mac->images.end(), [](const ScriptedMac::Image& image) {
             return image.path.find("sparseimage") != std::string::npos;
         }));
-        EXPECT_TRUE(!fs::exists(mounts) || fs::is_empty(mounts));
+        expectNoMountPoints();
     }
-    [[nodiscard]] std::set<std::string> saved() const {
-        std::set<std::string> names;
-        std::error_code ignored;
-        for (const auto& entry : fs::directory_iterator(files.latest.parent_path(), ignored)) {
-            names.insert(entry.path().filename().string());
-        }
-        return names;
-    }
+    [[nodiscard]] std::set<std::string> saved() const { return folder.names(); }
 
-    test::ScratchFolder scratch;
-    fs::path mounts = scratch.path() / "mounts";
-    SavedCopyFiles files{scratch.path() / "A.sparseimage"};
-    std::shared_ptr<ScriptedMac> mac = std::make_shared<ScriptedMac>();
-    RamDisk disk = mac->makeRamDisk("Work", scratch.path() / "disk", 1572864000);
+    SavedCopyFiles files{folder.path() / "A.sparseimage"};
+    RamDisk disk = mac->makeRamDisk("Work", folder.path() / "disk", 1572864000);
     VolumeProtection protection;
     HDIUtilContentArchiver archiver{
         {.runner = mac,
-         .media = test::mediaOn(mac),
-         .volumeAt = [this](const fs::path& location) { return test::mountedOn(*mac, location); },
+         .media = mac,
+         .volumeAt = [this](const fs::path& location) { return mac->mountedVolume(location); },
          .mountFolder = mounts},
-        test::statisticsOn(mac)};
+        adapters.statistics};
 };
 
-TEST_F(HDIUtilContentArchiverTests, ASaveRunsTheToolsInTheirOrder) {
+TEST_F(HDIUtilContentArchiverTest, ASaveRunsTheToolsInTheirOrder) {
     EXPECT_EQ(archiver.save(saving(), {}), SaveOutcome::saved);
     const std::string create =
         "create -quiet -size 1500m -type SPARSE -fs Case-sensitive APFS -volname Work ";
     const std::string attach = "attach -nobrowse -noautoopen -owners on -mountpoint mounts/RamDisk- ";
-    const std::string hdiutil = "/usr/bin/hdiutil ";
-    EXPECT_THAT(commands(), ElementsAre(hdiutil + create + ".A.partial-.sparseimage",
-                                        hdiutil + attach + ".A.partial-.sparseimage", hdiutil + "info -plist",
-                                        "/usr/bin/ditto disk/Folder mounts/RamDisk-/Folder",
-                                        "/usr/bin/ditto disk/-readonly disk/file mounts/RamDisk-",
-                                        hdiutil + "detach /dev/disk5"));
+    const std::string hdiutil = "hdiutil ";
+    EXPECT_THAT(ran(),
+                ElementsAre(hdiutil + create + ".A.partial-.sparseimage",
+                            hdiutil + attach + ".A.partial-.sparseimage", hdiutil + "info -plist",
+                            "ditto disk/Folder mounts/RamDisk-/Folder",
+                            "ditto disk/-readonly disk/file mounts/RamDisk-", hdiutil + "detach /dev/disk5"));
     encrypt();
     archiver.save(saving(), {});
-    EXPECT_THAT(commands(), testing::IsSupersetOf(
-                                {hdiutil + create + "-encryption AES-256 -stdinpass .A.partial-.sparseimage",
-                                 hdiutil + attach + "-stdinpass -verbose .A.partial-.sparseimage"}));
+    EXPECT_THAT(ran(), testing::IsSupersetOf(
+                           {hdiutil + create + "-encryption AES-256 -stdinpass .A.partial-.sparseimage",
+                            hdiutil + attach + "-stdinpass -verbose .A.partial-.sparseimage"}));
     EXPECT_EQ(mac->imageFile(files.latest)->passphrase, passphrase);
     archiver.restore(restoring(), {});
-    EXPECT_THAT(commands(),
+    EXPECT_THAT(ran(),
                 testing::IsSupersetOf({hdiutil + "isencrypted -plist A.sparseimage",
                                        hdiutil + attach + "-readonly -stdinpass -verbose A.sparseimage"}));
     EXPECT_EQ(archiver.copies(files).size(), 2U);
     expectNothingLeft();
 }
 
-TEST_F(HDIUtilContentArchiverTests, WhatWasSavedComesBack) {
+TEST_F(HDIUtilContentArchiverTest, WhatWasSavedComesBack) {
     auto request = saving();
     request.verification = Verification::yes;
     TransferProgress last;
@@ -146,7 +104,7 @@ TEST_F(HDIUtilContentArchiverTests, WhatWasSavedComesBack) {
     fs::remove_all(onDisk() / "Folder");
     fs::remove(onDisk() / "link");
     // A link in the place of a folder must not lead the copy off the disk.
-    const auto outside = scratch.path() / "outside";
+    const auto outside = folder.path() / "outside";
     fs::create_directory(outside);
     fs::create_symlink(outside, onDisk() / "Folder");
     write(onDisk() / "file", "changed");
@@ -173,7 +131,7 @@ TEST_F(HDIUtilContentArchiverTests, WhatWasSavedComesBack) {
     expectNothingLeft();
 }
 
-TEST_F(HDIUtilContentArchiverTests, AFailedSaveLeavesTheCopyBeforeIt) {
+TEST_F(HDIUtilContentArchiverTest, AFailedSaveLeavesTheCopyBeforeIt) {
     encrypt();
     archiver.save(saving(), {});
     const auto before = saved();
@@ -200,7 +158,7 @@ TEST_F(HDIUtilContentArchiverTests, AFailedSaveLeavesTheCopyBeforeIt) {
         SCOPED_TRACE(row.text);
         mac->commands.clear();
         row.arrange();
-        EXPECT_EQ(errorText(failureOf([&] { archiver.save(saving(), {}); })), row.text);
+        EXPECT_EQ(textOf([&] { archiver.save(saving(), {}); }), row.text);
         mac->whileCopying = {};
         mac->meanwhile = {};
         EXPECT_EQ(saved(), before);
@@ -208,58 +166,58 @@ TEST_F(HDIUtilContentArchiverTests, AFailedSaveLeavesTheCopyBeforeIt) {
     }
 }
 
-TEST_F(HDIUtilContentArchiverTests, AToolThatFailsFailsTheSave) {
+TEST_F(HDIUtilContentArchiverTest, AToolThatFailsFailsTheSave) {
     archiver.save(saving(), {});
     const auto before = saved();
     mac->attaching = ScriptedMac::Attaching::fails;
-    EXPECT_EQ(failureOf([&] { archiver.save(saving(), {}); }), RamDiskError(RamDiskError::ImageUnreadable{}));
-    EXPECT_THAT(commands(), Contains("/usr/bin/hdiutil detach -quiet -force mounts/RamDisk-"));
+    EXPECT_EQ(textOf([&] { archiver.save(saving(), {}); }),
+              "The disk image holds no volume that can be read.");
+    EXPECT_THAT(ran(), Contains("hdiutil detach -quiet -force mounts/RamDisk-"));
     mac->attaching = ScriptedMac::Attaching::mountsNothing;
-    EXPECT_EQ(errorText(failureOf([&] { archiver.save(saving(), {}); })),
+    EXPECT_EQ(textOf([&] { archiver.save(saving(), {}); }),
               "The disk image holds no volume that can be read.");
     mac->attaching = ScriptedMac::Attaching::works;
     mac->detachingOfImages = ScriptedMac::Detaching::busy;
-    EXPECT_EQ(errorText(failureOf([&] { archiver.save(saving(), {}); })),
+    EXPECT_EQ(textOf([&] { archiver.save(saving(), {}); }),
               "The disk image could not be closed after its files were copied. Eject it in Finder or Disk "
               "Utility.");
-    EXPECT_THAT(commands(), Contains("/usr/bin/hdiutil detach -force /dev/disk5"));
+    EXPECT_THAT(ran(), Contains("hdiutil detach -force /dev/disk5"));
     mac->creation = CommandOutput{1, "", "hdiutil: create failed - No space left on device\n"};
-    EXPECT_THAT(errorText(failureOf([&] { archiver.save(saving(), {}); })),
+    EXPECT_THAT(textOf([&] { archiver.save(saving(), {}); }),
                 HasSubstr("hdiutil: create failed - No space left on device"));
     EXPECT_EQ(saved(), before);
     expectNothingLeft();
 }
 
-TEST_F(HDIUtilContentArchiverTests, ARestoreSaysWhyItFailed) {
+TEST_F(HDIUtilContentArchiverTest, ARestoreSaysWhyItFailed) {
     encrypt();
     archiver.save(saving(), {});
     const auto open = [&] { return archiver.restore(restoring(), {}); };
 
     protection.value = VolumeProtection::Encrypted{VolumePassphrase("another")};
-    EXPECT_EQ(errorText(failureOf(open)), "The password is incorrect.");
+    EXPECT_EQ(textOf(open), "The password is incorrect.");
     protection.value = VolumeProtection::None{};
-    EXPECT_EQ(errorText(failureOf(open)),
-              "The key for the saved contents of “Work” is missing from the keychain.");
+    EXPECT_EQ(textOf(open), "The key for the saved contents of “Work” is missing from the keychain.");
     encrypt();
 
     mac->script("/usr/bin/hdiutil info -plist", {1, "", "hdiutil: info failed\n"});
-    EXPECT_EQ(errorText(failureOf(open)),
+    EXPECT_EQ(textOf(open),
               "Whether the disk image is open already could not be told. Try again in a moment.");
     auto& foreign = mac->attachForeign(files.latest.string(), "Work");
-    EXPECT_EQ(errorText(failureOf(open)), "The disk image is open already. Eject it, then try again.");
+    EXPECT_EQ(textOf(open), "The disk image is open already. Eject it, then try again.");
     EXPECT_EQ(archiver.describe(files.latest, protection).openAt, foreign.volume->mountPoint);
     mac->detachForeign(foreign.disk);
 
     mac->whileCopying = [&] { mac->images.pop_back(); };
-    EXPECT_EQ(errorText(failureOf(open)), "The disk image was ejected before all its files were copied.");
+    EXPECT_EQ(textOf(open), "The disk image was ejected before all its files were copied.");
     mac->whileCopying = {};
     write(files.latest, "no image");
-    EXPECT_EQ(errorText(failureOf(open)), "The disk image holds no volume that can be read.");
+    EXPECT_EQ(textOf(open), "The disk image holds no volume that can be read.");
     fs::remove(files.latest);
-    EXPECT_EQ(errorText(failureOf(open)), "The disk image was ejected before all its files were copied.");
+    EXPECT_EQ(textOf(open), "The disk image was ejected before all its files were copied.");
 }
 
-TEST_F(HDIUtilContentArchiverTests, AnImageThatStaysOpenIsToldAndClosedByTheNextRestore) {
+TEST_F(HDIUtilContentArchiverTest, AnImageThatStaysOpenIsToldAndClosedByTheNextRestore) {
     archiver.save(saving(), {});
     mac->detachingOfImages = ScriptedMac::Detaching::busy;
     EXPECT_TRUE(archiver.restore(restoring(), {}).isImageLeftOpen);
@@ -270,11 +228,11 @@ TEST_F(HDIUtilContentArchiverTests, AnImageThatStaysOpenIsToldAndClosedByTheNext
     expectNothingLeft();
 }
 
-TEST_F(HDIUtilContentArchiverTests, ASaveClosesAndRemovesWhatADeadOneLeft) {
+TEST_F(HDIUtilContentArchiverTest, ASaveClosesAndRemovesWhatADeadOneLeft) {
     archiver.save(saving(), {});
     const auto before = saved();
     // The save that dies is another process's in life; its image stays open.
-    const auto partial = scratch.path() / ".A.partial-6C0E1E7A-0D9C-4E26-9C53-4C2F0B3B9A11.sparseimage";
+    const auto partial = folder.path() / ".A.partial-6C0E1E7A-0D9C-4E26-9C53-4C2F0B3B9A11.sparseimage";
     fs::copy_file(files.latest, partial);
     const auto mountPoint = mounts / "RamDisk-6C0E1E7A-0D9C-4E26-9C53-4C2F0B3B9A12";
     fs::create_directory(mountPoint);
@@ -289,7 +247,7 @@ TEST_F(HDIUtilContentArchiverTests, ASaveClosesAndRemovesWhatADeadOneLeft) {
     expectNothingLeft();
 }
 
-TEST_F(HDIUtilContentArchiverTests, DescribesAnImageAndClosesIt) {
+TEST_F(HDIUtilContentArchiverTest, DescribesAnImageAndClosesIt) {
     archiver.save(saving(), {});
     const auto volume = archiver.describe(files.latest, {});
     EXPECT_EQ(volume.name, "Work");
@@ -300,14 +258,14 @@ TEST_F(HDIUtilContentArchiverTests, DescribesAnImageAndClosesIt) {
     expectNothingLeft();
 }
 
-TEST_F(HDIUtilContentArchiverTests, AVerifiedSaveComparesEveryByte) {
+TEST_F(HDIUtilContentArchiverTest, AVerifiedSaveComparesEveryByte) {
     auto request = saving();
     request.verification = Verification::yes;
     // What a broken tool might do, right before the copy is read back.
     mac->meanwhile = [&] {
         const auto& last = mac->commands.empty() ? SystemCommand{} : mac->commands.back();
         if (last.arguments.size() == 2 && last.arguments[0] == "detach") {
-            for (const auto& entry : fs::directory_iterator(scratch.path())) {
+            for (const auto& entry : fs::directory_iterator(folder.path())) {
                 auto* image = entry.is_regular_file() ? mac->imageFile(entry.path()) : nullptr;
                 if (image != nullptr && fs::exists(image->files)) {
                     write(image->files / "Folder" / "Inner" / "line\nbreak", "twO");
@@ -315,7 +273,7 @@ TEST_F(HDIUtilContentArchiverTests, AVerifiedSaveComparesEveryByte) {
             }
         }
     };
-    EXPECT_THAT(errorText(failureOf([&] { archiver.save(request, {}); })),
+    EXPECT_THAT(textOf([&] { archiver.save(request, {}); }),
                 HasSubstr("“Folder/Inner/line\nbreak” in the copy is not what it is on the disk."));
     EXPECT_FALSE(fs::exists(files.latest));
 }

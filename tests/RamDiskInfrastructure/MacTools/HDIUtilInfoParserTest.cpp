@@ -1,13 +1,8 @@
 #include "RamDiskInfrastructure/MacTools/HDIUtilInfoParser.h"
 
-#include "RamDiskCore/Values/RamDiskError.h"
-#include "RamDiskInfrastructure/MacTools/HDIUtilRamDiskInventory.h"
 #include "RamDiskInfrastructure/Unix/LsofVolumeUsers.h"
-#include "RamDiskUI/ErrorText.h"
-#include "tests/support/ScriptedMac.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include "tests/RamDiskInfrastructure/MacTools/MacTest.h"
+#include "tests/support/ScriptedRunner.h"
 
 namespace ramdisk {
 namespace {
@@ -34,15 +29,7 @@ std::string integer(const std::string& key, const std::string& value) {
     return "<key>" + key + "</key><integer>" + value + "</integer>";
 }
 
-TEST(HDIUtilInfoParser, EmptyAndMissingListsAreEmpty) {
-    EXPECT_TRUE(HDIUtilInfoParser::ramImages(listOf("")).empty());
-    EXPECT_TRUE(
-        HDIUtilInfoParser::ramImages("<plist version=\"1.0\"><dict><key>vendor</key><string>Apple</string>"
-                                     "</dict></plist>")
-            .empty());
-}
-
-TEST(HDIUtilInfoParser, OnlyImagesInMemoryWithADeviceAreTaken) {
+TEST(HDIUtilInfoParserTest, OnlyImagesInMemoryWithADeviceAreTaken) {
     const auto images = HDIUtilInfoParser::ramImages(listOf(
         image(path("/Users/me/Other.dmg")) + image("") + image(path("ram:/2048"))
         + image(path("ram://2048"), "")
@@ -50,9 +37,12 @@ TEST(HDIUtilInfoParser, OnlyImagesInMemoryWithADeviceAreTaken) {
         + image(path("ram://16"))));
     ASSERT_EQ(images.size(), 1U);
     EXPECT_EQ(images.front().capacity.bytes, 16U * 512U);
+    for (const auto& list : {listOf(""), std::string("<plist version=\"1.0\"><dict/></plist>")}) {
+        EXPECT_TRUE(HDIUtilInfoParser::ramImages(list).empty());
+    }
 }
 
-TEST(HDIUtilInfoParser, TheVolumeMaySitOnAnotherDiskThanTheImage) {
+TEST(HDIUtilInfoParserTest, TheVolumeMaySitOnAnotherDiskThanTheImage) {
     const auto images = HDIUtilInfoParser::ramImages(listOf(image(
         path("ram://20480") + integer("hdid-pid", "18610"),
         "<dict><key>content-hint</key><string></string><key>dev-entry</key><string>/dev/disk6</string></dict>"
@@ -72,7 +62,7 @@ TEST(HDIUtilInfoParser, TheVolumeMaySitOnAnotherDiskThanTheImage) {
     EXPECT_FALSE(images.front().has(DeviceIdentifier::wholeDisk(96)));
 }
 
-TEST(HDIUtilInfoParser, CapacityComesFromTheCountsOrElseThePath) {
+TEST(HDIUtilInfoParserTest, CapacityComesFromTheCountsOrElseThePath) {
     const struct {
         std::string keys;
         std::uint64_t capacity;
@@ -94,7 +84,7 @@ TEST(HDIUtilInfoParser, CapacityComesFromTheCountsOrElseThePath) {
     }
 }
 
-TEST(HDIUtilInfoParser, WhatNoDiskCanBeIsAnErrorAndNeverASize) {
+TEST(HDIUtilInfoParserTest, WhatNoDiskCanBeIsAnErrorAndNeverASize) {
     const std::string ram = path("ram://2048");
     const std::string rows[] = {
         ram + integer("blockcount", "-5"),
@@ -126,26 +116,21 @@ TEST(HDIUtilInfoParser, WhatNoDiskCanBeIsAnErrorAndNeverASize) {
     EXPECT_THROW((void)HDIUtilInfoParser::ramImages("<plist>" + deep), PropertyListError);
 }
 
-class InventoryTests : public testing::Test {
-protected:
-    std::vector<RamDisk> list() { return test::servicesOn(mac, folder.path()).list->list(); }
+class InventoryTest : public test::MacTest {};
 
-    test::TemporaryFolder folder;
-    std::shared_ptr<test::ScriptedMac> mac = std::make_shared<test::ScriptedMac>();
-};
-
-TEST_F(InventoryTests, AListedDiskCarriesWhatTheSystemKnowsOfIt) {
+TEST_F(InventoryTest, AListedDiskCarriesWhatTheSystemKnowsOfIt) {
     auto& foreign = mac->attachForeign("ram://4096", "Theirs");
     foreign.attachment = 77;
+    foreign.volume->available = 1001; // of 1000
     mac->attachForeign("/Users/me/Other.dmg", "Image");
     auto& unmounted = mac->attachForeign("ram://2048", "Gone");
     unmounted.volume.reset();
     auto& ours = mac->attachForeign("ram://8192", "Ours");
     const auto instance = UUID::random();
     ours.volume->mark = instance.text();
-    ours.volume->mountPoint = folder.path() / "Ours";
+    ours.volume->mountPoint = mounts / "Ours";
 
-    const auto disks = list();
+    const auto disks = services().list->list();
     ASSERT_EQ(disks.size(), 3U);
     EXPECT_EQ(disks[0], (RamDisk{.device = DeviceIdentifier::wholeDisk(4),
                                  .name = "Theirs",
@@ -153,7 +138,7 @@ TEST_F(InventoryTests, AListedDiskCarriesWhatTheSystemKnowsOfIt) {
                                  .mountPoint = "/Volumes/Theirs",
                                  .fileSystemName = "Mac OS Extended",
                                  .fileSystem = FileSystem::hfsPlus,
-                                 .usage = VolumeUsage{ByteCount{1000}, ByteCount{900}},
+                                 .usage = VolumeUsage{ByteCount{1000}, ByteCount{1000}},
                                  .isEncrypted = false,
                                  .memoryFootprint = ByteCount::of(104, ByteCount::Unit::mebibyte),
                                  .attachment = 77}));
@@ -167,36 +152,31 @@ TEST_F(InventoryTests, AListedDiskCarriesWhatTheSystemKnowsOfIt) {
     EXPECT_EQ(disks[2].access, VolumeAccess::onlyMe);
 }
 
-TEST_F(InventoryTests, AVolumeThatCannotBeAskedIsNamedByItsFolder) {
+TEST_F(InventoryTest, AVolumeThatCannotBeAskedIsNamedByItsFolder) {
     mac->script(
         "/usr/bin/hdiutil info -plist",
         {0,
          listOf(image(path("ram://8"), "<dict><key>dev-entry</key><string>/dev/disk5</string>"
                                        "<key>mount-point</key><string>/Volumes/Silent/</string></dict>")),
          "hdiutil: WARNING: noise\n"});
-    const auto disks = list();
+    const auto disks = services().list->list();
     ASSERT_EQ(disks.size(), 1U);
     EXPECT_EQ(disks[0].name, "Silent");
     EXPECT_FALSE(disks[0].usage || disks[0].fileSystem || disks[0].memoryFootprint || disks[0].attachment);
 }
 
-TEST_F(InventoryTests, AListThatCannotBeReadIsAnError) {
+TEST_F(InventoryTest, AListThatCannotBeReadIsAnError) {
     for (const auto& [output, text] :
          {std::pair(CommandOutput{1, "", "hdiutil: info failed - error 5\n"},
                     "Could not read the list of RAM disks: hdiutil: hdiutil: info failed - error 5"),
           std::pair(CommandOutput{0, "nothing", ""},
                     "Could not read the list of RAM disks: The property list cannot be read.")}) {
         mac->script("/usr/bin/hdiutil info -plist", output);
-        try {
-            (void)list();
-            ADD_FAILURE() << text;
-        } catch (const RamDiskError& error) {
-            EXPECT_EQ(errorText(error), text);
-        }
+        EXPECT_EQ(textOf([&] { (void)services().list->list(); }), text);
     }
 }
 
-TEST(LsofVolumeUsers, ProcessesAreReadOnceInOrder) {
+TEST(LsofVolumeUsersTest, ProcessesAreReadOnceInOrder) {
     const struct {
         const char* text;
         std::vector<VolumeUser> users;
@@ -214,12 +194,12 @@ TEST(LsofVolumeUsers, ProcessesAreReadOnceInOrder) {
     }
 }
 
-TEST(LsofVolumeUsers, NothingOpenIsNoFailure) {
-    const auto mac = std::make_shared<test::ScriptedMac>();
-    LsofVolumeUsers users(mac, "/usr/sbin/lsof");
+TEST(LsofVolumeUsersTest, NothingOpenIsNoFailure) {
+    const auto runner = std::make_shared<test::ScriptedRunner>();
+    LsofVolumeUsers users(runner, "/usr/sbin/lsof");
     const std::string command = "/usr/sbin/lsof -F pc +f -- /Volumes/A";
     const auto ask = [&](CommandOutput output) {
-        mac->script(command, std::move(output));
+        runner->once(command, std::move(output));
         return users.users("/Volumes/A");
     };
     EXPECT_TRUE(ask({1, "", ""}).empty());
@@ -228,7 +208,7 @@ TEST(LsofVolumeUsers, NothingOpenIsNoFailure) {
                      "      Output information may be incomplete.\n"})
                     .empty());
     EXPECT_THAT(ask({1, "p3\ncEditor\n", "lsof: WARNING: noise\n"}), ElementsAre(VolumeUser{3, "Editor"}));
-    EXPECT_EQ(mac->commands.back().timeout, 30.0);
+    EXPECT_EQ(runner->commands.back().timeout, 30.0);
     EXPECT_THROW((void)ask({1, "", "lsof: status error on /Volumes/A: No such file or directory\n"}),
                  CommandFailure);
     EXPECT_THROW((void)ask({137, "", "", 9}), CommandFailure);

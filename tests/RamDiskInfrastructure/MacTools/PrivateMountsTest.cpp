@@ -2,7 +2,7 @@
 
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/Unix/FileManagerFolderMaker.h"
-#include "tests/support/ScriptedMac.h"
+#include "tests/support/ScratchFolder.h"
 
 #include <gtest/gtest.h>
 
@@ -13,14 +13,14 @@ namespace {
 
 namespace fs = std::filesystem;
 
-class PrivateMountsTests : public testing::Test {
+class PrivateMountsTest : public testing::Test {
 protected:
-    test::TemporaryFolder folder;
+    test::ScratchFolder folder;
     fs::path directory = folder.path() / "Library" / "RamDisks";
     PrivateMounts mounts{directory, [](const DeviceIdentifier&) { return true; }};
 };
 
-TEST_F(PrivateMountsTests, MountPointsAreNamedAfterTheirVolumeAndStayInTheDirectory) {
+TEST_F(PrivateMountsTest, MountPointsAreNamedAfterTheirVolumeAndStayInTheDirectory) {
     const std::pair<std::string, std::string> rows[] = {
         {"Build", "Build"},       {"  Build ", "Build"},
         {"../../etc", ":..:etc"}, {"..", "RAMDisk"},
@@ -34,7 +34,7 @@ TEST_F(PrivateMountsTests, MountPointsAreNamedAfterTheirVolumeAndStayInTheDirect
     EXPECT_EQ(fs::status(directory).permissions(), fs::perms::owner_all);
 }
 
-TEST_F(PrivateMountsTests, ATakenNameGetsANumber) {
+TEST_F(PrivateMountsTest, ATakenNameGetsANumber) {
     const auto first = mounts.makeMountPoint("Build");
     auto second = mounts.makeMountPoint("Build");
     EXPECT_EQ(second.path(), directory / "Build 1");
@@ -42,7 +42,7 @@ TEST_F(PrivateMountsTests, ATakenNameGetsANumber) {
     EXPECT_TRUE(fs::exists(first.path()));
 }
 
-TEST_F(PrivateMountsTests, OnlyEmptyFoldersThatNobodyIsMountingAreRemoved) {
+TEST_F(PrivateMountsTest, OnlyEmptyFoldersThatNobodyIsMountingAreRemoved) {
     fs::create_directories(directory / "Gone");
     fs::create_directories(directory / "Full");
     std::ofstream(directory / "Full" / "file") << "kept";
@@ -57,7 +57,7 @@ TEST_F(PrivateMountsTests, OnlyEmptyFoldersThatNobodyIsMountingAreRemoved) {
     EXPECT_TRUE(fs::exists(directory / "Full" / "file") && fs::exists(directory / "file"));
 }
 
-TEST_F(PrivateMountsTests, ALinkIsNoDirectoryForPrivateMounts) {
+TEST_F(PrivateMountsTest, ALinkIsNoDirectoryForPrivateMounts) {
     fs::create_directories(folder.path() / "elsewhere");
     fs::create_directories(directory.parent_path());
     fs::create_directory_symlink(folder.path() / "elsewhere", directory);
@@ -65,7 +65,7 @@ TEST_F(PrivateMountsTests, ALinkIsNoDirectoryForPrivateMounts) {
     EXPECT_TRUE(fs::is_empty(folder.path() / "elsewhere"));
 }
 
-TEST_F(PrivateMountsTests, WhatLiesInsideIsToldByWholeComponents) {
+TEST_F(PrivateMountsTest, WhatLiesInsideIsToldByWholeComponents) {
     EXPECT_TRUE(mounts.contains(directory / "Build"));
     EXPECT_TRUE(mounts.contains(directory / "." / "Build/"));
     EXPECT_TRUE(mounts.contains(folder.path() / "Library" / "Other" / ".." / "RamDisks" / "Build"));
@@ -74,7 +74,7 @@ TEST_F(PrivateMountsTests, WhatLiesInsideIsToldByWholeComponents) {
     EXPECT_FALSE(mounts.contains(directory / ".." / "Build"));
 }
 
-TEST_F(PrivateMountsTests, FoldersAreMadeInsideTheVolumeOnly) {
+TEST_F(PrivateMountsTest, FoldersAreMadeInsideTheVolumeOnly) {
     FileManagerFolderMaker maker;
     const auto volume = folder.path() / "volume";
     fs::create_directories(volume);

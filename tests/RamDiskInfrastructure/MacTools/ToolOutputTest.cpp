@@ -64,6 +64,9 @@ TEST(ToolOutput, ABusyDiskIsToldByStatusOrText) {
         {{1, "", "returned 800 and then returned 80\n"}, true},
         {{1, "", "returned 800"}, false},
         {{1, "", "returned 80s"}, false},
+        {{1, "", "hdiutil: couldn't unmount \"disk17\" - Resource busy\n"}, true},
+        {{1, "", "hdiutil: detach failed - error 49168\n"}, true},
+        {{1, "", "hdiutil: detach failed - error 491681\n"}, false},
         {{1, "", "hdiutil: detach failed - No such file or directory\n"}, false},
     };
     for (const auto& row : rows) {

@@ -1,11 +1,7 @@
-#include "RamDiskCore/Values/RamDiskError.h"
-#include "RamDiskUI/ErrorText.h"
-#include "tests/support/ScriptedMac.h"
+#include "tests/RamDiskInfrastructure/MacTools/MacTest.h"
 
 #include <fmt/format.h>
-#include <gmock/gmock.h>
 #include <gtest/gtest-spi.h>
-#include <gtest/gtest.h>
 
 #include <random>
 #include <set>
@@ -14,20 +10,8 @@ namespace ramdisk {
 namespace {
 
 using test::ScriptedMac;
-using testing::ElementsAre;
 
-class WholeMacTests : public testing::Test {
-protected:
-    RamDiskServices
-    services(RamDeviceAllocator::AttachMethod method = RamDeviceAllocator::AttachMethod::diskImages2) {
-        return test::servicesOn(mac, folder.path() / "RamDisks", method);
-    }
-
-    test::TemporaryFolder folder;
-    std::shared_ptr<ScriptedMac> mac = std::make_shared<ScriptedMac>();
-};
-
-TEST(ScriptedMac, WhatNobodyExpectsFailsTheTest) {
+TEST(ScriptedMacTest, WhatNobodyExpectsFailsTheTest) {
     EXPECT_NONFATAL_FAILURE(
         (void)ScriptedMac().run({"/usr/bin/hdiutil", {"burn"}, std::nullopt, std::nullopt}),
         "no script for: /usr/bin/hdiutil burn");
@@ -40,58 +24,12 @@ TEST(ScriptedMac, WhatNobodyExpectsFailsTheTest) {
                             "a secret in: /usr/bin/hdiutil hush");
 }
 
-TEST_F(WholeMacTests, ACreationRunsTheToolsInTheirOrder) {
-    mac->hasDiskImages2 = false;
-    const auto result = services().create->execute({.name = "  Build ", .size = ByteCount{1073741824}});
-    EXPECT_EQ(result.ramDisk.name, "Build");
-    EXPECT_EQ(result.ramDisk.capacity.bytes, 1073741824U);
-    EXPECT_TRUE(result.ramDisk.isCreatedByRamDisk);
-    EXPECT_TRUE(result.warnings.empty());
-    EXPECT_THAT(mac->descriptions(),
-                ElementsAre("/usr/sbin/diskutil image attach --noMount ram://2097152",
-                            "/usr/bin/hdiutil attach -nomount ram://2097152",
-                            "/usr/sbin/diskutil erasevolume HFS+ Build /dev/disk4",
-                            "/usr/bin/hdiutil info -plist", "/usr/bin/mdutil -i off /Volumes/Build",
-                            "/usr/bin/hdiutil info -plist"));
-}
-
-TEST_F(WholeMacTests, AFailedStepLeavesNoDevice) {
-    mac->script("/usr/sbin/diskutil erasevolume FAT32 Build /dev/disk4",
-                {1, "", "Error: -69850: Too small\n"});
-    try {
-        (void)services().create->execute({.name = "Build", .fileSystem = FileSystem::fat32});
-        ADD_FAILURE();
-    } catch (const RamDiskError& error) {
-        EXPECT_EQ(errorText(error), "Could not format the RAM disk: diskutil: Error: -69850: Too small");
-    }
-    EXPECT_EQ(mac->descriptions().back(), "/usr/bin/hdiutil detach -force /dev/disk4");
-    EXPECT_TRUE(mac->images.empty());
-}
-
-TEST_F(WholeMacTests, SpotlightThatCannotBeSwitchedOffIsAWarning) {
-    mac->script("/usr/bin/mdutil -i off /Volumes/Build", {1, "", "Error: Operation not permitted.\n"});
-    const auto result = services().create->execute({.name = "Build"});
-    ASSERT_EQ(result.warnings.size(), 1U);
-    EXPECT_EQ(warningText(result.warnings[0]),
-              "Spotlight indexing could not be disabled: mdutil: Error: Operation not permitted.");
-}
-
-TEST_F(WholeMacTests, APlanRunsNothing) {
-    const auto plan = services().create->plan({.name = "Build",
-                                               .fileSystem = FileSystem::apfs,
-                                               .isEncrypted = true,
-                                               .access = VolumeAccess::onlyMe});
-    EXPECT_EQ(plan.steps.size(), 9U);
-    EXPECT_TRUE(mac->commands.empty());
-    EXPECT_TRUE(mac->secrets.empty());
-}
-
 /// One Mac on which our disks and other programs' come and go in a random order.
 class Schedule {
 public:
-    Schedule(std::shared_ptr<ScriptedMac> mac, RamDiskServices services, std::uint32_t seed)
+    Schedule(std::shared_ptr<ScriptedMac> mac, const MacAdapters& adapters, std::uint32_t seed)
         : mac_(std::move(mac)),
-          services_(std::move(services)),
+          services_(makeMacServices(adapters)),
           random_(seed) {
         mac_->meanwhile = [this] { meddle(); };
     }
@@ -100,19 +38,8 @@ public:
     ~Schedule() { mac_->meanwhile = nullptr; }
 
     void step() {
-        switch (below(6)) {
-        case 0:
-        case 1:
-        case 2:
-            create();
-            break;
-        case 3:
-        case 4:
-            ejectOne();
-            break;
-        default:
-            ejectAll();
-        }
+        const auto what = below(6);
+        what < 3 ? create() : what < 5 ? ejectOne() : ejectAll();
         expectAgreement();
     }
 
@@ -237,20 +164,21 @@ private:
     int counter_ = 0;
 };
 
-TEST(WholeMac, ForeignDisksComeAndGoUnharmedAroundOurs) {
+TEST(WholeMacTest, ForeignDisksComeAndGoUnharmedAroundOurs) {
     using Method = RamDeviceAllocator::AttachMethod;
     std::size_t made = 0;
     for (std::uint32_t seed = 1; seed <= 40 && !testing::Test::HasFailure(); ++seed) {
         SCOPED_TRACE(seed);
-        const test::TemporaryFolder folder;
+        const test::ScratchFolder folder;
         const auto mac = std::make_shared<ScriptedMac>();
-        const auto mounts = folder.path() / "RamDisks";
-        Schedule schedule(
-            mac, test::servicesOn(mac, mounts, seed % 2 == 0 ? Method::classic : Method::diskImages2), seed);
+        auto adapters = test::adaptersOn(mac, folder.path() / "RamDisks");
+        adapters.method = seed % 2 == 0 ? Method::classic : Method::diskImages2;
+        Schedule schedule(mac, adapters, seed);
         for (int step = 0; step < 25 && !testing::Test::HasFailure(); ++step) {
             schedule.step();
         }
         made += schedule.finish();
+        const auto mounts = folder.path() / "RamDisks";
         EXPECT_TRUE(!std::filesystem::exists(mounts) || std::filesystem::is_empty(mounts));
     }
     EXPECT_GT(made, 400U);

@@ -1,83 +1,69 @@
 #include "RamDiskInfrastructure/MacTools/LaunchdEnvironment.h"
 #include "tests/support/FakeUserDefaults.h"
 #include "tests/support/RedirectWorld.h"
+#include "tests/support/ScriptedRunner.h"
 
 #include <gmock/gmock.h>
-
-#include <deque>
 
 namespace ramdisk::test {
 namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
+using Former = std::optional<std::string>;
 
 constexpr const char* xcodeKey = "IDECustomDerivedDataLocation";
 const RedirectTarget xcode{RedirectTarget::XcodeDerivedData{}};
 const RedirectTarget temporaryFolder{RedirectTarget::TemporaryFolder{}};
+const std::string launchctl = "/bin/launchctl ";
 
-/// launchctl with one variable.
-class Launchctl final : public CommandRunning {
-public:
-    CommandOutput run(const SystemCommand& command) override {
-        EXPECT_EQ(command.executable, "/bin/launchctl");
-        EXPECT_EQ(command.timeout, 15);
-        commands.push_back(command.description().substr(std::string("/bin/launchctl ").size()));
-        const auto& arguments = command.arguments;
-        EXPECT_EQ(arguments.at(1), "TMPDIR");
-        if (hangs && arguments.front() != "getenv") {
-            throw CommandTimeout(command);
-        }
-        if (arguments.front() == "getenv") {
-            return {value ? 0 : 1, value ? *value + "\n" : "", ""};
-        }
-        value = arguments.front() == "setenv" ? std::optional(arguments.at(2)) : std::nullopt;
-        return {};
-    }
-
-    std::optional<std::string> value;
-    bool hangs = false;
-    std::vector<std::string> commands;
-};
-
-TEST(LaunchdTemporaryFolder, IsSetAndBroughtBack) {
-    for (const std::optional<std::string>& former : {std::optional<std::string>(), {"/var/folders/x/T/"}}) {
+TEST(MacRedirectTest, TheTemporaryFolderIsSetThroughLaunchdAndBroughtBack) {
+    const struct {
+        Former former;
+        Former meanwhile; ///< What somebody else set, when it is no longer ours.
+        const char* last;
+        bool hangs = false;
+    } rows[] = {{{}, {}, "unsetenv TMPDIR"},
+                {"/var/folders/x/T/", {}, "setenv TMPDIR /var/folders/x/T/"},
+                {{}, "/mine", "getenv TMPDIR"},
+                {{}, {}, "unsetenv TMPDIR", true}};
+    for (const auto& row : rows) {
         RedirectWorld world;
-        const auto launchctl = std::make_shared<Launchctl>();
-        launchctl->value = former;
-        world.parts.environment = std::make_shared<LaunchdEnvironment>(launchctl);
+        const auto runner = std::make_shared<ScriptedRunner>();
+        world.parts.environment = std::make_shared<LaunchdEnvironment>(runner);
         const auto ours = world.onDisk("Temporary").string();
-
+        const auto told = [](const Former& value) {
+            return CommandOutput{value ? 0 : 1, value ? *value + "\n" : "", ""};
+        };
+        runner->once(launchctl + "getenv TMPDIR", told(row.former));
+        runner->once(launchctl + "setenv TMPDIR " + ours);
         ASSERT_THAT(texts(world.useCase().add(world.disk(), {temporaryFolder})), IsEmpty());
         EXPECT_EQ(world.useCase().list().front().restoreState,
-                  RedirectRestoreState{RedirectRestoreState::EnvironmentVariable{former}});
+                  RedirectRestoreState{RedirectRestoreState::EnvironmentVariable{row.former}});
         EXPECT_EQ(std::filesystem::status(ours).permissions(), std::filesystem::perms(0700));
-        ASSERT_THAT(texts(world.useCase().undo("Dev")), IsEmpty());
-        EXPECT_THAT(launchctl->commands,
-                    ElementsAre("getenv TMPDIR", "setenv TMPDIR " + ours, "getenv TMPDIR",
-                                former ? "setenv TMPDIR " + *former : "unsetenv TMPDIR"));
-        EXPECT_EQ(launchctl->value, former);
+
+        if (row.hangs) {
+            runner->once(launchctl + "getenv TMPDIR", told(ours));
+            runner->once(launchctl + row.last, ScriptedRunner::hangs());
+            EXPECT_THAT(texts(world.useCase().undo("Dev")),
+                        ElementsAre("launchctl did not finish in 15 seconds"));
+            EXPECT_TRUE(world.useCase().list().front().restoreState) << "kept, to be tried again";
+        }
+        runner->once(launchctl + "getenv TMPDIR", told(row.meanwhile ? row.meanwhile : ours));
+        if (!row.meanwhile) {
+            runner->once(launchctl + row.last);
+        }
+        EXPECT_THAT(texts(world.useCase().undo("Dev")), IsEmpty());
+        EXPECT_FALSE(world.useCase().list().front().restoreState);
+        EXPECT_EQ(runner->lines().back(), launchctl + row.last);
+        for (const auto& command : runner->commands) {
+            EXPECT_EQ(command.timeout, 15);
+        }
     }
 }
 
-TEST(LaunchdTemporaryFolder, LeavesAnotherValueAloneAndTellsOfALaunchdThatHangs) {
-    RedirectWorld world;
-    const auto launchctl = std::make_shared<Launchctl>();
-    world.parts.environment = std::make_shared<LaunchdEnvironment>(launchctl);
-    ASSERT_THAT(texts(world.useCase().add(world.disk(), {temporaryFolder})), IsEmpty());
-    launchctl->hangs = true;
-    EXPECT_THAT(texts(world.useCase().undo("Dev")), ElementsAre("launchctl did not finish in 15 seconds"));
-    EXPECT_TRUE(world.useCase().list().front().restoreState) << "kept, to be tried again";
-    launchctl->hangs = false;
-    launchctl->value = "/mine";
-    EXPECT_THAT(texts(world.useCase().repair()), IsEmpty());
-    EXPECT_EQ(launchctl->value, "/mine");
-    EXPECT_FALSE(world.useCase().list().front().restoreState);
-}
-
-TEST(XcodeDerivedData, IsSetAndBroughtBack) {
-    for (const std::optional<std::string>& former :
-         {std::optional<std::string>(), {"/Users/me/Build"}, {""}}) {
+TEST(MacRedirectTest, XcodesPreferenceIsSetAndBroughtBack) {
+    for (const auto& former : {Former(), Former("/Users/me/Build"), Former("")}) {
         RedirectWorld world;
         const auto defaults = std::make_shared<FakeUserDefaults>();
         defaults->stored.emplace("Other", DefaultsValue{true});
@@ -100,7 +86,7 @@ TEST(XcodeDerivedData, IsSetAndBroughtBack) {
     }
 }
 
-TEST(XcodeDerivedData, IsRefusedWithoutXcodeAndWhereItsPreferenceCouldNotBePutBack) {
+TEST(MacRedirectTest, XcodesPreferenceIsRefusedWithoutXcodeAndWhereItCouldNotBePutBack) {
     RedirectWorld world;
     EXPECT_THAT(texts(world.useCase().add(world.disk(), {xcode})),
                 ElementsAre("Xcode runs on macOS only, so its build products stay where they are."));

@@ -7,6 +7,7 @@
 
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <string>
 
 namespace ramdisk::test {
@@ -19,6 +20,9 @@ public:
     /// Runs after each filling: what other programs do meanwhile.
     std::function<void()> meanwhile;
     Closing closing = Closing::closed;
+    /// How a restore fails, where it is set: before it touches the disk, or in the middle.
+    std::optional<RamDiskError> restoreFailure;
+    bool failsHalfWay = false;
 
     static std::filesystem::path fileOn(const RamDisk& disk) { return *disk.mountPoint / "file"; }
     static std::string imageOf(const std::string& content) { return "[" + content + "]"; }
@@ -41,10 +45,17 @@ public:
         std::error_code ignored;
         std::filesystem::rename(image, SavedCopyNames{files}.spare(), ignored);
     }
-    Closing restore(const RestoreRequest& request, const ProgressObserver& /*observer*/) override {
+    Closing restore(const RestoreRequest& request, const ProgressObserver& observer) override {
         const auto image = readFile(request.image);
-        if (image.empty()) {
-            throw RamDiskError(RamDiskError::ImageEjected{});
+        if (image.empty() || (restoreFailure && !failsHalfWay)) {
+            throw restoreFailure.value_or(RamDiskError::ImageEjected{});
+        }
+        if (observer) {
+            observer({});
+        }
+        if (restoreFailure) {
+            writeFile(fileOn(request.disk), image.substr(1, 1));
+            throw RamDiskError(*restoreFailure);
         }
         writeFile(fileOn(request.disk), image.substr(1, image.size() - 2));
         return closing;

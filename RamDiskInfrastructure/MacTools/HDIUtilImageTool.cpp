@@ -17,10 +17,8 @@
 
 namespace ramdisk {
 
-namespace {
-
 /// Closes the image with this value unless that was done before.
-class OpenImage {
+class HDIUtilImageTool::OpenImage {
 public:
     OpenImage(const HDIUtilImages& images, AttachedImage attached)
         : images_(images),
@@ -47,8 +45,6 @@ private:
     AttachedImage attached_;
     bool isClosed_ = false;
 };
-
-} // namespace
 
 class HDIUtilImageTool::DiskSource final : public SaveSource {
 public:

@@ -28,6 +28,7 @@ public:
 
 private:
     class DiskSource;
+    class OpenImage;
     class SparseImage;
 
     /// Null for an image that is not encrypted.

@@ -29,6 +29,7 @@ public:
 private:
     class OpenImage;
     class DiskSource;
+    class OpenImage;
     class SparseImage;
 
     /// Null for an image that is not encrypted.

@@ -29,7 +29,6 @@ public:
 private:
     class OpenImage;
     class DiskSource;
-    class OpenImage;
     class SparseImage;
 
     /// Null for an image that is not encrypted.

@@ -113,8 +113,8 @@ TEST(EncryptedDisk, NeverShowsItsPassphraseNorItsFilesOnItsDevice) {
         const auto volume = formatter.format(device, specification, protection);
         allocator.settle(device);
         const auto traced = trace.take();
-        EXPECT_THAT(traced, HasSubstr("mkfs.ext4"));
-        EXPECT_THAT(traced, Not(HasSubstr(secret)));
+        EXPECT_THAT(traced, testing::HasSubstr("mkfs.ext4"));
+        EXPECT_THAT(traced, testing::Not(testing::HasSubstr(secret)));
 
         test::writeFile(volume / "name-of-the-test", content);
         fs::create_symlink("target-of-the-test", volume / "link");

@@ -4,6 +4,7 @@
 
 #include <gmock/gmock.h>
 
+#include <array>
 #include <set>
 #include <thread>
 
@@ -136,16 +137,22 @@ TEST(DiskRecordStore, ThreadsAndProcessesNeverShareANumberNorLoseAnUpdate) {
         }
         return 0;
     };
+    // The processes first: each would inherit the locks that a thread holds just then, and keep them.
+    std::array<pid_t, 3> children{};
+    for (auto& child : children) {
+        child = fork();
+        if (child == 0) {
+            _exit(work(20));
+        }
+    }
     std::vector<int> results(6, -1);
     std::vector<std::thread> threads;
-    for (int& result : results) {
-        const bool isThread = threads.size() % 2 == 0;
-        threads.emplace_back([&, isThread] {
-            result = isThread ? work(20) : test::inChild(geteuid(), [&] { return work(20); });
-        });
+    for (std::size_t index = 0; index < 3; ++index) {
+        threads.emplace_back([&, index] { results[index] = work(20); });
     }
-    for (auto& thread : threads) {
-        thread.join();
+    for (std::size_t index = 0; index < 3; ++index) {
+        results[index + 3] = test::waitFor(children.at(index));
+        threads[index].join();
     }
     EXPECT_THAT(results, testing::Each(0));
     const DiskRecordStore store(machine.records());

@@ -75,7 +75,7 @@ SessionEvent SessionSignals::wait(std::chrono::milliseconds limit) {
     }
     std::array<char, 16> bytes{};
     const auto count = read(wakeUp[0], bytes.data(), bytes.size());
-    const auto* const last = bytes.data() + (count > 0 ? count : 0);
+    auto* const last = bytes.data() + (count > 0 ? count : 0);
     return std::find(bytes.data(), last, endByte) != last ? SessionEvent::endRequested
                                                           : SessionEvent::mountsChanged;
 }

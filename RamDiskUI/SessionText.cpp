@@ -83,6 +83,9 @@ std::vector<std::string> attentionLines(const ShutdownReport& report) {
         lines.push_back(
             fmt::format("“{}”: still in use. {}", failure.ramDisk.name, errorText(failure.error)));
     }
+    for (const auto& failure : report.redirectFailures) {
+        lines.push_back(failureText(failure));
+    }
     return lines;
 }
 

@@ -23,7 +23,8 @@ inline constexpr std::string_view stillWorkingText = "Quitting now may leave kep
 /// Why the outcome needs attention; if it does not, what happened.
 [[nodiscard]] std::string outcomeText(const StartupOutcome& outcome);
 
-/// One line per disk that could not be saved, then one per disk that could not be ejected.
+/// One line per disk that could not be saved, then one per disk that could not be ejected,
+/// then one per redirect.
 [[nodiscard]] std::vector<std::string> attentionLines(const ShutdownReport& report);
 
 } // namespace ramdisk

@@ -38,7 +38,7 @@ void thereAndBack(const fs::path& home, const fs::path& disk, const std::string&
     const auto source = sourceOf(folder);
     const auto state = redirector.apply(source, disk, [](const RedirectRestoreState&) {});
     const auto& linked = std::get<RedirectRestoreState::LinkedFolder>(state.value);
-    redirector.undo(source, linked.backup, linked.link);
+    redirector.undo(source, {linked.backup, linked.link});
 }
 
 } // namespace

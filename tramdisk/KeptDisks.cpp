@@ -45,4 +45,15 @@ void tellRedirectFailures(const std::vector<RedirectFailure>& failures, const Co
     }
 }
 
+ExitStatus tellNotUnderstood(std::size_t count, std::string_view what, const CommandContext& context) {
+    if (count == 0) {
+        return succeeded;
+    }
+    context.console.fail(fmt::format("{} not understood by this version, and kept as {}.",
+                                     count == 1 ? fmt::format("One stored {} is", what)
+                                                : fmt::format("{} stored {}s are", count, what),
+                                     count == 1 ? "it is" : "they are"));
+    return failed;
+}
+
 } // namespace ramdisk::cli

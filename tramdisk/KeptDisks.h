@@ -2,6 +2,9 @@
 
 #include "tramdisk/CommandContext.h"
 
+#include <cstddef>
+#include <string_view>
+
 namespace ramdisk::cli {
 
 /// The disk that is meant, with its startup disk's record.
@@ -20,5 +23,9 @@ namespace ramdisk::cli {
 
 /// Tells each failure as a warning.
 void tellRedirectFailures(const std::vector<RedirectFailure>& failures, const CommandContext& context);
+
+/// Tells how many entries of a stored list are not understood, if any are.
+/// @returns `failed` then.
+ExitStatus tellNotUnderstood(std::size_t count, std::string_view what, const CommandContext& context);
 
 } // namespace ramdisk::cli

@@ -34,7 +34,8 @@ Json toJSON(const ShutdownReport& report) {
     return {{"saved", listJSON(report.saved)},
             {"ejected", listJSON(report.ejected)},
             {"saveFailures", failuresJSON(report.saveFailures)},
-            {"ejectFailures", failuresJSON(report.ejectFailures)}};
+            {"ejectFailures", failuresJSON(report.ejectFailures)},
+            {"redirectFailures", listJSON(report.redirectFailures)}};
 }
 
 Json toJSON(const SavedCopy& copy) {

@@ -1,5 +1,6 @@
 #include "tramdisk/SessionSignals.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -18,11 +19,17 @@ constexpr std::array caught{SIGTERM, SIGINT, SIGHUP};
 // A signal handler can reach nothing else.
 std::array<int, 2> wakeUp{-1, -1};
 
-void noteSignal(int /*signal*/) {
+constexpr char endByte = 1;
+constexpr char mountsByte = 2;
+
+void wake(char byte) {
     const int before = errno;
-    const char byte = 1;
     static_cast<void>(::write(wakeUp[1], &byte, 1));
     errno = before;
+}
+
+void noteSignal(int /*signal*/) {
+    wake(endByte);
 }
 
 } // namespace
@@ -67,12 +74,18 @@ SessionEvent SessionSignals::wait(std::chrono::milliseconds limit) {
         return SessionEvent::timePassed;
     }
     std::array<char, 16> bytes{};
-    static_cast<void>(read(wakeUp[0], bytes.data(), bytes.size()));
-    return SessionEvent::endRequested;
+    const auto count = read(wakeUp[0], bytes.data(), bytes.size());
+    auto* const last = bytes.data() + (count > 0 ? count : 0);
+    return std::find(bytes.data(), last, endByte) != last ? SessionEvent::endRequested
+                                                          : SessionEvent::mountsChanged;
 }
 
 void SessionSignals::request() noexcept {
-    noteSignal(0);
+    wake(endByte);
+}
+
+void SessionSignals::noteMounts() noexcept {
+    wake(mountsByte);
 }
 
 } // namespace ramdisk::cli

@@ -5,7 +5,7 @@
 namespace ramdisk::cli {
 
 /// What ended a wait.
-enum class SessionEvent { timePassed, endRequested };
+enum class SessionEvent { timePassed, mountsChanged, endRequested };
 
 /// Turns SIGTERM, SIGINT and SIGHUP, and a shutdown of the machine, into something that can be waited for.
 /// One object at a time; it gives the signals back at its end.
@@ -22,6 +22,9 @@ public:
 
     /// As if a signal had come. Callable from any thread.
     static void request() noexcept;
+
+    /// Wakes the wait because something was mounted or unmounted. Callable from any thread.
+    static void noteMounts() noexcept;
 };
 
 } // namespace ramdisk::cli

@@ -41,6 +41,8 @@ void SetupOptions::declareForExistingDisk(Syntax& syntax) {
     syntax.value("--access", access, accessOptionHelp());
     syntax.flag("--at-launch", createsAtLaunch, atLaunchHelp);
     syntax.onOff("keep-files", keepsFiles, keepFilesHelp, "Stop keeping the disk's files");
+    syntax.flag("--replace-redirects", replacesRedirects,
+                "Remove the disk's redirects that are not given with --redirect");
     declareAdditions(syntax);
 }
 

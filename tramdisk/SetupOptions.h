@@ -28,6 +28,8 @@ struct SetupOptions {
     std::optional<std::filesystem::path> seedFolder;
     std::vector<std::string> folders;
     std::vector<RedirectTarget> redirects;
+    /// Whether the redirects that the disk has go.
+    bool replacesRedirects = false;
 
     void declareForNewDisk(Syntax& syntax);
     /// Without what an existing disk has settled.

@@ -6,7 +6,9 @@
 #include <filesystem>
 #include <functional>
 #include <optional>
+#include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace ramdisk {
 
@@ -17,6 +19,12 @@ struct RedirectPlace {
     std::optional<std::filesystem::path> homeFolder;
     /// What its folder on the disk is called.
     std::string nameOnDisk;
+};
+
+/// Neither the link nor the original of a redirect is where it was recorded. The text says where to look.
+class OriginalNotFound : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
 };
 
 /// Puts redirects in place and takes them away.
@@ -45,7 +53,7 @@ public:
     /// Brings the original back, even if the disk is long gone. What programs wrote in its place meanwhile is
     /// never deleted.
     /// @returns what the user should know, such as where those files are kept.
-    /// @throws std::exception when it is not back yet and another try is worth it.
+    /// @throws OriginalNotFound; std::exception when it is not back yet and another try is worth it.
     virtual std::optional<std::string> undo(const FolderRedirect& redirect,
                                             const RedirectRestoreState& state) = 0;
 
@@ -53,6 +61,21 @@ public:
     /// there.
     [[nodiscard]] virtual bool isInForce(const FolderRedirect& redirect,
                                          const std::filesystem::path& mountPoint) const = 0;
+
+    /// Removes the folder of an undone redirect from the disk mounted at `mountPoint`, with everything in it.
+    /// `redirect` is as it was recorded before it was undone.
+    /// @returns whether there was one.
+    /// @throws std::exception with part of it removed.
+    virtual bool freeOnDisk(const FolderRedirect& /*redirect*/, const std::filesystem::path& /*mountPoint*/) {
+        return false;
+    }
+
+    /// Folders of the user's that still lie under the name of a backup although none of the `known` redirects
+    /// moved them. Looks only where redirects are likely, and for a few seconds at most.
+    [[nodiscard]] virtual std::vector<std::filesystem::path>
+    strayOriginals(const std::vector<FolderRedirect>& /*known*/) const {
+        return {};
+    }
 };
 
 } // namespace ramdisk

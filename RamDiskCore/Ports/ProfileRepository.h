@@ -3,6 +3,7 @@
 #include "RamDiskCore/Ports/Port.h"
 #include "RamDiskCore/Values/RamDiskProfile.h"
 
+#include <cstddef>
 #include <functional>
 #include <vector>
 
@@ -18,6 +19,10 @@ public:
 
     /// The stored list; empty when there is none or it cannot be read. Never waits for a change under way.
     [[nodiscard]] virtual List load() const = 0;
+
+    /// How many stored entries are not understood, such as a newer version's. They are no part of the list,
+    /// and are kept as they are.
+    [[nodiscard]] virtual std::size_t notUnderstood() const { return 0; }
 
     /// Replaces the list by what `transform` makes of it, while nobody else can change it. What the transform
     /// throws is passed on, with nothing stored.

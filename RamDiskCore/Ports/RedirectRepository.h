@@ -3,6 +3,7 @@
 #include "RamDiskCore/Ports/Port.h"
 #include "RamDiskCore/Values/FolderRedirect.h"
 
+#include <cstddef>
 #include <functional>
 #include <future>
 #include <vector>
@@ -19,6 +20,10 @@ public:
 
     /// The stored list; empty when there is none or it cannot be read. Never waits for a change under way.
     [[nodiscard]] virtual List load() const = 0;
+
+    /// How many stored entries are not understood, such as a newer version's. They are no part of the list,
+    /// and are kept as they are.
+    [[nodiscard]] virtual std::size_t notUnderstood() const { return 0; }
 
     /// Replaces the stored list. Called inside the body of an `update`, as often as there are steps to
     /// record.

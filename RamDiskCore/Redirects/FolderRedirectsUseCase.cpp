@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <stdexcept>
 #include <utility>
 
 namespace ramdisk {
@@ -45,14 +46,24 @@ std::optional<std::filesystem::path> mountPointOf(const std::vector<RamDisk>& di
     return std::nullopt;
 }
 
-void forgetAll(RedirectSession& session, const std::function<bool(const FolderRedirect&)>& which) {
-    for (auto* const redirect : session.where(which)) {
-        session.undo(*redirect);
+void forgetAll(RedirectSession& session, const std::optional<std::filesystem::path>& mountPoint,
+               const std::function<bool(const FolderRedirect&)>& which) {
+    std::vector<FolderRedirect> gone;
+    for (auto* const redirect : session.inReverse(which)) {
+        const auto asRecorded = *redirect;
+        if (session.undo(*redirect) == Outcome::done) {
+            gone.push_back(asRecorded);
+        }
     }
     if (std::erase_if(session.list(),
                       [&](const auto& redirect) { return which(redirect) && !mayBeInPlace(redirect); })
         != 0) {
         session.store();
+    }
+    for (const auto& redirect : gone) {
+        if (mountPoint) {
+            session.free(redirect, *mountPoint);
+        }
     }
 }
 
@@ -97,7 +108,11 @@ void addOne(RedirectSession& session, const RamDisk& disk, const RedirectTarget&
         session.fail(wanted, error);
         return;
     }
-    dropWhatGivesWay(session.redirecting(), wanted, session.list());
+    for (const auto& other : dropWhatGivesWay(session.redirecting(), wanted, session.list())) {
+        session.fail(other, std::runtime_error("“" + shownName(session.redirecting().place(other.target))
+                                               + "” was to be kept on “" + other.diskName
+                                               + "”. It gives way to “" + wanted.diskName + "”."));
+    }
     session.list().push_back(std::move(wanted));
     if (session.apply(session.list().back(), *disk.mountPoint) == Outcome::failed
         && !mayBeInPlace(session.list().back())) {
@@ -106,8 +121,18 @@ void addOne(RedirectSession& session, const RamDisk& disk, const RedirectTarget&
     }
 }
 
-void removeTargets(RedirectSession& session, const std::string& diskName, const Targets& targets) {
-    forgetAll(session, [&](const FolderRedirect& redirect) {
+void removeTargets(RedirectSession& session, const std::string& diskName,
+                   const std::optional<std::filesystem::path>& mountPoint, const Targets& targets) {
+    for (const auto& target : targets) {
+        const auto stored = session.where([&](const FolderRedirect& redirect) {
+            return isOf(diskName)(redirect) && isOneOf(session.redirecting(), {target})(redirect);
+        });
+        if (stored.empty()) {
+            session.fail({.id = UUID::random(), .diskName = diskName, .target = target},
+                         std::runtime_error("It is not kept on “" + diskName + "”."));
+        }
+    }
+    forgetAll(session, mountPoint, [&](const FolderRedirect& redirect) {
         return isOf(diskName)(redirect) && isOneOf(session.redirecting(), targets)(redirect);
     });
 }
@@ -136,6 +161,15 @@ FolderRedirectsUseCase::inSession(const std::function<void(RedirectSession&)>& w
     return failures;
 }
 
+std::optional<std::filesystem::path> FolderRedirectsUseCase::whereMounted(const std::string& diskName) const {
+    try {
+        return mountPointOf(inventory_->list(), diskName);
+    } catch (const std::exception&) {
+        traceCaught("redirects", "the folder on the disk is left there");
+        return std::nullopt;
+    }
+}
+
 std::vector<FolderRedirect> FolderRedirectsUseCase::list() const {
     return repository_->load();
 }
@@ -157,15 +191,22 @@ FolderRedirectsUseCase::Failures FolderRedirectsUseCase::add(const RamDisk& disk
 }
 
 FolderRedirectsUseCase::Failures FolderRedirectsUseCase::remove(const std::string& diskName,
-                                                                const Targets& targets) {
-    return inSession([&](RedirectSession& session) { removeTargets(session, diskName, targets); });
+                                                                const Targets& targets, LostOriginals lost) {
+    // The link of a lost original may still lead to the folder on the disk.
+    const auto mountPoint = lost == LostOriginals::givenUp ? std::nullopt : whereMounted(diskName);
+    return inSession([&](RedirectSession& session) {
+        if (lost == LostOriginals::givenUp) {
+            session.giveUpLostOriginals();
+        }
+        removeTargets(session, diskName, mountPoint, targets);
+    });
 }
 
 FolderRedirectsUseCase::Failures FolderRedirectsUseCase::change(const RamDisk& disk, const Targets& targets) {
     requireMounted(disk);
     const auto startupDisks = startupDisks_->startupDiskNames();
     return inSession([&](RedirectSession& session) {
-        forgetAll(session, [&](const FolderRedirect& redirect) {
+        forgetAll(session, disk.mountPoint, [&](const FolderRedirect& redirect) {
             return isOf(disk.name)(redirect) && !isOneOf(session.redirecting(), targets)(redirect);
         });
         for (const auto& target : targets) {
@@ -192,20 +233,20 @@ FolderRedirectsUseCase::Failures FolderRedirectsUseCase::undo(const std::string&
         return {};
     }
     return inSession([&](RedirectSession& session) {
-        for (auto* const redirect : session.where(isOf(diskName))) {
+        for (auto* const redirect : session.inReverse(isOf(diskName))) {
             session.undo(*redirect);
         }
     });
 }
 
-FolderRedirectsUseCase::Failures FolderRedirectsUseCase::repair() {
+FolderRedirectsUseCase::Failures FolderRedirectsUseCase::undoLost() {
     const auto stored = list();
     if (std::none_of(stored.begin(), stored.end(), mayBeInPlace)) {
         return {};
     }
     return inSession([&](RedirectSession& session) {
         const auto disks = inventory_->list();
-        for (auto* const redirect : session.where(mayBeInPlace)) {
+        for (auto* const redirect : session.inReverse(mayBeInPlace)) {
             const auto mountPoint = mountPointOf(disks, redirect->diskName);
             if (redirect->applying.value_or(false) || !mountPoint
                 || !redirecting_->isInForce(*redirect, *mountPoint)) {
@@ -218,6 +259,20 @@ FolderRedirectsUseCase::Failures FolderRedirectsUseCase::repair() {
             }
         }
     });
+}
+
+FolderRedirectsUseCase::Failures FolderRedirectsUseCase::repair() {
+    auto failures = undoLost();
+    for (const auto& original : redirecting_->strayOriginals(list())) {
+        const auto name = original.filename().string();
+        failures.push_back(
+            {{.id = UUID::random(), .diskName = "", .target = {RedirectTarget::Folder{original.string()}}},
+             "“" + original.string()
+                 + "” is the original of a folder that was kept on a disk, and no redirect is stored for it. "
+                   "To have it back, give it the name “"
+                 + name.substr(0, name.rfind(".ramdisk-original")) + "” again."});
+    }
+    return failures;
 }
 
 FolderRedirectsUseCase::Failures FolderRedirectsUseCase::rename(const std::string& oldName,
@@ -244,7 +299,7 @@ FolderRedirectsUseCase::Failures FolderRedirectsUseCase::rename(const std::strin
         session.store();
         const auto mountPoint = mountPointOf(inventory_->list(), newName);
         for (auto* const redirect : session.where(isOf(newName))) {
-            if (mountPoint && mayBeInPlace(*redirect)) {
+            if (mountPoint) {
                 applyStored(session, *redirect, *mountPoint);
             }
         }
@@ -252,7 +307,8 @@ FolderRedirectsUseCase::Failures FolderRedirectsUseCase::rename(const std::strin
 }
 
 FolderRedirectsUseCase::Failures FolderRedirectsUseCase::forget(const std::string& diskName) {
-    return inSession([&](RedirectSession& session) { forgetAll(session, isOf(diskName)); });
+    const auto mountPoint = whereMounted(diskName);
+    return inSession([&](RedirectSession& session) { forgetAll(session, mountPoint, isOf(diskName)); });
 }
 
 } // namespace ramdisk

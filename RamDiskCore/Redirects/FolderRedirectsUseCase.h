@@ -6,8 +6,11 @@
 #include "RamDiskCore/Ports/StartupDiskNaming.h"
 #include "RamDiskCore/Redirects/RedirectFailure.h"
 
+#include <cstddef>
+#include <filesystem>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -27,6 +30,9 @@ class RedirectSession;
 /// `notMounted` when it is not mounted.
 class FolderRedirectsUseCase {
 public:
+    /// What becomes of a redirect whose original is not found.
+    enum class LostOriginals { keptListed, givenUp };
+
     using Failures = std::vector<RedirectFailure>;
 
     FolderRedirectsUseCase(std::shared_ptr<RedirectRepository> repository,
@@ -37,6 +43,9 @@ public:
     /// Every stored redirect, in force or not.
     [[nodiscard]] std::vector<FolderRedirect> list() const;
 
+    /// How many stored entries this version does not understand; they are kept as they are.
+    [[nodiscard]] std::size_t notUnderstood() const { return repository_->notUnderstood(); }
+
     /// The redirects of the disk with this name, whether it is attached or not.
     [[nodiscard]] std::vector<FolderRedirect> redirects(const std::string& diskName) const;
 
@@ -44,9 +53,12 @@ public:
     /// could not be undone. A target that the disk has already is put in place if it is not in force.
     Failures add(const RamDisk& disk, const std::vector<RedirectTarget>& targets);
 
-    /// Undoes the targets and removes them from the list. Targets that the disk does not have are skipped.
-    /// One that cannot be undone stays stored.
-    Failures remove(const std::string& diskName, const std::vector<RedirectTarget>& targets);
+    /// Undoes the targets, removes them from the list, and removes their folders from a disk that is mounted.
+    /// Tells of targets that the disk does not have.
+    /// One that cannot be undone stays stored; with `LostOriginals::givenUp` not if its original was not
+    /// found.
+    Failures remove(const std::string& diskName, const std::vector<RedirectTarget>& targets,
+                    LostOriginals lost = LostOriginals::keptListed);
 
     /// Gives the disk exactly these targets: removes the others, adds the new ones.
     Failures change(const RamDisk& disk, const std::vector<RedirectTarget>& targets);
@@ -61,6 +73,10 @@ public:
     /// Undoes redirects that are half done, and redirects that are stored as in force but do not lead to a
     /// mounted disk.
     /// @throws RamDiskError `inventoryUnavailable` with nothing done.
+    Failures undoLost();
+
+    /// The same, and tells of originals that no stored redirect knows.
+    /// @throws RamDiskError `inventoryUnavailable` with nothing done.
     Failures repair();
 
     /// Moves the redirects of a disk to its new name, and to its new mount point if that changed. A redirect
@@ -73,6 +89,8 @@ public:
     Failures forget(const std::string& diskName);
 
 private:
+    /// Absent when it is not mounted, or when that cannot be told.
+    [[nodiscard]] std::optional<std::filesystem::path> whereMounted(const std::string& diskName) const;
     Failures inSession(const std::function<void(RedirectSession&)>& work);
 
     std::shared_ptr<RedirectRepository> repository_;

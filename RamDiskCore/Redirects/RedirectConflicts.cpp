@@ -26,11 +26,6 @@ bool isWithin(const std::filesystem::path& inner, const std::filesystem::path& o
     return std::mismatch(outer.begin(), outer.end(), inner.begin(), inner.end()).first == outer.end();
 }
 
-/// How a user knows what a redirect moves.
-std::string shownName(const RedirectPlace& place) {
-    return place.homeFolder ? place.homeFolder->string() : place.nameOnDisk;
-}
-
 } // namespace
 
 bool overlap(const FolderRedirecting& redirecting, const RedirectTarget& left, const RedirectTarget& right) {
@@ -77,12 +72,23 @@ void requireNoConflict(const FolderRedirecting& redirecting, const FolderRedirec
     }
 }
 
-void dropWhatGivesWay(const FolderRedirecting& redirecting, const FolderRedirect& wanted,
-                      std::vector<FolderRedirect>& list) {
+std::string shownName(const RedirectPlace& place) {
+    return place.homeFolder ? place.homeFolder->string() : place.nameOnDisk;
+}
+
+std::vector<FolderRedirect> dropWhatGivesWay(const FolderRedirecting& redirecting,
+                                             const FolderRedirect& wanted,
+                                             std::vector<FolderRedirect>& list) {
+    std::vector<FolderRedirect> dropped;
     std::erase_if(list, [&](const FolderRedirect& other) {
-        return !namesEqual(other.diskName, wanted.diskName) && !mayBeInPlace(other)
-               && overlap(redirecting, other.target, wanted.target);
+        const bool givesWay = !namesEqual(other.diskName, wanted.diskName) && !mayBeInPlace(other)
+                              && overlap(redirecting, other.target, wanted.target);
+        if (givesWay) {
+            dropped.push_back(other);
+        }
+        return givesWay;
     });
+    return dropped;
 }
 
 } // namespace ramdisk

@@ -28,8 +28,11 @@ namespace ramdisk {
 void requireNoConflict(const FolderRedirecting& redirecting, const FolderRedirect& wanted,
                        const std::vector<FolderRedirect>& list, const std::set<std::string>& startupDisks);
 
-/// Removes from `list` the redirects of other disks that overlap with the new one.
-void dropWhatGivesWay(const FolderRedirecting& redirecting, const FolderRedirect& wanted,
-                      std::vector<FolderRedirect>& list);
+/// How a user knows what a redirect moves.
+[[nodiscard]] std::string shownName(const RedirectPlace& place);
+
+/// Removes from `list` the redirects of other disks that overlap with the new one, and returns them.
+std::vector<FolderRedirect> dropWhatGivesWay(const FolderRedirecting& redirecting,
+                                             const FolderRedirect& wanted, std::vector<FolderRedirect>& list);
 
 } // namespace ramdisk

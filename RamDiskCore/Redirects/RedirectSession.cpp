@@ -2,6 +2,7 @@
 
 #include "RamDiskCore/Redirects/RedirectConflicts.h"
 
+#include <algorithm>
 #include <string>
 #include <utility>
 
@@ -16,6 +17,21 @@ RedirectSession::where(const std::function<bool(const FolderRedirect&)>& conditi
         }
     }
     return found;
+}
+
+std::vector<FolderRedirect*>
+RedirectSession::inReverse(const std::function<bool(const FolderRedirect&)>& condition) {
+    auto found = where(condition);
+    std::reverse(found.begin(), found.end());
+    return found;
+}
+
+void RedirectSession::free(const FolderRedirect& asRecorded, const std::filesystem::path& mountPoint) {
+    try {
+        redirecting_.freeOnDisk(asRecorded, mountPoint);
+    } catch (const std::exception& error) {
+        fail(asRecorded, error);
+    }
 }
 
 void RedirectSession::fail(const FolderRedirect& redirect, const std::exception& error) {
@@ -78,6 +94,11 @@ void RedirectSession::takeBack(FolderRedirect& redirect) {
             if (auto notice = redirecting_.undo(redirect, *redirect.restoreState)) {
                 failures_.push_back({redirect, std::move(*notice)});
             }
+        }
+    } catch (const OriginalNotFound& error) {
+        if (!givesUp_) {
+            fail(redirect, error);
+            return;
         }
     } catch (const std::exception& error) {
         // It stays marked as half done, so that the next start tries again.

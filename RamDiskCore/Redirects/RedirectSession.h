@@ -31,11 +31,21 @@ public:
     [[nodiscard]] std::vector<FolderRedirect*>
     where(const std::function<bool(const FolderRedirect&)>& condition);
 
+    /// The same, the last one first: one that was put in place through another is undone before it.
+    [[nodiscard]] std::vector<FolderRedirect*>
+    inReverse(const std::function<bool(const FolderRedirect&)>& condition);
+
+    /// Removes the folder of an undone redirect from its disk.
+    void free(const FolderRedirect& asRecorded, const std::filesystem::path& mountPoint);
+
     /// Puts a redirect of the list in place. On failure it is undone.
     Outcome apply(FolderRedirect& redirect, const std::filesystem::path& mountPoint);
 
     /// Undoes a redirect of the list. Does nothing when nothing of it is in place.
     Outcome undo(FolderRedirect& redirect);
+
+    /// From now on a redirect whose original is not found counts as undone.
+    void giveUpLostOriginals() noexcept { givesUp_ = true; }
 
     /// Notes what went wrong with a redirect.
     void fail(const FolderRedirect& redirect, const std::exception& error);
@@ -50,6 +60,7 @@ private:
     FolderRedirecting& redirecting_;
     RedirectRepository::List list_;
     std::vector<RedirectFailure> failures_;
+    bool givesUp_ = false;
 };
 
 } // namespace ramdisk

@@ -81,7 +81,11 @@ ConfigureRamDiskResult ConfigureRamDiskUseCase::execute(const RamDisk& disk, Ram
     }
     changeProfile(result.ramDisk, changes, result.problems);
     makeFolders(*services_.folderMaker, changes.folders, result.ramDisk, result.problems);
-    addRedirects(*redirects_, changes.redirects, result.ramDisk, result.problems);
+    if (changes.replacesRedirects) {
+        noteFailures(redirects_->change(result.ramDisk, changes.redirects), result.problems);
+    } else {
+        addRedirects(*redirects_, changes.redirects, result.ramDisk, result.problems);
+    }
     return result;
 }
 

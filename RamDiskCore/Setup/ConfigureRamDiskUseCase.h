@@ -28,6 +28,8 @@ struct RamDiskChanges {
     std::vector<std::string> folders;
     /// Further tools' folders to keep on the disk.
     std::vector<RedirectTarget> redirects;
+    /// Whether the disk's other redirects go.
+    bool replacesRedirects = false;
 };
 
 struct ConfigureRamDiskResult {

@@ -22,6 +22,9 @@ public:
     /// The user's own, in the order in which they were first saved, then those built in.
     [[nodiscard]] std::vector<DiskTemplate> templates() const;
 
+    /// How many stored entries this version does not understand; they are kept as they are.
+    [[nodiscard]] std::size_t notUnderstood() const { return repository_->notUnderstood(); }
+
     /// The first template with this title, whatever its case and accents. A built-in one hides the user's own
     /// of the same title.
     /// @throws RamDiskError `templateNotFound`

@@ -18,6 +18,7 @@ RamDiskSetupResult SetUpRamDiskUseCase::execute(RamDiskSetup setup) {
     copySeed(setup, result);
     const auto& disk = result.creation.ramDisk;
     makeFolders(*services_.folderMaker, setup.folders, disk, result.problems);
+    applyStoredRedirects(*redirects_, disk, result.problems);
     addRedirects(*redirects_, setup.redirects, disk, result.problems);
     return result;
 }

@@ -28,6 +28,16 @@ void noteFailures(std::vector<RedirectFailure> failures, std::vector<RamDiskSetu
     }
 }
 
+void applyStoredRedirects(FolderRedirectsUseCase& redirects, const RamDisk& disk,
+                          std::vector<RamDiskSetupProblem>& problems) {
+    try {
+        noteFailures(redirects.apply(disk), problems);
+    } catch (const std::exception&) {
+        const RamDiskSetupProblem problem{RamDiskSetupProblem::RedirectsNotSaved{std::current_exception()}};
+        problems.push_back(problem);
+    }
+}
+
 void addRedirects(FolderRedirectsUseCase& redirects, const std::vector<RedirectTarget>& targets,
                   const RamDisk& disk, std::vector<RamDiskSetupProblem>& problems) {
     if (targets.empty()) {

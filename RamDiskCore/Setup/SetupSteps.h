@@ -22,6 +22,10 @@ void makeFolders(FolderMaking& maker, const std::vector<std::string>& folders, c
 /// Each failure becomes a problem.
 void noteFailures(std::vector<RedirectFailure> failures, std::vector<RamDiskSetupProblem>& problems);
 
+/// Puts the redirects in place that are stored for a disk of this name. Each that fails becomes a problem.
+void applyStoredRedirects(FolderRedirectsUseCase& redirects, const RamDisk& disk,
+                          std::vector<RamDiskSetupProblem>& problems);
+
 /// Adds the redirects. Each that fails becomes a problem.
 void addRedirects(FolderRedirectsUseCase& redirects, const std::vector<RedirectTarget>& targets,
                   const RamDisk& disk, std::vector<RamDiskSetupProblem>& problems);

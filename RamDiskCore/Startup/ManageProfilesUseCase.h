@@ -21,6 +21,9 @@ public:
 
     [[nodiscard]] std::vector<RamDiskProfile> list() const;
 
+    /// How many stored entries this version does not understand; they are kept as they are.
+    [[nodiscard]] std::size_t notUnderstood() const { return repository_->notUnderstood(); }
+
     /// The startup disk of this name, whether it is mounted or not.
     [[nodiscard]] std::optional<RamDiskProfile> named(std::string_view name) const;
 

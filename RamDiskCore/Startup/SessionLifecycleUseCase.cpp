@@ -235,6 +235,7 @@ ShutdownReport SessionLifecycleUseCase::quit(Force force, const Observer& observ
     for (std::size_t index = 0; index < disks.size(); ++index) {
         const auto& disk = disks[index].disk;
         const auto& result = results[index];
+        append(report.redirectFailures, result.redirectFailures);
         if (result.isSaved) {
             report.saved.push_back(disk);
         }
@@ -245,6 +246,17 @@ ShutdownReport SessionLifecycleUseCase::quit(Force force, const Observer& observ
         } else {
             report.ejected.push_back(disk);
         }
+    }
+    // A disk that somebody else unmounted is not among those that were ejected.
+    try {
+        for (auto& failure : redirects_->undoLost()) {
+            if (std::find(report.redirectFailures.begin(), report.redirectFailures.end(), failure)
+                == report.redirectFailures.end()) {
+                report.redirectFailures.push_back(std::move(failure));
+            }
+        }
+    } catch (const std::exception& error) {
+        report.redirectFailures.push_back({{.id = UUID::random(), .diskName = ""}, error.what()});
     }
     return report;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "RamDiskCore/Redirects/RedirectFailure.h"
 #include "RamDiskCore/Values/RamDisk.h"
 #include "RamDiskCore/Values/RamDiskError.h"
 
@@ -20,9 +21,11 @@ struct ShutdownReport {
     std::vector<RamDisk> ejected;
     std::vector<Failure> saveFailures;
     std::vector<Failure> ejectFailures;
+    /// Folders that are not back in their place, and what else the user should know of redirects.
+    std::vector<RedirectFailure> redirectFailures{};
 
     [[nodiscard]] bool needsAttention() const noexcept {
-        return !saveFailures.empty() || !ejectFailures.empty();
+        return !saveFailures.empty() || !ejectFailures.empty() || !redirectFailures.empty();
     }
 
     friend bool operator==(const ShutdownReport&, const ShutdownReport&) = default;

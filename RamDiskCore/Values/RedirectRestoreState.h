@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -23,12 +24,20 @@ struct RedirectRestoreState {
     /// original.
     struct MovedFolder {
         std::optional<std::filesystem::path> backup;
+        /// Where the link stands, with every link on the way followed. Only without a backup, whose folder
+        /// tells it otherwise.
+        std::optional<std::filesystem::path> place = std::nullopt;
+        /// Tells the original from a folder that was made anew in its place. Absent in older records.
+        std::optional<std::uint64_t> inode = std::nullopt;
         friend bool operator==(const MovedFolder&, const MovedFolder&) = default;
     };
     /// The same, and a symbolic link to `link` has the original name.
     struct LinkedFolder {
         std::optional<std::filesystem::path> backup;
         std::string link;
+        /// As of a moved folder.
+        std::optional<std::filesystem::path> place = std::nullopt;
+        std::optional<std::uint64_t> inode = std::nullopt;
         friend bool operator==(const LinkedFolder&, const LinkedFolder&) = default;
     };
     /// The former value of an environment variable; absent when it was unset.

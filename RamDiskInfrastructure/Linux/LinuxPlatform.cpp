@@ -14,6 +14,7 @@
 #include "RamDiskInfrastructure/Linux/Host/SystemTools.h"
 #include "RamDiskInfrastructure/Linux/Mounting/FreeSpaceTrimming.h"
 #include "RamDiskInfrastructure/Linux/Mounting/LinuxWriteBlocking.h"
+#include "RamDiskInfrastructure/Linux/Mounting/MountTableWatch.h"
 #include "RamDiskInfrastructure/Linux/Redirects/SystemdUserEnvironment.h"
 #include "RamDiskInfrastructure/Linux/SavedContents/LoopImageTool.h"
 #include "RamDiskInfrastructure/Linux/Secrets/LinuxSecretStore.h"
@@ -96,6 +97,7 @@ Platform makePlatform(std::function<void(std::string)> notice) {
             .stores = makeLinuxStores(context->host),
             .redirecting = makeFolderRedirecting(context->host),
             .shutdownDelay = std::make_shared<LogindShutdownDelay>(),
+            .mountWatching = std::make_shared<MountTableWatch>(context->host.proc),
             .settings = settings};
 }
 

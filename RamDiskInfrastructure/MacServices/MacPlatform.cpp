@@ -66,6 +66,7 @@ Platform makePlatform(std::function<void(std::string)> /*notice*/) {
             .stores = makeMacStores(),
             .redirecting = makeFolderRedirecting(),
             .shutdownDelay = std::make_shared<CommandShutdownDelay>(),
+            .mountWatching = nullptr,
             .settings = {}};
 }
 

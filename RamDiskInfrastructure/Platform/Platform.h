@@ -2,6 +2,7 @@
 
 #include "RamDiskCore/Disks/RamDiskServices.h"
 #include "RamDiskCore/Ports/FolderRedirecting.h"
+#include "RamDiskCore/Ports/MountWatching.h"
 #include "RamDiskCore/Ports/ShutdownDelaying.h"
 #include "RamDiskInfrastructure/Platform/PlatformStores.h"
 
@@ -28,6 +29,8 @@ struct Platform {
     std::shared_ptr<FolderRedirecting> redirecting;
     /// Delays a shutdown, where that is possible. Asks nobody before it is started.
     std::shared_ptr<ShutdownDelaying> shutdownDelay;
+    /// Null where mounts are not watched.
+    std::shared_ptr<MountWatching> mountWatching{};
     /// This platform's own settings, valid for the life of the process.
     std::span<const PlatformSetting> settings;
 };

@@ -4,10 +4,13 @@
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
 
 #include <cerrno>
+#include <memory>
 #include <stdexcept>
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace ramdisk {
 
@@ -52,6 +55,35 @@ void give(const FileDescriptor& folder, const FolderAccess& access, const std::f
     }
 }
 
+/// Removes what the folder holds, and follows neither links nor mounts.
+void empty(const FileDescriptor& folder, dev_t device, const std::filesystem::path& path) {
+    FileDescriptor own(openat(folder.get(), ".", folderFlags));
+    const std::unique_ptr<DIR, int (*)(DIR*)> entries(own ? fdopendir(own.get()) : nullptr, &closedir);
+    if (!entries) {
+        throw SystemCallError("empty", path);
+    }
+    static_cast<void>(own.release());
+    while (const auto* const entry = readdir(entries.get())) {
+        const std::string name = entry->d_name;
+        struct stat status {};
+        if (name == "." || name == ".."
+            || fstatat(folder.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+            continue;
+        }
+        if (S_ISDIR(status.st_mode) && status.st_dev == device) {
+            if (const auto inner = openFolder(folder.get(), name.c_str())) {
+                // Caches like to bar writing in what they hold, even to their owner.
+                static_cast<void>(fchmod(inner.get(), S_IRWXU));
+                empty(inner, device, path / name);
+            }
+        }
+        if (unlinkat(folder.get(), name.c_str(), S_ISDIR(status.st_mode) ? AT_REMOVEDIR : 0) != 0
+            && errno != ENOENT) {
+            throw SystemCallError("remove", path / name);
+        }
+    }
+}
+
 } // namespace
 
 std::filesystem::path folderOnDisk(const std::filesystem::path& mountPoint, const std::string& name) {
@@ -78,6 +110,22 @@ void makeFolderOnDisk(const std::filesystem::path& mountPoint, const std::string
     const auto common = makeIn(root, commonFolder, path.parent_path());
     give(common, {commonMode, access.owner, access.group}, path.parent_path());
     give(makeIn(common, name, path), access, path);
+}
+
+bool removeFolderOnDisk(const std::filesystem::path& mountPoint, const std::string& name) {
+    const FileDescriptor root(open(mountPoint.c_str(), folderFlags));
+    const auto common = root ? openFolder(root.get(), commonFolder) : FileDescriptor();
+    const auto folder = common ? openFolder(common.get(), name.c_str()) : FileDescriptor();
+    struct stat status {};
+    if (!folder || fstat(folder.get(), &status) != 0) {
+        return false;
+    }
+    const auto path = folderOnDisk(mountPoint, name);
+    empty(folder, status.st_dev, path);
+    if (unlinkat(common.get(), name.c_str(), AT_REMOVEDIR) != 0) {
+        throw SystemCallError("remove", path);
+    }
+    return true;
 }
 
 FolderAccess privateAccessOfOwner(const std::filesystem::path& home) {

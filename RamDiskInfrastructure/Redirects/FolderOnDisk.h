@@ -32,6 +32,11 @@ struct FolderAccess {
 void makeFolderOnDisk(const std::filesystem::path& mountPoint, const std::string& name,
                       const FolderAccess& access);
 
+/// Removes the folder with everything in it. Other users' folders and other file systems stay.
+/// @returns false when there is none.
+/// @throws SystemCallError with part of it removed.
+bool removeFolderOnDisk(const std::filesystem::path& mountPoint, const std::string& name);
+
 /// Access for the owner of the home folder alone.
 /// @throws SystemCallError
 [[nodiscard]] FolderAccess privateAccessOfOwner(const std::filesystem::path& home);

@@ -1,9 +1,14 @@
 #include "RamDiskInfrastructure/Redirects/FolderRedirector.h"
 
 #include "RamDiskCore/Ports/Tracing.h"
+#include "RamDiskInfrastructure/Redirects/FolderOnDisk.h"
 #include "RamDiskInfrastructure/Redirects/HomeTree.h"
 #include "RamDiskInfrastructure/Redirects/RedirectPlaces.h"
+#include "RamDiskInfrastructure/Redirects/StrayOriginals.h"
 
+#include <fmt/format.h>
+
+#include <cstdint>
 #include <stdexcept>
 
 namespace ramdisk {
@@ -31,12 +36,46 @@ std::optional<std::filesystem::path> homeFolderOf(const RedirectTarget& target) 
     return std::nullopt;
 }
 
+constexpr std::size_t longestName = 200;
+
+/// The whole path as one name, so that no two folders share one: “+” stands between its parts.
+std::string nameOfFolder(const std::filesystem::path& folder) {
+    std::string name;
+    for (const auto& part : folder) {
+        name += name.empty() ? "" : "+";
+        for (const char letter : part.string()) {
+            if (letter == '%' || letter == '+') {
+                name += letter == '%' ? "%25" : "%2B";
+            } else {
+                name += letter;
+            }
+        }
+    }
+    if (name == "npm" || name == "Temporary" || name == "DerivedData") {
+        // These are the names of settings.
+        return name + "+";
+    }
+    if (name.size() <= longestName) {
+        return name;
+    }
+    // The end tells more than the beginning. FNV-1a, since the name must be the same at every start.
+    std::uint64_t hash = 14695981039346656037U;
+    for (const char letter : name) {
+        hash = (hash ^ static_cast<unsigned char>(letter)) * 1099511628211U;
+    }
+    auto begin = name.size() - longestName;
+    while (begin < name.size() && (static_cast<unsigned char>(name[begin]) & 0xC0U) == 0x80U) {
+        ++begin;
+    }
+    return fmt::format("{:016x}+{}", hash, name.substr(begin));
+}
+
 std::string nameOnDisk(const RedirectTarget& target) {
     return std::visit(
         Overloaded{[](const Target::XcodeDerivedData&) -> std::string { return "DerivedData"; },
                    [](const Target::NpmCache&) -> std::string { return "npm"; },
                    [](const Target::TemporaryFolder&) -> std::string { return "Temporary"; },
-                   [&](const auto&) -> std::string { return homeFolderOf(target)->filename().string(); }},
+                   [&](const auto&) -> std::string { return nameOfFolder(*homeFolderOf(target)); }},
         target.value);
 }
 
@@ -44,17 +83,32 @@ SymlinkFolderRedirector::Source sourceOf(const FolderRedirect& redirect) {
     return {redirect.id, *homeFolderOf(redirect.target), nameOnDisk(redirect.target)};
 }
 
+/// As it was put in place, perhaps by an earlier version that gave the folder on the disk another name.
+std::string recordedName(const FolderRedirect& redirect) {
+    if (redirect.restoreState) {
+        if (const auto* const linked = std::get_if<State::LinkedFolder>(&redirect.restoreState->value)) {
+            const std::filesystem::path link(linked->link);
+            if (isFolderOnDisk(link, link.filename().string())) {
+                return link.filename().string();
+            }
+        }
+    }
+    return nameOnDisk(redirect.target);
+}
+
 } // namespace
 
 FolderRedirector::FolderRedirector(const Parts& parts)
-    : npm_(parts.home, parts.observer),
+    : home_(parts.home),
+      npm_(parts.home, parts.observer),
       folders_(parts.home, parts.reserved, parts.observer, parts.exchange),
       temporaryFolder_(parts.environment, parts.home, parts.observer),
       xcode_(parts.xcode, parts.home, parts.observer) {}
 
 RedirectPlace FolderRedirector::place(const RedirectTarget& target) const {
     const auto folder = homeFolderOf(target);
-    return {folder ? std::optional(comparableFolder(*folder)) : std::nullopt, nameOnDisk(target)};
+    return {folder ? std::optional(comparableFolder(realPlaceInHome(home_, *folder))) : std::nullopt,
+            nameOnDisk(target)};
 }
 
 RedirectRestoreState FolderRedirector::apply(const FolderRedirect& redirect,
@@ -91,10 +145,12 @@ std::optional<std::string> FolderRedirector::undo(const FolderRedirect& redirect
                                      return std::nullopt;
                                  },
                                  [&](const State::MovedFolder& moved) {
-                                     return folders_.undo(sourceOf(redirect), moved.backup, std::nullopt);
+                                     return folders_.undo(sourceOf(redirect), {moved.backup, std::nullopt,
+                                                                               moved.place, moved.inode});
                                  },
                                  [&](const State::LinkedFolder& linked) {
-                                     return folders_.undo(sourceOf(redirect), linked.backup, linked.link);
+                                     return folders_.undo(sourceOf(redirect), {linked.backup, linked.link,
+                                                                               linked.place, linked.inode});
                                  }},
                       state.value);
 }
@@ -108,13 +164,26 @@ bool FolderRedirector::isInForce(const FolderRedirect& redirect,
                 [&](const Target::XcodeDerivedData&) { return xcode_.isInForce(destination); },
                 [&](const Target::NpmCache&) { return npm_.isInForce(destination); },
                 [&](const Target::TemporaryFolder&) { return temporaryFolder_.isInForce(destination); },
-                [&](const auto&) { return folders_.isInForce(sourceOf(redirect), mountPoint); }},
+                [&](const auto&) {
+                    auto source = sourceOf(redirect);
+                    source.nameOnDisk = recordedName(redirect);
+                    return folders_.isInForce(source, mountPoint);
+                }},
             redirect.target.value);
     } catch (const std::exception&) {
         // Whoever asks goes on to undo it, and hears of the trouble there.
         traceCaught("redirects", "a redirect counts as not in force");
         return false;
     }
+}
+
+bool FolderRedirector::freeOnDisk(const FolderRedirect& redirect, const std::filesystem::path& mountPoint) {
+    return removeFolderOnDisk(mountPoint, recordedName(redirect));
+}
+
+std::vector<std::filesystem::path>
+FolderRedirector::strayOriginals(const std::vector<FolderRedirect>& known) const {
+    return findStrayOriginals(home_, known);
 }
 
 } // namespace ramdisk

@@ -36,8 +36,12 @@ public:
                                     const RedirectRestoreState& state) override;
     [[nodiscard]] bool isInForce(const FolderRedirect& redirect,
                                  const std::filesystem::path& mountPoint) const override;
+    bool freeOnDisk(const FolderRedirect& redirect, const std::filesystem::path& mountPoint) override;
+    [[nodiscard]] std::vector<std::filesystem::path>
+    strayOriginals(const std::vector<FolderRedirect>& known) const override;
 
 private:
+    std::filesystem::path home_;
     NpmCacheRedirector npm_;
     SymlinkFolderRedirector folders_;
     TemporaryFolderRedirector temporaryFolder_;

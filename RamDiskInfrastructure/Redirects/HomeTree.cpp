@@ -9,8 +9,8 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <stdexcept>
 #include <utility>
+#include <vector>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -46,6 +46,38 @@ std::filesystem::path normalizedHomePath(const std::string& path) {
     return normalized;
 }
 
+std::filesystem::path realPlaceInHome(const std::filesystem::path& home,
+                                      const std::filesystem::path& relative) {
+    constexpr int mostLinks = 40;
+    std::error_code error;
+    const auto root = std::filesystem::weakly_canonical(home, error);
+    std::vector<std::filesystem::path> left(relative.begin(), relative.end());
+    std::reverse(left.begin(), left.end());
+    std::filesystem::path real;
+    for (int links = 0; !left.empty();) {
+        const auto component = left.back();
+        left.pop_back();
+        const auto link = left.empty() || links == mostLinks
+                              ? std::filesystem::path()
+                              : std::filesystem::read_symlink(root / real / component, error);
+        const auto target = link.empty() ? link : (root / real / link).lexically_normal();
+        const auto inside = target.lexically_relative(isInside(target, root) ? root : home);
+        if (link.empty() || inside.empty() || *inside.begin() == "..") {
+            real /= component;
+            continue;
+        }
+        ++links;
+        const std::vector<std::filesystem::path> parts(inside.begin(), inside.end());
+        real.clear();
+        for (auto part = parts.rbegin(); part != parts.rend(); ++part) {
+            if (!part->empty() && *part != ".") {
+                left.push_back(*part);
+            }
+        }
+    }
+    return real;
+}
+
 OpenedFolder openInHome(const std::filesystem::path& home, const std::filesystem::path& relative) {
     std::error_code error;
     const auto root = std::filesystem::canonical(home, error);
@@ -68,7 +100,7 @@ OpenedFolder openInHome(const std::filesystem::path& home, const std::filesystem
             throw SystemCallError("open", real / component, error.value());
         }
         if (!isInside(next, root)) {
-            throw std::runtime_error("“~/" + relative.string() + "” leads out of the home folder.");
+            throw LeadsOutOfHome(relative);
         }
         real = next;
     }

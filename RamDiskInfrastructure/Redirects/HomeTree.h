@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <optional>
+#include <stdexcept>
 #include <string>
 
 #include <sys/stat.h>
@@ -19,6 +20,11 @@ namespace ramdisk {
 /// folder.
 [[nodiscard]] std::filesystem::path normalizedHomePath(const std::string& path);
 
+/// Where the folder really lies, relative to the home folder: links above it are followed as long as they
+/// stay inside. The folder itself, and a link that leads out, are taken by their names.
+[[nodiscard]] std::filesystem::path realPlaceInHome(const std::filesystem::path& home,
+                                                    const std::filesystem::path& relative);
+
 /// A folder below the home folder, held open. Whatever is renamed meanwhile, work goes on in the same folder.
 struct OpenedFolder {
     FileDescriptor descriptor;
@@ -27,9 +33,16 @@ struct OpenedFolder {
     std::filesystem::path missing;
 };
 
+/// A way that leads out of the home folder, where nothing is touched.
+class LeadsOutOfHome : public std::runtime_error {
+public:
+    explicit LeadsOutOfHome(const std::filesystem::path& relative)
+        : std::runtime_error("“~/" + relative.string() + "” leads out of the home folder.") {}
+};
+
 /// Opens the folder at `relative`, or the deepest folder on the way that exists. Links on the way are
 /// followed as long as they stay inside the home folder.
-/// @throws SystemCallError; std::runtime_error when the way leads out of the home folder.
+/// @throws SystemCallError; LeadsOutOfHome
 [[nodiscard]] OpenedFolder openInHome(const std::filesystem::path& home,
                                       const std::filesystem::path& relative);
 

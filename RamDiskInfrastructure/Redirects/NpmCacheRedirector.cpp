@@ -118,9 +118,15 @@ void NpmCacheRedirector::undo(const std::string& name, const RedirectRestoreStat
         return;
     }
     tell(observer_, "put the line back");
+    // A user may have copied our line; one is as much in his way as the other.
+    auto single = *content;
+    for (auto fewer = withoutCacheLine(single, ours); fewer && cacheLine(*fewer, ours);
+         fewer = withoutCacheLine(single, ours)) {
+        single = *fewer;
+    }
     if (former.line) {
-        replace(target, content, withCacheLine(content, *former.line, ours), observer_);
-    } else if (const auto rest = withoutCacheLine(*content, ours)) {
+        replace(target, content, withCacheLine(single, *former.line, ours), observer_);
+    } else if (const auto rest = withoutCacheLine(single, ours)) {
         replace(target, content, *rest, observer_);
     } else if (unlink(target.c_str()) != 0 && errno != ENOENT) {
         throw SystemCallError("remove", target);

@@ -4,6 +4,7 @@
 #include "RamDiskInfrastructure/Redirects/FolderOnDisk.h"
 #include "RamDiskInfrastructure/Redirects/MadeFolders.h"
 #include "RamDiskInfrastructure/Redirects/NameExchange.h"
+#include "RamDiskInfrastructure/Redirects/StrayOriginals.h"
 #include "RamDiskInfrastructure/Redirects/SymlinkUndo.h"
 #include "RamDiskInfrastructure/Stores/FlushToDisk.h"
 
@@ -18,7 +19,6 @@ namespace ramdisk {
 
 namespace {
 
-constexpr const char* backupEnding = ".ramdisk-original";
 constexpr mode_t allModes = 07777;
 
 /// The folder that is to be moved; absent when there is none yet.
@@ -105,11 +105,14 @@ RedirectRestoreState SymlinkFolderRedirector::apply(const Source& source,
                      original ? FolderAccess{static_cast<mode_t>(original->st_mode & allModes),
                                              original->st_uid, original->st_gid}
                               : privateAccessOfOwner(home_));
-    const auto backupName = original ? freeNameIn(folder, name, backupEnding) : "";
+    const auto backupName = original ? freeNameIn(folder, name, originalEnding) : "";
     const auto backup = original ? std::optional(folder.path / backupName) : std::nullopt;
     const auto link = folderOnDisk(mountPoint, source.nameOnDisk);
-    record({RedirectRestoreState::MovedFolder{backup}});
-    const RedirectRestoreState linked{RedirectRestoreState::LinkedFolder{backup, link.string()}};
+    const auto place = original ? std::nullopt : std::optional(folder.path / folder.missing / name);
+    const auto inode = original ? std::optional<std::uint64_t>(original->st_ino) : std::nullopt;
+    record({RedirectRestoreState::MovedFolder{backup, place, inode}});
+    const RedirectRestoreState linked{
+        RedirectRestoreState::LinkedFolder{backup, link.string(), place, inode}};
 
     if (!folder.missing.empty()) {
         MadeFolders(home_, source.redirect, observer_).make(folder);
@@ -143,28 +146,69 @@ RedirectRestoreState SymlinkFolderRedirector::apply(const Source& source,
     return linked;
 }
 
-std::optional<std::string> SymlinkFolderRedirector::undo(const Source& source,
-                                                         const std::optional<std::filesystem::path>& backup,
-                                                         const std::optional<std::string>& link) const {
-    const auto folder = openInHome(home_, source.folder.parent_path());
-    const auto shown = "“~/" + source.folder.string() + "”";
-    std::optional<std::string> notice;
-    if (folder.missing.empty()) {
-        const SymlinkUndo::Names names{.shown = shown,
-                                       .folder = source.folder.filename().string(),
-                                       .temporary = SymlinkUndo::temporaryName(source.redirect),
-                                       .backup = backup ? std::optional(backup->filename().string())
-                                                        : std::nullopt};
-        const auto isOurs = [&](const std::string& text) {
-            return link ? text == *link : isFolderOnDisk(text, source.nameOnDisk);
-        };
-        notice = SymlinkUndo(folder, names, isOurs, exchange_, observer_).run();
-        require(flushToDisk(folder.descriptor), "flush the folder", folder.path);
-    } else if (backup) {
-        notice = SymlinkUndo::originalIsGone(shown);
+std::vector<SymlinkFolderRedirector::Standing>
+SymlinkFolderRedirector::standings(const Source& source, const Recorded& recorded,
+                                   std::string& obstacle) const {
+    std::vector<std::filesystem::path> wanted;
+    const auto name = source.folder.filename().string();
+    if (const auto& known = recorded.backup ? recorded.backup : recorded.place) {
+        const auto relative =
+            (known->parent_path() / name).lexically_relative(std::filesystem::canonical(home_));
+        // A home folder that was itself moved since then holds the record's place no more.
+        if (!relative.empty() && *relative.begin() != "..") {
+            wanted.push_back(relative);
+        }
     }
-    if (!backup) {
-        MadeFolders(home_, source.redirect, observer_).remove(source.folder.parent_path());
+    if (wanted.empty() || wanted.front() != source.folder) {
+        wanted.push_back(source.folder);
+    }
+    std::vector<Standing> found;
+    for (auto& relative : wanted) {
+        try {
+            found.push_back({openInHome(home_, relative.parent_path()), relative, name});
+        } catch (const LeadsOutOfHome& error) {
+            obstacle = error.what();
+        }
+    }
+    return found;
+}
+
+std::optional<std::string> SymlinkFolderRedirector::undo(const Source& source,
+                                                         const Recorded& recorded) const {
+    const auto shown = "“~/" + source.folder.string() + "”";
+    const auto isOurs = [&](const std::string& text) {
+        return recorded.link ? text == *recorded.link
+                             : isFolderOnDisk(text, source.nameOnDisk)
+                                   || isFolderOnDisk(text, source.folder.filename().string());
+    };
+    std::string obstacle;
+    std::optional<std::string> notice;
+    bool isFound = false;
+    for (const auto& standing : standings(source, recorded, obstacle)) {
+        if (!isFound && standing.folder.missing.empty()) {
+            const SymlinkUndo::Names names{.shown = shown,
+                                           .folder = standing.name,
+                                           .temporary = SymlinkUndo::temporaryName(source.redirect),
+                                           .backup = recorded.backup
+                                                         ? std::optional(recorded.backup->filename().string())
+                                                         : std::nullopt,
+                                           .inode = recorded.inode};
+            const SymlinkUndo work(standing.folder, names, isOurs, exchange_, observer_);
+            if (work.findsAnything()) {
+                isFound = true;
+                notice = work.run();
+                require(flushToDisk(standing.folder.descriptor), "flush the folder", standing.folder.path);
+            } else {
+                // The undo before this one may have been killed when all that was left was the record.
+                isFound = recorded.backup && work.isUndone();
+            }
+        }
+        if (!recorded.backup) {
+            MadeFolders(home_, source.redirect, observer_).remove(standing.relative.parent_path());
+        }
+    }
+    if (recorded.backup && !isFound) {
+        throw OriginalNotFound(SymlinkUndo::notFound(shown, *recorded.backup, obstacle));
     }
     return notice;
 }

@@ -5,6 +5,7 @@
 #include "RamDiskInfrastructure/Redirects/NameExchange.h"
 #include "RamDiskInfrastructure/Redirects/RedirectStep.h"
 
+#include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -27,6 +28,16 @@ public:
         std::string nameOnDisk;
     };
 
+    /// What was recorded of it, by `apply`.
+    struct Recorded {
+        /// Where the original was to be kept; absent when there was none.
+        std::optional<std::filesystem::path> backup;
+        /// Where the link leads; absent when that was not recorded yet.
+        std::optional<std::string> link{};
+        std::optional<std::filesystem::path> place{};
+        std::optional<std::uint64_t> inode{};
+    };
+
     /// @param reserved folders of this system's own, which must not be moved.
     SymlinkFolderRedirector(std::filesystem::path home, std::vector<std::filesystem::path> reserved,
                             StepObserver observer, NameExchange exchange = NameExchange::whereSupported);
@@ -36,16 +47,23 @@ public:
     RedirectRestoreState apply(const Source& source, const std::filesystem::path& mountPoint,
                                const FolderRedirecting::Record& record) const;
 
-    /// Goes by what it finds. Killed at any step, it can be repeated with the same record.
-    /// @param backup where the original was to be kept; absent when there was none.
-    /// @param link where the link leads; absent when that was not recorded yet.
+    /// Goes by what it finds, first where it was put in place and then where the path leads now. Killed at
+    /// any step, it can be repeated with the same record.
     /// @returns what the user should know.
-    std::optional<std::string> undo(const Source& source, const std::optional<std::filesystem::path>& backup,
-                                    const std::optional<std::string>& link) const;
+    /// @throws OriginalNotFound when neither the link nor the original is found.
+    std::optional<std::string> undo(const Source& source, const Recorded& recorded) const;
 
     [[nodiscard]] bool isInForce(const Source& source, const std::filesystem::path& mountPoint) const;
 
 private:
+    /// A folder in which a redirect may stand, and the folder's name there.
+    struct Standing {
+        OpenedFolder folder;
+        std::filesystem::path relative;
+        std::string name;
+    };
+    [[nodiscard]] std::vector<Standing> standings(const Source& source, const Recorded& recorded,
+                                                  std::string& obstacle) const;
     void requireApart(const std::filesystem::path& folder, const std::filesystem::path& mountPoint,
                       const std::string& shown) const;
     [[nodiscard]] int exchange(const OpenedFolder& folder, const std::string& one,

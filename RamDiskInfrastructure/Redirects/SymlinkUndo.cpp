@@ -36,6 +36,24 @@ bool SymlinkUndo::isOurLink(const std::string& name) const {
     return text && isOurs_(*text);
 }
 
+bool SymlinkUndo::findsAnything() const {
+    return statusIn(folder_, names_.temporary) || isOurLink(names_.folder)
+           || (names_.backup && statusIn(folder_, *names_.backup));
+}
+
+bool SymlinkUndo::isUndone() const {
+    const auto status = statusIn(folder_, names_.folder);
+    return status && (!names_.inode || status->st_ino == *names_.inode);
+}
+
+std::string SymlinkUndo::notFound(const std::string& shown, const std::filesystem::path& backup,
+                                  const std::string& obstacle) {
+    return "The original of " + shown + " was not found as “" + backup.string() + "”. "
+           + (obstacle.empty() ? "" : obstacle + " ")
+           + "If its folder was moved or renamed, look for it there and give it its name back. It stays "
+             "listed until it is found; `tramdisk redirects remove --forget` gives it up.";
+}
+
 void SymlinkUndo::remove(const std::string& link) const {
     tell(observer_, "remove the link");
     if (unlinkat(folder_.descriptor.get(), link.c_str(), 0) != 0 && errno != ENOENT) {

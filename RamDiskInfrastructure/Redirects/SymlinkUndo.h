@@ -5,6 +5,8 @@
 #include "RamDiskInfrastructure/Redirects/NameExchange.h"
 #include "RamDiskInfrastructure/Redirects/RedirectStep.h"
 
+#include <cstdint>
+#include <filesystem>
 #include <functional>
 #include <optional>
 #include <string>
@@ -22,12 +24,22 @@ public:
         std::string folder;
         std::string temporary;
         std::optional<std::string> backup;
+        /// The original's, where it is known.
+        std::optional<std::uint64_t> inode{};
     };
 
     /// @param isOurs whether a link that leads there is the one that was put in place.
     SymlinkUndo(const OpenedFolder& folder, const Names& names,
                 const std::function<bool(const std::string&)>& isOurs, NameExchange exchange,
                 const StepObserver& observer);
+
+    /// Whether the link or the original is here, in whatever state.
+    /// @throws SystemCallError
+    [[nodiscard]] bool findsAnything() const;
+
+    /// Where nothing was found: whether that is because the original is back in its place.
+    /// @throws SystemCallError
+    [[nodiscard]] bool isUndone() const;
 
     /// @returns what the user should know.
     /// @throws SystemCallError
@@ -41,6 +53,9 @@ public:
     [[nodiscard]] static std::string originalIsGone(const std::string& shown) {
         return "The original of " + shown + " was no longer there to be put back.";
     }
+
+    [[nodiscard]] static std::string notFound(const std::string& shown, const std::filesystem::path& backup,
+                                              const std::string& obstacle);
 
 private:
     [[nodiscard]] bool isOurLink(const std::string& name) const;

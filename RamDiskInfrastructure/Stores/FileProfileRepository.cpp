@@ -11,6 +11,10 @@ FileProfileRepository::List FileProfileRepository::load() const {
     return file_.load();
 }
 
+std::size_t FileProfileRepository::notUnderstood() const {
+    return file_.notUnderstood();
+}
+
 void FileProfileRepository::update(const std::function<List(List)>& transform) {
     file_.update(transform);
 }

@@ -4,6 +4,7 @@
 #include "RamDiskCore/Ports/StartupDiskNaming.h"
 #include "RamDiskInfrastructure/Stores/LockedJSONFile.h"
 
+#include <cstddef>
 #include <filesystem>
 #include <memory>
 
@@ -17,6 +18,7 @@ public:
                                    std::shared_ptr<UserDefaultsStoring> defaults = nullptr);
 
     [[nodiscard]] List load() const override;
+    [[nodiscard]] std::size_t notUnderstood() const override;
     void update(const std::function<List(List)>& transform) override;
     [[nodiscard]] std::set<std::string> startupDiskNames() const override;
 

@@ -13,6 +13,10 @@ FileRedirectRepository::List FileRedirectRepository::load() const {
     return file_.load();
 }
 
+std::size_t FileRedirectRepository::notUnderstood() const {
+    return file_.notUnderstood();
+}
+
 void FileRedirectRepository::save(const List& list) {
     file_.write(list);
 }

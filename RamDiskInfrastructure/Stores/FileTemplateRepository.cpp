@@ -11,6 +11,10 @@ FileTemplateRepository::List FileTemplateRepository::load() const {
     return file_.load();
 }
 
+std::size_t FileTemplateRepository::notUnderstood() const {
+    return file_.notUnderstood();
+}
+
 void FileTemplateRepository::update(const std::function<List(List)>& transform) {
     file_.update(transform);
 }

@@ -3,6 +3,7 @@
 #include "RamDiskCore/Ports/TemplateRepository.h"
 #include "RamDiskInfrastructure/Stores/LockedJSONFile.h"
 
+#include <cstddef>
 #include <filesystem>
 #include <memory>
 
@@ -16,6 +17,7 @@ public:
                                     std::shared_ptr<UserDefaultsStoring> defaults = nullptr);
 
     [[nodiscard]] List load() const override;
+    [[nodiscard]] std::size_t notUnderstood() const override;
     void update(const std::function<List(List)>& transform) override;
 
 private:

@@ -5,6 +5,7 @@
 #include "RamDiskInfrastructure/Stores/RecordJSON.h"
 #include "RamDiskInfrastructure/Stores/UserDefaultsJSONList.h"
 
+#include <cstddef>
 #include <functional>
 #include <optional>
 #include <utility>
@@ -16,9 +17,10 @@ namespace ramdisk {
 ///
 /// Nothing is kept in memory: every call reads the file again. Readers take no lock, since the file is only
 /// replaced as a whole. Changes are made one after the other under the lock. If a process is killed at any
-/// point, or the power fails, the list is either as before the change or as after it. A file that does not
-/// decode, because of damage or a missing field, counts as an empty list. The next change sets it aside and
-/// never overwrites it. Until there is a file, the list is the legacy one, if one is given.
+/// point, or the power fails, the list is either as before the change or as after it. A file that is no JSON
+/// array counts as an empty list. The next change sets it aside and never overwrites it. An entry that is
+/// not understood is no part of the list, and every change keeps it as it is, in its place. Until there is a
+/// file, the list is the legacy one, if one is given.
 template <typename Element>
 class LockedJSONFile {
 public:
@@ -31,7 +33,10 @@ public:
     [[nodiscard]] const FileLock& lock() const noexcept { return file_.lock(); }
 
     /// The list, empty when it cannot be read. Takes no lock.
-    [[nodiscard]] List load() const { return read().list; }
+    [[nodiscard]] List load() const { return read().list.entries; }
+
+    /// How many entries are not understood.
+    [[nodiscard]] std::size_t notUnderstood() const { return read().list.foreign.size(); }
 
     /// Replaces the list by what `transform` makes of it, holding the lock. If the transform throws, nothing
     /// is written and the exception is passed on.
@@ -41,14 +46,15 @@ public:
         file_.clearUp();
         migrateIfNeeded();
         auto current = read();
-        file_.replace(encodeList(transform(std::move(current.list))), current.former);
+        const auto list = transform(std::move(current.list.entries));
+        file_.replace(encodeList(list, current.list.foreign), current.former);
     }
 
     /// Replaces the list without taking the lock, for a caller that holds it.
     /// @throws std::system_error with the former list in its place.
     void write(const List& list) const {
-        const auto text = encodeList(list);
-        file_.replace(text, read().former);
+        const auto current = read();
+        file_.replace(encodeList(list, current.list.foreign), current.former);
     }
 
     /// Removes the unfinished changes of killed processes. Every `update` does this too.
@@ -60,21 +66,21 @@ public:
         if (!legacy_ || file_.exists()) {
             return;
         }
-        if (const auto list = legacyList(); !list.empty()) {
-            file_.replace(encodeList(list), FormerContent::readable);
+        if (const auto list = legacyList(); !list.entries.empty() || !list.foreign.empty()) {
+            file_.replace(encodeList(list.entries, list.foreign), FormerContent::readable);
         }
         legacy_->remove();
     }
 
 private:
     struct Content {
-        List list;
+        StoredList<Element> list;
         FormerContent former;
     };
 
     [[nodiscard]] Content read() const {
         if (const auto text = file_.read()) {
-            auto list = decodeList<Element>(*text);
+            auto list = decodeEntries<Element>(*text);
             if (!list) {
                 trace("stores", "{} does not decode and counts as empty", file_.file().native());
             }
@@ -85,9 +91,10 @@ private:
         return {legacyList(), file_.exists() ? FormerContent::unreadable : FormerContent::readable};
     }
 
-    [[nodiscard]] List legacyList() const {
+    [[nodiscard]] StoredList<Element> legacyList() const {
         const auto text = legacy_ ? legacy_->text() : std::nullopt;
-        return text ? decodeList<Element>(*text).value_or(List{}) : List{};
+        auto list = text ? decodeEntries<Element>(*text) : std::nullopt;
+        return list ? std::move(*list) : StoredList<Element>{};
     }
 
     LockedFile file_;

@@ -6,6 +6,7 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <limits>
 #include <type_traits>
 
@@ -69,6 +70,20 @@ Json optionalURL(const char* key, const std::optional<std::filesystem::path>& pa
     return json;
 }
 
+template <typename Folder>
+void addWhereabouts(Json& content, const Folder& state) {
+    if (state.place) {
+        content["place"] = fileURLToJson(*state.place);
+    }
+    if (state.inode) {
+        content["inode"] = *state.inode;
+    }
+}
+
+std::uint64_t inodeFrom(const Json& json) {
+    return unsignedFrom(json);
+}
+
 /// The one member that names the case; other members may come with a newer version.
 template <typename Value, std::size_t count>
 Value caseFrom(const Json& json, const std::pair<const char*, Value (*)(const Json&)> (&cases)[count]) {
@@ -104,17 +119,56 @@ struct StateJSON {
         return {{"configLine", optionalText(payload, state.line)}};
     }
     Json operator()(const State::MovedFolder& state) const {
-        return {{"movedFolder", optionalURL("backup", state.backup)}};
+        auto content = optionalURL("backup", state.backup);
+        addWhereabouts(content, state);
+        return {{"movedFolder", content}};
     }
     Json operator()(const State::LinkedFolder& state) const {
         auto content = optionalURL("backup", state.backup);
         content["link"] = state.link;
+        addWhereabouts(content, state);
         return {{"linkedFolder", content}};
     }
     Json operator()(const State::EnvironmentVariable& state) const {
         return {{"environmentVariable", optionalText(payload, state.value)}};
     }
 };
+
+/// The entries of a text that is known to be a JSON array, as they are written.
+std::vector<std::string_view> entriesOf(std::string_view array) {
+    constexpr std::string_view blanks = " \t\r\n";
+    std::vector<std::string_view> entries;
+    int depth = 0;
+    bool isText = false;
+    std::size_t begin = 0;
+    const auto finish = [&](std::size_t end) {
+        auto entry = array.substr(begin, end - begin);
+        entry.remove_prefix(std::min(entry.find_first_not_of(blanks), entry.size()));
+        entry = entry.substr(0, entry.find_last_not_of(blanks) + 1);
+        if (!entry.empty()) {
+            entries.push_back(entry);
+        }
+        begin = end + 1;
+    };
+    for (std::size_t index = 0; index < array.size(); ++index) {
+        const char letter = array[index];
+        if (isText) {
+            index += letter == '\\' ? 1 : 0;
+            isText = letter != '"';
+        } else if (letter == '"') {
+            isText = true;
+        } else if (letter == '[' || letter == '{') {
+            begin = depth++ == 0 ? index + 1 : begin;
+        } else if (letter == ']' || letter == '}') {
+            if (--depth == 0) {
+                finish(index);
+            }
+        } else if (letter == ',' && depth == 1) {
+            finish(index);
+        }
+    }
+    return entries;
+}
 
 template <typename Element>
 Element recordFrom(const Json& json) {
@@ -257,13 +311,17 @@ RedirectRestoreState restoreStateFrom(const Json& json) {
          {"movedFolder",
           [](const Json& content) {
               return State{
-                  State::MovedFolder{optionalFrom<std::filesystem::path>(content, "backup", fileURLFrom)}};
+                  State::MovedFolder{optionalFrom<std::filesystem::path>(content, "backup", fileURLFrom),
+                                     optionalFrom<std::filesystem::path>(content, "place", fileURLFrom),
+                                     optionalFrom<std::uint64_t>(content, "inode", inodeFrom)}};
           }},
          {"linkedFolder",
           [](const Json& content) {
               return State{
                   State::LinkedFolder{optionalFrom<std::filesystem::path>(content, "backup", fileURLFrom),
-                                      textFrom(member(content, "link"))}};
+                                      textFrom(member(content, "link")),
+                                      optionalFrom<std::filesystem::path>(content, "place", fileURLFrom),
+                                      optionalFrom<std::uint64_t>(content, "inode", inodeFrom)}};
           }},
          {"environmentVariable", [](const Json& content) {
               return State{State::EnvironmentVariable{optionalFrom<std::string>(content, payload, textFrom)}};
@@ -279,33 +337,68 @@ FolderRedirect redirectFrom(const Json& json) {
 }
 
 template <typename Element>
-std::string encodeList(const std::vector<Element>& list) {
-    auto array = Json::array();
-    for (const auto& element : list) {
-        array.push_back(toJSON(element));
-    }
+std::string encodeList(const std::vector<Element>& list, const std::vector<ForeignEntry>& foreign) {
+    // What comes before the first entry, then each entry with what follows it.
+    std::vector<std::string> parts(list.size() + 1);
+    const auto add = [](std::string& part, const std::string& text) {
+        part += part.empty() ? text : "," + text;
+    };
     try {
-        return array.dump();
+        for (std::size_t index = 0; index < list.size(); ++index) {
+            parts[index + 1] = toJSON(list[index]).dump();
+        }
     } catch (const Json::type_error&) {
         throw std::invalid_argument("The list holds a text that is not valid UTF-8, so it cannot be stored.");
     }
+    for (const auto& entry : foreign) {
+        std::size_t place = 0;
+        for (auto id = entry.after.begin(); place == 0 && id != entry.after.end(); ++id) {
+            const auto found = std::find_if(list.begin(), list.end(),
+                                            [&](const Element& element) { return element.id == *id; });
+            place = found == list.end() ? 0 : static_cast<std::size_t>(found - list.begin()) + 1;
+        }
+        add(parts[place], entry.text);
+    }
+    std::string all;
+    for (const auto& part : parts) {
+        if (!part.empty()) {
+            add(all, part);
+        }
+    }
+    return "[" + all + "]";
+}
+
+template <typename Element>
+std::optional<StoredList<Element>> decodeEntries(std::string_view text) {
+    if (const auto whole = Json::parse(text, nullptr, false); !whole.is_array()) {
+        return std::nullopt;
+    }
+    StoredList<Element> list;
+    std::vector<UUID> before;
+    for (const auto entry : entriesOf(text)) {
+        try {
+            list.entries.push_back(recordFrom<Element>(Json::parse(entry)));
+            before.insert(before.begin(), list.entries.back().id);
+        } catch (const DecodingError&) {
+            traceCaught("stores", "an entry of a stored list is not understood and kept as it is");
+            list.foreign.push_back({std::string(entry), before});
+        }
+    }
+    return list;
 }
 
 template <typename Element>
 std::optional<std::vector<Element>> decodeList(std::string_view text) {
-    try {
-        return arrayFrom<Element>(Json::parse(text), recordFrom<Element>);
-    } catch (const DecodingError&) {
-        traceCaught("stores", "a stored list does not decode");
-        return std::nullopt;
-    } catch (const Json::exception&) {
-        return std::nullopt;
-    }
+    auto list = decodeEntries<Element>(text);
+    return list && list->foreign.empty() ? std::optional(std::move(list->entries)) : std::nullopt;
 }
 
-template std::string encodeList(const std::vector<RamDiskProfile>&);
-template std::string encodeList(const std::vector<DiskTemplate>&);
-template std::string encodeList(const std::vector<FolderRedirect>&);
+template std::string encodeList(const std::vector<RamDiskProfile>&, const std::vector<ForeignEntry>&);
+template std::string encodeList(const std::vector<DiskTemplate>&, const std::vector<ForeignEntry>&);
+template std::string encodeList(const std::vector<FolderRedirect>&, const std::vector<ForeignEntry>&);
+template std::optional<StoredList<RamDiskProfile>> decodeEntries(std::string_view);
+template std::optional<StoredList<DiskTemplate>> decodeEntries(std::string_view);
+template std::optional<StoredList<FolderRedirect>> decodeEntries(std::string_view);
 template std::optional<std::vector<RamDiskProfile>> decodeList(std::string_view);
 template std::optional<std::vector<DiskTemplate>> decodeList(std::string_view);
 template std::optional<std::vector<FolderRedirect>> decodeList(std::string_view);

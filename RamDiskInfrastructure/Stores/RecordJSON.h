@@ -31,10 +31,30 @@ namespace ramdisk {
 [[nodiscard]] RedirectRestoreState restoreStateFrom(const Json& json);
 [[nodiscard]] FolderRedirect redirectFrom(const Json& json);
 
-/// A stored list: one compact array.
+/// An entry of a stored list that this version does not understand, such as one of a newer version's. It is
+/// kept byte for byte.
+struct ForeignEntry {
+    std::string text;
+    /// The entries before it that are understood, the nearest first: they tell its place.
+    std::vector<UUID> after;
+};
+
+/// A stored list, entry by entry.
+template <typename Element>
+struct StoredList {
+    std::vector<Element> entries;
+    std::vector<ForeignEntry> foreign;
+};
+
+/// A stored list: one compact array, with foreign entries where they were.
 /// @throws std::invalid_argument when a text is not UTF-8, which JSON cannot hold.
 template <typename Element>
-[[nodiscard]] std::string encodeList(const std::vector<Element>& list);
+[[nodiscard]] std::string encodeList(const std::vector<Element>& list,
+                                     const std::vector<ForeignEntry>& foreign = {});
+
+/// Absent when the text is no array.
+template <typename Element>
+[[nodiscard]] std::optional<StoredList<Element>> decodeEntries(std::string_view text);
 
 /// Absent when the text is not such an array, or one of its entries does not decode.
 template <typename Element>

@@ -9,6 +9,7 @@
 
 #include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -127,6 +128,31 @@ protected:
     std::optional<TestMachine> machine;
     pid_t session = 0;
 };
+
+TEST_F(Session, PutsFoldersBackWhenADiskGoesAndTellsWhatItMetAtQuit) {
+    const auto home = machine->folder() / "home";
+    for (const auto* const name : {"Gone", "Here"}) {
+        fs::create_directories(home / name);
+        writeFile(home / name / "mine", name);
+        machine->create(name, {"--size", "16M", "--at-launch"});
+        ASSERT_EQ(machine->run({"redirects", "add", name, std::string("folder:") + name}).status, 0);
+    }
+    const auto gone = fs::read_symlink(home / "Gone").parent_path().parent_path();
+    startSession();
+    ASSERT_EQ(umount2(gone.c_str(), MNT_DETACH), 0);
+    for (int attempt = 0; attempt < 500 && fs::is_symlink(home / "Gone"); ++attempt) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    EXPECT_FALSE(fs::is_symlink(home / "Gone")) << "nobody noticed";
+    EXPECT_EQ(readFile(home / "Gone/mine"), "Gone");
+
+    fs::remove(home / "Here");
+    fs::create_directory(home / "Here");
+    writeFile(home / "Here/made", "meanwhile");
+    EXPECT_EQ(endSession(), 1) << "a folder that was in the way is to be told";
+    EXPECT_EQ(readFile(home / "Here/mine"), "Here");
+    EXPECT_EQ(readFile(home / "Here.ramdisk-kept/made"), "meanwhile");
+}
 
 TEST_F(Session, BringsEveryFileBackOnEveryKindOfDisk) {
     std::map<std::string, std::map<std::string, std::string>> trees;
@@ -267,7 +293,7 @@ TEST_F(Session, ADiskThatChangesItsPlaceTakesItsRedirectsAlong) {
     writeFile(link / "wheel", "cached");
     ASSERT_EQ(machine->run({"configure", "Dev", "--name", "Tools", "--access", "onlyMe"}).err, "");
     EXPECT_EQ(readFile(link / "wheel"), "cached");
-    EXPECT_EQ(fs::read_symlink(link), machine->privateMounts() / "Tools/Redirected/pip");
+    EXPECT_EQ(fs::read_symlink(link), machine->privateMounts() / "Tools/Redirected/.cache+pip");
     ASSERT_EQ(machine->run({"rename", "Tools", "Dev"}).err, "");
     EXPECT_EQ(readFile(link / "wheel"), "cached");
     ASSERT_EQ(machine->run({"eject", "Dev"}).err, "");

@@ -24,6 +24,7 @@ RamDiskChanges changesFrom(const SetupOptions& options) {
     changes.seedFolder = options.seedFolder;
     changes.folders = options.folders;
     changes.redirects = options.redirects;
+    changes.replacesRedirects = options.replacesRedirects;
     return changes;
 }
 

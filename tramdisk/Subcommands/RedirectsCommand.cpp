@@ -20,7 +20,9 @@ ExitStatus tell(const std::vector<RedirectFailure>& failures, const std::string&
         context.console.fail(failureText(failure));
     }
     if (failures.empty()) {
-        context.console.confirm(success);
+        if (!success.empty()) {
+            context.console.confirm(success);
+        }
         return succeeded;
     }
     return failed;
@@ -39,13 +41,16 @@ std::string diskNameOf(const RamDiskReference& reference, const CommandContext& 
 struct RedirectsListCommand {
     ExitStatus run(const CommandContext& context) const {
         const auto redirects = context.session.redirects->list();
+        const auto told = tellNotUnderstood(context.session.redirects->notUnderstood(), "redirect", context);
         if (context.console.wantsJSON()) {
             context.console.printDocument(compactText(listJSON(redirects)));
-            return succeeded;
+            return told;
         }
         if (redirects.empty()) {
-            context.console.confirm("No folders are kept on RAM disks.");
-            return succeeded;
+            if (told == succeeded) {
+                context.console.confirm("No folders are kept on RAM disks.");
+            }
+            return told;
         }
         std::vector<std::vector<std::string>> rows;
         for (const auto& redirect : redirects) {
@@ -55,7 +60,7 @@ struct RedirectsListCommand {
                                                               : "waiting for the disk"});
         }
         context.console.printTable({"DISK", "TARGET", "STATE"}, rows);
-        return succeeded;
+        return told;
     }
 };
 
@@ -78,25 +83,48 @@ struct RedirectsAddCommand {
     }
 };
 
+bool isMounted(const std::string& name, const CommandContext& context) {
+    try {
+        return context.services.list->resolve({RamDiskReference::Name{name}}).mountPoint.has_value();
+    } catch (const RamDiskError&) {
+        return false;
+    }
+}
+
 struct RedirectsRemoveCommand {
     RamDiskReference reference{RamDiskReference::Name{}};
     RedirectTarget target{};
+    bool givesUp = false;
 
     void declare(Syntax& syntax) {
         syntax.value("REF", reference, referenceHelp);
         syntax.value("TARGET", target, targetHelp());
+        syntax.flag("--forget", givesUp, "Remove it from the list even if the original is not found");
     }
 
     ExitStatus run(const CommandContext& context) const {
+        using Lost = FolderRedirectsUseCase::LostOriginals;
         const auto name = diskNameOf(reference, context);
-        return tell(context.session.redirects->remove(name, {target}),
-                    fmt::format("{} is back in its place.", targetText(target)), context);
+        const auto lost = givesUp ? Lost::givenUp : Lost::keptListed;
+        const auto text = targetText(target);
+        return tell(context.session.redirects->remove(name, {target}, lost),
+                    givesUp
+                        ? fmt::format("{} is no longer listed.", text)
+                        : fmt::format("{} is back in its place. {}", text,
+                                      isMounted(name, context) ? "Its files on the disk are removed."
+                                                               : "“" + printable(name) + "” is not mounted."),
+                    context);
     }
 };
 
 struct RedirectsRepairCommand {
     ExitStatus run(const CommandContext& context) const {
-        return tell(context.session.redirects->repair(), "Every folder is where it belongs.", context);
+        const auto unknown =
+            tellNotUnderstood(context.session.redirects->notUnderstood(), "redirect", context);
+        const auto failures = context.session.redirects->repair();
+        const auto told =
+            tell(failures, unknown == succeeded ? "Every folder is where it belongs." : "", context);
+        return unknown == succeeded ? told : failed;
     }
 };
 

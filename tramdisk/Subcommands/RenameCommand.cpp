@@ -1,4 +1,5 @@
 #include "RamDiskInfrastructure/Stores/ValueJSON.h"
+#include "RamDiskUI/SessionText.h"
 #include "tramdisk/Subcommand.h"
 
 #include <fmt/format.h>
@@ -21,14 +22,18 @@ struct RenameCommand {
         const auto disk = context.services.list->resolve(reference);
         RamDiskChanges changes;
         changes.name = newName;
-        const auto renamed = context.session.configure->execute(disk, std::move(changes)).ramDisk;
+        const auto result = context.session.configure->execute(disk, std::move(changes));
+        const auto& renamed = result.ramDisk;
         if (context.console.wantsJSON()) {
             context.console.printDocument(compactText(toJSON(renamed)));
         }
         context.console.confirm(fmt::format("“{}” is now “{}”, at {}.", printable(disk.name),
                                             printable(renamed.name),
                                             printable(renamed.mountPoint.value_or("").string())));
-        return succeeded;
+        for (const auto& problem : result.problems) {
+            context.console.fail(problemText(problem));
+        }
+        return result.problems.empty() ? succeeded : failed;
     }
 };
 

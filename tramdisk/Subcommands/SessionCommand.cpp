@@ -4,6 +4,7 @@
 #include "tramdisk/KeptDisks.h"
 #include "tramdisk/ListJSON.h"
 #include "tramdisk/ProgressLine.h"
+#include "tramdisk/RedirectTargetText.h"
 #include "tramdisk/SessionSignals.h"
 #include "tramdisk/Subcommand.h"
 #include "tramdisk/TracePrinter.h"
@@ -11,8 +12,10 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <memory>
 #include <stdexcept>
 
 namespace ramdisk::cli {
@@ -42,19 +45,83 @@ LaunchReport launch(const CommandContext& context) {
     return report;
 }
 
-/// Until it is asked to end; meanwhile deleted files give their memory back now and then.
+void trimDisks(const CommandContext& context) {
+    try {
+        for (const auto& disk : context.services.list->listOwn()) {
+            context.services.memoryTrimming->trim(disk);
+        }
+    } catch (const std::exception&) {
+        // The list could not be read just now; the next time will do.
+        traceCaught("trim", "put off to the next time");
+    }
+}
+
+/// Puts folders back whose disk somebody unmounted, and tells it.
+void leaveLostDisks(const CommandContext& context) {
+    const auto before = context.session.redirects->list();
+    try {
+        tellRedirectFailures(context.session.redirects->undoLost(), context);
+    } catch (const std::exception&) {
+        traceCaught("redirects", "what a change of mounts asks for is put off to the next one");
+        return;
+    }
+    const auto after = context.session.redirects->list();
+    for (const auto& former : before) {
+        const bool isUndone = std::any_of(after.begin(), after.end(), [&](const FolderRedirect& redirect) {
+            return redirect.id == former.id && !redirect.restoreState;
+        });
+        if (former.restoreState && isUndone) {
+            context.console.warn(fmt::format("“{}” is gone. {} is back in its place.",
+                                             printable(former.diskName), targetText(former.target)));
+        }
+    }
+    static_cast<void>(std::fflush(stdout));
+}
+
+/// Until it is asked to end. Meanwhile deleted files give their memory back now and then, and a disk that
+/// goes takes no folder with it.
 void waitForEnd(SessionSignals& signals, const CommandContext& context) {
-    while (signals.wait(trimmingInterval) == SessionEvent::timePassed) {
-        try {
-            for (const auto& disk : context.services.list->listOwn()) {
-                context.services.memoryTrimming->trim(disk);
-            }
-        } catch (const std::exception&) {
-            // The list could not be read just now; the next time will do.
-            traceCaught("trim", "put off to the next time");
+    using Clock = std::chrono::steady_clock;
+    auto nextTrim = Clock::now() + trimmingInterval;
+    for (;;) {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(nextTrim - Clock::now());
+        const auto event = signals.wait(std::max(left, std::chrono::milliseconds{0}));
+        if (event == SessionEvent::endRequested) {
+            return;
+        }
+        if (event == SessionEvent::mountsChanged) {
+            leaveLostDisks(context);
+        }
+        if (Clock::now() >= nextTrim) {
+            trimDisks(context);
+            nextTrim = Clock::now() + trimmingInterval;
         }
     }
 }
+
+/// Watches for disks that go while the session runs, where that is possible.
+class MountWatch {
+public:
+    explicit MountWatch(const CommandContext& context) : watching_(context.platform.mountWatching) {
+        try {
+            if (watching_) {
+                watching_->start([] { SessionSignals::noteMounts(); });
+            }
+        } catch (const std::exception& error) {
+            context.console.note(error.what());
+        }
+    }
+    MountWatch(const MountWatch&) = delete;
+    MountWatch& operator=(const MountWatch&) = delete;
+    ~MountWatch() {
+        if (watching_) {
+            watching_->stop();
+        }
+    }
+
+private:
+    std::shared_ptr<MountWatching> watching_;
+};
 
 ShutdownReport quit(const CommandContext& context) {
     auto report = [&] {
@@ -112,7 +179,10 @@ struct SessionRunCommand {
         session->tell(SessionPhase::running);
         context.console.confirm("Running; ends on SIGTERM or SIGINT.");
         static_cast<void>(std::fflush(stdout));
-        waitForEnd(signals, context);
+        {
+            const MountWatch watch(context);
+            waitForEnd(signals, context);
+        }
         session->tell(SessionPhase::quitting);
         const auto report = quit(context);
         delay.stop();

@@ -19,13 +19,17 @@ constexpr auto startupNameHelp = "The name of the startup disk";
 struct StartupListCommand {
     ExitStatus run(const CommandContext& context) const {
         const auto profiles = context.session.profiles->list();
+        const auto told =
+            tellNotUnderstood(context.session.profiles->notUnderstood(), "startup disk", context);
         if (context.console.wantsJSON()) {
             context.console.printDocument(compactText(listJSON(profiles)));
-            return succeeded;
+            return told;
         }
         if (profiles.empty()) {
-            context.console.confirm("No startup disks.");
-            return succeeded;
+            if (told == succeeded) {
+                context.console.confirm("No startup disks.");
+            }
+            return told;
         }
         const auto standing = context.session.lifecycle->keptDisks();
         std::vector<std::vector<std::string>> rows;
@@ -42,7 +46,7 @@ struct StartupListCommand {
         }
         context.console.printTable(
             {"NAME", "SIZE", "FORMAT", "ENCRYPTED", "FILES", "EARLIER COPIES", "MOUNTED AT"}, rows);
-        return succeeded;
+        return told;
     }
 };
 
@@ -84,10 +88,12 @@ struct StartupAddCommand {
 struct StartupRemoveCommand {
     std::string name;
     bool isForced = false;
+    bool forgetsRedirects = false;
 
     void declare(Syntax& syntax) {
         syntax.value("NAME", name, startupNameHelp);
         syntax.flag("--force", isForced, "Do not ask");
+        syntax.flag("--remove-redirects", forgetsRedirects, "Remove the redirects to the disk as well");
     }
 
     ExitStatus run(const CommandContext& context) const {
@@ -105,11 +111,14 @@ struct StartupRemoveCommand {
             }
         }
         context.session.profiles->remove(profile);
+        const auto failures = forgetsRedirects ? context.session.redirects->forget(profile.name)
+                                               : std::vector<RedirectFailure>{};
+        tellRedirectFailures(failures, context);
         if (context.console.wantsJSON()) {
             context.console.printDocument(compactText(toJSON(profile)));
         }
         context.console.confirm(fmt::format("“{}” is no longer a startup disk.", printable(profile.name)));
-        return succeeded;
+        return failures.empty() ? succeeded : failed;
     }
 };
 

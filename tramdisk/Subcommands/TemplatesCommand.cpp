@@ -1,4 +1,5 @@
 #include "RamDiskCore/Values/ByteCountFormat.h"
+#include "tramdisk/KeptDisks.h"
 #include "tramdisk/ListJSON.h"
 #include "tramdisk/RedirectTargetText.h"
 #include "tramdisk/Subcommand.h"
@@ -16,9 +17,10 @@ constexpr auto titleHelp = "The title of the template";
 struct TemplatesListCommand {
     ExitStatus run(const CommandContext& context) const {
         const auto templates = context.session.templates->templates();
+        const auto told = tellNotUnderstood(context.session.templates->notUnderstood(), "template", context);
         if (context.console.wantsJSON()) {
             context.console.printDocument(compactText(listJSON(templates)));
-            return succeeded;
+            return told;
         }
         std::vector<std::vector<std::string>> rows;
         for (const auto& one : templates) {
@@ -35,7 +37,7 @@ struct TemplatesListCommand {
         }
         context.console.printTable(
             {"TITLE", "NAME", "SIZE", "FORMAT", "AT LAUNCH", "FILES", "REDIRECTS", "COMMAND"}, rows);
-        return succeeded;
+        return told;
     }
 };
 

@@ -153,7 +153,7 @@ TEST_F(FolderRedirects, AreStoredAppliedUndoneAndForgottenByTheDisksName) {
     EXPECT_THAT(inPlace(), ElementsAre("npm", "pip"));
     EXPECT_THAT(told(redirects.change(dev, {pip, folder("a")})), IsEmpty());
     EXPECT_THAT(inPlace(), ElementsAre("a", "pip"));
-    EXPECT_THAT(told(redirects.remove("DEV", {pip, npm})), IsEmpty());
+    EXPECT_THAT(told(redirects.remove("DEV", {pip, npm})), ElementsAre("It is not kept on “DEV”."));
     EXPECT_THAT(inPlace(), ElementsAre("a"));
     redirecting->notice = "files are kept";
     EXPECT_THAT(told(redirects.forget("dev")), ElementsAre("files are kept"));
@@ -185,7 +185,8 @@ TEST_F(FolderRedirects, OneLeftByAnEjectedDiskGivesWayUnlessItIsAStartupDisk) {
     machine->startupDisks = {"DEV"};
     EXPECT_THAT(told(redirects.add(disk, {npm})), ElementsAre("It is already kept on “Dév”."));
     machine->startupDisks.clear();
-    EXPECT_THAT(told(redirects.add(disk, {npm})), IsEmpty());
+    EXPECT_THAT(told(redirects.add(disk, {npm})),
+                ElementsAre("“npm” was to be kept on “Dév”. It gives way to “Other”."));
     EXPECT_EQ(redirects.redirects("dev").size(), 1U);
     EXPECT_THAT(told(redirects.apply(dev)), IsEmpty());
     EXPECT_THAT(inPlace(), ElementsAre("npm", "pip"));

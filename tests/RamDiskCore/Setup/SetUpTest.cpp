@@ -61,6 +61,25 @@ TEST_F(SetUpTest, EveryStepRunsWhateverTheOthersGave) {
     EXPECT_THAT(session.redirectList->load(), SizeIs(1));
 }
 
+TEST_F(SetUpTest, StoredRedirectsComeBackWithTheDiskAndGoWhenTheyAreReplaced) {
+    const RamDiskSetup bare{.specification = {.name = "Dev"}};
+    session.redirectList
+        ->update([this] {
+            session.redirectList->save(
+                {{.id = UUID::random(), .diskName = "dev", .target = {RedirectTarget::Folder{"a"}}}});
+        })
+        .get();
+    const auto disk = setUp(bare).creation.ramDisk;
+    EXPECT_EQ(session.machine->steps.back(), "redirect a");
+    ConfigureRamDiskUseCase configure(session.services(), session.manage(), session.redirects());
+    RamDiskChanges changes;
+    changes.redirects = {{RedirectTarget::Folder{"b"}}};
+    changes.replacesRedirects = true;
+    EXPECT_THAT(configure.execute(disk, changes).problems, IsEmpty());
+    ASSERT_THAT(session.redirectList->load(), SizeIs(1));
+    EXPECT_EQ(session.redirectList->load().front().target, changes.redirects.front());
+}
+
 TEST_F(SetUpTest, FoldersThatCannotBeMeantStopItBeforeAnythingIsMade) {
     whole.folders = {"../escape"};
     EXPECT_EQ(caseOf([&] { setUp(whole); }), "invalidSpecification");

@@ -32,9 +32,9 @@ TEST(FolderRedirect, LeadsToAnEmptyFolderOnTheDiskAndBack) {
     auto redirects = world.useCase();
 
     EXPECT_THAT(texts(redirects.add(world.disk(), {folderTarget("./work//cache/")})), IsEmpty());
-    EXPECT_EQ(fs::read_symlink(world.home() / "work/cache"), world.onDisk("cache"));
-    EXPECT_TRUE(fs::is_empty(world.onDisk("cache")));
-    EXPECT_EQ(modeOf(world.onDisk("cache")) & 07777U, 02750U);
+    EXPECT_EQ(fs::read_symlink(world.home() / "work/cache"), world.onDisk("work+cache"));
+    EXPECT_TRUE(fs::is_empty(world.onDisk("work+cache")));
+    EXPECT_EQ(modeOf(world.onDisk("work+cache")) & 07777U, 02750U);
     EXPECT_EQ(world.read("work/cache.ramdisk-original/deep/file"), "old");
     world.write("work/cache/new", "new");
 
@@ -97,7 +97,10 @@ TEST(FolderRedirect, BringsTheOriginalBackWhateverTookItsPlaceAndKeepsThat) {
         {"nothing", [](const auto&) {}, "", {{"cache/original", "old"}}},
         {"the original gone too",
          [](const auto& cache) { fs::remove_all(cache.parent_path() / "cache.ramdisk-original"); },
-         "The original of “~/cache” was no longer there to be put back.",
+         "The original of “~/cache” was not found as “HOME/cache.ramdisk-original”. If its folder was moved "
+         "or "
+         "renamed, look for it there and give it its name back. It stays listed until it is found; `tramdisk "
+         "redirects remove --forget` gives it up.",
          {}},
     };
     for (const auto& [name, meddle, told, left] : all) {
@@ -122,7 +125,74 @@ TEST(FolderRedirect, BringsTheOriginalBackWhateverTookItsPlaceAndKeepsThat) {
             }
         }
         EXPECT_EQ(found, left);
-        EXPECT_THAT(texts(world.useCase().repair()), IsEmpty()) << "told once";
+        EXPECT_EQ(texts(world.useCase().repair()).empty(), left.size() != 0) << "told once";
+    }
+}
+
+/// A parent of the folder that leads elsewhere, or is elsewhere, when the redirect is undone.
+TEST(FolderRedirect, BringsTheOriginalBackWhereItWasTakenFrom) {
+    using Lost = FolderRedirectsUseCase::LostOriginals;
+    struct Case {
+        const char* name;
+        std::function<void(const fs::path& home)> move;
+        /// Where the original is back; empty when it is not found.
+        std::string back;
+    };
+    const auto linkTo = [](const char* target) {
+        return [target](const fs::path& home) {
+            fs::remove(home / "current");
+            fs::create_directory_symlink(target, home / "current");
+        };
+    };
+    const std::vector<Case> all{
+        {"the link leads elsewhere", linkTo("p-2"), "p-1/target"},
+        {"the folder was renamed", [](const fs::path& home) { fs::rename(home / "p-1", home / "p-old"); },
+         ""},
+        {"and another made in its place",
+         [](const fs::path& home) {
+             fs::rename(home / "p-1", home / "p-old");
+             fs::create_directories(home / "p-1/target/new");
+         },
+         ""},
+        {"the folder was renamed with a link to it",
+         [](const fs::path& home) {
+             fs::rename(home / "p-1", home / "p-old");
+             fs::create_directory_symlink("p-old", home / "p-1");
+         },
+         "p-old/target"},
+        {"the folder left the home folder",
+         [](const fs::path& home) {
+             fs::rename(home / "p-1", home.parent_path() / "p-1");
+             fs::create_directory_symlink("../p-1", home / "p-1");
+         },
+         ""},
+    };
+    for (const auto& [name, move, back] : all) {
+        SCOPED_TRACE(name);
+        RedirectWorld world;
+        world.write("p-1/target/mine", "old");
+        world.write("p-2/target/other", "other");
+        linkTo("p-1")(world.home());
+        const auto target = folderTarget("current/target");
+        ASSERT_THAT(texts(world.useCase().add(world.disk(), {target})), IsEmpty());
+        move(world.home());
+        world.loseDisk();
+        const auto told = texts(world.useCase().repair());
+        EXPECT_EQ(world.read("p-2/target/other"), "other");
+        if (!back.empty()) {
+            EXPECT_THAT(told, IsEmpty());
+            EXPECT_EQ(world.read(back + "/mine"), "old");
+            continue;
+        }
+        ASSERT_FALSE(told.empty());
+        EXPECT_THAT(told.front(), HasSubstr("p-1/target.ramdisk-original”. "));
+        EXPECT_TRUE(world.useCase().list().front().restoreState) << "forgotten";
+        if (fs::exists(world.home() / "p-old")) {
+            ASSERT_EQ(told.size(), 2U);
+            EXPECT_THAT(told.back(), HasSubstr("p-old/target.ramdisk-original” is the original"));
+        }
+        EXPECT_THAT(texts(world.useCase().remove("Dev", {target}, Lost::givenUp)), IsEmpty());
+        EXPECT_THAT(world.useCase().list(), IsEmpty());
     }
 }
 
@@ -180,6 +250,82 @@ TEST(FolderRedirect, NeverLeadsAFolderIntoItself) {
     }
 }
 
+TEST(FolderRedirect, FoldersOfOneNameShareNothing) {
+    RedirectWorld world;
+    for (const auto* const folder : {"a/target", "b/target", "npm", "a+target"}) {
+        world.write(std::string(folder) + "/mine", folder);
+    }
+    chmod((world.home() / "a/target").c_str(), 0700);
+    const auto before = world.tree();
+    auto redirects = world.useCase();
+    EXPECT_THAT(texts(redirects.add(world.disk(), {folderTarget("a/target"),
+                                                   folderTarget("b/target"),
+                                                   folderTarget("a+target"),
+                                                   {RedirectTarget::NpmCache{}},
+                                                   folderTarget("npm")})),
+                IsEmpty());
+    world.write("a/target/key", "secret");
+    fs::create_directory(world.home() / "a/target/barred");
+    world.write("a/target/barred/x", "x");
+    chmod((world.home() / "a/target/barred").c_str(), 0500);
+    fs::create_directory_symlink(world.home() / "b", world.home() / "a/target/link");
+    EXPECT_EQ(modeOf(world.onDisk("a+target")) & 07777U, 0700U);
+    EXPECT_THAT(texts(redirects.remove("Dev", {folderTarget("a/target")})), IsEmpty());
+    EXPECT_FALSE(fs::exists(world.onDisk("a+target"))) << "its memory is not free";
+    EXPECT_TRUE(fs::is_empty(world.home() / "b/target"));
+    EXPECT_THAT(texts(redirects.remove("Dev", {folderTarget("a/target")})),
+                ElementsAre("It is not kept on “Dev”."));
+    EXPECT_THAT(texts(redirects.forget("Dev")), IsEmpty());
+    EXPECT_EQ(world.tree(), before);
+    EXPECT_TRUE(fs::is_empty(world.mountPoint() / "Redirected"));
+}
+
+/// Earlier versions named the folder on the disk by the last part of its path, and recorded less.
+TEST(FolderRedirect, OneOfAnEarlierVersionIsInForceAndUndone) {
+    RedirectWorld world;
+    world.write("a/target.ramdisk-original/mine", "old");
+    world.write("x", "");
+    fs::create_directories(world.onDisk("target"));
+    fs::create_directory_symlink(world.onDisk("target"), world.home() / "a/target");
+    const auto backup = (world.home() / "a/target.ramdisk-original").string();
+    const auto store = [&](const std::string& state) {
+        fs::create_directories(world.scratch() / "lists");
+        writeFile(world.scratch() / "lists/Folder Redirects.json",
+                  R"([{"id":"11111111-2222-3333-4444-555555555555","diskName":"Dev","target":{"folder":)"
+                  R"({"_0":"a/target"}},"restoreState":)"
+                      + state + "}]");
+    };
+    auto escaped = backup;
+    for (auto blank = escaped.find(' '); blank != std::string::npos; blank = escaped.find(' ')) {
+        escaped.replace(blank, 1, "%20");
+    }
+    store(R"({"linkedFolder":{"backup":"file://)" + escaped + R"(","link":")"
+          + world.onDisk("target").string() + R"("}})");
+    EXPECT_THAT(texts(world.useCase().repair()), IsEmpty());
+    EXPECT_TRUE(fs::is_symlink(world.home() / "a/target")) << "it was in force";
+    store(R"({"movedFolder":{"backup":"file://)" + escaped + R"("}})");
+    EXPECT_THAT(texts(world.useCase().undo("Dev")), IsEmpty());
+    EXPECT_EQ(world.read("a/target/mine"), "old");
+    EXPECT_FALSE(fs::exists(backup));
+}
+
+TEST(FolderRedirect, OverlapThroughALinkIsRefused) {
+    RedirectWorld world;
+    world.write("real/cache/mine", "old");
+    fs::create_directory_symlink("real", world.home() / "way");
+    fs::create_directory_symlink(world.home() / "way", world.home() / "way 2");
+    const auto before = world.tree();
+    for (const auto& [first, second] :
+         {std::pair("way 2/cache", "real"), {"real", "way/cache"}, {"real/cache", "way 2/cache/x"}}) {
+        ASSERT_THAT(texts(world.useCase().add(world.disk(), {folderTarget(first)})), IsEmpty());
+        EXPECT_THAT(texts(world.useCase().add(world.disk(), {folderTarget(second)})),
+                    ElementsAre("It is already kept on “Dev”."))
+            << first;
+        EXPECT_THAT(texts(world.useCase().forget("Dev")), IsEmpty());
+        EXPECT_EQ(world.tree(), before);
+    }
+}
+
 TEST(FolderRedirect, FourOfFiveAreInForceWhenOneFails) {
     RedirectWorld world;
     world.write("file", "in the way");
@@ -193,7 +339,7 @@ TEST(FolderRedirect, FourOfFiveAreInForceWhenOneFails) {
     for (const auto& redirect : world.useCase().list()) {
         EXPECT_TRUE(redirect.restoreState && !redirect.applying);
     }
-    for (const auto* const name : {"a", "caches", "npm", "registry"}) {
+    for (const auto* const name : {"a", ".gradle+caches", "npm", ".cargo+registry"}) {
         EXPECT_TRUE(fs::is_directory(world.onDisk(name))) << name;
     }
     // The disk comes back after a crash, made anew and empty.

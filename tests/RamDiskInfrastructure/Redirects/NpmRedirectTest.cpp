@@ -92,6 +92,7 @@ TEST(NpmRedirect, KeepsWhatTheUserEditedMeanwhile) {
         {"our line changed", "cache=/x\n", "cache=/mine\n", "cache=/mine\n"},
         {"our line removed", "a=1\ncache=/x\n", "a=1\n", "a=1\n"},
         {"a line of his own after ours", "a=1\n", "a=1\nLINE\ncache=/mine\n", "a=1\ncache=/mine\n"},
+        {"our line copied", "cache=/x\n", "LINE\na=1\nLINE\n", "cache=/x\na=1\n"},
         {"everything else removed", "a=1\n", "LINE\n", nullptr},
         {"added to a file that we made", nullptr, "LINE\na=1\n", "a=1\n"},
     };
@@ -103,7 +104,7 @@ TEST(NpmRedirect, KeepsWhatTheUserEditedMeanwhile) {
         }
         ASSERT_THAT(texts(world.useCase().add(world.disk(), {npm})), IsEmpty());
         std::string edited = edit.edited;
-        if (const auto place = edited.find("LINE"); place != std::string::npos) {
+        for (auto place = edited.find("LINE"); place != std::string::npos; place = edited.find("LINE")) {
             edited.replace(place, 4, "cache=" + world.onDisk("npm").string());
         }
         world.write(".npmrc", edited);

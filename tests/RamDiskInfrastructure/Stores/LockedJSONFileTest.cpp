@@ -6,7 +6,10 @@
 #include "tests/support/FakeUserDefaults.h"
 #include "tests/support/ScratchFolder.h"
 
+#include <fmt/ranges.h>
 #include <gmock/gmock.h>
+
+#include <set>
 
 namespace ramdisk::test {
 namespace {
@@ -53,9 +56,8 @@ TEST(LockedJSONFile, FirstUpdateMakesFolderLockAndList) {
 
 TEST(LockedJSONFile, SetsAsideWhatItCannotRead) {
     const auto records = encodeList<RamDiskProfile>({profile("A")});
-    const auto lacking = "[{" + records.substr(records.find("\"name\""));
     for (const std::string& damaged :
-         {std::string("not JSON"), std::string(), records.substr(0, 40), lacking}) {
+         {std::string("not JSON"), std::string(), records.substr(0, 40), std::string("{}")}) {
         const ScratchFolder scratch;
         scratch.write("Startup Disks.json", damaged);
         const LockedJSONFile<RamDiskProfile> list(
@@ -75,6 +77,39 @@ TEST(LockedJSONFile, SetsAsideWhatItCannotRead) {
         EXPECT_EQ(scratch.read("Startup Disks.json"), "[]");
         EXPECT_EQ(scratch.names().size(), 4U);
     }
+}
+
+/// Entries of a newer version, or damaged ones, between those that are understood.
+TEST(LockedJSONFile, KeepsWhatItDoesNotUnderstandInItsPlace) {
+    const std::string newer = R"({ "name" : "\"],[\\", "size":12345678901234567890123, "a":[{}]})";
+    const auto a = profile("A");
+    const auto b = profile("B");
+    const auto c = profile("C");
+    const auto text = [](const RamDiskProfile& one) {
+        const auto list = encodeList<RamDiskProfile>({one});
+        return list.substr(1, list.size() - 2);
+    };
+    const auto array = [](const std::vector<std::string>& entries) {
+        return "[" + fmt::format("{}", fmt::join(entries, ",")) + "]";
+    };
+    const ScratchFolder scratch;
+    scratch.write("Startup Disks.json", " [ 1.50, " + text(a) + " ,\n" + newer + "," + text(b) + ",null]\n");
+    FileProfileRepository repository(scratch.path());
+    EXPECT_THAT(repository.load(), ElementsAre(a, b));
+    EXPECT_EQ(repository.notUnderstood(), 3U);
+    repository.update(adding(c));
+    EXPECT_EQ(scratch.read("Startup Disks.json"), array({"1.50", text(a), newer, text(b), "null", text(c)}));
+    repository.update([&](const List&) { return List{a, c}; });
+    EXPECT_EQ(scratch.read("Startup Disks.json"), array({"1.50", text(a), newer, "null", text(c)}));
+    repository.update([](const List&) { return List{}; });
+    EXPECT_EQ(scratch.read("Startup Disks.json"), array({"1.50", newer, "null"}));
+    EXPECT_EQ(scratch.names(), (std::set<std::string>{"Startup Disks.json", "Startup Disks.lock"}));
+
+    const auto defaults = std::make_shared<FakeUserDefaults>();
+    defaults->stored.emplace("folderRedirects", data("[null]"));
+    FileRedirectRepository redirects(scratch.path(), std::make_shared<TaskPool>(2), defaults);
+    redirects.update([] {}).get();
+    EXPECT_EQ(scratch.read("Folder Redirects.json"), "[null]");
 }
 
 TEST(LockedJSONFile, MovesTheLegacyListOnce) {

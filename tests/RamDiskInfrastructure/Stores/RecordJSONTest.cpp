@@ -61,6 +61,8 @@ TEST(RecordJSON, KeepsEveryFieldInItsOrder) {
              {State{State::ConfigLine{"cache = x"}}, R"(,"restoreState":{"configLine":{"_0":"cache = x"}})"},
              {State{State::MovedFolder{}}, R"(,"restoreState":{"movedFolder":{}})"},
              {State{State::MovedFolder{"/b"}}, R"(,"restoreState":{"movedFolder":{"backup":"file:///b"}})"},
+             {State{State::MovedFolder{{}, "/p", 7}},
+              R"(,"restoreState":{"movedFolder":{"place":"file:///p","inode":7}})"},
              {State{State::LinkedFolder{"/b", "/c"}},
               R"(,"restoreState":{"linkedFolder":{"backup":"file:///b","link":"/c"}})"},
              {State{State::EnvironmentVariable{""}},

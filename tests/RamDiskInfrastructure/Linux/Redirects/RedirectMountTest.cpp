@@ -42,7 +42,7 @@ TEST(RedirectMount, WhatRootMakesInAnotherUsersHomeIsThatUsers) {
         IsEmpty());
     for (const auto& path :
          {world.home() / "cache", world.home() / "a", world.home() / "a/b", world.home() / ".npmrc",
-          world.onDisk("cache"), world.onDisk("b"), world.onDisk("npm")}) {
+          world.onDisk("cache"), world.onDisk("a+b"), world.onDisk("npm")}) {
         struct stat status {};
         ASSERT_EQ(lstat(path.c_str(), &status), 0) << path;
         EXPECT_EQ(status.st_uid, nobody) << path;

@@ -31,6 +31,9 @@ public:
     [[nodiscard]] std::vector<FolderRedirect*>
     where(const std::function<bool(const FolderRedirect&)>& condition);
 
+    /// Gives the redirect the place that its tool uses now. Nothing of it may be in place.
+    Outcome settle(FolderRedirect& redirect);
+
     /// Puts a redirect of the list in place. On failure it is undone.
     Outcome apply(FolderRedirect& redirect, const std::filesystem::path& mountPoint);
 

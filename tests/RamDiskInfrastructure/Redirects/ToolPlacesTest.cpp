@@ -17,7 +17,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using Variables = std::map<std::string, std::string>;
 
-const RedirectTarget npm{RedirectTarget::NpmCache{}};
+const RedirectTarget npmTarget{RedirectTarget::NpmCache{}};
 
 VariableLookup lookupIn(const Variables& variables) {
     return [&variables](const char* name) {
@@ -161,9 +161,9 @@ TEST(ToolPlaces, AStoredCacheFollowsAVariableThatCameLaterAndFailsOneThatLeadsAw
          std::vector<std::tuple<std::string, RedirectTarget, std::string>>{
              {"PIP_CACHE_DIR", pip,
               "pip keeps its cache in “/tmp/x”, as PIP_CACHE_DIR says, which is not below the home folder."},
-             {"npm_config_cache", npm,
+             {"npm_config_cache", npmTarget,
               "npm keeps its cache in “/tmp/x”, as npm_config_cache says, whatever “~/.npmrc” holds."},
-             {"NPM_CONFIG_USERCONFIG", npm,
+             {"NPM_CONFIG_USERCONFIG", npmTarget,
               "npm reads “/tmp/x” instead of “~/.npmrc”, as NPM_CONFIG_USERCONFIG says."}}) {
         world.variables = {{variable, "/tmp/x"}};
         EXPECT_THAT(texts(redirects.add(world.disk(), {target})), ElementsAre(text));
@@ -206,11 +206,11 @@ TEST(RedirectStatus, TellsWhatIsThereAndNotWhatWasRecorded) {
         {ccache, [](RedirectWorld& world) { world.variables["CCACHE_DIR"] = world.home() / "other"; },
          "overridden by CCACHE_DIR"},
         {ccache, [](RedirectWorld& world) { world.write(".ccache/x", ""); }, "overridden by ~/.ccache"},
-        {npm, [](RedirectWorld& world) { world.variables["npm_config_cache"] = "/tmp/x"; },
+        {npmTarget, [](RedirectWorld& world) { world.variables["npm_config_cache"] = "/tmp/x"; },
          "overridden by npm_config_cache"},
-        {npm, [](RedirectWorld& world) { world.variables["npm_config_cache"] = world.onDisk("npm"); },
+        {npmTarget, [](RedirectWorld& world) { world.variables["npm_config_cache"] = world.onDisk("npm"); },
          "in place"},
-        {npm, [](RedirectWorld& world) { world.write(".npmrc", "cache=/mine\n"); }, "setting replaced"},
+        {npmTarget, [](RedirectWorld& world) { world.write(".npmrc", "cache=/mine\n"); }, "setting replaced"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.text);

@@ -1,6 +1,7 @@
 #include "tramdisk/RedirectTargetText.h"
 
 #include "RamDiskCore/Values/KnownCache.h"
+#include "RamDiskInfrastructure/Stores/CacheFolders.h"
 
 namespace ramdisk::cli {
 
@@ -13,6 +14,11 @@ struct TargetText {
     std::string operator()(const RedirectTarget::XcodeDerivedData&) const { return "xcode"; }
     std::string operator()(const RedirectTarget::NpmCache&) const { return "npm"; }
     std::string operator()(const RedirectTarget::Folder& target) const {
+        for (const auto cache : allKnownCaches) {
+            if (!isStoredByName(cache) && folderOfCache(cache) == target.path) {
+                return (*this)(RedirectTarget::Cache{cache});
+            }
+        }
         return std::string(folderPrefix) + target.path;
     }
     std::string operator()(const RedirectTarget::Cache& target) const {

@@ -2,6 +2,7 @@
 
 #include "RamDiskCore/Ports/Port.h"
 #include "RamDiskCore/Values/FolderRedirect.h"
+#include "RamDiskCore/Values/RedirectStatus.h"
 
 #include <filesystem>
 #include <functional>
@@ -41,6 +42,20 @@ public:
     /// What the target occupies. Looks at no disk.
     /// @throws RamDiskError `invalidSpecification` when the target names no folder below the home folder.
     [[nodiscard]] virtual RedirectPlace place(const RedirectTarget& target) const = 0;
+
+    /// The target with the place that its tool uses now, in the form that is stored: a cache that a variable
+    /// moved becomes the folder that it is. So a redirect is undone where it was made, whatever the variables
+    /// say by then.
+    /// @throws std::exception naming the variable that makes the redirect impossible or pointless.
+    [[nodiscard]] virtual RedirectTarget settled(const RedirectTarget& target) const { return target; }
+
+    /// How things stand with a stored redirect. Changes nothing and looks at a bounded number of files.
+    /// @param mountPoint where its disk is mounted; absent when it is not.
+    [[nodiscard]] virtual RedirectStatus
+    status(const FolderRedirect& redirect, const std::optional<std::filesystem::path>& mountPoint) const {
+        return {redirect.target,
+                mountPoint ? RedirectStatus::Condition::inPlace : RedirectStatus::Condition::diskNotMounted};
+    }
 
     /// Makes the folder on the disk mounted at `mountPoint`, and lets the tool use it. If the folder exists
     /// already, its contents stay.

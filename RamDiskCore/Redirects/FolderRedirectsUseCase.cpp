@@ -24,7 +24,7 @@ auto isOf(const std::string& diskName) {
 auto isOneOf(const FolderRedirecting& redirecting, const Targets& targets) {
     return [&redirecting, &targets](const FolderRedirect& redirect) {
         return std::any_of(targets.begin(), targets.end(), [&](const RedirectTarget& target) {
-            return sameTarget(redirecting, redirect.target, target);
+            return isMeantBy(redirecting, redirect, target);
         });
     };
 }
@@ -78,7 +78,7 @@ Outcome applyStored(RedirectSession& session, FolderRedirect& redirect,
         trace("redirects", "undoing what stands of a redirect of {} before it is made anew",
               redirect.diskName);
     }
-    if (session.undo(redirect) == Outcome::failed) {
+    if (session.undo(redirect) == Outcome::failed || session.settle(redirect) == Outcome::failed) {
         return Outcome::failed;
     }
     for (const auto* const other : session.where(mayBeInPlace)) {
@@ -94,14 +94,24 @@ Outcome applyStored(RedirectSession& session, FolderRedirect& redirect,
 
 void addOne(RedirectSession& session, const RamDisk& disk, const RedirectTarget& target,
             const std::set<std::string>& startupDisks) {
+    FolderRedirect wanted{.id = UUID::random(), .diskName = disk.name, .target = target};
+    if (session.settle(wanted) == Outcome::failed) {
+        return;
+    }
     const auto stored = session.where([&](const FolderRedirect& redirect) {
-        return isOf(disk.name)(redirect) && sameTarget(session.redirecting(), redirect.target, target);
+        return isOf(disk.name)(redirect) && isMeantBy(session.redirecting(), redirect, target);
     });
     if (!stored.empty()) {
+        if (!sameTarget(session.redirecting(), stored.front()->target, wanted.target)) {
+            // The tool keeps its files elsewhere by now.
+            if (session.undo(*stored.front()) == Outcome::failed) {
+                return;
+            }
+            stored.front()->target = wanted.target;
+        }
         applyStored(session, *stored.front(), *disk.mountPoint);
         return;
     }
-    FolderRedirect wanted{.id = UUID::random(), .diskName = disk.name, .target = target};
     try {
         requireNoConflict(session.redirecting(), wanted, session.list(), startupDisks);
     } catch (const RamDiskError& error) {

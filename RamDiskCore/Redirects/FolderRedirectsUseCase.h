@@ -25,7 +25,7 @@ class RedirectSession;
 /// and does not stop the others. A process that is killed leaves a list from which `repair` puts everything
 /// right.
 ///
-/// All methods but the two that read block. They throw std::exception when the list cannot be stored; then
+/// All methods but those that read block. They throw std::exception when the list cannot be stored; then
 /// nothing has changed that the stored list does not show. Methods that take a disk throw RamDiskError
 /// `notMounted` when it is not mounted.
 class FolderRedirectsUseCase {
@@ -48,6 +48,10 @@ public:
 
     /// The redirects of the disk with this name, whether it is attached or not.
     [[nodiscard]] std::vector<FolderRedirect> redirects(const std::string& diskName) const;
+
+    /// How things stand with each of these redirects.
+    /// @throws RamDiskError `inventoryUnavailable`
+    [[nodiscard]] std::vector<RedirectStatus> statuses(const std::vector<FolderRedirect>& redirects) const;
 
     /// Stores the targets for the disk and puts them in place. A target that fails is not stored, unless it
     /// could not be undone. A target that the disk has already is put in place if it is not in force.

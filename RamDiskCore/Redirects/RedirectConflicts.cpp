@@ -44,8 +44,20 @@ bool sameTarget(const FolderRedirecting& redirecting, const RedirectTarget& left
     }
     const auto one = placeIfAny(redirecting, left);
     const auto other = placeIfAny(redirecting, right);
-    return left.value.index() == right.value.index() && one && other && one->homeFolder
-           && one->homeFolder == other->homeFolder;
+    return one && other && one->homeFolder && one->homeFolder == other->homeFolder;
+}
+
+bool isMeantBy(const FolderRedirecting& redirecting, const FolderRedirect& redirect,
+               const RedirectTarget& target) {
+    if (sameTarget(redirecting, redirect.target, target)) {
+        return true;
+    }
+    try {
+        return sameTarget(redirecting, redirect.target, redirecting.settled(target));
+    } catch (const std::exception&) {
+        traceCaught("redirects", "a variable leaves a target without a place");
+        return false;
+    }
 }
 
 bool mayBeInPlace(const FolderRedirect& redirect) {

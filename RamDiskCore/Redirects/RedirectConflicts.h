@@ -19,6 +19,10 @@ namespace ramdisk {
 [[nodiscard]] bool sameTarget(const FolderRedirecting& redirecting, const RedirectTarget& left,
                               const RedirectTarget& right);
 
+/// Whether the redirect is what the target means: where its tool keeps its files now, or where it did.
+[[nodiscard]] bool isMeantBy(const FolderRedirecting& redirecting, const FolderRedirect& redirect,
+                             const RedirectTarget& target);
+
 /// Whether something of the redirect may be in place now.
 [[nodiscard]] bool mayBeInPlace(const FolderRedirect& redirect);
 

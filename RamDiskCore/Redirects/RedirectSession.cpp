@@ -42,6 +42,16 @@ void RedirectSession::fail(const FolderRedirect& redirect, const std::exception&
     }
 }
 
+RedirectSession::Outcome RedirectSession::settle(FolderRedirect& redirect) {
+    try {
+        redirect.target = redirecting_.settled(redirect.target);
+        return Outcome::done;
+    } catch (const std::exception& error) {
+        fail(redirect, error);
+        return Outcome::failed;
+    }
+}
+
 RedirectSession::Outcome RedirectSession::apply(FolderRedirect& redirect,
                                                 const std::filesystem::path& mountPoint) {
     std::exception_ptr notStored;

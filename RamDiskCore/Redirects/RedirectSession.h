@@ -38,6 +38,9 @@ public:
     /// Removes the folder of an undone redirect from its disk.
     void free(const FolderRedirect& asRecorded, const std::filesystem::path& mountPoint);
 
+    /// Gives the redirect the place that its tool uses now. Nothing of it may be in place.
+    Outcome settle(FolderRedirect& redirect);
+
     /// Puts a redirect of the list in place. On failure it is undone.
     Outcome apply(FolderRedirect& redirect, const std::filesystem::path& mountPoint);
 

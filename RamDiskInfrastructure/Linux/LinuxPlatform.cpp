@@ -21,6 +21,7 @@
 #include "RamDiskInfrastructure/Linux/Secrets/SecretServiceStore.h"
 #include "RamDiskInfrastructure/Linux/Volumes/IndexingMarkers.h"
 #include "RamDiskInfrastructure/Platform/Platform.h"
+#include "RamDiskInfrastructure/Platform/TrustedEnvironment.h"
 #include "RamDiskInfrastructure/Redirects/FolderRedirector.h"
 #include "RamDiskInfrastructure/Secrets/SecureRandomPassphraseGenerator.h"
 #include "RamDiskInfrastructure/Stores/FileProfileRepository.h"
@@ -51,7 +52,8 @@ std::shared_ptr<FolderRedirecting> makeFolderRedirecting(const LinuxHost& host) 
         .environment = std::make_shared<SystemdUserEnvironment>(
             std::make_shared<ProcessCommandRunner>(),
             SystemdUserEnvironment::Tools{findSystemTool("systemctl"),
-                                          findSystemTool("dbus-update-activation-environment")})});
+                                          findSystemTool("dbus-update-activation-environment")}),
+        .variables = trustedEnvironmentValue});
 }
 
 } // namespace

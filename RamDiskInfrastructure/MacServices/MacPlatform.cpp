@@ -14,6 +14,7 @@
 #include "RamDiskInfrastructure/MacTools/LaunchdEnvironment.h"
 #include "RamDiskInfrastructure/MacTools/MacAdapters.h"
 #include "RamDiskInfrastructure/Platform/Platform.h"
+#include "RamDiskInfrastructure/Platform/TrustedEnvironment.h"
 #include "RamDiskInfrastructure/Redirects/FolderRedirector.h"
 #include "RamDiskInfrastructure/Secrets/SecureRandomPassphraseGenerator.h"
 #include "RamDiskInfrastructure/Stores/FileProfileRepository.h"
@@ -56,7 +57,8 @@ std::shared_ptr<FolderRedirecting> makeFolderRedirecting() {
                      homeFolder() / "Library/RamDisks"},
         .environment = std::make_shared<LaunchdEnvironment>(std::make_shared<ProcessCommandRunner>()),
         .xcode = std::make_shared<PreferenceDomain>(
-            std::make_shared<CFUserDefaults>(XcodeDerivedDataRedirector::domain))});
+            std::make_shared<CFUserDefaults>(XcodeDerivedDataRedirector::domain)),
+        .variables = trustedEnvironmentValue});
 }
 
 } // namespace

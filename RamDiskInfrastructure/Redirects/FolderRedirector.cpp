@@ -2,6 +2,7 @@
 
 #include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskInfrastructure/Redirects/FolderOnDisk.h"
+#include "RamDiskInfrastructure/Redirects/FolderUse.h"
 #include "RamDiskInfrastructure/Redirects/HomeTree.h"
 #include "RamDiskInfrastructure/Redirects/RedirectPlaces.h"
 #include "RamDiskInfrastructure/Redirects/StrayOriginals.h"
@@ -96,6 +97,20 @@ std::string recordedName(const FolderRedirect& redirect) {
     return nameOnDisk(redirect.target);
 }
 
+/// Where the original was put; absent when there was none, or when the target is a setting.
+std::optional<std::filesystem::path> backupOf(const RedirectRestoreState& state) {
+    if (const auto* const linked = std::get_if<State::LinkedFolder>(&state.value)) {
+        return linked->backup;
+    }
+    const auto* const moved = std::get_if<State::MovedFolder>(&state.value);
+    return moved == nullptr ? std::nullopt : moved->backup;
+}
+
+bool isBackupMissing(const std::filesystem::path& path) {
+    std::error_code error;
+    return std::filesystem::symlink_status(path, error).type() == std::filesystem::file_type::not_found;
+}
+
 } // namespace
 
 FolderRedirector::FolderRedirector(const Parts& parts)
@@ -103,12 +118,54 @@ FolderRedirector::FolderRedirector(const Parts& parts)
       npm_(parts.home, parts.observer),
       folders_(parts.home, parts.reserved, parts.observer, parts.exchange),
       temporaryFolder_(parts.environment, parts.home, parts.observer),
-      xcode_(parts.xcode, parts.home, parts.observer) {}
+      xcode_(parts.xcode, parts.home, parts.observer),
+      places_(parts.home, parts.variables) {}
 
 RedirectPlace FolderRedirector::place(const RedirectTarget& target) const {
     const auto folder = homeFolderOf(target);
     return {folder ? std::optional(comparableFolder(realPlaceInHome(home_, *folder))) : std::nullopt,
             nameOnDisk(target)};
+}
+
+RedirectTarget FolderRedirector::settled(const RedirectTarget& target) const {
+    return places_.settled(target);
+}
+
+RedirectStatus FolderRedirector::status(const FolderRedirect& redirect,
+                                        const std::optional<std::filesystem::path>& mountPoint) const {
+    using Condition = RedirectStatus::Condition;
+    RedirectStatus status{.target = places_.named(redirect.target), .condition = Condition::inPlace};
+    std::string name;
+    try {
+        name = recordedName(redirect);
+    } catch (const RamDiskError&) {
+        traceCaught("redirects", "a stored redirect names no folder that can be moved");
+        status.condition = Condition::notInPlace;
+        return status;
+    }
+    const bool isOnDisk = mountPoint && existsOnDisk(*mountPoint, name);
+    if (isOnDisk) {
+        const auto use = useOfFolder(folderOnDisk(*mountPoint, name));
+        status.used = use.bytes;
+        status.usesMore = use.isMore;
+    }
+    if (redirect.applying.value_or(false)) {
+        status.condition = Condition::interrupted;
+    } else if (!mountPoint) {
+        status.condition = Condition::diskNotMounted;
+    } else if (!redirect.restoreState) {
+        status.condition = Condition::notInPlace;
+    } else if (!isOnDisk) {
+        status.condition = Condition::folderMissing;
+    } else if (!isInForce(redirect, *mountPoint)) {
+        status.condition =
+            homeFolderOf(redirect.target) ? Condition::linkReplaced : Condition::settingReplaced;
+    } else if (const auto backup = backupOf(*redirect.restoreState); backup && isBackupMissing(*backup)) {
+        status.condition = Condition::originalMissing;
+    } else if ((status.overriddenBy = places_.overriding(redirect.target))) {
+        status.condition = Condition::overridden;
+    }
+    return status;
 }
 
 RedirectRestoreState FolderRedirector::apply(const FolderRedirect& redirect,

@@ -4,6 +4,7 @@
 #include "RamDiskInfrastructure/Redirects/NpmCacheRedirector.h"
 #include "RamDiskInfrastructure/Redirects/SymlinkFolderRedirector.h"
 #include "RamDiskInfrastructure/Redirects/TemporaryFolderRedirector.h"
+#include "RamDiskInfrastructure/Redirects/ToolPlaces.h"
 #include "RamDiskInfrastructure/Redirects/XcodeDerivedDataRedirector.h"
 
 #include <filesystem>
@@ -25,11 +26,17 @@ public:
         NameExchange exchange = NameExchange::whereSupported;
         /// Empty outside of tests.
         StepObserver observer{};
+        /// The environment that tools are started with, as far as this process may trust it.
+        VariableLookup variables{[](const char*) { return std::optional<std::string>(); }};
     };
 
     explicit FolderRedirector(const Parts& parts);
 
     [[nodiscard]] RedirectPlace place(const RedirectTarget& target) const override;
+    [[nodiscard]] RedirectTarget settled(const RedirectTarget& target) const override;
+    [[nodiscard]] RedirectStatus
+    status(const FolderRedirect& redirect,
+           const std::optional<std::filesystem::path>& mountPoint) const override;
     RedirectRestoreState apply(const FolderRedirect& redirect, const std::filesystem::path& mountPoint,
                                const Record& record) override;
     std::optional<std::string> undo(const FolderRedirect& redirect,
@@ -46,6 +53,7 @@ private:
     SymlinkFolderRedirector folders_;
     TemporaryFolderRedirector temporaryFolder_;
     XcodeDerivedDataRedirector xcode_;
+    ToolPlaces places_;
 };
 
 } // namespace ramdisk

@@ -1,14 +1,11 @@
 #pragma once
 
-#include "RamDiskCore/Values/KnownCache.h"
+#include "RamDiskInfrastructure/Stores/CacheFolders.h"
 
 #include <filesystem>
 
 /// Where tools keep their folders. This differs between platforms.
 namespace ramdisk {
-
-/// Where the cache lies, relative to the home folder.
-[[nodiscard]] std::filesystem::path folderOfCache(KnownCache cache);
 
 /// A path below the home folder, in a form in which equal folders have equal paths. Where file names ignore
 /// letter case, this form does too.

@@ -1,6 +1,7 @@
 #include "RamDiskInfrastructure/Stores/RecordJSON.h"
 
 #include "RamDiskCore/Ports/Tracing.h"
+#include "RamDiskInfrastructure/Stores/CacheFolders.h"
 #include "RamDiskInfrastructure/Stores/JSONFields.h"
 
 #include <fmt/format.h>
@@ -106,6 +107,9 @@ struct TargetJSON {
     Json operator()(const Target::NpmCache&) const { return {{"npmCache", Json::object()}}; }
     Json operator()(const Target::Folder& target) const { return {{"folder", {{payload, target.path}}}}; }
     Json operator()(const Target::Cache& target) const {
+        if (!isStoredByName(target.cache)) {
+            return (*this)(Target::Folder{folderOfCache(target.cache).string()});
+        }
         return {{"cache", {{payload, rawValue(target.cache)}}}};
     }
     Json operator()(const Target::TemporaryFolder&) const { return {{"temporaryFolder", Json::object()}}; }
@@ -292,7 +296,9 @@ RedirectTarget redirectTargetFrom(const Json& json) {
           [](const Json& content) { return Target{Target::Folder{textFrom(member(content, payload))}}; }},
          {"cache",
           [](const Json& content) {
-              return Target{Target::Cache{known(knownCacheFromRawValue(textFrom(member(content, payload))))}};
+              const auto cache = known(knownCacheFromRawValue(textFrom(member(content, payload))));
+              return Target{
+                  Target::Cache{known(isStoredByName(cache) ? std::optional(cache) : std::nullopt)}};
           }},
          {"temporaryFolder", [](const Json&) { return Target{Target::TemporaryFolder{}}; }}});
 }

@@ -66,6 +66,10 @@ RedirectWorld::RedirectWorld() {
     fs::create_directories(home());
     fs::create_directories(mountPoint());
     parts.home = home();
+    parts.variables = [this](const char* name) {
+        const auto found = variables.find(name);
+        return found == variables.end() ? std::nullopt : std::optional(found->second);
+    };
 }
 
 RamDisk RedirectWorld::disk() const {

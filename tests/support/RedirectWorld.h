@@ -46,6 +46,8 @@ public:
 
     FolderRedirector::Parts parts;
     bool isMounted = true;
+    /// What tools would read from the environment.
+    std::map<std::string, std::string> variables;
     std::set<std::string> startupDisks;
 
 private:

@@ -294,6 +294,13 @@ TEST_F(Session, ADiskThatChangesItsPlaceTakesItsRedirectsAlong) {
     ASSERT_EQ(machine->run({"configure", "Dev", "--name", "Tools", "--access", "onlyMe"}).err, "");
     EXPECT_EQ(readFile(link / "wheel"), "cached");
     EXPECT_EQ(fs::read_symlink(link), machine->privateMounts() / "Tools/Redirected/.cache+pip");
+    EXPECT_THAT(machine->run({"redirects", "add", "Tools", "cache:ccache"}).err,
+                HasSubstr("~/.cache/ccache. Starts empty; the original comes back when the disk goes away."));
+    const auto listed = machine->run({"redirects", "--json"}).out;
+    EXPECT_THAT(listed, HasSubstr(R"("target":{"folder":{"_0":".cache/ccache"}})"));
+    EXPECT_THAT(listed, HasSubstr(R"("shownAs":"cache:ccache","state":"inPlace","used":{"bytes":)"));
+    EXPECT_THAT(machine->run({"redirects"}).out, HasSubstr("cache:pip     in place  4 KB"));
+    ASSERT_EQ(machine->run({"redirects", "remove", "Tools", "cache:ccache"}).status, 0);
     ASSERT_EQ(machine->run({"rename", "Tools", "Dev"}).err, "");
     EXPECT_EQ(readFile(link / "wheel"), "cached");
     ASSERT_EQ(machine->run({"eject", "Dev"}).err, "");

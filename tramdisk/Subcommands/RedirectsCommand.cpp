@@ -1,4 +1,6 @@
+#include "RamDiskCore/Values/ByteCountFormat.h"
 #include "RamDiskUI/ErrorText.h"
+#include "RamDiskUI/RedirectText.h"
 #include "tramdisk/KeptDisks.h"
 #include "tramdisk/ListJSON.h"
 #include "tramdisk/RedirectTargetText.h"
@@ -38,12 +40,36 @@ std::string diskNameOf(const RamDiskReference& reference, const CommandContext& 
     return context.services.list->resolve(reference).name;
 }
 
+/// The stored fields, and after them what is really there.
+Json withStatus(const FolderRedirect& redirect, const RedirectStatus& status) {
+    auto json = toJSON(redirect);
+    json["shownAs"] = targetText(status.target);
+    json["state"] = rawValue(status.condition);
+    if (status.overriddenBy) {
+        json["overriddenBy"] = *status.overriddenBy;
+    }
+    if (status.used) {
+        json["used"] = toJSON(*status.used);
+        json["usesMore"] = status.usesMore;
+    }
+    return json;
+}
+
+std::string usedText(const RedirectStatus& status) {
+    return status.used ? fmt::format("{}{}", status.usesMore ? "more than " : "", format(*status.used)) : "-";
+}
+
 struct RedirectsListCommand {
     ExitStatus run(const CommandContext& context) const {
         const auto redirects = context.session.redirects->list();
         const auto told = tellNotUnderstood(context.session.redirects->notUnderstood(), "redirect", context);
+        const auto statuses = context.session.redirects->statuses(redirects);
         if (context.console.wantsJSON()) {
-            context.console.printDocument(compactText(listJSON(redirects)));
+            auto list = Json::array();
+            for (std::size_t index = 0; index < redirects.size(); ++index) {
+                list.push_back(withStatus(redirects[index], statuses[index]));
+            }
+            context.console.printDocument(compactText(list));
             return told;
         }
         if (redirects.empty()) {
@@ -53,13 +79,11 @@ struct RedirectsListCommand {
             return told;
         }
         std::vector<std::vector<std::string>> rows;
-        for (const auto& redirect : redirects) {
-            rows.push_back({redirect.diskName, targetText(redirect.target),
-                            redirect.applying.value_or(false) ? "interrupted"
-                            : redirect.restoreState           ? "in force"
-                                                              : "waiting for the disk"});
+        for (std::size_t index = 0; index < redirects.size(); ++index) {
+            rows.push_back({redirects[index].diskName, targetText(statuses[index].target),
+                            statusText(statuses[index]), usedText(statuses[index])});
         }
-        context.console.printTable({"DISK", "TARGET", "STATE"}, rows);
+        context.console.printTable({"DISK", "TARGET", "STATE", "USED"}, rows);
         return told;
     }
 };
@@ -78,8 +102,14 @@ struct RedirectsAddCommand {
         if (!disk.mountPoint) {
             throw RamDiskError(RamDiskError::NotMounted{disk.device});
         }
-        return tell(context.session.redirects->add(disk, {target}),
-                    fmt::format("{} is kept on “{}”.", targetText(target), printable(disk.name)), context);
+        const auto status =
+            tell(context.session.redirects->add(disk, {target}),
+                 fmt::format("{} is kept on “{}”.", targetText(target), printable(disk.name)), context);
+        if (status == succeeded && !context.console.wantsJSON()) {
+            context.console.note(
+                printable(redirectNote(target, context.platform.redirecting->settled(target))));
+        }
+        return status;
     }
 };
 

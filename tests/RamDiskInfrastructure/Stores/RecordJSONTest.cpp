@@ -1,5 +1,6 @@
 #include "RamDiskInfrastructure/Stores/RecordJSON.h"
 
+#include "RamDiskInfrastructure/Stores/CacheFolders.h"
 #include "RamDiskInfrastructure/Stores/JSONFields.h"
 
 #include <gtest/gtest.h>
@@ -75,6 +76,19 @@ TEST(RecordJSON, KeepsEveryFieldInItsOrder) {
                                    R"([{"id":"6F1D2A8E-3C1B-4E4A-9D0B-5A6E2C7B0001","diskName":"D","target":)"
                                    R"({"npmCache":{}})"
                                        + text + R"(,"applying":true}])");
+    }
+}
+
+TEST(RecordJSON, StoresCachesThatEarlierVersionsDoNotKnowAsTheFoldersThatTheyAre) {
+    for (const auto cache : allKnownCaches) {
+        const auto stored = toJSON(RedirectTarget{RedirectTarget::Cache{cache}});
+        const auto folder = folderOfCache(cache).string();
+        EXPECT_EQ(redirectTargetFrom(stored), isStoredByName(cache)
+                                                  ? RedirectTarget{RedirectTarget::Cache{cache}}
+                                                  : RedirectTarget{RedirectTarget::Folder{folder}});
+        EXPECT_EQ(stored.dump(), cache <= KnownCache::chrome
+                                     ? R"({"cache":{"_0":")" + std::string(rawValue(cache)) + R"("}})"
+                                     : R"({"folder":{"_0":")" + folder + R"("}})");
     }
 }
 

@@ -1,0 +1,114 @@
+#include "RamDiskUI/RedirectText.h"
+
+#include "RamDiskInfrastructure/Stores/CacheFolders.h"
+
+#include <fmt/format.h>
+
+namespace ramdisk {
+
+namespace {
+
+using Target = RedirectTarget;
+using Condition = RedirectStatus::Condition;
+
+struct CacheTitle {
+    KnownCache value;
+    const char* title;
+};
+
+constexpr auto cacheTitles = enumerationTable<CacheTitle>({
+    {KnownCache::swiftPM, "Swift Package Manager cache"},
+    {KnownCache::cocoaPods, "CocoaPods cache"},
+    {KnownCache::gradle, "Gradle cache"},
+    {KnownCache::pip, "pip cache"},
+    {KnownCache::cargo, "Cargo registry"},
+    {KnownCache::homebrew, "Homebrew downloads"},
+    {KnownCache::chrome, "Chrome cache"},
+    {KnownCache::ccache, "ccache"},
+    {KnownCache::sccache, "sccache"},
+    {KnownCache::goBuild, "Go build cache"},
+    {KnownCache::yarn, "Yarn cache"},
+    {KnownCache::pnpm, "pnpm store"},
+    {KnownCache::maven, "Maven repository"},
+    {KnownCache::firefox, "Firefox cache"},
+    {KnownCache::ruff, "Ruff cache"},
+    {KnownCache::mypy, "mypy cache"},
+});
+
+struct TargetTitle {
+    std::string operator()(const Target::XcodeDerivedData&) const { return "Xcode DerivedData"; }
+    std::string operator()(const Target::NpmCache&) const { return "npm cache"; }
+    std::string operator()(const Target::Folder& target) const { return "~/" + target.path; }
+    std::string operator()(const Target::Cache& target) const {
+        return rowOf(cacheTitles, target.cache).title;
+    }
+    std::string operator()(const Target::TemporaryFolder&) const { return "Temporary files (TMPDIR)"; }
+};
+
+struct TargetNote {
+    const RedirectTarget& settled;
+
+    std::string operator()(const Target::XcodeDerivedData&) const {
+        return "Build products and indexes. Restart Xcode to use the new place.";
+    }
+    std::string operator()(const Target::NpmCache&) const { return "Downloaded packages, set in ~/.npmrc."; }
+    std::string operator()(const Target::Folder&) const {
+        return "Starts empty on the disk; the original is put back when the disk goes away.";
+    }
+    std::string operator()(const Target::Cache& target) const {
+        switch (target.cache) {
+        case KnownCache::chrome:
+            return quit("Chrome");
+        case KnownCache::firefox:
+            return quit("Firefox");
+        default:
+            const auto* const folder = std::get_if<Target::Folder>(&settled.value);
+            return fmt::format("~/{}. Starts empty; the original comes back when the disk goes away.",
+                               folder != nullptr ? folder->path : folderOfCache(target.cache).string());
+        }
+    }
+    std::string operator()(const Target::TemporaryFolder&) const {
+        return "For apps opened from now on. Running apps and open Terminal windows keep their old folder.";
+    }
+
+private:
+    static std::string quit(std::string_view browser) {
+        return fmt::format("Quit {} first. The cache starts empty and the original comes back when the disk "
+                           "goes away.",
+                           browser);
+    }
+};
+
+struct ConditionText {
+    Condition value;
+    const char* text;
+};
+
+constexpr auto conditionTexts = enumerationTable<ConditionText>({
+    {Condition::inPlace, "in place"},
+    {Condition::notInPlace, "not in place"},
+    {Condition::interrupted, "interrupted"},
+    {Condition::diskNotMounted, "disk not mounted"},
+    {Condition::linkReplaced, "link replaced"},
+    {Condition::settingReplaced, "setting replaced"},
+    {Condition::folderMissing, "folder on the disk missing"},
+    {Condition::originalMissing, "original missing"},
+    {Condition::overridden, "overridden"},
+});
+
+} // namespace
+
+std::string redirectTitle(const RedirectTarget& target) {
+    return std::visit(TargetTitle{}, target.value);
+}
+
+std::string redirectNote(const RedirectTarget& target, const RedirectTarget& settled) {
+    return std::visit(TargetNote{settled}, target.value);
+}
+
+std::string statusText(const RedirectStatus& status) {
+    const auto* const text = rowOf(conditionTexts, status.condition).text;
+    return status.overriddenBy ? fmt::format("{} by {}", text, *status.overriddenBy) : text;
+}
+
+} // namespace ramdisk

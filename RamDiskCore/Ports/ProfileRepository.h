@@ -19,6 +19,9 @@ public:
     /// The stored list; empty when there is none or it cannot be read. Never waits for a change under way.
     [[nodiscard]] virtual List load() const = 0;
 
+    /// False when there is a list that cannot be read, which `load` shows as an empty one.
+    [[nodiscard]] virtual bool isReadable() const = 0;
+
     /// Replaces the list by what `transform` makes of it, while nobody else can change it. What the transform
     /// throws is passed on, with nothing stored.
     /// @throws std::system_error when the list could not be stored.

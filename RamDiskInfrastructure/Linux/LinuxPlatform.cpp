@@ -29,6 +29,9 @@
 #include <array>
 #include <utility>
 
+#include <linux/magic.h>
+#include <sys/vfs.h>
+
 namespace ramdisk {
 
 namespace {
@@ -89,6 +92,22 @@ RamDiskServices makeLinuxServices(const std::shared_ptr<const LinuxContext>& con
     return services;
 }
 
+namespace {
+
+bool isFolderInMemory(const std::filesystem::path& folder) {
+    auto nearest = folder;
+    std::error_code ignored;
+    while (!nearest.empty() && nearest != nearest.parent_path()
+           && !std::filesystem::exists(nearest, ignored)) {
+        nearest = nearest.parent_path();
+    }
+    struct statfs volume {};
+    return statfs(nearest.c_str(), &volume) == 0
+           && (volume.f_type == TMPFS_MAGIC || volume.f_type == RAMFS_MAGIC);
+}
+
+} // namespace
+
 Platform makePlatform(std::function<void(std::string)> notice) {
     const auto context = std::make_shared<LinuxContext>(LinuxHost::current());
     context->notice = std::move(notice);
@@ -96,6 +115,7 @@ Platform makePlatform(std::function<void(std::string)> notice) {
             .stores = makeLinuxStores(context->host),
             .redirecting = makeFolderRedirecting(context->host),
             .shutdownDelay = std::make_shared<LogindShutdownDelay>(),
+            .isFolderInMemory = isFolderInMemory,
             .settings = settings};
 }
 

@@ -11,6 +11,10 @@ FileProfileRepository::List FileProfileRepository::load() const {
     return file_.load();
 }
 
+bool FileProfileRepository::isReadable() const {
+    return file_.isReadable();
+}
+
 void FileProfileRepository::update(const std::function<List(List)>& transform) {
     file_.update(transform);
 }

@@ -17,6 +17,7 @@ public:
                                    std::shared_ptr<UserDefaultsStoring> defaults = nullptr);
 
     [[nodiscard]] List load() const override;
+    [[nodiscard]] bool isReadable() const override;
     void update(const std::function<List(List)>& transform) override;
     [[nodiscard]] std::set<std::string> startupDiskNames() const override;
 

@@ -33,6 +33,9 @@ public:
     /// The list, empty when it cannot be read. Takes no lock.
     [[nodiscard]] List load() const { return read().list; }
 
+    /// False when there is a file that cannot be read or does not decode.
+    [[nodiscard]] bool isReadable() const { return read().former == FormerContent::readable; }
+
     /// Replaces the list by what `transform` makes of it, holding the lock. If the transform throws, nothing
     /// is written and the exception is passed on.
     /// @throws std::system_error with the former list in its place.

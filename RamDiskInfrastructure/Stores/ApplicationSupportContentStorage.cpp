@@ -92,7 +92,7 @@ std::optional<Filling> ApplicationSupportContentStorage::filling(const UUID& pro
     if (!instance) {
         return std::nullopt;
     }
-    const auto replacement = trimmed(text->substr(firstLine(*text).size()));
+    const std::string replacement(trimmed(std::string_view(*text).substr(firstLine(*text).size())));
     return Filling{*instance, replacement.empty() ? std::nullopt : std::optional<std::string>(replacement)};
 }
 

@@ -160,7 +160,8 @@ TEST(SavedContentsArchiver, TakesNothingElseForACopy) {
     std::filesystem::remove(world.files.latest);
     std::filesystem::create_symlink(foreign, world.files.latest);
     for (const std::function<void()>& use :
-         {std::function<void()>([&] { world.save("4"); }), std::function<void()>([&] { world.copies(); }),
+         {std::function<void()>([&] { world.save("4"); }),
+          std::function<void()>([&] { static_cast<void>(world.copies()); }),
           std::function<void()>([&] { world.restore(world.names.earlier({5})); })}) {
         EXPECT_TRUE(std::holds_alternative<RamDiskError::ContentsTransferFailed>(failureOf(use)));
     }

@@ -356,7 +356,7 @@ TEST_F(Session, NoAcknowledgedLineIsMissingAfterAnEject) {
                 usleep(2000);
                 close(file);
                 *written = line;
-                usleep(4000); // a save gives up on a file that never rests
+                usleep(25000); // a save gives up on a file that never rests
             }
         }
         int attempts = 0;

@@ -50,7 +50,9 @@ struct OutcomeText {
     std::string operator()(const StartupOutcome::FoldersNotCreated& outcome) const {
         std::vector<std::string> texts;
         for (const auto& error : outcome.errors) {
-            texts.push_back(errorText(error));
+            auto text = errorText(error);
+            // One thought a sentence, also where a reason of the system's ends the text.
+            texts.push_back(std::move(text.ends_with('.') ? text : text += "."));
         }
         return fmt::format("“{}”: {}", outcome.disk.name, fmt::join(texts, " "));
     }

@@ -13,6 +13,8 @@ namespace ramdisk {
 
 inline constexpr std::string_view launchAttentionTitle = "Some startup disks need attention";
 inline constexpr std::string_view quitAttentionTitle = "Some RAM disks need attention before quitting";
+inline constexpr std::string_view unreadableListText =
+    "The list of startup disks cannot be read: “Startup Disks.json” is damaged. Repair it or move it away.";
 inline constexpr std::string_view stillWorkingTitle = "RamDisk is still saving or ejecting disks";
 inline constexpr std::string_view stillWorkingText = "Quitting now may leave kept files unsaved.";
 

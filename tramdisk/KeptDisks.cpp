@@ -39,6 +39,24 @@ RamDiskProfile startupDiskNamed(const std::string& name, const CommandContext& c
     return std::move(*profile);
 }
 
+std::optional<std::string> savingHint(const std::string& disk, const RamDiskError& error) {
+    if (!std::holds_alternative<RamDiskError::SavedContentsNotRestored>(error.value())) {
+        return std::nullopt;
+    }
+    return printable(fmt::format(
+        "`tramdisk load {0}` puts the saved files on the disk. `tramdisk save {0} --keep-current` makes what "
+        "is on it now the saved files. `tramdisk eject {0} --discard` gives up what is on it.",
+        disk));
+}
+
+void noteStorageInMemory(const CommandContext& context) {
+    if (context.platform.isFolderInMemory(context.stores.applicationSupport)) {
+        context.console.note(printable(
+            fmt::format("The folder “{}” lies in memory itself: saved files in it do not outlive a restart.",
+                        context.stores.applicationSupport.string())));
+    }
+}
+
 void tellRedirectFailures(const std::vector<RedirectFailure>& failures, const CommandContext& context) {
     for (const auto& failure : failures) {
         context.console.warn(printable(failureText(failure)));

@@ -21,6 +21,12 @@ namespace ramdisk::cli {
 /// @throws std::runtime_error
 [[nodiscard]] RamDiskProfile startupDiskNamed(const std::string& name, const CommandContext& context);
 
+/// What may be done when the files of a disk cannot be saved; nothing where it lies elsewhere.
+[[nodiscard]] std::optional<std::string> savingHint(const std::string& disk, const RamDiskError& error);
+
+/// Tells the user when what is kept between launches lies in memory itself.
+void noteStorageInMemory(const CommandContext& context);
+
 /// Tells each failure as a warning.
 void tellRedirectFailures(const std::vector<RedirectFailure>& failures, const CommandContext& context);
 

@@ -9,9 +9,16 @@ namespace ramdisk {
 /// lost in between.
 class WriteBlocking : public Port {
 public:
-    /// Whether nobody can write to the disk from now on. False when a program has one of its files open for
-    /// writing, or where it cannot be done; then nothing has changed.
-    [[nodiscard]] virtual bool block(const RamDisk& disk) = 0;
+    enum class Outcome {
+        /// Nobody can write to the disk from now on.
+        blocked,
+        /// A program has one of its files open for writing. Nothing has changed.
+        busy,
+        /// It cannot be done here.
+        unsupported,
+    };
+
+    [[nodiscard]] virtual Outcome block(const RamDisk& disk) = 0;
 
     /// Lets the disk be written to again; that it never was blocked is no failure.
     virtual void allow(const RamDisk& disk) noexcept = 0;

@@ -138,7 +138,7 @@ void ConfigureRamDiskUseCase::changeProfile(const RamDisk& disk, const RamDiskCh
         profile->folders.insert(profile->folders.end(), changes.folders.begin(), changes.folders.end());
         profile->folders = checkedFolders(profile->folders);
         if (*profile != former || changes.becomesStartupDisk) {
-            profiles_->store(*profile);
+            profiles_->store(*profile, disk);
         }
     } catch (const std::exception&) {
         problems.push_back({RamDiskSetupProblem::ProfileNotSaved{std::current_exception()}});

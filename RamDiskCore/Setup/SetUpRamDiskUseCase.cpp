@@ -43,7 +43,8 @@ void SetUpRamDiskUseCase::storeProfile(const RamDiskSetup& setup, RamDiskSetupRe
                           .access = wanted.access,
                           .keepsContents = setup.keepsFiles,
                           .seedFolder = setup.seedFolder,
-                          .folders = setup.folders});
+                          .folders = setup.folders},
+                         disk);
     } catch (const std::exception&) {
         result.problems.push_back({RamDiskSetupProblem::ProfileNotSaved{std::current_exception()}});
     }

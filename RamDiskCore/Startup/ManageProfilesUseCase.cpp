@@ -20,6 +20,10 @@ std::vector<RamDiskProfile> ManageProfilesUseCase::list() const {
     return repository_->load();
 }
 
+bool ManageProfilesUseCase::isReadable() const {
+    return repository_->isReadable();
+}
+
 std::optional<RamDiskProfile> ManageProfilesUseCase::named(std::string_view name) const {
     for (auto& profile : repository_->load()) {
         if (namesEqual(profile.name, name)) {
@@ -50,12 +54,20 @@ void ManageProfilesUseCase::store(const RamDiskProfile& profile) {
     });
 }
 
+void ManageProfilesUseCase::store(const RamDiskProfile& profile, const RamDisk& disk) {
+    store(profile);
+    if (profile.keepsContents && disk.instance && !storage_->boundInstance(profile.id)) {
+        storage_->setUnsavedInstance(profile.id, disk.instance);
+    }
+}
+
 void ManageProfilesUseCase::remove(const RamDiskProfile& profile) {
     storage_
         ->withLock(profile.id,
                    [&] {
                        archiver_->remove({storage_->imageLocation(profile.id)});
-                       storage_->setInstanceBeingFilled(profile.id, std::nullopt);
+                       storage_->setFilling(profile.id, std::nullopt);
+                       storage_->setUnsavedInstance(profile.id, std::nullopt);
                        repository_->update([&profile](ProfileRepository::List list) {
                            std::erase_if(list, [&profile](const RamDiskProfile& other) {
                                return other.id == profile.id;
@@ -64,7 +76,8 @@ void ManageProfilesUseCase::remove(const RamDiskProfile& profile) {
                        });
                    })
         .get();
-    if (profile.isEncrypted && profile.keepsContents) {
+    // It may have kept its files earlier.
+    if (profile.isEncrypted) {
         secrets_->remove(profile.id.text());
     }
 }

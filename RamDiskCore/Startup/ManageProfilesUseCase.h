@@ -4,6 +4,7 @@
 #include "RamDiskCore/Ports/ContentStorageLocating.h"
 #include "RamDiskCore/Ports/ProfileRepository.h"
 #include "RamDiskCore/Ports/SecretStoring.h"
+#include "RamDiskCore/Values/RamDisk.h"
 
 #include <memory>
 #include <optional>
@@ -23,6 +24,8 @@ public:
 
     /// How many stored entries this version does not understand; they are kept as they are.
     [[nodiscard]] std::size_t notUnderstood() const { return repository_->notUnderstood(); }
+    /// False when the list is there but cannot be read; it then counts as empty.
+    [[nodiscard]] bool isReadable() const;
 
     /// The startup disk of this name, whether it is mounted or not.
     [[nodiscard]] std::optional<RamDiskProfile> named(std::string_view name) const;
@@ -31,6 +34,10 @@ public:
     /// @throws RamDiskError `invalidSpecification` when another startup disk has the name; std::exception
     ///         when the list could not be stored. In both cases nothing has changed.
     void store(const RamDiskProfile& profile);
+
+    /// The same for the profile of a disk that exists. If it keeps its files, this is noted beside the saved
+    /// copies too, so that it stays known when the list is damaged.
+    void store(const RamDiskProfile& profile, const RamDisk& disk);
 
     /// Deletes the saved contents, the profile and the key, in this order. So a crash in between leaves a
     /// profile without saved contents, but never saved contents without a profile. Waits for a save that is

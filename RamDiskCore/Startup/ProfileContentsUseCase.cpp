@@ -27,8 +27,40 @@ bool ProfileContentsUseCase::isBound(const KeptDisk& kept) const {
     return bound && bound == kept.disk.instance;
 }
 
+bool ProfileContentsUseCase::isNoted(const KeptDisk& kept) const {
+    const auto& instance = kept.disk.instance;
+    const auto& profile = kept.profile.id;
+    const auto filling = ports_.storage->filling(profile);
+    return instance
+           && (isBound(kept) || ports_.storage->unsavedInstance(profile) == instance
+               || (filling && filling->instance == *instance));
+}
+
+bool ProfileContentsUseCase::isOrphan(const RamDisk& disk,
+                                      const std::vector<RamDiskProfile>& profiles) const {
+    const auto owners = disk.instance ? ports_.storage->ownersOf(*disk.instance) : std::vector<UUID>{};
+    return std::any_of(owners.begin(), owners.end(), [&profiles](const UUID& owner) {
+        return std::none_of(profiles.begin(), profiles.end(),
+                            [&owner](const RamDiskProfile& profile) { return profile.id == owner; });
+    });
+}
+
+bool ProfileContentsUseCase::hasLostCopies(const RamDiskProfile& profile) const {
+    // A first save that was killed is no copy that got lost.
+    return ports_.storage->boundInstance(profile.id) && !ports_.storage->unsavedInstance(profile.id)
+           && copies(profile).empty();
+}
+
+void ProfileContentsUseCase::noteUnsaved(const KeptDisk& kept) {
+    if (kept.disk.instance && copies(kept.profile).empty() && !hasLostCopies(kept.profile)
+        && ports_.storage->unsavedInstance(kept.profile.id) != kept.disk.instance) {
+        ports_.storage->setUnsavedInstance(kept.profile.id, kept.disk.instance);
+    }
+}
+
 RestoreState ProfileContentsUseCase::state(const KeptDisk& kept) const {
-    if (!isPartlyFilled(kept) && (isBound(kept) || copies(kept.profile).empty())) {
+    if (!isPartlyFilled(kept)
+        && (isBound(kept) || (copies(kept.profile).empty() && !hasLostCopies(kept.profile)))) {
         return RestoreState::restored;
     }
     // Whoever made the disk holds the lock from before the disk appears until its files are on it.
@@ -36,9 +68,10 @@ RestoreState ProfileContentsUseCase::state(const KeptDisk& kept) const {
 }
 
 bool ProfileContentsUseCase::isPartlyFilled(const KeptDisk& kept) const {
-    const auto beingFilled = ports_.storage->instanceBeingFilled(kept.profile.id);
-    return beingFilled
-           && (beingFilled == kept.disk.instance || (beingFilled == kept.profile.id && !isBound(kept)));
+    const auto filling = ports_.storage->filling(kept.profile.id);
+    return filling
+           && (filling->instance == kept.disk.instance
+               || (filling->instance == kept.profile.id && !isBound(kept)));
 }
 
 void ProfileContentsUseCase::tidy(const RamDiskProfile& profile) {
@@ -47,13 +80,14 @@ void ProfileContentsUseCase::tidy(const RamDiskProfile& profile) {
 
 void ProfileContentsUseCase::announceDisk(const RamDiskProfile& profile) {
     if (!copies(profile).empty()) {
-        ports_.storage->setInstanceBeingFilled(profile.id, profile.id);
+        ports_.storage->setFilling(profile.id, Filling{profile.id});
     }
 }
 
 void ProfileContentsUseCase::withdrawDisk(const RamDiskProfile& profile) {
-    if (ports_.storage->instanceBeingFilled(profile.id) == profile.id) {
-        ports_.storage->setInstanceBeingFilled(profile.id, std::nullopt);
+    const auto filling = ports_.storage->filling(profile.id);
+    if (filling && filling->instance == profile.id) {
+        ports_.storage->setFilling(profile.id, std::nullopt);
     }
 }
 
@@ -72,7 +106,7 @@ void ProfileContentsUseCase::requireBound(const KeptDisk& kept) const {
     if (isPartlyFilled(kept)) {
         throw RamDiskError(RamDiskError::PartlyFilled{kept.disk.name});
     }
-    if (!isBound(kept) && !copies(kept.profile).empty()) {
+    if (!isBound(kept) && (!copies(kept.profile).empty() || hasLostCopies(kept.profile))) {
         throw RamDiskError(RamDiskError::SavedContentsNotRestored{kept.disk.name});
     }
 }
@@ -104,23 +138,73 @@ VolumeProtection ProfileContentsUseCase::protection(const RamDiskProfile& profil
     return {VolumeProtection::Encrypted{std::move(secret)}};
 }
 
+RamDiskProfile ProfileContentsUseCase::currentProfile(const KeptDisk& kept) const {
+    for (auto& profile : ports_.profiles->load()) {
+        if (profile.id == kept.profile.id) {
+            return std::move(profile);
+        }
+    }
+    // A removal takes the notes along; a list that was damaged leaves them.
+    if (ports_.profiles->isReadable() && !isNoted(kept)) {
+        throw RamDiskError(
+            RamDiskError::ContentsTransferFailed{"“" + kept.disk.name + "” is no longer a startup disk."});
+    }
+    return kept.profile;
+}
+
+void ProfileContentsUseCase::refuseUnrestored(const KeptDisk& kept, Unrestored unrestored) const {
+    try {
+        requireBound(kept);
+    } catch (const RamDiskError& error) {
+        const bool isTaken = unrestored == Unrestored::taken
+                             && std::holds_alternative<RamDiskError::SavedContentsNotRestored>(error.value());
+        if (!isTaken) {
+            throw;
+        }
+    }
+}
+
 SaveOutcome ProfileContentsUseCase::save(const KeptDisk& kept, Verification verification,
-                                         const ProgressObserver& observer) {
-    requireRestored(kept);
+                                         const ProgressObserver& observer, Unrestored unrestored) {
+    if (state(kept) == RestoreState::restoring) {
+        throw RamDiskError(RamDiskError::BeingFilled{kept.disk.name});
+    }
+    refuseUnrestored(kept, unrestored);
     auto outcome = SaveOutcome::saved;
     whileLocked(kept.profile, [&] {
-        // What was waited for may have been another filling, or the eject of the disk.
+        // What was waited for may have been another filling, the eject of the disk, or the removal of its
+        // record.
         requireListed(kept.disk);
-        requireBound(kept);
-        const bool isFirst = copies(kept.profile).empty();
-        const SaveRequest request{kept.disk, files(kept.profile), kept.profile.previousCopies,
-                                  protection(kept.profile, isFirst ? KeyUse::mayBeNew : KeyUse::onlyExisting),
-                                  verification};
-        if (isFirst && kept.disk.instance) {
+        const auto profile = currentProfile(kept);
+        refuseUnrestored(kept, unrestored);
+        auto& storage = *ports_.storage;
+        const auto former = copies(profile).size();
+        const auto bound = storage.boundInstance(profile.id);
+        const bool isTaken = former > 0 && !isBound(kept);
+        const SaveRequest request{
+            kept.disk, files(profile),
+            // None of the files that were not put back is given up for those that are there now.
+            isTaken ? std::max(profile.previousCopies, static_cast<std::uint32_t>(former))
+                    : profile.previousCopies,
+            protection(profile, former == 0 ? KeyUse::mayBeNew : KeyUse::onlyExisting), verification};
+        if (former == 0 && kept.disk.instance) {
             // Before the copy takes its place: a copy that belongs to no disk could never be followed.
-            ports_.storage->bind(kept.profile.id, *kept.disk.instance);
+            storage.bind(profile.id, kept.disk.instance);
         }
-        outcome = ports_.archiver->save(request, observer);
+        try {
+            outcome = ports_.archiver->save(request, observer);
+        } catch (...) {
+            if (former == 0 && copies(profile).empty()) {
+                storage.bind(profile.id, bound);
+            }
+            throw;
+        }
+        if (isTaken && kept.disk.instance) {
+            storage.bind(profile.id, kept.disk.instance);
+        }
+        if (storage.unsavedInstance(profile.id)) {
+            storage.setUnsavedInstance(profile.id, std::nullopt);
+        }
     });
     return outcome;
 }
@@ -128,6 +212,11 @@ SaveOutcome ProfileContentsUseCase::save(const KeptDisk& kept, Verification veri
 bool ProfileContentsUseCase::restore(const KeptDisk& kept, const ProgressObserver& observer) {
     const auto saved = copies(kept.profile);
     if (saved.empty()) {
+        if (hasLostCopies(kept.profile)) {
+            throw RamDiskError(RamDiskError::ContentsTransferFailed{
+                "the saved copies of “" + kept.disk.name + "” are gone from the folder “Saved Contents”."});
+        }
+        noteUnsaved(kept);
         return false;
     }
     if (!saved.front().isLatest) {
@@ -135,7 +224,16 @@ bool ProfileContentsUseCase::restore(const KeptDisk& kept, const ProgressObserve
         // Earlier copies alone are not what the disk held last; which one is wanted is the user's to say.
         throw RamDiskError(RamDiskError::ImageEjected{});
     }
-    fill(kept, saved.front().image, RestoreMode::fill, observer);
+    const auto interrupted = ports_.storage->filling(kept.profile.id);
+    if (!interrupted || interrupted->instance != kept.disk.instance || !interrupted->replacement) {
+        fill(kept, saved.front().image, RestoreMode::fill, observer);
+        return true;
+    }
+    // A copy that has lost its name since has become the latest.
+    const auto wanted = std::find_if(saved.begin(), saved.end(), [&interrupted](const SavedCopy& copy) {
+        return copy.image.filename() == *interrupted->replacement;
+    });
+    fill(kept, (wanted == saved.end() ? saved.front() : *wanted).image, RestoreMode::replace, observer);
     return true;
 }
 
@@ -165,9 +263,12 @@ RestoredVolume ProfileContentsUseCase::load(const KeptDisk& kept, std::size_t nu
 RestoredVolume ProfileContentsUseCase::fill(const KeptDisk& kept, const std::filesystem::path& image,
                                             RestoreMode mode, const ProgressObserver& observer) {
     const auto& profile = kept.profile.id;
-    // A disk that was only announced is as it was made.
-    bool hasBegun = ports_.storage->instanceBeingFilled(profile) == kept.disk.instance && kept.disk.instance;
-    ports_.storage->setInstanceBeingFilled(profile, kept.disk.instance);
+    const auto former = ports_.storage->filling(profile);
+    bool hasBegun = false;
+    ports_.storage->setFilling(
+        profile,
+        Filling{kept.disk.instance.value_or(profile),
+                mode == RestoreMode::replace ? std::optional(image.filename().string()) : std::nullopt});
     try {
         const RestoreRequest request{image, files(kept.profile), kept.disk,
                                      protection(kept.profile, KeyUse::onlyExisting), mode};
@@ -178,13 +279,18 @@ RestoredVolume ProfileContentsUseCase::fill(const KeptDisk& kept, const std::fil
             }
         });
         if (kept.disk.instance) {
-            ports_.storage->bind(profile, *kept.disk.instance);
+            ports_.storage->bind(profile, kept.disk.instance);
         }
-        ports_.storage->setInstanceBeingFilled(profile, std::nullopt);
+        ports_.storage->setFilling(profile, std::nullopt);
+        if (ports_.storage->unsavedInstance(profile)) {
+            ports_.storage->setUnsavedInstance(profile, std::nullopt);
+        }
         return restored;
     } catch (...) {
         if (!hasBegun) {
-            ports_.storage->setInstanceBeingFilled(profile, std::nullopt);
+            // As it was: filled in part by an earlier try, or only announced and thus as it was made.
+            const bool wasBegun = former && former->instance == kept.disk.instance;
+            ports_.storage->setFilling(profile, wasBegun ? former : std::nullopt);
         }
         throw;
     }

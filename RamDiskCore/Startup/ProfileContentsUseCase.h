@@ -4,6 +4,7 @@
 #include "RamDiskCore/Ports/ContentArchiving.h"
 #include "RamDiskCore/Ports/ContentStorageLocating.h"
 #include "RamDiskCore/Ports/PassphraseGenerating.h"
+#include "RamDiskCore/Ports/ProfileRepository.h"
 #include "RamDiskCore/Ports/SecretStoring.h"
 #include "RamDiskCore/Startup/KeptDisk.h"
 
@@ -13,6 +14,13 @@
 #include <vector>
 
 namespace ramdisk {
+
+/// What a save does with a disk on which the saved files were not put back.
+enum class Unrestored {
+    refused,
+    /// What is on the disk becomes the saved files, and the former latest becomes an earlier copy.
+    taken,
+};
 
 /// Saves the files of startup disks and puts them back.
 ///
@@ -28,6 +36,7 @@ public:
         std::shared_ptr<SecretStoring> secrets;
         std::shared_ptr<PassphraseGenerating> passphrases;
         std::shared_ptr<ListRamDisksUseCase> list;
+        std::shared_ptr<ProfileRepository> profiles;
     };
 
     explicit ProfileContentsUseCase(Ports ports);
@@ -38,6 +47,15 @@ public:
 
     /// Whether the profile's saved copies hold this disk's files.
     [[nodiscard]] bool isBound(const KeptDisk& kept) const;
+
+    /// Whether the notes beside the copies say that this disk keeps the profile's files.
+    [[nodiscard]] bool isNoted(const KeptDisk& kept) const;
+
+    /// Whether those notes say so for a profile that is not among `profiles`: its record is lost.
+    [[nodiscard]] bool isOrphan(const RamDisk& disk, const std::vector<RamDiskProfile>& profiles) const;
+
+    /// Notes that the disk keeps files of which there is no copy yet. Does nothing once there is one.
+    void noteUnsaved(const KeptDisk& kept);
 
     [[nodiscard]] RestoreState state(const KeptDisk& kept) const;
 
@@ -63,15 +81,19 @@ public:
     void requireBound(const KeptDisk& kept) const;
 
     /// Saves the files on the disk. Refused at once, without waiting, while another process fills the disk.
-    /// @throws RamDiskError as `requireRestored`, `savedContentsKeyMissing`, and as `ContentArchiving::save`;
-    ///         std::exception of the key's store. The copies are then as they were.
-    SaveOutcome save(const KeptDisk& kept, Verification verification, const ProgressObserver& observer);
+    /// @throws RamDiskError as `requireRestored`, `savedContentsKeyMissing`, `contentsTransferFailed` when
+    /// the
+    ///         startup disk was removed meanwhile, and as `ContentArchiving::save`; std::exception of the
+    ///         key's store. The copies are then as they were.
+    SaveOutcome save(const KeptDisk& kept, Verification verification, const ProgressObserver& observer,
+                     Unrestored unrestored = Unrestored::refused);
 
-    /// Puts the latest copy onto a new disk, or goes on with a disk that was partly filled. The caller holds
-    /// the profile's lock.
-    /// @returns false when there is no copy.
-    /// @throws RamDiskError `savedContentsKeyMissing`, and as `ContentArchiving::restore`; std::exception of
-    ///         the key's store. `isPartlyFilled` tells whether anything was copied.
+    /// Puts the latest copy onto a new disk, or goes on with a disk that was partly filled, with the copy
+    /// that was being put on it. The caller holds the profile's lock.
+    /// @returns false when no files were ever saved.
+    /// @throws RamDiskError `savedContentsKeyMissing`, `contentsTransferFailed` when the copies are gone, and
+    ///         as `ContentArchiving::restore`; std::exception of the key's store. `isPartlyFilled` tells
+    ///         whether anything was copied.
     bool restore(const KeptDisk& kept, const ProgressObserver& observer);
 
     /// Replaces everything on the disk by a copy; 1 is the latest. From then on this disk may be saved.
@@ -87,6 +109,11 @@ private:
     [[nodiscard]] SavedCopyFiles files(const RamDiskProfile& profile) const;
     [[nodiscard]] VolumeProtection protection(const RamDiskProfile& profile, KeyUse use) const;
     void requireListed(const RamDisk& disk) const;
+    /// Whether files were saved once, and no copy is there any more.
+    [[nodiscard]] bool hasLostCopies(const RamDiskProfile& profile) const;
+    /// The record as it is now.
+    [[nodiscard]] RamDiskProfile currentProfile(const KeptDisk& kept) const;
+    void refuseUnrestored(const KeptDisk& kept, Unrestored unrestored) const;
     RestoredVolume fill(const KeptDisk& kept, const std::filesystem::path& image, RestoreMode mode,
                         const ProgressObserver& observer);
 

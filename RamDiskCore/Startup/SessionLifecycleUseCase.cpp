@@ -6,13 +6,19 @@
 #include "RamDiskCore/Values/Text.h"
 
 #include <algorithm>
+#include <chrono>
 #include <future>
 #include <iterator>
 #include <mutex>
+#include <thread>
 
 namespace ramdisk {
 
 namespace {
+
+/// A program that opens and closes its file again and again leaves a gap within this time.
+constexpr int blockingAttempts = 30;
+constexpr std::chrono::milliseconds blockingPause{15};
 
 RamDiskSpecification specificationOf(const RamDiskProfile& profile) {
     return {profile.name,        profile.size,  profile.fileSystem, profile.isIndexingEnabled,
@@ -88,6 +94,13 @@ std::optional<KeptDisk> SessionLifecycleUseCase::kept(const RamDisk& disk) const
             return candidate;
         }
     }
+    // The list was lost or damaged while this session runs.
+    for (const auto& profile : launched_) {
+        KeptDisk candidate{disk, profile};
+        if (contents_->isNoted(candidate)) {
+            return candidate;
+        }
+    }
     return std::nullopt;
 }
 
@@ -108,7 +121,9 @@ LaunchReport SessionLifecycleUseCase::launch(const Observer& observer) {
     std::mutex mutex;
     const auto shared = oneAtATime(observer, mutex);
     std::mutex failuresMutex;
-    report.outcomes = sideBySide(profiles_->list(), [&](const RamDiskProfile& profile) {
+    report.isListReadable = profiles_->isReadable();
+    launched_ = profiles_->list();
+    report.outcomes = sideBySide(launched_, [&](const RamDiskProfile& profile) {
         std::vector<RedirectFailure> failures;
         auto outcome = create(profile, failures, shared);
         const std::lock_guard lock(failuresMutex);
@@ -182,6 +197,7 @@ StartupOutcome SessionLifecycleUseCase::takeUp(const KeptDisk& kept, const Progr
             return addInitialContents(kept, contents_->restore(kept, observer));
         }
         contents_->requireBound(kept);
+        contents_->noteUnsaved(kept);
         return {StartupOutcome::AlreadyMounted{kept.disk}};
     } catch (const std::exception& error) {
         return {StartupOutcome::RestoreFailed{kept.disk, transferError(error)}};
@@ -225,15 +241,18 @@ StartupOutcome SessionLifecycleUseCase::addInitialContents(const KeptDisk& kept,
 }
 
 ShutdownReport SessionLifecycleUseCase::quit(Force force, const Observer& observer) {
-    const auto disks = keptDisks();
+    auto disks = services_.list->listOwn();
+    std::erase_if(disks, [this, known = profiles_->list()](const RamDisk& disk) {
+        return !kept(disk) && !contents_->isOrphan(disk, known);
+    });
     std::mutex mutex;
     const auto shared = oneAtATime(observer, mutex);
-    const auto results = sideBySide(disks, [&](const KeptDisk& kept) {
-        return leave(kept.disk, SaveBeforeEject::yes, force, observerFor(kept.disk.name, shared));
+    const auto results = sideBySide(disks, [&](const RamDisk& disk) {
+        return leave(disk, SaveBeforeEject::yes, force, observerFor(disk.name, shared));
     });
     ShutdownReport report;
     for (std::size_t index = 0; index < disks.size(); ++index) {
-        const auto& disk = disks[index].disk;
+        const auto& disk = disks[index];
         const auto& result = results[index];
         append(report.redirectFailures, result.redirectFailures);
         if (result.isSaved) {
@@ -264,10 +283,18 @@ ShutdownReport SessionLifecycleUseCase::quit(Force force, const Observer& observ
 LeaveResult SessionLifecycleUseCase::leave(const RamDisk& disk, SaveBeforeEject saving, Force force,
                                            const ProgressObserver& observer) {
     LeaveResult result;
-    const auto startupDisk = disk.mountPoint ? kept(disk) : std::nullopt;
+    const auto startupDisk = kept(disk);
     const bool saves = saving == SaveBeforeEject::yes && startupDisk && startupDisk->profile.keepsContents;
     try {
+        if (saving == SaveBeforeEject::yes && !saves && contents_->isOrphan(disk, profiles_->list())) {
+            throw RamDiskError(RamDiskError::ContentsTransferFailed{
+                "“" + disk.name
+                + "” keeps its files, but the list of startup disks cannot be read or has lost it."});
+        }
         if (saves) {
+            if (!disk.mountPoint) {
+                throw RamDiskError(RamDiskError::NotMounted{disk.device});
+            }
             // The long part first, while everything is still in its place.
             contents_->save(*startupDisk, Verification::no, observer);
             result.isSaved = true;
@@ -278,6 +305,9 @@ LeaveResult SessionLifecycleUseCase::leave(const RamDisk& disk, SaveBeforeEject 
     }
     try {
         append(result.redirectFailures, redirects_->undo(disk.name));
+        if (saves) {
+            blockWriting(disk, force);
+        }
         if (!saves || saveForGood(*startupDisk, result, observer)) {
             result.outcome = services_.eject->eject(disk, force);
             return result;
@@ -299,12 +329,25 @@ LeaveResult SessionLifecycleUseCase::leave(const RamDisk& disk, SaveBeforeEject 
     return result;
 }
 
+void SessionLifecycleUseCase::blockWriting(const RamDisk& disk, Force force) const {
+    for (int attempt = 1; services_.writeBlocking->block(disk) == WriteBlocking::Outcome::busy; ++attempt) {
+        if (attempt == blockingAttempts) {
+            if (force == Force::yes) {
+                return;
+            }
+            // What it writes after the last look would be lost.
+            throw RamDiskError(
+                RamDiskError::EjectFailed{disk.device, "a program is writing to it.", EjectObstacle::busy});
+        }
+        std::this_thread::sleep_for(blockingPause);
+    }
+}
+
 /// Saves what changed since the last save, with writing barred where that is possible, so that nothing can
 /// change any more before the disk goes.
 bool SessionLifecycleUseCase::saveForGood(const KeptDisk& kept, LeaveResult& result,
                                           const ProgressObserver& observer) {
     try {
-        static_cast<void>(services_.writeBlocking->block(kept.disk));
         contents_->save(kept, Verification::no, observer);
         return true;
     } catch (const std::exception& error) {

@@ -21,6 +21,8 @@ struct LaunchReport {
     std::vector<StartupOutcome> outcomes;
     /// Redirects that failed, both those left from an earlier session and those of the new disks.
     std::vector<RedirectFailure> redirectFailures;
+    /// False when the list is there but cannot be read; then no disk is made from it.
+    bool isListReadable = true;
 };
 
 /// What happened to one disk that was to be removed. Without an error it is gone.
@@ -57,13 +59,15 @@ public:
     StartupOutcome create(const RamDiskProfile& profile, std::vector<RedirectFailure>& redirectFailures,
                           const Observer& observer);
 
-    /// Saves and ejects every mounted startup disk. With `Force::yes` also those that are in use, but never
-    /// those that could not be saved.
+    /// Saves and ejects every startup disk, also those that this object made and the list has lost since. One
+    /// that keeps files for a record that is lost fails. With `Force::yes` also those that are in use, but
+    /// never those that could not be saved.
     ShutdownReport quit(Force force, const Observer& observer);
 
     /// Removes a disk, whether it is a startup disk or not: saves its files if it keeps them, undoes its
-    /// redirects, then ejects it. A disk that could not be saved is left as it is. One that could not be
-    /// ejected gets its redirects back.
+    /// redirects, then ejects it. Fails when the disk keeps files and the record of that is lost, and, where
+    /// writing can be blocked, unless forced, when programs do not let it be blocked. A disk that could not
+    /// be saved is left as it is. One that could not be ejected gets its redirects back.
     LeaveResult leave(const RamDisk& disk, SaveBeforeEject saving, Force force,
                       const ProgressObserver& observer);
 
@@ -80,12 +84,16 @@ private:
     StartupOutcome takeUp(const KeptDisk& kept, const ProgressObserver& observer);
     StartupOutcome addInitialContents(const KeptDisk& kept, bool restoredContents);
     StartupOutcome afterFailedRestore(const KeptDisk& kept, const std::exception& error);
+    /// @throws RamDiskError `ejectFailed` when programs go on writing.
+    void blockWriting(const RamDisk& disk, Force force) const;
     bool saveForGood(const KeptDisk& kept, LeaveResult& result, const ProgressObserver& observer);
 
     RamDiskServices services_;
     std::shared_ptr<ManageProfilesUseCase> profiles_;
     std::shared_ptr<ProfileContentsUseCase> contents_;
     std::shared_ptr<FolderRedirectsUseCase> redirects_;
+    /// The profiles of the launch, for the quit.
+    std::vector<RamDiskProfile> launched_;
 };
 
 } // namespace ramdisk

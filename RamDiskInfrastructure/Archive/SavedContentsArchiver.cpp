@@ -48,6 +48,7 @@ void SavedContentsArchiver::requireSupport(const RamDisk& disk) const {
 SaveOutcome SavedContentsArchiver::save(const SaveRequest& request, const ProgressObserver& observer) {
     const auto folder = folderOf(request.files);
     return toldToUsers([&] {
+        folder.requireOwnPlace();
         step("tidy");
         folder.tidy(*tool_);
         step("open source");
@@ -123,6 +124,7 @@ RestoredVolume SavedContentsArchiver::restore(const RestoreRequest& request,
     return toldToUsers([&] {
         auto adjusted = request;
         const auto identity = FileIdentity::of(request.image);
+        folder.requireOwnPlace();
         step("tidy");
         folder.tidy(*tool_);
         if (identity && FileIdentity::of(request.files.latest) == identity) {

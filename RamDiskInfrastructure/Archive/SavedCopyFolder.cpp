@@ -1,9 +1,12 @@
 #include "RamDiskInfrastructure/Archive/SavedCopyFolder.h"
 
 #include "RamDiskCore/Ports/Tracing.h"
+#include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/Archive/FileIdentity.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Stores/StoredFile.h"
+
+#include <fmt/format.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -90,7 +93,16 @@ void SavedCopyFolder::tidy(SavedImageTool& tool) const {
     removePartials(tool);
 }
 
+void SavedCopyFolder::requireOwnPlace() const {
+    const auto& latest = names_.files.latest;
+    if (!isMissing(latest) && !FileIdentity::of(latest)) {
+        throw RamDiskError(RamDiskError::ContentsTransferFailed{fmt::format(
+            "there is a link, or something else that is no file, at {}. Move it away.", latest.native())});
+    }
+}
+
 std::vector<SavedCopy> SavedCopyFolder::copies() const {
+    requireOwnPlace();
     auto earlier = earlierCopies();
     std::vector<SavedCopy> copies;
     for (const auto& image : {names_.files.latest, names_.incoming()}) {
@@ -227,10 +239,9 @@ bool SavedCopyFolder::linkTo(const std::filesystem::path& image, const std::file
 std::filesystem::path SavedCopyFolder::freeEarlierName() const {
     auto name = SavedCopyNames::Earlier::savedAt(modifiedAt(names_.files.latest));
     for (const auto& entry : entries()) {
-        const auto taken = names_.earlierNamed(entry);
-        if (taken && taken->secondsSince1970 == name.secondsSince1970) {
-            // Behind all of its second, whichever of them are gone: the newest has the highest number.
-            name.serial = std::max(name.serial, taken->serial + 1);
+        // Behind all others, whatever the clock said when they were saved: copies go in the order of saving.
+        if (const auto taken = names_.earlierNamed(entry); taken && *taken >= name) {
+            name = taken->next();
         }
     }
     return names_.earlier(name);

@@ -34,8 +34,12 @@ public:
 
     /// The latest copy first, then from the newest to the oldest, as they are after a `tidy`. Changes
     /// nothing.
-    /// @throws std::exception when the folder cannot be read.
+    /// @throws as `requireOwnPlace`; std::exception when the folder cannot be read.
     [[nodiscard]] std::vector<SavedCopy> copies() const;
+
+    /// Refuses to work where something that is no copy lies in the latest's place.
+    /// @throws RamDiskError `contentsTransferFailed`
+    void requireOwnPlace() const;
 
     /// Puts a complete image in the latest's place. The former latest, if there is one, becomes an earlier
     /// copy.

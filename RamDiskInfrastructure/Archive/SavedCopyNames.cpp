@@ -51,6 +51,13 @@ std::chrono::system_clock::time_point SavedCopyNames::Earlier::time() const {
     return std::chrono::system_clock::time_point(std::chrono::seconds(secondsSince1970));
 }
 
+SavedCopyNames::Earlier SavedCopyNames::Earlier::next() const {
+    if (serial >= lastSerial && secondsSince1970 < lastSecond) {
+        return {secondsSince1970 + 1};
+    }
+    return {secondsSince1970, serial + 1};
+}
+
 std::string SavedCopyNames::stem() const {
     return files.latest.stem().string();
 }

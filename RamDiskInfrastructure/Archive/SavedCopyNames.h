@@ -22,6 +22,8 @@ struct SavedCopyNames {
         /// The name of the first copy that was saved in the second of `time`.
         [[nodiscard]] static Earlier savedAt(std::chrono::system_clock::time_point time);
         [[nodiscard]] std::chrono::system_clock::time_point time() const;
+        /// The name of the copy that follows this one at once.
+        [[nodiscard]] Earlier next() const;
 
         friend auto operator<=>(const Earlier&, const Earlier&) = default;
     };

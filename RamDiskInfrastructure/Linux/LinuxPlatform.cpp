@@ -31,6 +31,9 @@
 #include <array>
 #include <utility>
 
+#include <linux/magic.h>
+#include <sys/vfs.h>
+
 namespace ramdisk {
 
 namespace {
@@ -92,6 +95,22 @@ RamDiskServices makeLinuxServices(const std::shared_ptr<const LinuxContext>& con
     return services;
 }
 
+namespace {
+
+bool isFolderInMemory(const std::filesystem::path& folder) {
+    auto nearest = folder;
+    std::error_code ignored;
+    while (!nearest.empty() && nearest != nearest.parent_path()
+           && !std::filesystem::exists(nearest, ignored)) {
+        nearest = nearest.parent_path();
+    }
+    struct statfs volume {};
+    return statfs(nearest.c_str(), &volume) == 0
+           && (volume.f_type == TMPFS_MAGIC || volume.f_type == RAMFS_MAGIC);
+}
+
+} // namespace
+
 Platform makePlatform(std::function<void(std::string)> notice) {
     const auto context = std::make_shared<LinuxContext>(LinuxHost::current());
     context->notice = std::move(notice);
@@ -100,6 +119,7 @@ Platform makePlatform(std::function<void(std::string)> notice) {
             .redirecting = makeFolderRedirecting(context->host),
             .shutdownDelay = std::make_shared<LogindShutdownDelay>(),
             .mountWatching = std::make_shared<MountTableWatch>(context->host.proc),
+            .isFolderInMemory = isFolderInMemory,
             .settings = settings};
 }
 

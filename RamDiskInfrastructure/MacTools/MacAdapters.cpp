@@ -20,7 +20,7 @@ namespace {
 /// caught by the second look that every eject takes.
 class NoWriteBlocking final : public WriteBlocking {
 public:
-    [[nodiscard]] bool block(const RamDisk& /*disk*/) override { return false; }
+    [[nodiscard]] Outcome block(const RamDisk& /*disk*/) override { return Outcome::unsupported; }
     void allow(const RamDisk& /*disk*/) noexcept override {}
 };
 

@@ -6,6 +6,7 @@
 #include "RamDiskCore/Ports/ShutdownDelaying.h"
 #include "RamDiskInfrastructure/Platform/PlatformStores.h"
 
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <span>
@@ -31,6 +32,10 @@ struct Platform {
     std::shared_ptr<ShutdownDelaying> shutdownDelay;
     /// Null where mounts are not watched.
     std::shared_ptr<MountWatching> mountWatching{};
+    /// Whether what is stored in a folder, which need not exist yet, is gone after a restart. False when that
+    /// cannot be told.
+    std::function<bool(const std::filesystem::path&)> isFolderInMemory =
+        [](const std::filesystem::path& /*folder*/) { return false; };
     /// This platform's own settings, valid for the life of the process.
     std::span<const PlatformSetting> settings;
 };

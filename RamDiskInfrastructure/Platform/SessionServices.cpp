@@ -8,8 +8,9 @@ RamDiskSessionServices makeSessionServices(const RamDiskServices& services, cons
     session.core = services;
     session.profiles = std::make_shared<ManageProfilesUseCase>(stores.profiles, stores.contentStorage,
                                                                stores.secrets, services.archiver);
-    session.profileContents = std::make_shared<ProfileContentsUseCase>(ProfileContentsUseCase::Ports{
-        services.archiver, stores.contentStorage, stores.secrets, services.passphrases, services.list});
+    session.profileContents = std::make_shared<ProfileContentsUseCase>(
+        ProfileContentsUseCase::Ports{services.archiver, stores.contentStorage, stores.secrets,
+                                      services.passphrases, services.list, stores.profiles});
     session.redirects = std::make_shared<FolderRedirectsUseCase>(
         stores.redirects, redirecting, services.inventory, services.validationContext.profiles);
     session.configure =

@@ -8,6 +8,10 @@ namespace ramdisk {
 
 namespace {
 
+constexpr auto boundExtension = ".bound";
+constexpr auto fillingExtension = ".filling";
+constexpr auto unsavedExtension = ".unsaved";
+
 FileLock lockIn(const std::filesystem::path& folder, const UUID& profile) {
     return FileLock(folder / (profile.text() + ".lock"));
 }
@@ -17,10 +21,23 @@ std::optional<UUID> storedIdentifier(const std::filesystem::path& file) {
     return text ? UUID::parse(trimmed(*text)) : std::nullopt;
 }
 
-void storeIdentifier(const std::filesystem::path& file, const UUID& identifier) {
+std::string firstLine(const std::string& text) {
+    return text.substr(0, text.find('\n'));
+}
+
+std::optional<std::string> textOf(const std::optional<UUID>& identifier) {
+    return identifier ? std::optional(identifier->text()) : std::nullopt;
+}
+
+/// Without a text the note is removed.
+void storeNote(const std::filesystem::path& file, const std::optional<std::string>& text) {
+    if (!text) {
+        std::filesystem::remove(file);
+        return;
+    }
     makeFolders(file.parent_path());
     removeAbandonedVersions(file);
-    PreparedFile(file, identifier.text()).takePlace();
+    PreparedFile(file, *text).takePlace();
 }
 
 } // namespace
@@ -56,26 +73,64 @@ bool ApplicationSupportContentStorage::isResizeLocked(const UUID& profile) const
     return lockIn(unfinishedResizes(), profile).isHeld();
 }
 
+std::filesystem::path ApplicationSupportContentStorage::note(const UUID& profile,
+                                                             const char* extension) const {
+    return directory_ / (profile.text() + extension);
+}
+
 std::optional<UUID> ApplicationSupportContentStorage::boundInstance(const UUID& profile) const {
-    return storedIdentifier(directory_ / (profile.text() + ".bound"));
+    return storedIdentifier(note(profile, boundExtension));
 }
 
-void ApplicationSupportContentStorage::bind(const UUID& profile, const UUID& instance) {
-    storeIdentifier(directory_ / (profile.text() + ".bound"), instance);
+void ApplicationSupportContentStorage::bind(const UUID& profile, const std::optional<UUID>& instance) {
+    storeNote(note(profile, boundExtension), textOf(instance));
 }
 
-std::optional<UUID> ApplicationSupportContentStorage::instanceBeingFilled(const UUID& profile) const {
-    return storedIdentifier(directory_ / (profile.text() + ".filling"));
-}
-
-void ApplicationSupportContentStorage::setInstanceBeingFilled(const UUID& profile,
-                                                              const std::optional<UUID>& instance) {
-    const auto file = directory_ / (profile.text() + ".filling");
-    if (instance) {
-        storeIdentifier(file, *instance);
-    } else {
-        std::filesystem::remove(file);
+std::optional<Filling> ApplicationSupportContentStorage::filling(const UUID& profile) const {
+    const auto text = readStoredFile(note(profile, fillingExtension));
+    const auto instance = text ? UUID::parse(firstLine(*text)) : std::nullopt;
+    if (!instance) {
+        return std::nullopt;
     }
+    const std::string replacement(trimmed(std::string_view(*text).substr(firstLine(*text).size())));
+    return Filling{*instance, replacement.empty() ? std::nullopt : std::optional<std::string>(replacement)};
+}
+
+void ApplicationSupportContentStorage::setFilling(const UUID& profile,
+                                                  const std::optional<Filling>& filling) {
+    std::optional<std::string> text;
+    if (filling) {
+        text = filling->instance.text();
+        *text += filling->replacement ? "\n" + *filling->replacement : "";
+    }
+    storeNote(note(profile, fillingExtension), text);
+}
+
+std::optional<UUID> ApplicationSupportContentStorage::unsavedInstance(const UUID& profile) const {
+    return storedIdentifier(note(profile, unsavedExtension));
+}
+
+void ApplicationSupportContentStorage::setUnsavedInstance(const UUID& profile,
+                                                          const std::optional<UUID>& instance) {
+    storeNote(note(profile, unsavedExtension), textOf(instance));
+}
+
+std::vector<UUID> ApplicationSupportContentStorage::ownersOf(const UUID& instance) const {
+    std::vector<UUID> owners;
+    if (!std::filesystem::exists(directory_)) {
+        return owners;
+    }
+    for (const auto& entry : std::filesystem::directory_iterator(directory_)) {
+        const auto& file = entry.path();
+        const auto profile = UUID::parse(file.stem().string());
+        const bool isNote = file.extension() == boundExtension || file.extension() == fillingExtension
+                            || file.extension() == unsavedExtension;
+        const auto text = profile && isNote ? readStoredFile(file) : std::nullopt;
+        if (text && UUID::parse(firstLine(*text)) == instance) {
+            owners.push_back(*profile);
+        }
+    }
+    return owners;
 }
 
 } // namespace ramdisk

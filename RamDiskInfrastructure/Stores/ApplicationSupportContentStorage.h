@@ -26,11 +26,16 @@ public:
                                                    std::function<void()> body) const override;
     [[nodiscard]] bool isResizeLocked(const UUID& profile) const override;
     [[nodiscard]] std::optional<UUID> boundInstance(const UUID& profile) const override;
-    void bind(const UUID& profile, const UUID& instance) override;
-    [[nodiscard]] std::optional<UUID> instanceBeingFilled(const UUID& profile) const override;
-    void setInstanceBeingFilled(const UUID& profile, const std::optional<UUID>& instance) override;
+    void bind(const UUID& profile, const std::optional<UUID>& instance) override;
+    [[nodiscard]] std::optional<Filling> filling(const UUID& profile) const override;
+    void setFilling(const UUID& profile, const std::optional<Filling>& filling) override;
+    [[nodiscard]] std::optional<UUID> unsavedInstance(const UUID& profile) const override;
+    void setUnsavedInstance(const UUID& profile, const std::optional<UUID>& instance) override;
+    [[nodiscard]] std::vector<UUID> ownersOf(const UUID& instance) const override;
 
 private:
+    [[nodiscard]] std::filesystem::path note(const UUID& profile, const char* extension) const;
+
     std::filesystem::path directory_;
     std::shared_ptr<TaskScheduling> tasks_;
 };

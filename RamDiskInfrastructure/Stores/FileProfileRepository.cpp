@@ -15,6 +15,10 @@ std::size_t FileProfileRepository::notUnderstood() const {
     return file_.notUnderstood();
 }
 
+bool FileProfileRepository::isReadable() const {
+    return file_.isReadable();
+}
+
 void FileProfileRepository::update(const std::function<List(List)>& transform) {
     file_.update(transform);
 }

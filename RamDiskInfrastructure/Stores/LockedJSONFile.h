@@ -38,6 +38,9 @@ public:
     /// How many entries are not understood.
     [[nodiscard]] std::size_t notUnderstood() const { return read().list.foreign.size(); }
 
+    /// False when there is a file that cannot be read or does not decode.
+    [[nodiscard]] bool isReadable() const { return read().former == FormerContent::readable; }
+
     /// Replaces the list by what `transform` makes of it, holding the lock. If the transform throws, nothing
     /// is written and the exception is passed on.
     /// @throws std::system_error with the former list in its place.

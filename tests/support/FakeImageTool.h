@@ -23,6 +23,7 @@ public:
     /// How a restore fails, where it is set: before it touches the disk, or in the middle.
     std::optional<RamDiskError> restoreFailure;
     bool failsHalfWay = false;
+    std::optional<RestoreMode> lastMode;
 
     static std::filesystem::path fileOn(const RamDisk& disk) { return *disk.mountPoint / "file"; }
     static std::string imageOf(const std::string& content) { return "[" + content + "]"; }
@@ -47,6 +48,7 @@ public:
     }
     Closing restore(const RestoreRequest& request, const ProgressObserver& observer) override {
         const auto image = readFile(request.image);
+        lastMode = request.mode;
         if (image.empty() || (restoreFailure && !failsHalfWay)) {
             throw restoreFailure.value_or(RamDiskError::ImageEjected{});
         }

@@ -172,9 +172,13 @@ std::optional<std::string> FakeMachine::undo(const FolderRedirect& redirect,
     return std::nullopt;
 }
 
-bool FakeMachine::block(const RamDisk& disk) {
+WriteBlocking::Outcome FakeMachine::block(const RamDisk& disk) {
+    if (writers > 0) {
+        --writers;
+        return Outcome::busy;
+    }
     note("block " + disk.name);
-    return true;
+    return Outcome::blocked;
 }
 
 void FakeMachine::allow(const RamDisk& disk) noexcept {

@@ -49,6 +49,8 @@ public:
     std::map<DeviceIdentifier, RamDiskError> releaseFailures;
     /// Folders that can be neither copied, made nor redirected.
     std::set<std::string> failingFolders;
+    /// How often a program has a file open for writing when writing is to be blocked.
+    int writers = 0;
     /// Finished disks do not show in the list.
     bool hidesNewDisks = false;
 
@@ -86,7 +88,7 @@ public:
     std::optional<std::string> undo(const FolderRedirect& redirect,
                                     const RedirectRestoreState& state) override;
     bool isInForce(const FolderRedirect&, const std::filesystem::path&) const override { return true; }
-    bool block(const RamDisk& disk) override;
+    Outcome block(const RamDisk& disk) override;
     void allow(const RamDisk& disk) noexcept override;
     std::vector<std::string> plan(ByteCount size) const override;
     std::vector<std::string> plan(const RamDiskSpecification& specification) const override;

@@ -69,7 +69,7 @@ std::shared_ptr<ManageProfilesUseCase> FakeSession::manage() {
 
 std::shared_ptr<ProfileContentsUseCase> FakeSession::contents() {
     return std::make_shared<ProfileContentsUseCase>(ProfileContentsUseCase::Ports{
-        archiver, storage, keyring, machine, std::make_shared<ListRamDisksUseCase>(machine)});
+        archiver, storage, keyring, machine, std::make_shared<ListRamDisksUseCase>(machine), profiles});
 }
 
 std::shared_ptr<FolderRedirectsUseCase> FakeSession::redirects() {

@@ -1,10 +1,12 @@
 #include "tests/support/Linux/KillLoop.h"
 #include "tests/tramdisk/Disks.h"
 
+#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <set>
 #include <thread>
 
 #include <fcntl.h>
@@ -283,6 +285,144 @@ TEST_F(Session, AKilledSaveOrRestoreCostsNothing) {
                      }});
     discard();
     EXPECT_THAT(machine->traces(), IsEmpty());
+}
+
+TEST_F(Session, ALoadThatIsKilledLeavesNoMixture) {
+    auto root = mountPointOf(machine->create("Two"));
+    constexpr int files = 12;
+    const auto fill = [&](const std::string& text) {
+        for (int index = 0; index < files; ++index) {
+            writeFile(root / (text + std::to_string(index)), text + std::string(9000, 'x'));
+            writeFile(root / ("both" + std::to_string(index)), text + std::string(9000, 'x'));
+        }
+    };
+    killAtEveryCall(
+        {.prepare =
+             [&] {
+                 // The copies change places with every load; both are made anew.
+                 machine->run({"eject", "Two", "--discard"});
+                 machine->run({"startup", "remove", "Two", "--force"});
+                 root = mountPointOf(machine->create("Two"));
+                 ASSERT_EQ(machine->run({"startup", "add", "Two", "--keep-files", "--copies", "1"}).status,
+                           0);
+                 fill("a");
+                 EXPECT_EQ(machine->run({"save", "Two"}).status, 0);
+                 for (int index = 0; index < files; ++index) {
+                     fs::remove(root / ("a" + std::to_string(index)));
+                 }
+                 fill("b");
+                 EXPECT_EQ(machine->run({"save", "Two"}).status, 0);
+             },
+         .start =
+             [&] {
+                 return machine->start({"load", "Two", "--copy", "2"});
+             },
+         .check =
+             [&](std::optional<int> status) {
+                 EXPECT_EQ(status.value_or(0), 0);
+                 startSession();
+                 std::set<char> kinds;
+                 int count = 0;
+                 for (const auto& entry : fs::directory_iterator(root)) {
+                     if (entry.is_regular_file()) {
+                         kinds.insert(readFile(entry.path())[0]);
+                         ++count;
+                     }
+                 }
+                 EXPECT_EQ(kinds.size(), 1U);
+                 EXPECT_EQ(count, 2 * files);
+                 kill(session, SIGKILL);
+                 waitFor(std::exchange(session, 0));
+             },
+         .most = 12});
+}
+
+TEST_F(Session, ADiskWhoseRecordIsLostIsSavedByItsSessionAndDroppedByNobody) {
+    const auto root = makeKept("Work");
+    startSession();
+    writeFile(root / "file", "precious");
+    const auto list = machine->folder() / "home/data/Tavrin RamDisk/Startup Disks.json";
+    const auto intact = readFile(list);
+    writeFile(list, intact + "]");
+    const auto refused = machine->run({"eject", "Work"});
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_THAT(refused.err, HasSubstr("“Work” keeps its files"));
+    // It launched the disk, so it knows how to save it; that the next one cannot, it tells.
+    EXPECT_EQ(endSession(), 1);
+    EXPECT_THAT(machine->list(), IsEmpty());
+    startSession();
+    EXPECT_EQ(endSession(), 1);
+    writeFile(list, intact);
+    startSession();
+    EXPECT_EQ(readFile(root / "file"), "precious");
+    EXPECT_EQ(endSession(), 0);
+}
+
+TEST_F(Session, NoAcknowledgedLineIsMissingAfterAnEject) {
+    const auto* wanted = std::getenv("TRAMDISK_EJECTS");
+    const int ejects = wanted != nullptr ? std::atoi(wanted) : 20;
+    makeKept("Tmpfs");
+    makeKept("Ext4", {"--format", "jhfs+"});
+    auto* const written = static_cast<std::atomic<long>*>(
+        mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+    ASSERT_NE(written, MAP_FAILED);
+    for (int round = 0; round < ejects; ++round) {
+        const std::string name = round % 2 == 0 ? "Tmpfs" : "Ext4";
+        const auto log = mountPointOf(machine->list().at(name)) / "log";
+        writeFile(log, "");
+        *written = 0;
+        const auto writer = fork();
+        if (writer == 0) {
+            // What is there once the disk is gone has no such file.
+            for (long line = 1;; ++line) {
+                const int file = open(log.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
+                if (file < 0 || write(file, "line\n", 5) != 5) {
+                    _exit(0);
+                }
+                usleep(2000);
+                close(file);
+                *written = line;
+                usleep(25000); // a save gives up on a file that never rests
+            }
+        }
+        int attempts = 0;
+        while (machine->run({"eject", name}).status != 0 && ++attempts < 20) {
+        }
+        kill(writer, SIGKILL);
+        waitFor(writer);
+        EXPECT_LT(attempts, 20) << "never ejected";
+        EXPECT_EQ(machine->run({"startup", "create", name}).status, 0);
+        EXPECT_GE(static_cast<long>(fs::file_size(log)) / 5, written->load()) << name << ", round " << round;
+    }
+    munmap(written, 4096);
+}
+
+TEST_F(Session, ADiskWithoutItsSavedFilesIsSavedOnRequest) {
+    const auto root = makeKept("Work");
+    writeFile(root / "file", "saved");
+    ASSERT_EQ(machine->run({"eject", "Work"}).status, 0);
+    fs::path image;
+    for (const auto& entry : fs::directory_iterator(savedContents())) {
+        image = entry.path().extension() == ".sparseimage" ? entry.path() : image;
+    }
+    fs::rename(image, image.string() + ".away");
+    EXPECT_EQ(machine->run({"startup", "create", "Work"}).status, 1);
+    writeFile(root / "file", "current");
+    const auto refused = machine->run({"save", "Work"});
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_THAT(refused.err, HasSubstr("`tramdisk save Work --keep-current`"));
+    EXPECT_EQ(machine->run({"save", "--keep-current"}).status, 2);
+    EXPECT_EQ(machine->run({"save", "Work", "--keep-current"}).status, 0);
+    ASSERT_EQ(machine->run({"eject", "Work"}).status, 0);
+    EXPECT_EQ(machine->run({"startup", "create", "Work"}).status, 0);
+    EXPECT_EQ(readFile(root / "file"), "current");
+
+    machine->environment["XDG_DATA_HOME"] = "/dev/shm/ramdisk test " + std::to_string(getpid());
+    EXPECT_THAT(
+        machine->run({"create", "--name", "Other", "--size", "8M", "--at-launch", "--keep-files"}).err,
+        HasSubstr("do not outlive a restart"));
+    EXPECT_EQ(machine->run({"eject", "Other"}).status, 0);
+    fs::remove_all(machine->environment["XDG_DATA_HOME"]);
 }
 
 TEST_F(Session, ADiskThatChangesItsPlaceTakesItsRedirectsAlong) {

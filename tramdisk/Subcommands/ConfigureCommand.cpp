@@ -1,5 +1,6 @@
 #include "RamDiskInfrastructure/Stores/ValueJSON.h"
 #include "RamDiskUI/SessionText.h"
+#include "tramdisk/KeptDisks.h"
 #include "tramdisk/SessionJSON.h"
 #include "tramdisk/SetupOptions.h"
 #include "tramdisk/Subcommand.h"
@@ -56,6 +57,9 @@ struct ConfigureCommand {
         const auto changes = changesFrom(setup);
         requireStartupDisk(changes, disk, context);
         const auto result = context.session.configure->execute(disk, changes);
+        if (changes.keepsFiles.value_or(false)) {
+            noteStorageInMemory(context);
+        }
         if (context.console.wantsJSON()) {
             context.console.printDocument(
                 compactText({{"ramDisk", toJSON(result.ramDisk)}, {"problems", toJSON(result.problems)}}));

@@ -2,6 +2,7 @@
 #include "RamDiskInfrastructure/Stores/ValueJSON.h"
 #include "RamDiskUI/ErrorText.h"
 #include "RamDiskUI/SessionText.h"
+#include "tramdisk/KeptDisks.h"
 #include "tramdisk/RedirectTargetText.h"
 #include "tramdisk/SessionJSON.h"
 #include "tramdisk/SetupDefaults.h"
@@ -112,6 +113,9 @@ struct CreateCommand {
         const auto result = createDisk(setup, context);
         const auto& disk = result.creation.ramDisk;
         tellWarnings(result.creation.warnings, context.console);
+        if (setup.keepsFiles.value_or(false)) {
+            noteStorageInMemory(context);
+        }
         if (context.console.wantsJSON()) {
             context.console.printDocument(compactText({{"ramDisk", toJSON(disk)},
                                                        {"warnings", warningsJSON(result.creation.warnings)},

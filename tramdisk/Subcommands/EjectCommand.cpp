@@ -61,8 +61,9 @@ std::optional<std::string> heldText(const RamDisk& disk, const ReleaseOutcome& o
         return std::nullopt;
     }
     return fmt::format(
-        "“{}” is ejected, but {} of its memory stays in use until its last file is closed: {}.",
-        printable(disk.name), format(*outcome.stillHeld), fmt::join(outcome.holders, ", "));
+        "“{}” is ejected, but {} of its memory stays in use until its last file is closed{}{}.",
+        printable(disk.name), format(*outcome.stillHeld), outcome.holders.empty() ? "" : ": ",
+        fmt::join(outcome.holders, ", "));
 }
 
 Json resultJSON(const BatchEjectResult& result) {
@@ -93,7 +94,8 @@ void tell(const BatchEjectResult& result, const Console& console) {
     }
     for (const auto& failure : result.failures) {
         console.fail(errorText(failure.error));
-        if (const auto suggestion = recoverySuggestion(failure.error)) {
+        const auto hint = savingHint(failure.ramDisk.name, failure.error);
+        if (const auto suggestion = hint ? hint : recoverySuggestion(failure.error)) {
             console.hint(*suggestion);
         }
     }

@@ -4,6 +4,7 @@
 #include "tramdisk/ProgressLine.h"
 #include "tramdisk/SessionJSON.h"
 #include "tramdisk/Subcommand.h"
+#include "tramdisk/UsageError.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -42,10 +43,19 @@ struct SaveCommand {
     /// None means every disk that keeps its files.
     std::vector<RamDiskReference> references;
     bool isVerified = false;
+    bool keepsCurrent = false;
 
     void declare(Syntax& syntax) {
         syntax.value("REF", references, "Devices, mount points or names (default: all that keep files)");
         syntax.flag("--verify", isVerified, "Read each copy back and compare it");
+        syntax.flag("--keep-current", keepsCurrent,
+                    "Save what is on the disk although its saved files were not put back");
+    }
+
+    void check() const {
+        if (keepsCurrent && references.empty()) {
+            throw UsageError("Name the disks with --keep-current.");
+        }
     }
 
     ExitStatus run(const CommandContext& context) const {
@@ -60,7 +70,8 @@ struct SaveCommand {
                     ProgressLine progress(console.options(), "Saving");
                     return context.session.profileContents->save(
                         kept, isVerified ? Verification::yes : Verification::no,
-                        progress.observer(kept.disk.name));
+                        progress.observer(kept.disk.name),
+                        keepsCurrent ? Unrestored::taken : Unrestored::refused);
                 }();
                 const bool isNew = outcome == SaveOutcome::saved;
                 json[isNew ? "saved" : "unchanged"].push_back(toJSON(kept.disk));
@@ -71,6 +82,9 @@ struct SaveCommand {
                 const auto text = errorText(error);
                 json["failures"].push_back({{"ramDisk", toJSON(kept.disk)}, {"text", text}});
                 console.fail(fmt::format("“{}”: contents not saved. {}", kept.disk.name, text));
+                if (const auto hint = savingHint(kept.disk.name, transferError(error))) {
+                    console.hint(*hint);
+                }
             }
         }
         if (console.wantsJSON()) {

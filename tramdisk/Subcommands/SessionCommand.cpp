@@ -31,6 +31,11 @@ LaunchReport launch(const CommandContext& context) {
     }();
     tellRedirectFailures(report.redirectFailures, context);
     bool isTitleTold = false;
+    if (!report.isListReadable) {
+        context.console.fail(launchAttentionTitle);
+        isTitleTold = true;
+        context.console.fail(unreadableListText);
+    }
     for (const auto& outcome : report.outcomes) {
         if (!outcome.needsAttention()) {
             context.console.confirm(printable(outcomeText(outcome)));
@@ -41,6 +46,11 @@ LaunchReport launch(const CommandContext& context) {
             isTitleTold = true;
         }
         context.console.fail(outcomeText(outcome));
+        if (const auto* failed = std::get_if<StartupOutcome::RestoreFailed>(&outcome.value)) {
+            if (const auto hint = savingHint(failed->disk.name, failed->error)) {
+                context.console.hint(*hint);
+            }
+        }
     }
     return report;
 }
@@ -136,6 +146,11 @@ ShutdownReport quit(const CommandContext& context) {
         for (const auto& line : attentionLines(report)) {
             context.console.fail(line);
         }
+        for (const auto& failure : report.saveFailures) {
+            if (const auto hint = savingHint(failure.ramDisk.name, failure.error)) {
+                context.console.hint(*hint);
+            }
+        }
     }
     return report;
 }
@@ -184,12 +199,17 @@ struct SessionRunCommand {
             waitForEnd(signals, context);
         }
         session->tell(SessionPhase::quitting);
+        const bool isListReadable = context.session.profiles->isReadable();
         const auto report = quit(context);
+        if (!isListReadable) {
+            // The next launch makes no disk from it.
+            context.console.fail(unreadableListText);
+        }
         delay.stop();
         if (context.console.wantsJSON()) {
             context.console.printDocument(compactText(documentOf(launched, report)));
         }
-        return report.needsAttention() ? failed : succeeded;
+        return report.needsAttention() || !isListReadable ? failed : succeeded;
     }
 };
 

@@ -72,7 +72,10 @@ struct StartupAddCommand {
         }
         profile.keepsContents = keepsFiles;
         profile.previousCopies = previousCopies;
-        context.session.profiles->store(profile);
+        context.session.profiles->store(profile, disk);
+        if (keepsFiles) {
+            noteStorageInMemory(context);
+        }
         if (context.console.wantsJSON()) {
             context.console.printDocument(compactText(toJSON(profile)));
         }

@@ -29,12 +29,14 @@ bool setAttributes(const RamDisk& disk, std::uint64_t set, std::uint64_t clear) 
 
 } // namespace
 
-bool LinuxWriteBlocking::block(const RamDisk& disk) {
-    const bool isBlocked = setAttributes(disk, MOUNT_ATTR_RDONLY, 0);
-    if (!isBlocked) {
-        traceRefused("mounts", "making the disk read-only", "the caller does without");
+WriteBlocking::Outcome LinuxWriteBlocking::block(const RamDisk& disk) {
+    if (setAttributes(disk, MOUNT_ATTR_RDONLY, 0)) {
+        return Outcome::blocked;
     }
-    return isBlocked;
+    const auto outcome = errno == EBUSY ? Outcome::busy : Outcome::unsupported;
+    traceRefused("mounts", "making the disk read-only",
+                 outcome == Outcome::busy ? "the caller tries again" : "the caller does without");
+    return outcome;
 }
 
 void LinuxWriteBlocking::allow(const RamDisk& disk) noexcept {

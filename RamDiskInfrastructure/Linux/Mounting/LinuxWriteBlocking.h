@@ -11,7 +11,7 @@ namespace ramdisk {
 /// starts. Kernels before 5.12 cannot do it.
 class LinuxWriteBlocking final : public WriteBlocking {
 public:
-    [[nodiscard]] bool block(const RamDisk& disk) override;
+    [[nodiscard]] Outcome block(const RamDisk& disk) override;
     void allow(const RamDisk& disk) noexcept override;
 };
 

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include <chrono>
+#include <fstream>
 #include <future>
 
 namespace ramdisk {
@@ -30,6 +31,10 @@ struct Session : test::FakeSession {
                     .size = {},
                     .fileSystem = FileSystem::apfs,
                     .isEncrypted = true});
+    }
+    /// What an editor's slip does to the list.
+    void damageList() const {
+        std::ofstream(storage->directory().parent_path() / "Startup Disks.json", std::ios::app) << ']';
     }
     void addRedirect() { redirectList->save({{UUID::random(), "Work", {RedirectTarget::Folder{"cache"}}}}); }
 };
@@ -137,6 +142,119 @@ TEST(SessionLifecycleTest, ADiskWithoutItsFilesIsNeverSaved) {
     }
 }
 
+TEST(SessionLifecycleTest, ADiskWhoseRecordIsLostIsNotDroppedAndItsSessionStillSavesIt) {
+    for (const bool isSaved : {false, true}) {
+        for (const bool isListReplaced : {false, true}) {
+            Session session;
+            const auto id = session.addWork();
+            auto lifecycle = session.lifecycle();
+            lifecycle.launch({});
+            session.write("Work", "precious");
+            if (isSaved) {
+                EXPECT_EQ(session.saveCase(), "");
+                session.write("Work", "newer");
+            }
+            session.damageList();
+            if (isListReplaced) {
+                session.add(
+                    {.id = UUID::random(), .name = "Work", .size = {}, .fileSystem = FileSystem::apfs});
+                session.profiles->update([](ProfileRepository::List list) {
+                    list.at(0).keepsContents = false;
+                    return list;
+                });
+            }
+            const auto disk = session.machine->disks.at(0);
+            const auto left = session.lifecycle().leave(disk, SaveBeforeEject::yes, Force::yes, {});
+            EXPECT_TRUE(left.saveError);
+            EXPECT_EQ(session.lifecycle().quit(Force::yes, {}).saveFailures.size(), 1U);
+            ASSERT_EQ(session.machine->disks.size(), 1U);
+            if (!isListReplaced) {
+                EXPECT_EQ(lifecycle.quit(Force::no, {}).saved.size(), 1U);
+                EXPECT_THAT(session.copies(id), ElementsAre(isSaved ? "newer" : "precious"));
+                EXPECT_FALSE(session.lifecycle().launch({}).isListReadable);
+                continue;
+            }
+            session.lifecycle().leave(disk, SaveBeforeEject::no, Force::no, {});
+            EXPECT_THAT(session.machine->disks, IsEmpty());
+        }
+    }
+}
+
+TEST(SessionLifecycleTest, AnInterruptedLoadIsFinishedWithTheCopyThatWasChosen) {
+    Session session;
+    const auto id = session.addWork();
+    session.saveEarlier(id, {"old", "new"});
+    session.launchOne();
+    session.images->restoreFailure = RamDiskError::ImageEjected{};
+    session.images->failsHalfWay = true;
+    EXPECT_EQ(session.loadCase(2), "imageEjected");
+    EXPECT_EQ(session.saveCase(), "partlyFilled");
+    // One that did not begin changes nothing about that.
+    session.images->failsHalfWay = false;
+    EXPECT_EQ(session.loadCase(1), "imageEjected");
+    EXPECT_EQ(session.launchOne().caseName(), "restoreFailed");
+    session.images->restoreFailure.reset();
+    EXPECT_EQ(session.launchOne().caseName(), "created");
+    EXPECT_EQ(session.images->lastMode, RestoreMode::replace);
+    EXPECT_EQ(session.read("Work"), "old");
+    EXPECT_THAT(session.copies(id), ElementsAre("old", "new"));
+    EXPECT_EQ(session.saveCase(), "");
+}
+
+TEST(SessionLifecycleTest, ADiskThatProgramsKeepWritingToIsEjectedOnlyByForce) {
+    Session session;
+    const auto id = session.addWork();
+    session.launchOne();
+    session.machine->writers = 1000;
+    const auto report = session.lifecycle().quit(Force::no, {});
+    const auto& failure = std::get<RamDiskError::EjectFailed>(report.ejectFailures.at(0).error.value());
+    EXPECT_EQ(failure.obstacle, EjectObstacle::busy);
+    EXPECT_EQ(session.machine->disks.size(), 1U);
+    session.machine->writers = 3;
+    session.write("Work", "last");
+    EXPECT_EQ(session.lifecycle().quit(Force::no, {}).ejected.size(), 1U);
+    EXPECT_THAT(session.copies(id), ElementsAre("last"));
+    session.launchOne();
+    session.machine->writers = 1000;
+    EXPECT_EQ(session.lifecycle().quit(Force::yes, {}).ejected.size(), 1U);
+}
+
+TEST(SessionLifecycleTest, CopiesThatAreGoneAreToldUntilTheUserKeepsWhatIsThere) {
+    Session session;
+    const auto id = session.addWork();
+    session.launchOne();
+    session.write("Work", "precious");
+    session.lifecycle().quit(Force::no, {});
+    const auto image = session.storage->imageLocation(id);
+    std::filesystem::rename(image, image.string() + ".away");
+    EXPECT_EQ(session.launchOne().caseName(), "restoreFailed");
+    EXPECT_EQ(session.launchOne().caseName(), "restoreFailed");
+    EXPECT_EQ(session.saveCase(), "savedContentsNotRestored");
+    session.write("Work", "new");
+    session.contents()->save(session.kept(), Verification::no, {}, Unrestored::taken);
+    EXPECT_THAT(session.copies(id), ElementsAre("new"));
+    EXPECT_EQ(session.saveCase(), "");
+
+    // A link in an image's place is neither a copy nor none.
+    session.machine->disks.clear();
+    std::filesystem::remove(image);
+    std::filesystem::create_symlink(image.string() + ".away", image);
+    EXPECT_EQ(session.launchOne().caseName(), "failed");
+}
+
+TEST(SessionLifecycleTest, WhatIsOnADiskIsKeptOnRequestAndTheFormerLatestBecomesAnEarlierCopy) {
+    Session session;
+    const auto id = session.addWork();
+    session.saveEarlier(id, {"older", "precious"});
+    session.images->restoreFailure = RamDiskError::ImageEjected{};
+    session.launchOne();
+    session.write("Work", "current");
+    EXPECT_EQ(session.saveCase(), "savedContentsNotRestored");
+    session.contents()->save(session.kept(), Verification::no, {}, Unrestored::taken);
+    EXPECT_THAT(session.copies(id), ElementsAre("current", "precious", "older"));
+    EXPECT_EQ(session.saveCase(), "");
+}
+
 TEST(SessionLifecycleTest, WhileAnotherProcessFillsADiskItIsNotSavedNorWaitedFor) {
     Session session;
     const auto id = session.addWork();
@@ -224,7 +342,15 @@ TEST(SessionLifecycleTest, RemovingARecordTakesItsCopiesAndItsKeyAlong) {
     const auto id = session.addVault();
     session.saveEarlier(id, {"secret"});
     session.keyring->secrets.emplace(id.text(), VolumePassphrase("x"));
-    session.manage()->remove(session.profiles->load().at(0));
+    session.launchOne();
+    const auto kept = session.kept();
+    auto profile = session.profiles->load().at(0);
+    profile.keepsContents = false;
+    session.manage()->store(profile);
+    session.manage()->remove(profile);
+    // A save that waited for the removal comes too late.
+    EXPECT_EQ(caseOf([&] { session.contents()->save(kept, Verification::no, {}); }),
+              "contentsTransferFailed");
     EXPECT_THAT(session.profiles->load(), IsEmpty());
     EXPECT_THAT(session.copies(id), IsEmpty());
     EXPECT_THAT(session.keyring->secrets, IsEmpty());

@@ -54,6 +54,22 @@ TEST(SavedContentsArchiver, KeepsAsManyCopiesAsAskedForInTheOrderOfTheirSaving) 
               std::filesystem::perms(0700));
 }
 
+TEST(SavedContentsArchiver, KeepsTheOrderOfSavingWhateverTheClockSays) {
+    SavingWorld world;
+    world.previousCopies = 2;
+    for (const auto* content : {"1", "2", "3"}) {
+        world.save(content);
+    }
+    for (const auto& [content, copies] : std::vector<std::pair<std::string, std::vector<std::string>>>{
+             {"4", {"4", "3", "2"}}, {"5", {"5", "4", "3"}}, {"6", {"6", "5", "4"}}}) {
+        // As if the clock had been months ahead until now.
+        std::filesystem::last_write_time(world.files.latest, std::filesystem::file_time_type::clock::now()
+                                                                 - std::chrono::hours(2000));
+        world.save(content);
+        EXPECT_THAT(world.copies(), ElementsAreArray(images(copies)));
+    }
+}
+
 TEST(SavedContentsArchiver, FailsWithTheCopiesAsTheyWere) {
     SavingWorld world;
     world.save("1");
@@ -140,11 +156,16 @@ TEST(SavedContentsArchiver, TakesNothingElseForACopy) {
     EXPECT_THAT(world.copies(), ElementsAre("[3]", "[2]", "[1]"));
     EXPECT_EQ(world.leftovers().size(), leftovers - 1);
 
-    // A link in the latest's place is no copy, and what it points to is not written to.
+    // A link in the latest's place is no copy, and it is not replaced: it may lead to one.
     std::filesystem::remove(world.files.latest);
     std::filesystem::create_symlink(foreign, world.files.latest);
-    world.save("4");
-    EXPECT_EQ(world.copies().front(), "[4]");
+    for (const std::function<void()>& use :
+         {std::function<void()>([&] { world.save("4"); }),
+          std::function<void()>([&] { static_cast<void>(world.copies()); }),
+          std::function<void()>([&] { world.restore(world.names.earlier({5})); })}) {
+        EXPECT_TRUE(std::holds_alternative<RamDiskError::ContentsTransferFailed>(failureOf(use)));
+    }
+    EXPECT_TRUE(std::filesystem::is_symlink(world.files.latest));
     EXPECT_EQ(readFile(foreign), "[foreign]");
 }
 

@@ -139,7 +139,12 @@ void LoopPartialImage::fill(const ProgressObserver& observer) {
     try {
         if (finishing_.valid()) {
             finishing_.get();
-            reopen();
+            if (isOfNoUse_) {
+                unlink(partial_.c_str());
+                image_ = startFromNothing(geometry_, source_.manifest());
+            } else {
+                reopen();
+            }
         }
         constexpr int mostDoublings = 8;
         for (int doublings = 0;; ++doublings) {
@@ -188,27 +193,14 @@ void LoopPartialImage::fillOnce(const ProgressObserver& observer) {
     std::vector<std::uint32_t> differing;
     update.differing = &differing;
     update.perform(observer);
-    auto& contents = source_.manifest().contents();
-    // As things of another kind the next round makes them anew, whatever is in the image now.
-    const auto setType = [&](ItemType type) {
-        for (auto& item : contents.items) {
-            const bool differs = item.type != ItemType::folder
-                                 && std::any_of(differing.begin(), differing.end(), [&](std::uint32_t other) {
-                                        return item.original == contents.items[other].original;
-                                    });
-            item.type = differs ? type : item.type;
-        }
-    };
     if (!differing.empty()) {
         trace("save", "{} files changed while they were copied, “{}” among them", differing.size(),
-              contents.path(differing.front()));
+              source_.manifest().contents().path(differing.front()));
         source_.distrust();
-        setType(ItemType::fifo);
     }
+    // It holds something that nobody has noted, so the next round does not start from it.
+    isOfNoUse_ = !differing.empty();
     image_->describe(source_.manifest(), {request_.disk.name, request_.disk.capacity});
-    if (!differing.empty()) {
-        setType(ItemType::file);
-    }
 }
 
 void LoopPartialImage::finish() {

@@ -146,7 +146,7 @@ SaveSource::Status MountedSource::takeStatus(const ProgressObserver& observer) {
     return isSame ? Status::unchanged : Status::changed;
 }
 
-TreeManifest& MountedSource::manifest() {
+const TreeManifest& MountedSource::manifest() {
     if (!manifest_) {
         static_cast<void>(takeStatus({}));
     }

@@ -61,7 +61,7 @@ public:
     /// Makes the next status count as a changed one: what was copied is not what the last one says.
     void distrust() noexcept { isDistrusted_ = true; }
     /// The status that was taken last. If none was, it is taken now.
-    [[nodiscard]] TreeManifest& manifest();
+    [[nodiscard]] const TreeManifest& manifest();
 
 private:
     MountedDisk disk_;

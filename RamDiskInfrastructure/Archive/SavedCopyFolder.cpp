@@ -178,7 +178,7 @@ void SavedCopyFolder::remove(SavedImageTool& tool) const {
     removeFile(names_.spare());
     removeFile(names_.incoming());
     for (const auto& entry : entries()) {
-        if (names_.isEarlier(entry)) {
+        if (names_.isEarlier(entry) || names_.isDamaged(entry)) {
             removeFile(entry);
         }
     }
@@ -193,6 +193,14 @@ bool SavedCopyFolder::holdsEarlier(const std::filesystem::path& image) const {
     std::error_code ignored;
     return names_.isEarlier(image) && FileIdentity::of(image)
            && std::filesystem::equivalent(image.parent_path(), names_.files.latest.parent_path(), ignored);
+}
+
+bool SavedCopyFolder::isDamaged(const std::filesystem::path& image) const {
+    const auto identity = FileIdentity::of(image);
+    const auto files = entries();
+    return identity && std::any_of(files.begin(), files.end(), [&](const std::filesystem::path& entry) {
+               return names_.isDamaged(entry) && FileIdentity::of(entry) == identity;
+           });
 }
 
 std::vector<SavedCopyFolder::Earlier> SavedCopyFolder::earlierCopies() const {

@@ -60,6 +60,9 @@ public:
     /// Whether the image is an earlier copy of this folder.
     [[nodiscard]] bool holdsEarlier(const std::filesystem::path& image) const;
 
+    /// Whether the image was found to be damaged.
+    [[nodiscard]] bool isDamaged(const std::filesystem::path& image) const;
+
 private:
     struct Earlier {
         std::filesystem::path image;

@@ -14,6 +14,7 @@ namespace {
 
 constexpr std::string_view extension = ".sparseimage";
 constexpr std::string_view partialInfix = ".partial-";
+constexpr std::string_view damagedInfix = ".damaged-";
 constexpr std::string_view earlierInfix = ".earlier-";
 /// In the year 2255: within the range of every system clock.
 constexpr std::int64_t lastSecond = 9'000'000'000;
@@ -71,6 +72,17 @@ std::filesystem::path SavedCopyNames::earlier(const Earlier& name) const {
     const auto suffix = name.serial > 1 ? fmt::format("-{}", name.serial) : std::string();
     return files.latest.parent_path()
            / fmt::format("{}{}{}{}{}", stem(), earlierInfix, name.secondsSince1970, suffix, extension);
+}
+
+std::filesystem::path SavedCopyNames::damaged(const Earlier& foundAt) const {
+    return files.latest.parent_path()
+           / fmt::format("{}{}{}{}", stem(), damagedInfix, foundAt.secondsSince1970, extension);
+}
+
+bool SavedCopyNames::isDamaged(const std::filesystem::path& file) const {
+    const auto name = file.filename().string();
+    const auto seconds = between(name, fmt::format("{}{}", stem(), damagedInfix), extension);
+    return seconds && number<std::int64_t>(*seconds);
 }
 
 std::filesystem::path SavedCopyNames::spare() const {

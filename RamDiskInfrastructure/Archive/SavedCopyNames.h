@@ -33,6 +33,9 @@ struct SavedCopyNames {
     /// A new name for an image that a save is filling.
     [[nodiscard]] std::filesystem::path partial() const;
     [[nodiscard]] std::filesystem::path earlier(const Earlier& name) const;
+    /// A further name of an image that turned out to be damaged at this time.
+    [[nodiscard]] std::filesystem::path damaged(const Earlier& foundAt) const;
+    [[nodiscard]] bool isDamaged(const std::filesystem::path& file) const;
     /// A retired image, which the next save may start from.
     [[nodiscard]] std::filesystem::path spare() const;
     /// The name of a complete image that is about to take the latest's place. Only a complete image gets this

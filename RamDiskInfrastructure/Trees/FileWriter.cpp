@@ -49,9 +49,10 @@ std::pair<const BlockHash*, const BlockHash*> blocksIn(FileWriter::Item item, Fi
     return {at(part.start), at(part.end)};
 }
 
+/// A file with holes can take as much space as its length, since what ext4 needs to find its pieces counts.
 bool mayHaveHoles(int file) {
     struct stat status {};
-    return ::fstat(file, &status) != 0 || hasHoles(status);
+    return ::fstat(file, &status) != 0 || hasHoles(status) || ::lseek(file, 0, SEEK_HOLE) < status.st_size;
 }
 
 /// Makes what is read or written by this descriptor go past the page cache, where its file system can do
@@ -109,27 +110,34 @@ void FileWriter::fail(const char* doing) const {
     throw SystemCallError(doing, tree_->path(item_));
 }
 
-void FileWriter::copyWhole(const FileDescriptor& from, const FileDescriptor& to, Item source) {
+bool FileWriter::copyWhole(const FileDescriptor& from, const FileDescriptor& to, Item source) {
     begin(from, to, source);
     struct stat status {};
     if (::fstat(from_, &status) != 0) {
         fail("read");
     }
-    if (!hasHoles(status)) {
-        copyRange(0, static_cast<std::uint64_t>(status.st_size));
-        return;
-    }
-    if (::ftruncate(to_, status.st_size) != 0) {
+    const auto size = static_cast<std::uint64_t>(status.st_size);
+    const auto& file = originalOf(source);
+    const auto [first, end] = blocksIn(source, {0, file.size});
+    check_.begin(first, end, file.size);
+    if (!mayHaveHoles(from_)) {
+        copyRange(0, size);
+    } else if (::ftruncate(to_, status.st_size) != 0) {
         fail("write");
+    } else {
+        copyData({0, size});
     }
-    copyData({0, static_cast<std::uint64_t>(status.st_size)});
+    return check_.end(static_cast<std::uint64_t>(end - first)) && size == file.size;
 }
 
-void FileWriter::copyPart(const FileDescriptor& from, const FileDescriptor& to, Item source, Part part) {
+bool FileWriter::copyPart(const FileDescriptor& from, const FileDescriptor& to, Item source, Part part) {
     begin(from, to, source);
     bypassPageCache();
     fillsHugePages_ = readsDirectly_ && hugePages_ == HugePages::onRequest;
+    const auto [first, end] = blocksIn(source, part);
+    check_.begin(first, end, originalOf(source).size);
     copyData(part);
+    return check_.end(static_cast<std::uint64_t>(end - first));
 }
 
 void FileWriter::bypassPageCache() {
@@ -161,36 +169,7 @@ void FileWriter::copyData(Part part) {
     }
 }
 
-bool FileWriter::copyInKernel(std::uint64_t& start, std::uint64_t end) {
-    while (kernelCopies_ && start < end) {
-        auto in = static_cast<off_t>(start);
-        auto out = in;
-        const auto count = ::copy_file_range(from_, &in, to_, &out, end - start, 0);
-        if (count == 0) {
-            break;
-        }
-        if (count < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
-            if (errno == ENOSPC || errno == EDQUOT || errno == EIO) {
-                fail("write");
-            }
-            // Not between these two file systems.
-            traceRefused("files", "copy_file_range", "files are read and written instead");
-            kernelCopies_ = false;
-            break;
-        }
-        meter_.add(static_cast<std::uint64_t>(count), 0);
-        start += static_cast<std::uint64_t>(count);
-    }
-    return start >= end;
-}
-
 void FileWriter::copyRange(std::uint64_t start, std::uint64_t end) {
-    if (copyInKernel(start, end)) {
-        return;
-    }
     const std::uint64_t most = readsDirectly_ ? directBufferSize : copyBufferSize;
     auto asked = end - start > most && !readsDirectly_ ? start : end;
     while (start < end) {
@@ -210,6 +189,7 @@ void FileWriter::copyRange(std::uint64_t start, std::uint64_t end) {
         if (length == 0) {
             break;
         }
+        check_.see(buffer_.get(), length, start);
         writeAt(buffer_.get(), length, start);
         meter_.add(length, 0);
         start += length;
@@ -226,29 +206,34 @@ bool FileWriter::readIntoHugePage(std::uint64_t start) {
     // Only the kernel reaches for the page: on a full disk its call fails, where we should get a signal.
     const bool isRead = ::madvise(page, hugePageSize, MADV_HUGEPAGE) == 0
                         && ::pread(from_, page, hugePageSize, place) == static_cast<ssize_t>(hugePageSize);
+    if (isRead) {
+        check_.see(static_cast<const char*>(page), hugePageSize, start);
+    }
     ::munmap(page, hugePageSize);
     return isRead;
 }
 
-void FileWriter::update(const FileDescriptor& from, const FileDescriptor& to, Item source, Item target) {
+bool FileWriter::update(const FileDescriptor& from, const FileDescriptor& to, Item source, Item target) {
     begin(from, to, source);
     const auto& file = originalOf(source);
     if (file.size != originalOf(target).size && ::ftruncate(to_, static_cast<off_t>(file.size)) != 0) {
         fail("write");
     }
-    updateBlocks(source, target, {0, file.size});
+    return updateBlocks(source, target, {0, file.size});
 }
 
-void FileWriter::updatePart(const FileDescriptor& from, const FileDescriptor& to, Item source, Item target,
+bool FileWriter::updatePart(const FileDescriptor& from, const FileDescriptor& to, Item source, Item target,
                             Part part) {
     begin(from, to, source);
     bypassPageCache();
-    updateBlocks(source, target, part);
+    return updateBlocks(source, target, part);
 }
 
-void FileWriter::updateBlocks(Item source, Item target, Part part) {
+bool FileWriter::updateBlocks(Item source, Item target, Part part) {
     auto [wanted, wantedEnd] = blocksIn(source, part);
     auto [present, presentEnd] = blocksIn(target, part);
+    check_.begin(wanted, wantedEnd, originalOf(source).size);
+    std::uint64_t changed = 0;
     // Where block after block is another one altogether, looking for what is left of the old ones is given
     // up.
     const bool isOneBlock = originalOf(source).size <= BlockHash::blockSize;
@@ -266,6 +251,7 @@ void FileWriter::updateBlocks(Item source, Item target, Part part) {
         const auto start = (isWanted ? wanted->block : present->block) * BlockHash::blockSize;
         const bool isChanged = isWanted && !(isPresent && *wanted == *present);
         const auto end = std::min(part.end, start + BlockHash::blockSize);
+        changed += isChanged ? 1 : 0;
         if (run.end != start || !isChanged) {
             endRun();
             whole = 0;
@@ -287,12 +273,14 @@ void FileWriter::updateBlocks(Item source, Item target, Part part) {
         present += isPresent ? 1 : 0;
     }
     endRun();
+    return check_.end(changed);
 }
 
 bool FileWriter::updateBlock(std::uint64_t start, std::size_t length, bool mayHoldData) {
     char* const now = buffer_.get();
     char* const before = now + BlockHash::blockSize;
     const auto got = readAt(from_, now, length, start);
+    check_.see(now, got, start);
     const auto had = mayHoldData ? readAt(to_, before, got, start) : 0;
     std::memset(before + had, 0, got - had);
     bool isWhole = true;

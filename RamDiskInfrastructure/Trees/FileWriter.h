@@ -1,5 +1,6 @@
 #pragma once
 
+#include "RamDiskInfrastructure/Trees/BlockCheck.h"
 #include "RamDiskInfrastructure/Trees/ParallelJobs.h"
 #include "RamDiskInfrastructure/Trees/TreeContents.h"
 #include "RamDiskInfrastructure/Trees/TreeUpdate.h"
@@ -33,7 +34,8 @@ private:
     std::atomic<unsigned> expected_{1};
 };
 
-/// Copies the contents of files from one descriptor to another. Each thread has its own.
+/// Copies the contents of files from one descriptor to another. Each thread has its own. The functions return
+/// whether what was read is what the source's manifest lists; it was copied in any case.
 class FileWriter {
 public:
     /// `meter` and `renewals` must outlive the writer.
@@ -52,21 +54,21 @@ public:
 
     /// Fills an empty file; holes stay holes.
     /// @throws SystemCallError with the item's path
-    void copyWhole(const FileDescriptor& from, const FileDescriptor& to, Item source);
+    [[nodiscard]] bool copyWhole(const FileDescriptor& from, const FileDescriptor& to, Item source);
 
     /// The same for a part of a large file, which has its size already.
     /// @throws SystemCallError with the item's path
-    void copyPart(const FileDescriptor& from, const FileDescriptor& to, Item source, Part part);
+    [[nodiscard]] bool copyPart(const FileDescriptor& from, const FileDescriptor& to, Item source, Part part);
 
     /// Makes the contents those of the source. In blocks with different hashes only the pages that differ are
     /// written, or the whole block where it is expected to differ anyway.
     /// @throws SystemCallError with the item's path
-    void update(const FileDescriptor& from, const FileDescriptor& to, Item source, Item target);
+    [[nodiscard]] bool update(const FileDescriptor& from, const FileDescriptor& to, Item source, Item target);
 
     /// The same for a part of a large file, which has its size already.
     /// @throws SystemCallError with the item's path
-    void updatePart(const FileDescriptor& from, const FileDescriptor& to, Item source, Item target,
-                    Part part);
+    [[nodiscard]] bool updatePart(const FileDescriptor& from, const FileDescriptor& to, Item source,
+                                  Item target, Part part);
 
 private:
     struct Free {
@@ -80,8 +82,7 @@ private:
     void makeBuffer(std::size_t size);
     void copyRange(std::uint64_t start, std::uint64_t end);
     [[nodiscard]] bool readIntoHugePage(std::uint64_t start);
-    [[nodiscard]] bool copyInKernel(std::uint64_t& start, std::uint64_t end);
-    void updateBlocks(Item source, Item target, Part part);
+    [[nodiscard]] bool updateBlocks(Item source, Item target, Part part);
     /// Returns whether all of the block differed.
     bool updateBlock(std::uint64_t start, std::size_t length, bool mayHoldData);
     void makeHole(std::uint64_t start, std::uint64_t length);
@@ -96,7 +97,7 @@ private:
     /// Aligned as the kernel requires it for access past the page cache.
     std::unique_ptr<char, Free> buffer_;
     std::size_t bufferSize_ = 0;
-    bool kernelCopies_ = true;
+    BlockCheck check_;
     /// Once for all files, as they are mostly alike.
     bool isRefusalTold_ = false;
     bool readsDirectly_ = false;

@@ -2,6 +2,9 @@
 
 #include "RamDiskInfrastructure/Trees/TreeManifest.h"
 
+#include <cstdint>
+#include <vector>
+
 namespace ramdisk {
 
 /// What happens to items of the target that the source does not have.
@@ -49,6 +52,9 @@ struct TreeUpdate {
     Owners owners = Owners::all;
     PageCache pageCache = PageCache::use;
     HugePages hugePages = HugePages::none;
+    /// Gets the files of the source whose contents were not what its manifest lists when they were copied, if
+    /// anybody wants to know.
+    std::vector<std::uint32_t>* differing = nullptr;
 
     /// Changes the target. An item of the source that vanished since its manifest was made is left out.
     /// @throws RamDiskError `namesMerged` when the target took two names for one; SystemCallError naming the

@@ -170,7 +170,7 @@ void TreeUpdater::writeItems() {
             if (isLarge(job.item)) {
                 writePart(job, *places, *writer);
             } else {
-                writeItem(job.item, *places, *writer);
+                job.isAsListed = writeItem(job.item, *places, *writer);
                 meter_.add(0, 1);
             }
         };
@@ -180,10 +180,21 @@ void TreeUpdater::writeItems() {
             gone_[job.item] = 1;
         }
     }
+    tellDiffering(jobs);
     for (const auto& job : jobs) {
         if (job.part.start == 0 && isLarge(job.item)) {
             finishLargeFile(job.item, ownPlaces);
             meter_.add(0, 1);
+        }
+    }
+}
+
+void TreeUpdater::tellDiffering(const std::vector<Job>& jobs) const {
+    for (const auto& job : jobs) {
+        auto* const differing = update_.differing;
+        if (differing != nullptr && !job.isAsListed && gone_[job.item] == 0
+            && (differing->empty() || differing->back() != job.item)) {
+            differing->push_back(job.item);
         }
     }
 }
@@ -215,10 +226,10 @@ void TreeUpdater::writePart(Job& job, Places& places, FileWriter& writer) {
     }
     const auto open = openTarget(targetFolder(places.target, parent), job.item, O_RDWR | O_NONBLOCK);
     if (plan_.steps[job.item] == UpdateStep::create) {
-        writer.copyPart(file, open, {source_, job.item}, job.part);
+        job.isAsListed = writer.copyPart(file, open, {source_, job.item}, job.part);
     } else {
-        writer.updatePart(file, open, {source_, job.item}, {target_, plan_.pairing.ofSource[job.item]},
-                          job.part);
+        job.isAsListed = writer.updatePart(file, open, {source_, job.item},
+                                           {target_, plan_.pairing.ofSource[job.item]}, job.part);
     }
 }
 
@@ -235,11 +246,11 @@ void TreeUpdater::finishLargeFile(std::uint32_t item, Places& places) {
     applyMetadata(open.get(), source_, item, update_.owners);
 }
 
-void TreeUpdater::writeItem(std::uint32_t item, Places& places, FileWriter& writer) {
+bool TreeUpdater::writeItem(std::uint32_t item, Places& places, FileWriter& writer) {
     if (gone_[source_.items[item].parent] != 0) {
         gone_[item] = 1;
     } else if (source_.items[item].type == ItemType::file && plan_.steps[item] != UpdateStep::metadata) {
-        writeFile(item, places, writer);
+        return writeFile(item, places, writer);
     } else {
         if (plan_.steps[item] == UpdateStep::create) {
             makeSpecial(item, places);
@@ -249,28 +260,31 @@ void TreeUpdater::writeItem(std::uint32_t item, Places& places, FileWriter& writ
         const auto open = openTarget(folder, item, isFile ? O_RDONLY | O_NONBLOCK : O_PATH);
         applyMetadata(open.get(), source_, item, update_.owners);
     }
+    return true;
 }
 
-void TreeUpdater::writeFile(std::uint32_t item, Places& places, FileWriter& writer) {
+bool TreeUpdater::writeFile(std::uint32_t item, Places& places, FileWriter& writer) {
     const auto file = openSource(item, places);
     if (!file) {
         leaveOut(item, places);
-        return;
+        return true;
     }
+    bool isAsListed = true;
     if (plan_.steps[item] == UpdateStep::create) {
         const auto made = makeFile(item, places);
-        writer.copyWhole(file, made, {source_, item});
+        isAsListed = writer.copyWhole(file, made, {source_, item});
         applyMetadata(made.get(), source_, item, update_.owners);
     } else {
         const int folder = targetFolder(places.target, source_.items[item].parent);
         const auto open = openTarget(folder, item, O_RDWR | O_NONBLOCK);
-        writer.update(file, open, {source_, item}, {target_, plan_.pairing.ofSource[item]});
+        isAsListed = writer.update(file, open, {source_, item}, {target_, plan_.pairing.ofSource[item]});
         applyMetadata(open.get(), source_, item, update_.owners);
         if (update_.pageCache == PageCache::bypass) {
             // It is to reach the device soon, which has little to do while the next ones are compared.
             static_cast<void>(::sync_file_range(open.get(), 0, 0, SYNC_FILE_RANGE_WRITE));
         }
     }
+    return isAsListed;
 }
 
 FileDescriptor TreeUpdater::openSource(std::uint32_t item, Places& places) const {

@@ -32,6 +32,7 @@ private:
         std::uint32_t item;
         FileWriter::Part part;
         bool isGone = false;
+        bool isAsListed = true;
     };
 
     /// Everything that `writeItems` has to do, in order. Large files are divided into parts.
@@ -41,9 +42,11 @@ private:
     void prepareLargeFile(std::uint32_t item, Places& places);
     void finishLargeFile(std::uint32_t item, Places& places);
     void writePart(Job& job, Places& places, FileWriter& writer);
-    void writeItem(std::uint32_t item, Places& places, FileWriter& writer);
-    void writeFile(std::uint32_t item, Places& places, FileWriter& writer);
+    /// These two return whether the contents were as they are listed.
+    [[nodiscard]] bool writeItem(std::uint32_t item, Places& places, FileWriter& writer);
+    [[nodiscard]] bool writeFile(std::uint32_t item, Places& places, FileWriter& writer);
     void makeSpecial(std::uint32_t item, Places& places);
+    void tellDiffering(const std::vector<Job>& jobs) const;
     void makeLinks();
     void finishFolders();
 

@@ -52,8 +52,8 @@ std::vector<std::string> ImageGeometry::arguments(const std::string& diskName,
     std::vector<std::string> list{
         "-q", "-F", "-m", "0", "-b", std::to_string(blockBytes), "-I", std::to_string(inodeBytes), "-N",
         std::to_string(inodes), "-J", fmt::format("size={}", journalInMebibytes),
-        // Attributes larger than a block get room of their own.
-        "-O", isEncrypted ? "ea_inode,encrypt" : "ea_inode",
+        // Attributes larger than a block get room of their own, and folders as many names as they had.
+        "-O", isEncrypted ? "ea_inode,large_dir,encrypt" : "ea_inode,large_dir",
         // The holes of a fresh file are zero.
         "-E", "nodiscard,lazy_itable_init=1,lazy_journal_init=1,assume_storage_prezeroed=1,root_owner=0:0"};
     if (!isEncrypted) {

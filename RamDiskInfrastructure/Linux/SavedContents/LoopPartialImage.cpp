@@ -5,6 +5,7 @@
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/Archive/SavedCopyNames.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
+#include "RamDiskInfrastructure/Trees/TreeContents.h"
 #include "RamDiskInfrastructure/Trees/TreeUpdate.h"
 
 #include <fmt/format.h>
@@ -66,7 +67,8 @@ std::optional<ImageFile> LoopPartialImage::takeEarlierFile() {
     try {
         const auto latest = ImageFile::open(request_.files.latest, LoopAccess::readOnly, host_);
         latest.requireClosed(host_.sys);
-        if (auto clone = ImageFile::clone(latest, partial_, host_)) {
+        // What has a second name was found to be damaged.
+        if (auto clone = !hasOneName(latest) ? std::nullopt : ImageFile::clone(latest, partial_, host_)) {
             return clone;
         }
     } catch (const RamDiskError&) {
@@ -137,23 +139,32 @@ void LoopPartialImage::fill(const ProgressObserver& observer) {
     try {
         if (finishing_.valid()) {
             finishing_.get();
-            reopen();
+            if (isOfNoUse_) {
+                unlink(partial_.c_str());
+                image_ = startFromNothing(geometry_, source_.manifest());
+            } else {
+                reopen();
+            }
         }
-        try {
-            fillOnce(observer);
-        } catch (const SystemCallError& error) {
-            if (error.code().value() != ENOSPC && error.code().value() != EDQUOT) {
-                throw;
+        constexpr int mostDoublings = 8;
+        for (int doublings = 0;; ++doublings) {
+            try {
+                fillOnce(observer);
+                break;
+            } catch (const SystemCallError& error) {
+                const int number = error.code().value();
+                if ((number != ENOSPC && number != EDQUOT) || doublings == mostDoublings) {
+                    throw;
+                }
             }
             // The image is full, not the system disk: what is written to that one fails later, in `finish`.
-            traceCaught("save", "the image is too small and is made anew, larger");
+            trace("save", "the image is too small and is made anew, larger");
             image_.reset();
             held_.reset();
             unlink(partial_.c_str());
             const auto& wanted = source_.manifest();
             geometry_ = std::max(geometry_.doubled(), geometryFor(wanted));
             image_ = startFromNothing(geometry_, wanted);
-            fillOnce(observer);
         }
         // Without a thread it is finished when that is asked for.
         finishing_ = std::async(std::launch::async | std::launch::deferred, [this] { finish(); });
@@ -179,7 +190,16 @@ void LoopPartialImage::fillOnce(const ProgressObserver& observer) {
     image_->undescribe();
     TreeUpdate update{source_.root(), source_.manifest(), image_->contents(), held, Extras::remove};
     update.pageCache = PageCache::bypass;
+    std::vector<std::uint32_t> differing;
+    update.differing = &differing;
     update.perform(observer);
+    if (!differing.empty()) {
+        trace("save", "{} files changed while they were copied, “{}” among them", differing.size(),
+              source_.manifest().contents().path(differing.front()));
+        source_.distrust();
+    }
+    // It holds something that nobody has noted, so the next round does not start from it.
+    isOfNoUse_ = !differing.empty();
     image_->describe(source_.manifest(), {request_.disk.name, request_.disk.capacity});
 }
 

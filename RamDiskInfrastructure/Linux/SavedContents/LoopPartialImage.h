@@ -43,6 +43,8 @@ private:
     std::shared_ptr<CommandRunning> runner_;
     ImageGeometry geometry_;
     std::optional<OpenImage> image_;
+    /// Whether what was copied last is not what the manifest lists.
+    bool isOfNoUse_ = false;
     /// What the image holds from an earlier save, until it is filled.
     std::optional<TreeManifest> held_;
     /// Runs while the disk is looked at again. It must end before any other member is destroyed.

@@ -4,12 +4,18 @@
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/Host/ProcSystemMemoryProvider.h"
+#include "RamDiskInfrastructure/Linux/SavedContents/DamagedFiles.h"
 #include "RamDiskInfrastructure/Linux/SavedContents/SavedRoot.h"
+#include "RamDiskInfrastructure/Linux/Volumes/LoopVolumeRoot.h"
 #include "RamDiskInfrastructure/Trees/ParallelJobs.h"
 #include "RamDiskInfrastructure/Trees/TreeContents.h"
 #include "RamDiskInfrastructure/Trees/TreeUpdate.h"
 
+#include <utility>
+
+#include <sys/statvfs.h>
 #include <sys/sysinfo.h>
+#include <unistd.h>
 
 namespace ramdisk {
 
@@ -46,6 +52,32 @@ bool isMemoryIdle(std::uint64_t bytes) {
 }
 
 } // namespace
+
+RestoreRoom::RestoreRoom(const MountedDisk& disk, ByteCount capacity, std::filesystem::path sys)
+    : root_(disk.root()),
+      sys_(std::move(sys)),
+      clusters_(LoopVolumeRoot(root_).clustersBeyond(sys_, capacity)) {
+    if (clusters_ > 0) {
+        LoopVolumeRoot(root_).keepBackClusters(sys_, 0);
+    }
+}
+
+RestoreRoom::~RestoreRoom() {
+    struct statvfs volume {};
+    if (clusters_ == 0) {
+        return;
+    }
+    // What is not on the device yet is still looking for its room.
+    if (fstatvfs(root_.get(), &volume) == 0 && volume.f_bfree < clusters_ + clusters_ / 16) {
+        trace("restore", "the disk is full: its files take room that only a restore may use");
+        static_cast<void>(syncfs(root_.get()));
+    }
+    try {
+        LoopVolumeRoot(root_).keepBackClusters(sys_, clusters_);
+    } catch (const std::exception&) {
+        traceCaught("restore", "the disk can hold more than its size from now on");
+    }
+}
 
 ByteCount readAheadLimit(const LinuxHost& host) {
     return {ProcSystemMemoryProvider(host.proc, host.sys).read().available.bytes / 4};
@@ -108,6 +140,7 @@ void LoopRestore::copy(const OpenImage& image, const MountedDisk& disk,
     if (observer) {
         observer({0, saved->byteCount(), 0, saved->itemCount()});
     }
+    const RestoreRoom room(disk, request_.disk.capacity, host_.sys);
     const auto extras = request_.mode == RestoreMode::fill ? Extras::keep : Extras::remove;
     TreeUpdate update{image.contents(), *saved, disk.root(), present, extras};
     update.pageCache = PageCache::bypass;
@@ -119,7 +152,16 @@ void LoopRestore::copy(const OpenImage& image, const MountedDisk& disk,
     } else {
         trace("restore", "no huge pages: too little memory lies idle");
     }
+    std::vector<std::uint32_t> differing;
+    update.differing = &differing;
     update.perform(observer);
+    // Files that somebody else changed in the image are read for what they are.
+    if (image.isAsWritten() && !differing.empty()) {
+        DamagedFiles damaged(request_, *saved, std::move(differing), host_);
+        damaged.keepImage();
+        damaged.repairFromOtherCopies(disk.root());
+        damaged.requireRepaired();
+    }
 }
 
 } // namespace ramdisk

@@ -7,6 +7,23 @@
 
 namespace ramdisk {
 
+/// Lets a restore use what the disk's file system keeps back from everybody, as long as this object exists. A
+/// process that is killed meanwhile leaves it to all; the next restore, which the disk then needs, ends that.
+class RestoreRoom {
+public:
+    /// `disk` must outlive the object.
+    /// @throws SystemCallError
+    RestoreRoom(const MountedDisk& disk, ByteCount capacity, std::filesystem::path sys);
+    RestoreRoom(const RestoreRoom&) = delete;
+    RestoreRoom& operator=(const RestoreRoom&) = delete;
+    ~RestoreRoom();
+
+private:
+    const FileDescriptor& root_;
+    std::filesystem::path sys_;
+    std::uint64_t clusters_;
+};
+
 /// Puts the files of one image onto one disk.
 class LoopRestore {
 public:

@@ -12,8 +12,10 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
 
 #include <fcntl.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
@@ -113,6 +115,16 @@ HugePages MountedDisk::hugePages(const LinuxHost& host) const {
     return isOffered ? HugePages::onRequest : HugePages::none;
 }
 
+MountedSource::MountedSource(MountedDisk disk, LatestCopy latest)
+    : disk_(std::move(disk)),
+      latest_(std::move(latest)),
+      mount_(::open_tree(disk_.root().get(), "", OPEN_TREE_CLONE | OPEN_TREE_CLOEXEC | AT_EMPTY_PATH)),
+      own_(mount_ ? ::openat(mount_.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC) : -1) {
+    if (!own_) {
+        traceRefused("save", "a mount of its own", "what lies below other mounts is left out");
+    }
+}
+
 SaveSource::Status MountedSource::takeStatus(const ProgressObserver& observer) {
     if (!manifest_ && isWorthAWatch(disk_.root())) {
         watch_ = WriteWatch::begin(disk_.root());
@@ -120,11 +132,11 @@ SaveSource::Status MountedSource::takeStatus(const ProgressObserver& observer) {
               watch_ ? "the kernel tells what is written meanwhile"
                      : "no watch on writing: everything is read again");
     }
-    auto now = !watch_     ? TreeManifest::scan(disk_.root(), observer)
+    auto now = !watch_     ? TreeManifest::scan(root(), observer)
                : manifest_ ? TreeManifest::scanAgain(*watch_, *manifest_, observer)
                            : TreeManifest::scan(*watch_, observer);
     forgetMark(now);
-    const bool isSame = manifest_ && !now.firstDifference(*manifest_);
+    const bool isSame = !std::exchange(isDistrusted_, false) && manifest_ && !now.firstDifference(*manifest_);
     manifest_ = std::move(now);
     if (isSame && watch_) {
         // What is left to do does not need it.

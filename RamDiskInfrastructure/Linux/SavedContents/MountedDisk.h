@@ -45,24 +45,31 @@ private:
 /// A disk that is being saved.
 class MountedSource : public SaveSource {
 public:
-    MountedSource(MountedDisk disk, LatestCopy latest) : disk_(std::move(disk)), latest_(std::move(latest)) {}
+    MountedSource(MountedDisk disk, LatestCopy latest);
 
     Status takeStatus(const ProgressObserver& observer) override;
     [[nodiscard]] bool isPresent() const override { return disk_.isPresent(); }
 
     /// The latest copy of its files, as it was when this source was opened.
     [[nodiscard]] LatestCopy& latest() noexcept { return latest_; }
-    /// The root folder of the disk. If the disk is watched, what this process opens through this folder is
+    /// The root folder of the disk, by a mount of our own: what others mounted upon folders of the disk does
+    /// not hide what lies there. If the disk is watched, what this process opens through this folder is
     /// not reported to the watch, so the next status need not read it again.
     [[nodiscard]] const FileDescriptor& root() const noexcept {
-        return watch_ ? watch_->root() : disk_.root();
+        return watch_ ? watch_->root() : own_ ? own_ : disk_.root();
     }
+    /// Makes the next status count as a changed one: what was copied is not what the last one says.
+    void distrust() noexcept { isDistrusted_ = true; }
     /// The status that was taken last. If none was, it is taken now.
     [[nodiscard]] const TreeManifest& manifest();
 
 private:
     MountedDisk disk_;
     LatestCopy latest_;
+    /// The mount ends with this descriptor.
+    FileDescriptor mount_;
+    FileDescriptor own_;
+    bool isDistrusted_ = false;
     std::optional<WriteWatch> watch_;
     std::future<void> ending_;
     std::optional<TreeManifest> manifest_;

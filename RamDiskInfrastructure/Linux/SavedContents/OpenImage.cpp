@@ -134,7 +134,7 @@ OpenImage OpenImage::make(ImageFile file, const ImageGeometry& geometry, const s
     }
     auto mount = mountOutOfSight(loop, LoopAccess::readWrite);
     const LoopVolumeRoot root(mount.root());
-    root.freeReservedClusters(host.sys);
+    root.keepBackClusters(host.sys, 0);
     root.concealMountPoint();
     auto saved = makeSavedFolder(mount.root(), savedFolder, protection, host);
     if (mkdirat(saved.get(), contentsFolder, 0700) != 0) {

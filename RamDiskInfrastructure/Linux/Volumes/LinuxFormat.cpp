@@ -4,6 +4,7 @@
 
 #include <fmt/format.h>
 
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 namespace ramdisk {
@@ -11,6 +12,13 @@ namespace ramdisk {
 namespace {
 
 constexpr std::size_t longestExtLabel = 16;
+/// Two file systems never need just the same room for the same files: folders are hashed by a random seed, so
+/// that their blocks are filled to another degree, by 2.7 times at the most. Equal sets of attributes are
+/// stored once, if the kernel remembers that it has them, and take at most a block for each item. Files lie
+/// in more pieces or in fewer. With three times the room of the disk whatever fitted once fits again.
+constexpr std::uint64_t roomOfARestore = 3;
+/// A disk of up to this size has an item for each 4096 bytes, and a larger one for each 16,384.
+constexpr auto disksOfSmallFiles = ByteCount::of(512, ByteCount::Unit::mebibyte);
 constexpr auto smallDisk = ByteCount::of(64, ByteCount::Unit::mebibyte);
 
 std::vector<std::string> extOptions(const DiskRecord& record, EncryptionMeans encryption,
@@ -20,6 +28,10 @@ std::vector<std::string> extOptions(const DiskRecord& record, EncryptionMeans en
     const bool isSmall = record.size < smallDisk;
     std::vector<std::string> arguments{
         "-q", "-F", "-m", "0", "-b", isSmall ? "1024" : "4096", "-J", isSmall ? "size=1" : "size=4",
+        // Without large_dir the index of a folder can be full, depending on the seed.
+        // As many items as a file system of the disk's size has by itself; it never grows.
+        "-N", std::to_string(record.size.bytes / (record.size < disksOfSmallFiles ? 4096 : 16384)), "-I",
+        "256", "-O", "^resize_inode,large_dir",
         // Fresh memory is zero, so nothing needs to be written or discarded beforehand.
         "-E",
         fmt::format("nodiscard,assume_storage_prezeroed=1,root_owner={}:{}", host.owner, host.ownerGroup)};
@@ -90,6 +102,14 @@ std::vector<std::pair<std::string, std::string>> LinuxFormat::mountOptions(const
         told.emplace_back(mountFlag, "");
     }
     return told;
+}
+
+ByteCount LinuxFormat::deviceSize(ByteCount capacity, const LinuxHost& host) const {
+    struct statvfs settings {};
+    // What nobody is to use is kept back by a setting in /sys.
+    const bool keepsBack = kind == VolumeKind::loop && metadata == Metadata::posix
+                           && statvfs(host.sys.c_str(), &settings) == 0 && (settings.f_flag & ST_RDONLY) == 0;
+    return {capacity.bytes * (keepsBack ? 1 + roomOfARestore : 1)};
 }
 
 bool foldsCase(const DiskRecord& record, EncryptionMeans encryption, const LinuxHost& host) {

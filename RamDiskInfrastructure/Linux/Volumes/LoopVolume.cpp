@@ -140,17 +140,17 @@ std::vector<MachineStep> LoopVolume::makingSteps(VolumeRequest& request) const {
 std::vector<MachineStep> LoopVolume::deviceSteps(const std::shared_ptr<Build>& build) const {
     const auto& record = build->record();
     const auto tag = record.volumeTag();
-    const auto room =
-        std::max(record.size, ProcSystemMemoryProvider(host().proc, host().sys).read().physical);
+    const auto size = LinuxFormat::of(record.fileSystem).deviceSize(record.size, host());
+    const auto room = std::max(size, ProcSystemMemoryProvider(host().proc, host().sys).read().physical);
     std::vector<MachineStep> steps{
         {fmt::format("mkdir {}", preferredMountPoint(record).string()),
          [build] { build->mountFolder = build->request.makeMountFolder(); }},
         {fmt::format("memfd_create {}, {} bytes, sparse", tag, room.bytes),
          [build, tag, room] { build->memory = makeMemoryFile(tag, room); }},
         {fmt::format("LOOP_CONFIGURE a free loop device with the first {} bytes of it, autoclear",
-                     record.size.bytes),
-         [build, tag] {
-             build->loop = LoopDevice::attach(build->memory, tag, build->record().size);
+                     size.bytes),
+         [build, tag, size] {
+             build->loop = LoopDevice::attach(build->memory, tag, size);
              // The device keeps the memory; a descriptor of ours would keep it beyond the device's end.
              build->memory.reset();
              build->device = build->loop->path();
@@ -212,7 +212,7 @@ void LoopVolume::prepareRoot(Build& build) const {
     }
     const auto& record = build.record();
     LoopVolumeRoot root(mount.root());
-    root.freeReservedClusters(host().sys);
+    root.keepBackClusters(host().sys, root.clustersBeyond(host().sys, record.size));
     root.removeLostAndFound();
     if (foldsCase(record, build.encryption, host())) {
         root.foldCase();
@@ -243,7 +243,8 @@ std::string LoopVolume::fileSystemName(const DiskRecord& record) const {
 }
 
 std::optional<ByteCount> LoopVolume::deviceSize(const DiskRecord& record) const {
-    return record.loop ? loops().size(*record.loop) : std::nullopt;
+    const auto size = record.loop ? loops().size(*record.loop) : std::nullopt;
+    return size ? std::optional(std::min(*size, record.size)) : std::nullopt;
 }
 
 void LoopVolume::stopWriters(const std::filesystem::path& mountPoint) const {

@@ -2,6 +2,7 @@
 
 #include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
+#include "RamDiskInfrastructure/Linux/Host/SmallFile.h"
 #include "RamDiskInfrastructure/Linux/Mounting/Fscrypt.h"
 #include "RamDiskInfrastructure/Linux/Volumes/LinuxFormat.h"
 
@@ -10,33 +11,56 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <cstdlib>
+#include <string>
 
 #include <fcntl.h>
 #include <linux/fs.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
 namespace ramdisk {
 
-void LoopVolumeRoot::freeReservedClusters(const std::filesystem::path& sys) const {
+std::filesystem::path LoopVolumeRoot::device(const std::filesystem::path& sys) const {
     struct stat status {};
     if (fstat(root_.get(), &status) != 0) {
-        throw SystemCallError("look at a new volume");
+        throw SystemCallError("look at a volume");
     }
     std::error_code error;
-    const auto device = std::filesystem::canonical(
+    return std::filesystem::canonical(
         sys / fmt::format("dev/block/{}:{}", major(status.st_dev), minor(status.st_dev)), error);
-    const auto setting = sys / "fs/ext4" / device.filename() / "reserved_clusters";
+}
+
+void LoopVolumeRoot::keepBackClusters(const std::filesystem::path& sys, std::uint64_t count) const {
+    const auto setting = sys / "fs/ext4" / device(sys).filename() / "reserved_clusters";
     const FileDescriptor file(open(setting.c_str(), O_WRONLY | O_CLOEXEC));
     // A kernel without the setting keeps nothing back.
-    if (!file) {
+    if (!file && count == 0) {
         traceRefused("volumes", "reserved_clusters", "what the kernel keeps back stays kept back");
+        return;
     }
-    if (!error && file && write(file.get(), "0", 1) != 1) {
+    const auto text = std::to_string(count);
+    if (!file || write(file.get(), text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
         throw SystemCallError("write", setting);
     }
+}
+
+std::uint64_t LoopVolumeRoot::clustersBeyond(const std::filesystem::path& sys, ByteCount capacity) const {
+    constexpr std::uint64_t sector = 512;
+    const auto place = device(sys);
+    struct statvfs volume {};
+    if (fstatvfs(root_.get(), &volume) != 0) {
+        throw SystemCallError("look at a volume");
+    }
+    if (place.empty() || access((sys / "fs/ext4" / place.filename()).c_str(), F_OK) != 0) {
+        return 0;
+    }
+    const auto size =
+        std::strtoull(tryReadSmallFile(place / "size").value_or("").c_str(), nullptr, 10) * sector;
+    return size <= capacity.bytes ? 0 : (size - capacity.bytes) / volume.f_frsize;
 }
 
 void LoopVolumeRoot::removeLostAndFound() const {

@@ -1,9 +1,11 @@
 #pragma once
 
+#include "RamDiskCore/Values/ByteCount.h"
 #include "RamDiskCore/Values/VolumePassphrase.h"
 #include "RamDiskInfrastructure/Commands/FileDescriptor.h"
 #include "RamDiskInfrastructure/Linux/Host/LinuxHost.h"
 
+#include <cstdint>
 #include <filesystem>
 
 #include <sys/types.h>
@@ -16,8 +18,14 @@ class LoopVolumeRoot {
 public:
     explicit LoopVolumeRoot(const FileDescriptor& root) : root_(root) {}
 
-    /// Gives the user the space that ext4 reserves for its own late allocations.
-    void freeReservedClusters(const std::filesystem::path& sys) const;
+    /// Makes ext4 keep back so many clusters, from root as well, for its own late allocations.
+    /// @throws SystemCallError when the kernel refuses; not when it lacks the setting and `count` is 0.
+    void keepBackClusters(const std::filesystem::path& sys, std::uint64_t count) const;
+
+    /// How many clusters the device has beyond `capacity`. None on a device of that size, and on file systems
+    /// other than ext4.
+    /// @throws SystemCallError
+    [[nodiscard]] std::uint64_t clustersBeyond(const std::filesystem::path& sys, ByteCount capacity) const;
 
     /// Removes the empty folder that only a file system check uses. A check makes it again.
     /// @throws SystemCallError
@@ -51,6 +59,8 @@ public:
     static void shutDown(const std::filesystem::path& mountPoint);
 
 private:
+    [[nodiscard]] std::filesystem::path device(const std::filesystem::path& sys) const;
+
     const FileDescriptor& root_;
 };
 

@@ -72,9 +72,14 @@ RamDisk MountedLinuxVolume::describe(const DiskRecord& record, const MountTable&
     struct statfs volume {};
     if (statfs(visible->c_str(), &volume) == 0) {
         const auto block = static_cast<std::uint64_t>(volume.f_bsize);
-        const ByteCount total{volume.f_blocks * block};
-        disk.capacity = deviceSize(record).value_or(total);
-        disk.usage = VolumeUsage{total, {std::min(volume.f_bavail, volume.f_blocks) * block}};
+        // Without what only a restore may use.
+        const auto device = deviceSize(record);
+        const auto whole = volume.f_blocks * block;
+        const ByteCount used{(volume.f_blocks - volume.f_bfree) * block};
+        const ByteCount free{std::min(volume.f_bavail, volume.f_blocks) * block};
+        const ByteCount total{device && whole > device->bytes ? used.bytes + free.bytes : whole};
+        disk.capacity = device.value_or(total);
+        disk.usage = VolumeUsage{total, free};
         disk.memoryFootprint = ByteCount{(volume.f_blocks - volume.f_bfree) * block};
     }
     return disk;

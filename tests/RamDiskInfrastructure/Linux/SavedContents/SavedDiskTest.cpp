@@ -2,7 +2,13 @@
 #include "tests/RamDiskInfrastructure/Linux/SavedContents/SavingMachine.h"
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <deque>
+#include <thread>
 
+#include <fcntl.h>
+#include <sys/mount.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
@@ -62,6 +68,98 @@ TEST(SavedDisk, KeepsWhatAProgramWritesThroughAMappingAndEveryCopyThatIsToBeKept
     world.archiver.remove(world.files);
     EXPECT_TRUE(fs::is_empty(world.images));
     EXPECT_THAT(world.loopsUpon(world.images), IsEmpty());
+}
+
+TEST(SavedDisk, IsCopiedAsItsManifestSaysWhateverIsWrittenMeanwhile) {
+    SKIP_UNLESS_ROOT();
+    SavedDisk world;
+    const auto disk = world.disk("A", "hfs+", "48M");
+    std::deque<Mapping> mappings;
+    for (int number = 0; number < 24; ++number) {
+        const auto file = *disk.mountPoint / std::to_string(number);
+        writeFile(file, std::string(4096, '1'));
+        mappings.emplace_back(file);
+    }
+    std::atomic<bool> isOver = false;
+    std::thread writer([&] {
+        for (char byte = '1'; !isOver; byte = byte == '1' ? '2' : '1') {
+            std::for_each(mappings.begin(), mappings.end(),
+                          [byte](Mapping& mapping) { mapping.write(byte); });
+            std::this_thread::sleep_for(std::chrono::milliseconds(3));
+        }
+    });
+    for (int round = 0; round < 40; ++round) {
+        const auto failure = failureOf([&] { world.keep(disk); });
+        EXPECT_TRUE(failure == "none" || failure == "filesKeptChanging") << failure;
+    }
+    isOver = true;
+    writer.join();
+    EXPECT_EQ(failureOf([&] { world.keep(disk); }), "none");
+    world.tool.verify(world.files.latest, {});
+}
+
+TEST(SavedDisk, IsNotPutBackWithDamageThatNobodyIsToldOf) {
+    SKIP_UNLESS_ROOT();
+    for (const bool hasEarlier : {true, false}) {
+        SCOPED_TRACE(hasEarlier);
+        SavedDisk world;
+        const auto disk = world.disk("A");
+        const auto onto = world.disk("B");
+        fs::create_directory(*disk.mountPoint / "tree");
+        writeFile(*disk.mountPoint / "tree/text", std::string(5000, 'x') + "known contents");
+        writeFile(*disk.mountPoint / "tree/other", "1");
+        world.keep(disk, 1);
+        writeFile(*disk.mountPoint / "tree/other", "2");
+        world.keep(disk, hasEarlier ? 1 : 0);
+        const auto place = readFile(world.files.latest).find("known contents");
+        ASSERT_NE(place, std::string::npos);
+        {
+            const FileDescriptor file(open(world.files.latest.c_str(), O_WRONLY | O_CLOEXEC));
+            ASSERT_EQ(pwrite(file.get(), "K", 1, static_cast<off_t>(place)), 1);
+        }
+        const auto damaged = readFile(world.files.latest);
+        const auto failure = failureOf([&] {
+            world.archiver.restore({world.files.latest, world.files, onto, {}, RestoreMode::fill}, {});
+        });
+        EXPECT_EQ(readFile(*onto.mountPoint / "tree/other"), "2");
+        if (hasEarlier) {
+            EXPECT_EQ(failure, "none");
+            EXPECT_EQ(SavingMachine::difference(disk, onto), "");
+        } else {
+            EXPECT_THAT(failure, testing::HasSubstr("the copy is damaged: “tree/text” differ"));
+        }
+        EXPECT_EQ(world.keep(disk), SaveOutcome::saved) << "the damaged one is no copy";
+        world.tool.verify(world.files.latest, {});
+        EXPECT_EQ(world.keep(disk), SaveOutcome::nothingChanged);
+        const auto entries = fs::directory_iterator(world.images);
+        EXPECT_EQ(std::count_if(begin(entries), end(entries),
+                                [&](const auto& entry) {
+                                    return entry.path().string().find(".damaged-") != std::string::npos
+                                           && readFile(entry.path()) == damaged;
+                                }),
+                  1);
+        world.archiver.remove(world.files);
+        EXPECT_TRUE(fs::is_empty(world.images));
+    }
+}
+
+TEST(SavedDisk, KeepsWhatAMountHides) {
+    SKIP_UNLESS_ROOT();
+    for (const char* format : {"hfs+", "jhfs+"}) {
+        SCOPED_TRACE(format);
+        SavedDisk world;
+        const auto disk = world.disk("A", format, "32M");
+        const auto onto = world.disk("B", format, "32M");
+        const auto hidden = *disk.mountPoint / "tree/covered";
+        fs::create_directories(hidden);
+        writeFile(hidden / "file", "hidden");
+        ASSERT_EQ(mount("cover", hidden.c_str(), "tmpfs", 0, nullptr), 0);
+        writeFile(hidden / "of the cover", "");
+        world.save(disk);
+        EXPECT_EQ(umount2(hidden.c_str(), MNT_DETACH), 0);
+        world.restore(onto);
+        EXPECT_EQ(SavingMachine::difference(disk, onto), "");
+    }
 }
 
 } // namespace

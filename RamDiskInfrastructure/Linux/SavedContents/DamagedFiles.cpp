@@ -1,0 +1,109 @@
+#include "RamDiskInfrastructure/Linux/SavedContents/DamagedFiles.h"
+
+#include "RamDiskCore/Ports/Tracing.h"
+#include "RamDiskCore/Values/RamDiskError.h"
+#include "RamDiskInfrastructure/Archive/FileIdentity.h"
+#include "RamDiskInfrastructure/Archive/SavedCopyFolder.h"
+#include "RamDiskInfrastructure/Commands/SystemCallError.h"
+#include "RamDiskInfrastructure/Linux/SavedContents/OpenImage.h"
+#include "RamDiskInfrastructure/Trees/FileWriter.h"
+#include "RamDiskInfrastructure/Trees/FolderCursor.h"
+#include "RamDiskInfrastructure/Trees/ItemMetadata.h"
+#include "RamDiskInfrastructure/Trees/TreeComparison.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <utility>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace ramdisk {
+
+DamagedFiles::DamagedFiles(const RestoreRequest& request, const TreeManifest& saved,
+                           std::vector<std::uint32_t> files, const LinuxHost& host)
+    : request_(request),
+      saved_(saved),
+      files_(std::move(files)),
+      host_(host),
+      kept_(SavedCopyNames{request.files}.damaged(
+          SavedCopyNames::Earlier::savedAt(std::chrono::system_clock::now()))) {
+    for (const auto file : files_) {
+        trace("restore", "“{}” in {} is not what was saved", saved_.contents().path(file),
+              request_.image.native());
+    }
+}
+
+void DamagedFiles::keepImage() const {
+    if (::link(request_.image.c_str(), kept_.c_str()) != 0 && errno != EEXIST) {
+        throw SystemCallError("keep the damaged copy", request_.image);
+    }
+}
+
+void DamagedFiles::repairFromOtherCopies(const FileDescriptor& disk) {
+    const SavedCopyFolder::StepObserver unobserved;
+    for (const auto& copy : SavedCopyFolder(request_.files, HardLinks::whereSupported, unobserved).copies()) {
+        if (files_.empty() || FileIdentity::of(copy.image) == FileIdentity::of(request_.image)) {
+            continue;
+        }
+        try {
+            repairFrom(copy.image, disk);
+        } catch (const std::exception&) {
+            traceCaught("restore", "a copy does not help with damaged files");
+        }
+    }
+}
+
+void DamagedFiles::repairFrom(const std::filesystem::path& path, const FileDescriptor& disk) {
+    const auto image = OpenImage::open(ImageFile::open(path, LoopAccess::readOnly, host_),
+                                       LoopAccess::readOnly, request_.protection, host_);
+    const auto manifest = image.manifest();
+    if (!manifest) {
+        return;
+    }
+    const auto& wanted = saved_.contents();
+    const auto& held = manifest->contents();
+    const auto pairing = pairItems(wanted, held);
+    FolderCursor from(image.contents(), held);
+    FolderCursor onto(disk, wanted);
+    const ProgressObserver unobserved;
+    ProgressMeter meter(unobserved);
+    Renewals renewals;
+    FileWriter writer(meter, renewals, PageCache::use, HugePages::none);
+    const auto repair = [&](std::uint32_t file) {
+        const auto other = pairing.ofSource[file];
+        if (other == noItem || held.items[other].type != ItemType::file
+            || !isSameFile(wanted, wanted.items[file].original, held, held.items[other].original)) {
+            return false;
+        }
+        const auto name = std::string(wanted.name(file));
+        const auto sound = openForReading(from.open(held.items[other].parent), name.c_str());
+        const auto broken = openItem(onto.open(wanted.items[file].parent), name.c_str(), O_RDWR | O_TRUNC);
+        if (!sound || !broken || !writer.copyWhole(sound, broken, {wanted, file})) {
+            return false;
+        }
+        applyMetadata(broken.get(), wanted, file, Owners::all);
+        trace("restore", "“{}” is put back from {}", wanted.path(file), path.native());
+        return true;
+    };
+    files_.erase(std::remove_if(files_.begin(), files_.end(), repair), files_.end());
+}
+
+void DamagedFiles::requireRepaired() const {
+    if (files_.empty()) {
+        return;
+    }
+    constexpr std::size_t mostNames = 5;
+    std::string names;
+    for (std::size_t number = 0; number < std::min(mostNames, files_.size()); ++number) {
+        names += fmt::format("{}“{}”", number > 0 ? ", " : "", saved_.contents().path(files_[number]));
+    }
+    const auto more = files_.size() > mostNames ? fmt::format(" and {} more", files_.size() - mostNames) : "";
+    throw RamDiskError(RamDiskError::ContentsTransferFailed{
+        fmt::format("the copy is damaged: {}{} differ from what was saved, and no other copy has them. All "
+                    "other files were put back. The damaged copy is kept as “{}”.",
+                    names, more, kept_.filename().string())});
+}
+
+} // namespace ramdisk

@@ -29,7 +29,7 @@ constexpr std::size_t volumeName = 0x78;
 constexpr std::size_t blockCountHigh = 0x150;
 
 constexpr std::uint32_t needsRecovery = 0x4;
-constexpr std::uint32_t foldsCase = 0x20000;
+constexpr std::uint32_t casefoldFeature = 0x20000;
 constexpr std::uint32_t wasUnmounted = 0x1;
 constexpr std::uint32_t hasErrors = 0x2;
 
@@ -59,7 +59,7 @@ std::optional<ExtSuperblock> ExtSuperblock::read(const FileDescriptor& file) {
         result.label.push_back(static_cast<char>(bytes.at(index)));
     }
     const auto features = number(bytes, incompatibleFeatures, 4);
-    result.canFoldCase = (features & foldsCase) != 0;
+    result.canFoldCase = (features & casefoldFeature) != 0;
     result.isClean = (number(bytes, state, 2) & (wasUnmounted | hasErrors)) == wasUnmounted
                      && (features & needsRecovery) == 0;
     result.seal =

@@ -123,7 +123,7 @@ TEST(ToolPlaces, ARedirectIsUndoneWhereItWasMadeWhateverTheVariablesSay) {
     const auto pip = cacheTarget(KnownCache::pip);
     world.variables["PIP_CACHE_DIR"] = world.home() / "mine/pip";
     EXPECT_THAT(texts(redirects.add(world.disk(), {pip})), IsEmpty());
-    EXPECT_EQ(fs::read_symlink(world.home() / "mine/pip"), world.onDisk("pip"));
+    EXPECT_EQ(fs::read_symlink(world.home() / "mine/pip"), world.onDisk("mine+pip"));
     EXPECT_EQ(redirects.list().front().target, folderTarget("mine/pip"))
         << "for versions that know no variable";
     EXPECT_EQ(redirects.statuses(redirects.list()).front().target, pip);
@@ -199,7 +199,7 @@ TEST(RedirectStatus, TellsWhatIsThereAndNotWhatWasRecorded) {
              fs::create_directory(link(world));
          },
          "link replaced"},
-        {ccache, [](RedirectWorld& world) { fs::remove_all(world.onDisk("ccache")); },
+        {ccache, [](RedirectWorld& world) { fs::remove_all(world.onDisk(".cache+ccache")); },
          "folder on the disk missing", false},
         {ccache, [&](RedirectWorld& world) { fs::remove_all(link(world).string() + ".ramdisk-original"); },
          "original missing"},

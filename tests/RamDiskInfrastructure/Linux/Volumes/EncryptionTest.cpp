@@ -122,7 +122,7 @@ TEST(EncryptedDisk, NeverShowsItsPassphraseNorItsFilesOnItsDevice) {
         ASSERT_EQ(syncfs(root.get()), 0);
         const auto loop = DiskRecordStore(machine.records()).readAll().at(0).loop;
         const auto raw = test::readFile(LoopDevice::pathOf(loop.value()));
-        ASSERT_EQ(raw.size(), specification.size.bytes);
+        ASSERT_GE(raw.size(), specification.size.bytes);
         for (const std::string text :
              {"known content that fills", "name-of-the-test", "target-of-the-test", "Label-of-the-test"}) {
             EXPECT_EQ(raw.find(text) == std::string::npos, isEncrypted) << text;

@@ -157,9 +157,10 @@ TEST(LoopVolume, LaysTheFileSystemOntoTheDeviceOrIntoItsOpenContainer) {
     EXPECT_THAT(formatting, AllOf(HasSubstr("--luks2-metadata-size 16k --luks2-keyslots-size 256k"),
                                   EndsWith("--key-file - DEVICE")));
     const std::string opening = "/usr/sbin/cryptsetup open --type luks2 --key-file - DEVICE TAG";
-    const auto making = tool("mkfs.ext4")
-                        + " -q -F -m 0 -b 4096 -J size=4 -E "
-                          "nodiscard,assume_storage_prezeroed=1,root_owner=0:0 /dev/mapper/TAG";
+    const auto making =
+        tool("mkfs.ext4")
+        + " -q -F -m 0 -b 4096 -J size=4 -N 16384 -I 256 "
+          "-O ^resize_inode,large_dir -E nodiscard,assume_storage_prezeroed=1,root_owner=0:0 /dev/mapper/TAG";
     expectMaking(FS::apfsCaseSensitive, Means::luks, {formatting});
     expectMaking(FS::apfsCaseSensitive, Means::luks, {formatting, opening});
     expectMaking(FS::apfsCaseSensitive, Means::luks, {formatting, opening, making});

@@ -1,6 +1,7 @@
 #include "RamDiskInfrastructure/Redirects/FolderRedirector.h"
 
 #include "RamDiskCore/Ports/Tracing.h"
+#include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/Redirects/FolderOnDisk.h"
 #include "RamDiskInfrastructure/Redirects/FolderUse.h"
 #include "RamDiskInfrastructure/Redirects/HomeTree.h"

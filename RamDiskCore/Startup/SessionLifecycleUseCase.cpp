@@ -242,8 +242,9 @@ StartupOutcome SessionLifecycleUseCase::addInitialContents(const KeptDisk& kept,
 
 ShutdownReport SessionLifecycleUseCase::quit(Force force, const Observer& observer) {
     auto disks = services_.list->listOwn();
+    // One without a mount point was ejected before, and only its memory is not back yet.
     std::erase_if(disks, [this, known = profiles_->list()](const RamDisk& disk) {
-        return !kept(disk) && !contents_->isOrphan(disk, known);
+        return !disk.mountPoint || (!kept(disk) && !contents_->isOrphan(disk, known));
     });
     std::mutex mutex;
     const auto shared = oneAtATime(observer, mutex);
@@ -295,9 +296,7 @@ LeaveResult SessionLifecycleUseCase::leave(const RamDisk& disk, SaveBeforeEject 
             if (!disk.mountPoint) {
                 throw RamDiskError(RamDiskError::NotMounted{disk.device});
             }
-            // The long part first, while everything is still in its place.
-            contents_->save(*startupDisk, Verification::no, observer);
-            result.isSaved = true;
+            result.isSaved = saveWhileInUse(*startupDisk, observer);
         }
     } catch (const std::exception& error) {
         result.saveError = transferError(error);
@@ -329,6 +328,21 @@ LeaveResult SessionLifecycleUseCase::leave(const RamDisk& disk, SaveBeforeEject 
     return result;
 }
 
+/// Saves while everything is still in its place, since this takes longest. A disk that keeps changing is
+/// saved once nobody can write to it any more.
+bool SessionLifecycleUseCase::saveWhileInUse(const KeptDisk& kept, const ProgressObserver& observer) {
+    try {
+        contents_->save(kept, Verification::no, observer);
+        return true;
+    } catch (const RamDiskError& error) {
+        if (!std::holds_alternative<RamDiskError::FilesKeptChanging>(error.value())) {
+            throw;
+        }
+        traceCaught("save", "the disk is saved when writing to it is blocked");
+        return false;
+    }
+}
+
 void SessionLifecycleUseCase::blockWriting(const RamDisk& disk, Force force) const {
     for (int attempt = 1; services_.writeBlocking->block(disk) == WriteBlocking::Outcome::busy; ++attempt) {
         if (attempt == blockingAttempts) {
@@ -349,6 +363,7 @@ bool SessionLifecycleUseCase::saveForGood(const KeptDisk& kept, LeaveResult& res
                                           const ProgressObserver& observer) {
     try {
         contents_->save(kept, Verification::no, observer);
+        result.isSaved = true;
         return true;
     } catch (const std::exception& error) {
         result.isSaved = false;

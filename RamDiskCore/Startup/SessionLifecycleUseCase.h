@@ -84,6 +84,8 @@ private:
     StartupOutcome takeUp(const KeptDisk& kept, const ProgressObserver& observer);
     StartupOutcome addInitialContents(const KeptDisk& kept, bool restoredContents);
     StartupOutcome afterFailedRestore(const KeptDisk& kept, const std::exception& error);
+    /// @returns false for a disk that kept changing.
+    [[nodiscard]] bool saveWhileInUse(const KeptDisk& kept, const ProgressObserver& observer);
     /// @throws RamDiskError `ejectFailed` when programs go on writing.
     void blockWriting(const RamDisk& disk, Force force) const;
     bool saveForGood(const KeptDisk& kept, LeaveResult& result, const ProgressObserver& observer);

@@ -382,7 +382,7 @@ TEST_F(Session, NoAcknowledgedLineIsMissingAfterAnEject) {
                 usleep(2000);
                 close(file);
                 *written = line;
-                usleep(25000); // a save gives up on a file that never rests
+                usleep(3000);
             }
         }
         int attempts = 0;

@@ -4,6 +4,7 @@
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
 
 #include <cerrno>
+#include <utility>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -23,11 +24,11 @@ std::string keptText(const std::string& shown, const std::filesystem::path& kept
 } // namespace
 
 SymlinkUndo::SymlinkUndo(const OpenedFolder& folder, const Names& names,
-                         const std::function<bool(const std::string&)>& isOurs, NameExchange exchange,
+                         std::function<bool(const std::string&)> isOurs, NameExchange exchange,
                          const StepObserver& observer)
     : folder_(folder),
       names_(names),
-      isOurs_(isOurs),
+      isOurs_(std::move(isOurs)),
       exchange_(exchange),
       observer_(observer) {}
 

@@ -30,7 +30,7 @@ public:
 
     /// @param isOurs whether a link that leads there is the one that was put in place.
     SymlinkUndo(const OpenedFolder& folder, const Names& names,
-                const std::function<bool(const std::string&)>& isOurs, NameExchange exchange,
+                std::function<bool(const std::string&)> isOurs, NameExchange exchange,
                 const StepObserver& observer);
 
     /// Whether the link or the original is here, in whatever state.
@@ -69,7 +69,7 @@ private:
 
     const OpenedFolder& folder_;
     const Names& names_;
-    const std::function<bool(const std::string&)>& isOurs_;
+    std::function<bool(const std::string&)> isOurs_;
     NameExchange exchange_;
     const StepObserver& observer_;
 };

@@ -194,30 +194,30 @@ TEST_P(Disks, AreEjectedByOneOfTwoAtOnce) {
 TEST_P(Disks, KilledAtAnyCallAreGoneOrWhole) {
     for (const bool isEject : {false, true}) {
         SCOPED_TRACE(isEject ? "eject" : "create");
-        killAtEveryCall({[&] {
-                             if (isEject) {
-                                 const auto folder = mountPointOf(create("Victim"));
-                                 for (int index = 0; index < 20; ++index) {
-                                     writeFile(folder / std::to_string(index), "x");
-                                 }
-                             }
-                         },
-                         [&] {
-                             return machine->start(isEject ? std::vector<std::string>{"eject", "Victim"}
-                                                           : creation("Victim"));
-                         },
-                         [&](std::optional<int> status) {
-                             EXPECT_EQ(status.value_or(0), 0);
-                             const auto left = machine->list();
-                             EXPECT_TRUE(!status || left.empty() == isEject);
-                             if (!left.empty()) {
-                                 const auto files = std::distance(
-                                     fs::directory_iterator(mountPointOf(left.at("Victim"))), {});
-                                 EXPECT_EQ(files, isEject ? 22 : 2);
-                                 eject("Victim");
-                             }
-                             ASSERT_THAT(machine->traces(), IsEmpty());
-                         }});
+        killAtEveryCall(
+            {[&] {
+                 if (isEject) {
+                     const auto folder = mountPointOf(create("Victim"));
+                     for (int index = 0; index < 20; ++index) {
+                         writeFile(folder / std::to_string(index), "x");
+                     }
+                 }
+             },
+             [&] {
+                 machine->become(isEject ? std::vector<std::string>{"eject", "Victim"} : creation("Victim"));
+             },
+             [&](std::optional<int> status) {
+                 EXPECT_EQ(status.value_or(0), 0);
+                 const auto left = machine->list();
+                 EXPECT_TRUE(!status || left.empty() == isEject);
+                 if (!left.empty()) {
+                     const auto files =
+                         std::distance(fs::directory_iterator(mountPointOf(left.at("Victim"))), {});
+                     EXPECT_EQ(files, isEject ? 22 : 2);
+                     eject("Victim");
+                 }
+                 ASSERT_THAT(machine->traces(), IsEmpty());
+             }});
     }
 }
 

@@ -140,7 +140,7 @@ TEST_P(Renaming, KilledAtAnyCallLeavesOneWholeDiskInOneFolder) {
                              file = row.isInUse ? openFile(disk) : FileDescriptor();
                          },
                          [&] {
-                             return machine->start({"rename", "Before", "After"});
+                             machine->become({"rename", "Before", "After"});
                          },
                          [&](std::optional<int> status) {
                              EXPECT_EQ(status.value_or(0), 0);

@@ -265,7 +265,7 @@ TEST_F(Session, AKilledSaveOrRestoreCostsNothing) {
                          }
                      },
                      [&] {
-                         return machine->start({"save", "Work"});
+                         machine->become({"save", "Work"});
                      },
                      [&](std::optional<int> status) {
                          EXPECT_EQ(status.value_or(0), 0);
@@ -277,7 +277,7 @@ TEST_F(Session, AKilledSaveOrRestoreCostsNothing) {
                          ASSERT_EQ(machine->run({"eject", "Work", "--discard"}).status, 0);
                      },
                      [&] {
-                         return machine->start({"startup", "create", "Work"});
+                         machine->become({"startup", "create", "Work"});
                      },
                      [&](std::optional<int> status) {
                          EXPECT_EQ(status.value_or(0), 0);
@@ -313,9 +313,9 @@ TEST_F(Session, ALoadThatIsKilledLeavesNoMixture) {
                  fill("b");
                  EXPECT_EQ(machine->run({"save", "Two"}).status, 0);
              },
-         .start =
+         .work =
              [&] {
-                 return machine->start({"load", "Two", "--copy", "2"});
+                 machine->become({"load", "Two", "--copy", "2"});
              },
          .check =
              [&](std::optional<int> status) {

@@ -3,16 +3,14 @@
 #include <functional>
 #include <optional>
 
-#include <sys/types.h>
-
 namespace ramdisk::test {
 
 /// A program that is run again and again, each time killed at another point.
 struct KillLoop {
     /// Sets the scene before each run.
     std::function<void()> prepare = [] {};
-    /// Starts the program and gives its process, waiting for nothing. It may itself not change any file.
-    std::function<pid_t()> start;
+    /// What is killed. It runs in a child process, which ends with status 0 when it returns.
+    std::function<void()> work;
     /// Looks at what is there afterwards, and clears it away. Gets the exit status of a run that was not
     /// killed.
     std::function<void(std::optional<int> status)> check;
@@ -22,7 +20,7 @@ struct KillLoop {
 
 /// Runs the program once to its end, and then kills it at its system calls that change what outlives a
 /// process: mounts, devices, files and their names, right before the call is done. What the program's own
-/// children do counts too.
+/// children do counts too; they outlive it, as they would. The caller may have no other child meanwhile.
 void killAtEveryCall(const KillLoop& loop);
 
 } // namespace ramdisk::test

@@ -60,7 +60,7 @@ void leaveSharedMounts() {
     }
 }
 
-void become(uid_t user) {
+void becomeUser(uid_t user) {
     if (user != geteuid() && (setgroups(0, nullptr) != 0 || setgid(user) != 0 || setuid(user) != 0)) {
         _exit(125);
     }
@@ -103,20 +103,30 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
     return pointers;
 }
 
-pid_t launch(const TestMachine& machine, uid_t user, std::vector<std::string> arguments, int out, int err) {
+[[noreturn]] void execute(const TestMachine& machine, uid_t user, std::vector<std::string> arguments, int out,
+                          int err) {
     arguments.insert(arguments.begin(), TRAMDISK_EXECUTABLE);
     auto variables = environmentOf(machine);
     const auto argv = pointersTo(arguments);
     const auto envp = pointersTo(variables);
+    dup2(out, STDOUT_FILENO);
+    dup2(err, STDERR_FILENO);
+    becomeUser(user);
+    execve(argv[0], argv.data(), envp.data());
+    _exit(127);
+}
+
+pid_t launch(const TestMachine& machine, uid_t user, std::vector<std::string> arguments, int out, int err) {
     const pid_t child = fork();
     if (child == 0) {
-        dup2(out, STDOUT_FILENO);
-        dup2(err, STDERR_FILENO);
-        become(user);
-        execve(argv[0], argv.data(), envp.data());
-        _exit(127);
+        execute(machine, user, std::move(arguments), out, err);
     }
     return child;
+}
+
+int nowhere() {
+    static const int file = open("/dev/null", O_RDWR | O_CLOEXEC);
+    return file;
 }
 
 } // namespace
@@ -181,10 +191,11 @@ Outcome TestMachine::run(std::vector<std::string> arguments, int output) const {
 }
 
 pid_t TestMachine::start(std::vector<std::string> arguments) const {
-    const int nowhere = open("/dev/null", O_RDWR | O_CLOEXEC);
-    const auto child = launch(*this, user_, std::move(arguments), nowhere, nowhere);
-    close(nowhere);
-    return child;
+    return launch(*this, user_, std::move(arguments), nowhere(), nowhere());
+}
+
+void TestMachine::become(std::vector<std::string> arguments) const {
+    execute(*this, user_, std::move(arguments), nowhere(), nowhere());
 }
 
 std::map<std::string, nlohmann::json> TestMachine::list() const {
@@ -255,7 +266,7 @@ std::vector<std::string> TestMachine::traces() const {
 int inChild(uid_t user, const std::function<int()>& body) {
     const pid_t child = fork();
     if (child == 0) {
-        become(user);
+        becomeUser(user);
         _exit(body());
     }
     return waitFor(child);

@@ -58,6 +58,8 @@ public:
     Outcome run(std::vector<std::string> arguments, int output) const;
     /// Starts tramdisk without waiting. Its output is thrown away.
     [[nodiscard]] pid_t start(std::vector<std::string> arguments) const;
+    /// Turns the calling process into such a tramdisk.
+    [[noreturn]] void become(std::vector<std::string> arguments) const;
     /// What `tramdisk list --json` shows, by name.
     [[nodiscard]] std::map<std::string, nlohmann::json> list() const;
     /// Makes a small disk and returns its description.

@@ -172,18 +172,13 @@ TEST(DiskRecordStore, KilledWhileWorkingItKeepsOneWholeRecord) {
     const DiskRecordStore store(machine.records());
     store.remove(store.claim(sample(), {}, getegid()));
     const auto work = [&] {
-        const pid_t child = fork();
-        if (child == 0) {
-            auto hold = store.claim(sample(), {}, getegid());
-            for (unsigned size = 1; size < 5; ++size) {
-                hold.record.size = {size};
-                hold.record.name = std::string(size, 'x');
-                store.update(hold);
-            }
-            store.remove(std::move(hold));
-            _exit(0);
+        auto hold = store.claim(sample(), {}, getegid());
+        for (unsigned size = 1; size < 5; ++size) {
+            hold.record.size = {size};
+            hold.record.name = std::string(size, 'x');
+            store.update(hold);
         }
-        return child;
+        store.remove(std::move(hold));
     };
     const auto check = [&](std::optional<int> status) {
         EXPECT_EQ(status.value_or(0), 0);

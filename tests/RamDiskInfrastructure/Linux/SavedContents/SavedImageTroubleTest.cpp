@@ -64,15 +64,11 @@ TEST(SavedImage, LeavesNeitherMountNorDeviceNorHalfAnImageWhenItsProcessIsKilled
     const auto mountsBefore = mountsWith("/");
     int whole = 0;
     const auto work = [&] {
-        const pid_t child = fork();
-        if (child == 0) {
-            const auto wanted = world.request(disk);
-            const auto source = world.tool.openSource(wanted);
-            const auto image = source->begin(partial, wanted);
-            image->fill({});
-            _exit(source->takeStatus({}) == SaveSource::Status::unchanged ? (image->close(), 0) : 1);
-        }
-        return child;
+        const auto wanted = world.request(disk);
+        const auto source = world.tool.openSource(wanted);
+        const auto image = source->begin(partial, wanted);
+        image->fill({});
+        _exit(source->takeStatus({}) == SaveSource::Status::unchanged ? (image->close(), 0) : 1);
     };
     const auto check = [&](std::optional<int> status) {
         EXPECT_EQ(status.value_or(0), 0);

@@ -94,6 +94,13 @@ Run runKilledAt(int fatal, const std::function<void()>& work) {
     return run;
 }
 
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+/// Where everything takes some ten times as long, and the same places were tried without.
+constexpr int share = 5;
+#else
+constexpr int share = 1;
+#endif
+
 } // namespace
 
 void killAtEveryCall(const KillLoop& loop) {
@@ -103,7 +110,7 @@ void killAtEveryCall(const KillLoop& loop) {
     constexpr int fewest = 4;
     ASSERT_GT(whole.calls, fewest) << "too few points to have been tried at all";
     const auto* wanted = std::getenv("TRAMDISK_KILL_POINTS");
-    const int points = std::min(whole.calls, wanted != nullptr ? std::atoi(wanted) : loop.most);
+    const int points = std::min(whole.calls, wanted != nullptr ? std::atoi(wanted) : loop.most / share);
     for (int point = 0; point < points && !testing::Test::HasFatalFailure(); ++point) {
         const int call = point * whole.calls / points;
         SCOPED_TRACE("killed at change " + std::to_string(call) + " of " + std::to_string(whole.calls));

@@ -14,7 +14,8 @@ struct KillLoop {
     /// Looks at what is there afterwards, and clears it away. Gets the exit status of a run that was not
     /// killed.
     std::function<void(std::optional<int> status)> check;
-    /// The most points to try, spread evenly over all; the variable TRAMDISK_KILL_POINTS overrules it.
+    /// The most points to try, spread evenly over all, and fewer where a sanitizer makes everything slow; the
+    /// variable TRAMDISK_KILL_POINTS overrules it.
     int most = 40;
 };
 

@@ -5,7 +5,9 @@
 #include "RamDiskInfrastructure/Stores/StoredFile.h"
 
 #include <algorithm>
+#include <exception>
 #include <memory>
+#include <utility>
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -23,11 +25,14 @@ struct Waiter {
     std::function<void()> body;
     std::chrono::milliseconds nextWait = FileLock::firstWait;
     std::promise<void> done{};
+    /// Where what the body threw is before `done` is kept.
+    std::shared_ptr<std::exception_ptr> failure = std::make_shared<std::exception_ptr>();
 };
 
 void attempt(const std::shared_ptr<Waiter>& waiter) {
+    std::exception_ptr failure;
     try {
-        auto hold = waiter->lock.tryAcquire();
+        const auto hold = waiter->lock.tryAcquire();
         if (!hold) {
             const auto wait = waiter->nextWait;
             if (wait == FileLock::firstWait) {
@@ -38,11 +43,12 @@ void attempt(const std::shared_ptr<Waiter>& waiter) {
             return;
         }
         waiter->body();
-        hold.reset();
-        waiter->done.set_value();
     } catch (...) {
-        waiter->done.set_exception(std::current_exception());
+        failure = std::current_exception();
     }
+    // Handed over whole, so that this thread does not destroy it while the other reads it.
+    *waiter->failure = std::move(failure);
+    waiter->done.set_value();
 }
 
 } // namespace
@@ -98,9 +104,16 @@ std::optional<FileDescriptor> FileLock::tryAcquire() const {
 
 std::future<void> FileLock::withLock(TaskScheduling& tasks, std::function<void()> body) const {
     const auto waiter = std::make_shared<Waiter>(Waiter{*this, tasks, std::move(body)});
-    auto future = waiter->done.get_future();
+    auto done = waiter->done.get_future();
+    auto failure = waiter->failure;
     tasks.post([waiter] { attempt(waiter); });
-    return future;
+    return std::async(std::launch::deferred,
+                      [done = std::move(done), failure = std::move(failure)]() mutable {
+                          done.get();
+                          if (*failure) {
+                              std::rethrow_exception(std::exchange(*failure, nullptr));
+                          }
+                      });
 }
 
 bool FileLock::isHeld() const noexcept {

@@ -38,7 +38,8 @@ public:
     /// Runs `body` on `tasks` once the lock is free, however long that takes. It tries again after 10, 20,
     /// 40, 80, 160 and then every 250 ms. Between two tries a waiting body holds neither a thread nor a
     /// descriptor, so thousands may wait. When the future ends, the lock is free again. The future passes on
-    /// what the body threw, or why the file could not be locked. `tasks` must outlive the wait.
+    /// what the body threw, or why the file could not be locked; it tells so to `get` and `wait` only.
+    /// `tasks` must outlive the wait.
     [[nodiscard]] std::future<void> withLock(TaskScheduling& tasks, std::function<void()> body) const;
 
     /// Whether somebody holds the lock now. False when that cannot be told.

@@ -93,6 +93,9 @@ Detached MountedLinuxVolume::detach(RecordHold& hold, const DiskRecordStore& sto
             Detached::Refused{fmt::format("“{}” does not show the volume: another one is mounted over it.",
                                           hold.record.mountPoint.string())}};
     }
+    if (auto refused = refuseMountBelow(*visible, mounts)) {
+        return std::move(*refused);
+    }
     hold.record.mountPoint = *visible;
     hold.record.heldDevice = mounts.topmostAt(*visible)->device;
     if (umount2(visible->c_str(), UMOUNT_NOFOLLOW) != 0) {
@@ -115,12 +118,15 @@ Detached MountedLinuxVolume::detach(RecordHold& hold, const DiskRecordStore& sto
             return {Detached::Refused{error.what()}};
         }
     }
+    // What now looks like the volume is a folder of the system disk. The record still keeps its path from
+    // others.
+    auto movedAside = LinuxVolume::removeRemains(hold.record);
     if (auto held = heldMemory(hold.record, MountTable::read(host().proc))) {
         hold.record.state = RecordState::detaching;
         store.update(hold);
-        return {Detached::Held{std::move(*held)}};
+        return {Detached::Held{std::move(*held)}, std::move(movedAside)};
     }
-    return {Detached::Gone{}};
+    return {Detached::Gone{}, std::move(movedAside)};
 }
 
 ReleaseOutcome MountedLinuxVolume::heldByMount(const MountEntry& other, const DiskRecord& record) {

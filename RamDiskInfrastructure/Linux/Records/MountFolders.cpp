@@ -10,6 +10,8 @@
 #include <cstdio>
 
 #include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -42,6 +44,19 @@ void markAndSeal(const fs::path& path, const FileDescriptor& folder) {
         traceRefused("mounts", "sealing a mount point",
                      "programs can write to it before and after the mount");
     }
+}
+
+/// rmdir, also of a folder that an eject which was killed left immutable.
+bool removeEmpty(const fs::path& path) {
+    if (rmdir(path.c_str()) == 0) {
+        return true;
+    }
+    if (errno != EPERM) {
+        return false;
+    }
+    const auto folder = openFolder(AT_FDCWD, path.c_str());
+    static_cast<void>(MountFolders::setImmutable(folder, MountFolders::Immutable::no));
+    return rmdir(path.c_str()) == 0;
 }
 
 /// Gives a folder that is no longer empty another name in its parent.
@@ -114,7 +129,7 @@ MountFolders::Made MountFolders::make(std::string_view name, VolumeAccess access
                 const auto path = parent / folderName(name, attempt);
                 struct stat status {};
                 if (lstat(path.c_str(), &status) == 0
-                    && (!isOurLeftover(path) || isTaken(path) || rmdir(path.c_str()) != 0)) {
+                    && (!isOurLeftover(path) || isTaken(path) || !removeEmpty(path))) {
                     // Never announced: what a record names is removed if its maker dies.
                     continue;
                 }
@@ -143,12 +158,22 @@ std::string MountFolders::nameFor(std::string_view name) {
     return folderName(name, 1);
 }
 
+bool MountFolders::setImmutable(const FileDescriptor& folder, Immutable wanted) noexcept {
+    int flags = 0;
+    if (!folder || fgetxattr(folder.get(), folderMark, nullptr, 0) < 0
+        || ioctl(folder.get(), FS_IOC_GETFLAGS, &flags) != 0) {
+        return false;
+    }
+    flags = wanted == Immutable::yes ? flags | FS_IMMUTABLE_FL : flags & ~FS_IMMUTABLE_FL;
+    return ioctl(folder.get(), FS_IOC_SETFLAGS, &flags) == 0;
+}
+
 bool MountFolders::mayBeOurs(const fs::path& path) noexcept {
     return lgetxattr(path.c_str(), folderMark, nullptr, 0) >= 0 || errno == ENOTSUP;
 }
 
 std::optional<fs::path> MountFolders::remove(const fs::path& path) noexcept {
-    if (rmdir(path.c_str()) == 0) {
+    if (removeEmpty(path)) {
         trace("mounts", "removed the empty folder {}", path.native());
         return std::nullopt;
     }

@@ -46,6 +46,13 @@ public:
     /// The folder name for a volume called `name`. It is the same, unless a file cannot have this name.
     [[nodiscard]] static std::string nameFor(std::string_view name);
 
+    enum class Immutable { no, yes };
+    /// Keeps everybody, root too, from changing what is in a folder with our mark, or ends that.
+    /// @returns whether the folder is now so. It is not where it has no mark, or the file system or the
+    /// process
+    ///          cannot do it.
+    static bool setImmutable(const FileDescriptor& folder, Immutable wanted) noexcept;
+
     /// Whether the folder has our mark, or lies on a file system where folders have none.
     [[nodiscard]] static bool mayBeOurs(const std::filesystem::path& path) noexcept;
 

@@ -47,7 +47,7 @@ TEST(SavedImage, SaysSoWhenTheSystemDiskIsFull) {
                 image->fill({});
                 image->close();
             });
-            EXPECT_THAT(failure, HasSubstr("contents transfer failed: the system disk has only "));
+            EXPECT_THAT(failure, HasSubstr("contentsTransferFailed: the system disk has only "));
         }
         EXPECT_THAT(world.loopsUpon(world.images), IsEmpty());
         EXPECT_EQ(umount2(world.images.c_str(), 0), 0) << "nothing has the image open";

@@ -1,6 +1,7 @@
 #include "RamDiskUI/ErrorText.h"
 
 #include "RamDiskCore/Values/ByteCountFormat.h"
+#include "RamDiskUI/PlatformWords.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -69,9 +70,7 @@ struct IssueText {
 
 struct ErrorText {
     std::string operator()(const Error::InvalidSpecification& error) const {
-        std::vector<std::string> texts;
-        std::transform(error.issues.begin(), error.issues.end(), std::back_inserter(texts), issueText);
-        return fmt::format("{}", fmt::join(texts, "\n"));
+        return fmt::format("{}", fmt::join(errorSentences(error), "\n"));
     }
     std::string operator()(const Error::NotFound& error) const {
         return fmt::format("No RAM disk matches “{}”.", error.reference.text());
@@ -98,8 +97,8 @@ struct ErrorText {
         return "Could not copy the contents: " + error.reason;
     }
     std::string operator()(const Error::SavedContentsKeyMissing& error) const {
-        return fmt::format("The key for the saved contents of “{}” is missing from the keychain.",
-                           error.name);
+        return fmt::format("The key for the saved contents of “{}” is missing from {}.", error.name,
+                           withPlatformWords("the keychain"));
     }
     std::string operator()(const Error::SavedContentsNotRestored& error) const {
         return fmt::format("The saved files of “{}” were not put back on it, so they are not saved over. Try "
@@ -117,10 +116,9 @@ struct ErrorText {
         return fmt::format("The files on the disk need at least {}.", format(error.minimum));
     }
     std::string operator()(const Error::ResizeFailed& error) const {
-        return "Could not resize the RAM disk: " + error.reason
-               + (error.savedImage
-                      ? " The files are kept on this Mac, and the main window offers to put them back."
-                      : "");
+        static const auto kept = withPlatformWords(
+            " The files are kept on this Mac, and the main window offers to put them back.");
+        return "Could not resize the RAM disk: " + error.reason + (error.savedImage ? kept : "");
     }
     std::string operator()(const Error::NotEnoughSpaceForBenchmark& error) const {
         return fmt::format("Measuring the speed needs {} of free space.", format(error.needed));
@@ -146,7 +144,9 @@ struct ErrorText {
                            "before using it.",
                            error.name);
     }
-    std::string operator()(const Error::IncorrectPassphrase&) const { return "The password is incorrect."; }
+    std::string operator()(const Error::IncorrectPassphrase&) const {
+        return withPlatformWords("The password is incorrect.");
+    }
     std::string operator()(const Error::FilesKeptChanging&) const {
         return "Files on the disk kept changing while they were copied. Quit the apps that write to it and "
                "try "
@@ -172,8 +172,9 @@ struct ErrorText {
         return "Whether the disk image is open already could not be told. Try again in a moment.";
     }
     std::string operator()(const Error::ImageLeftOpen&) const {
-        return "The disk image could not be closed after its files were copied. Eject it in Finder or Disk "
-               "Utility.";
+        return withPlatformWords(
+            "The disk image could not be closed after its files were copied. Eject it in Finder or Disk "
+            "Utility.");
     }
 };
 
@@ -195,7 +196,7 @@ struct WarningText {
         return issueText(warning.issue);
     }
     std::string operator()(const CreationWarning::IndexingNotDisabled& warning) const {
-        return "Spotlight indexing could not be disabled: " + warning.reason;
+        return withPlatformWords("Spotlight indexing could not be disabled: ") + warning.reason;
     }
 };
 
@@ -203,6 +204,16 @@ struct WarningText {
 
 std::string errorText(const RamDiskError& error) {
     return std::visit(ErrorText{}, error.value());
+}
+
+std::vector<std::string> errorSentences(const RamDiskError& error) {
+    const auto* invalid = std::get_if<Error::InvalidSpecification>(&error.value());
+    if (invalid == nullptr) {
+        return {errorText(error)};
+    }
+    std::vector<std::string> texts;
+    std::transform(invalid->issues.begin(), invalid->issues.end(), std::back_inserter(texts), issueText);
+    return texts;
 }
 
 std::string errorText(const ByteCountParsingError& error) {

@@ -9,6 +9,7 @@
 #include <exception>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace ramdisk {
 
@@ -22,6 +23,9 @@ namespace ramdisk {
 
 /// What the user can do about the error, if there is anything to advise.
 [[nodiscard]] std::optional<std::string> recoverySuggestion(const RamDiskError& error);
+
+/// The sentences of `errorText`, of which an invalid specification has one for each issue.
+[[nodiscard]] std::vector<std::string> errorSentences(const RamDiskError& error);
 
 [[nodiscard]] std::string issueText(const ValidationIssue& issue);
 [[nodiscard]] std::string warningText(const CreationWarning& warning);

@@ -57,7 +57,7 @@ struct OutcomeText {
         return fmt::format("“{}”: {}", outcome.disk.name, fmt::join(texts, " "));
     }
     std::string operator()(const StartupOutcome::Failed& outcome) const {
-        return fmt::format("“{}”: {}", outcome.profile.name, errorText(outcome.error));
+        return fmt::format("“{}”: {}", outcome.profile.name, fmt::join(errorSentences(outcome.error), " "));
     }
 };
 

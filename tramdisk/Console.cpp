@@ -1,5 +1,7 @@
 #include "tramdisk/Console.h"
 
+#include "RamDiskCore/Values/Text.h"
+
 #include <fmt/format.h>
 #include <utf8proc.h>
 
@@ -63,12 +65,7 @@ std::string printable(std::string_view text) {
     if (isPrintableASCII(text)) {
         return std::string(text);
     }
-    std::string result;
-    forEachCodePoint(text, [&](std::string_view bytes, utf8proc_int32_t codePoint) {
-        const bool isControl = codePoint < 0x20 || (codePoint >= 0x7f && codePoint < 0xa0);
-        result += isControl ? std::string_view("\uFFFD") : bytes;
-    });
-    return result;
+    return replacingControls(replacingInvalidUTF8(text), "\uFFFD");
 }
 
 Console::Console(const GlobalOptions& options)
@@ -97,7 +94,7 @@ void Console::printDocument(std::string_view document) const {
 
 void Console::confirm(std::string_view text) const {
     if (!options_.quiet && !options_.json) {
-        write(stdout, text);
+        write(stdout, printable(text));
     }
 }
 
@@ -109,27 +106,24 @@ void Console::note(std::string_view text) const {
 
 void Console::warn(std::string_view text) const {
     if (!options_.quiet) {
-        write(stderr, fmt::format("tramdisk: warning: {}", text));
+        write(stderr, fmt::format("tramdisk: warning: {}", printable(text)));
     }
 }
 
 void Console::fail(std::string_view text) const {
-    // Paths and the names of programs are others' choice; the line feeds are between our own sentences.
+    write(stderr, fmt::format("tramdisk: {}", printable(text)));
+}
+
+void Console::fail(const std::vector<std::string>& sentences) const {
     std::string shown;
-    for (auto rest = text;;) {
-        const auto end = std::min(rest.find('\n'), rest.size());
-        shown += printable(rest.substr(0, end));
-        if (end == rest.size()) {
-            break;
-        }
-        shown += '\n';
-        rest.remove_prefix(end + 1);
+    for (const auto& sentence : sentences) {
+        shown += (shown.empty() ? "" : "\n") + printable(sentence);
     }
     write(stderr, fmt::format("tramdisk: {}", shown));
 }
 
 void Console::hint(std::string_view text) const {
-    write(stderr, text);
+    write(stderr, printable(text));
 }
 
 void Console::printTable(const std::vector<std::string>& heading,

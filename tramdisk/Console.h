@@ -9,7 +9,8 @@
 
 namespace ramdisk::cli {
 
-/// Where the program writes: results to standard output, everything else to standard error.
+/// Where the program writes: results to standard output, everything else to standard error. Names and paths
+/// are others' choice, so all texts but results and documents are made `printable`.
 class Console {
 public:
     explicit Console(const GlobalOptions& options);
@@ -29,8 +30,10 @@ public:
     /// Something worth knowing beside a success; `--quiet` leaves it out.
     void note(std::string_view text) const;
     void warn(std::string_view text) const;
-    /// "tramdisk: " and the text, in one line unless the text itself has several.
+    /// "tramdisk: " and the text, in one line.
     void fail(std::string_view text) const;
+    /// The same with a line a sentence.
+    void fail(const std::vector<std::string>& sentences) const;
     /// What the user can do about the failure just told.
     void hint(std::string_view text) const;
 
@@ -45,7 +48,8 @@ private:
     bool hasColor_;
 };
 
-/// `text` with control characters replaced, so that a name cannot steer the user's terminal.
+/// `text` with control characters and marks of direction replaced, so that a name can neither steer the
+/// user's terminal nor pass for another one.
 [[nodiscard]] std::string printable(std::string_view text);
 
 } // namespace ramdisk::cli

@@ -10,6 +10,7 @@
 namespace ramdisk::cli {
 
 KeptDisk resolveKept(const RamDiskReference& reference, const CommandContext& context) {
+    context.session.profiles->requireReadable();
     const auto disk = context.services.list->resolve(reference);
     if (!disk.mountPoint) {
         throw RamDiskError(RamDiskError::NotMounted{disk.device});
@@ -49,11 +50,24 @@ std::optional<std::string> savingHint(const std::string& disk, const RamDiskErro
         disk));
 }
 
+std::string atLaunchText(const std::string& disk, bool keepsFiles) {
+    return fmt::format(
+        "“{}” is made at every launch{}.", disk,
+        keepsFiles ? "; its files are saved at quit, when it is ejected and with `tramdisk save`" : "");
+}
+
 void noteStorageInMemory(const CommandContext& context) {
     if (context.platform.isFolderInMemory(context.stores.applicationSupport)) {
         context.console.note(printable(
             fmt::format("The folder “{}” lies in memory itself: saved files in it do not outlive a restart.",
                         context.stores.applicationSupport.string())));
+    }
+}
+
+void tellLostCopies(const CommandContext& context) {
+    for (const auto& image : context.session.profiles->lostCopies()) {
+        context.console.note(
+            fmt::format("The saved files “{}” belong to no startup disk in the list.", image.string()));
     }
 }
 

@@ -24,8 +24,14 @@ namespace ramdisk::cli {
 /// What may be done when the files of a disk cannot be saved; nothing where it lies elsewhere.
 [[nodiscard]] std::optional<std::string> savingHint(const std::string& disk, const RamDiskError& error);
 
+/// What it means that a disk is a startup disk.
+[[nodiscard]] std::string atLaunchText(const std::string& disk, bool keepsFiles);
+
 /// Tells the user when what is kept between launches lies in memory itself.
 void noteStorageInMemory(const CommandContext& context);
+
+/// Names the saved files of startup disks whose record was lost.
+void tellLostCopies(const CommandContext& context);
 
 /// Tells each failure as a warning.
 void tellRedirectFailures(const std::vector<RedirectFailure>& failures, const CommandContext& context);

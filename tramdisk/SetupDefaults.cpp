@@ -3,6 +3,9 @@
 #include "RamDiskCore/Validation/VolumeNameSuggester.h"
 #include "tramdisk/UsageError.h"
 
+#include <fmt/format.h>
+
+#include <exception>
 #include <optional>
 #include <string>
 #include <vector>
@@ -14,6 +17,11 @@ namespace {
 RamDiskSetup baseSetup(const std::optional<std::string>& templateTitle, const CommandContext& context) {
     if (templateTitle) {
         return context.session.templates->named(*templateTitle).setup;
+    }
+    try {
+        context.stores.defaults->requireReadable();
+    } catch (const std::exception& error) {
+        context.console.warn(printable(fmt::format("{} Until then, the defaults count.", error.what())));
     }
     const auto preferences = context.stores.preferences->load();
     RamDiskSetup setup;

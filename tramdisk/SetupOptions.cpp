@@ -41,6 +41,7 @@ void SetupOptions::declareForExistingDisk(Syntax& syntax) {
     syntax.value("--access", access, accessOptionHelp());
     syntax.flag("--at-launch", createsAtLaunch, atLaunchHelp);
     syntax.onOff("keep-files", keepsFiles, keepFilesHelp, "Stop keeping the disk's files");
+    syntax.number("--copies", previousCopies, "Number of earlier saved copies to keep");
     syntax.flag("--replace-redirects", replacesRedirects,
                 "Remove the disk's redirects that are not given with --redirect");
     declareAdditions(syntax);

@@ -6,6 +6,7 @@
 #include "RamDiskCore/Values/VolumeAccess.h"
 #include "tramdisk/Syntax.h"
 
+#include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -25,6 +26,8 @@ struct SetupOptions {
     std::optional<VolumeAccess> access;
     std::optional<bool> createsAtLaunch;
     std::optional<bool> keepsFiles;
+    /// Of an existing startup disk.
+    std::optional<std::uint32_t> previousCopies;
     std::optional<std::filesystem::path> seedFolder;
     std::vector<std::string> folders;
     std::vector<RedirectTarget> redirects;

@@ -36,6 +36,10 @@ void Syntax::number(const char* name, std::uint64_t& value, const std::string& h
     app_.add_option(name, value, help);
 }
 
+void Syntax::number(const char* name, std::optional<std::uint32_t>& value, const std::string& help) {
+    app_.add_option(name, value, help);
+}
+
 void Syntax::flag(const char* name, bool& value, const std::string& help) {
     app_.add_flag(name, value, help);
 }

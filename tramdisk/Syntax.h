@@ -44,6 +44,8 @@ public:
     }
     void number(const char* name, std::uint32_t& value, const std::string& help);
     void number(const char* name, std::uint64_t& value, const std::string& help);
+    /// Absent where it is not given.
+    void number(const char* name, std::optional<std::uint32_t>& value, const std::string& help);
 
     /// An option without a value.
     void flag(const char* name, bool& value, const std::string& help);

@@ -62,7 +62,9 @@ ExitStatus carryOutAndTell(const Invocation& invocation, const Console& console)
         throw;
     } catch (const RamDiskError& error) {
         printErrorDocument(console, error.caseName(), lineText(error));
-        console.fail(lineText(error));
+        // Only an invalid specification has several sentences, and only an ambiguous name a line of its own.
+        const auto sentences = errorSentences(error);
+        console.fail(sentences.size() > 1 ? sentences : std::vector<std::string>{lineText(error)});
         if (const auto suggestion = recoverySuggestion(error)) {
             console.hint(*suggestion);
         }
@@ -96,6 +98,14 @@ int finish(ExitStatus status) {
     return status;
 }
 
+/// For a command line that was not understood.
+Console consoleOf(int argumentCount, char** arguments) {
+    GlobalOptions options;
+    options.json = std::find(arguments, arguments + argumentCount, std::string_view("--json"))
+                   != arguments + argumentCount;
+    return Console(options);
+}
+
 } // namespace
 
 int main(int argumentCount, char** arguments) {
@@ -109,15 +119,14 @@ int main(int argumentCount, char** arguments) {
         installTracePrinter(invocation.global);
         return finish(carryOutAndTell(invocation, Console(invocation.global)));
     } catch (const MissingSubcommand& error) {
+        printErrorDocument(consoleOf(argumentCount, arguments), "wrongCommandLine",
+                           "Name a subcommand. Run `tramdisk --help` to see them.");
         static_cast<void>(std::fputs(error.what(), stderr));
+        return finish(wrongCommandLine);
     } catch (const UsageError& error) {
-        GlobalOptions options;
-        options.json = std::find(arguments, arguments + argumentCount, std::string_view("--json"))
-                       != arguments + argumentCount;
-        const Console console(options);
+        const auto console = consoleOf(argumentCount, arguments);
         printErrorDocument(console, "wrongCommandLine", error.what());
         console.fail(error.what());
         return finish(wrongCommandLine);
     }
-    return wrongCommandLine;
 }

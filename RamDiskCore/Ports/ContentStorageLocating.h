@@ -66,6 +66,9 @@ public:
     /// The profiles for which this disk keeps files, by all of these notes. The list of startup disks may not
     /// hold them any more.
     [[nodiscard]] virtual std::vector<UUID> ownersOf(const UUID& instance) const = 0;
+
+    /// The profiles that have saved copies, whether the list of startup disks holds them or not.
+    [[nodiscard]] virtual std::vector<UUID> savedProfiles() const = 0;
 };
 
 } // namespace ramdisk

@@ -25,6 +25,8 @@ public:
     [[nodiscard]] virtual std::size_t notUnderstood() const { return 0; }
     /// False when there is a list that cannot be read, which `load` shows as an empty one.
     [[nodiscard]] virtual bool isReadable() const = 0;
+    /// @throws std::exception that names such a list and says what helps.
+    virtual void requireReadable() const = 0;
 
     /// Replaces the list by what `transform` makes of it, while nobody else can change it. What the transform
     /// throws is passed on, with nothing stored.

@@ -23,6 +23,8 @@ public:
     /// How many stored entries are not understood, such as a newer version's. They are no part of the list,
     /// and are kept as they are.
     [[nodiscard]] virtual std::size_t notUnderstood() const { return 0; }
+    /// @throws std::exception that names a list that is there but cannot be read.
+    virtual void requireReadable() const = 0;
 
     /// Replaces the list by what `transform` makes of it, while nobody else can change it. What the transform
     /// throws is passed on, with nothing stored.

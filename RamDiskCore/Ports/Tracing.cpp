@@ -14,14 +14,25 @@ namespace ramdisk {
 
 namespace {
 
+/// "filesKeptChanging" as people write it: “files kept changing”.
+std::string wordsOf(std::string_view caseName) {
+    std::string words;
+    for (const auto character : caseName) {
+        const bool begins = character >= 'A' && character <= 'Z';
+        words += begins ? " " : "";
+        words += begins ? static_cast<char>(character - 'A' + 'a') : character;
+    }
+    return words;
+}
+
 /// The name of the case, and the reason where it has one.
 std::string textOf(const RamDiskError& error) {
     return std::visit(
         [&error](const auto& value) {
             if constexpr (requires { std::string(value.reason); }) {
-                return fmt::format("{}: {}", error.caseName(), value.reason);
+                return fmt::format("{}: {}", wordsOf(error.caseName()), value.reason);
             } else {
-                return std::string(error.caseName());
+                return wordsOf(error.caseName());
             }
         },
         error.value());

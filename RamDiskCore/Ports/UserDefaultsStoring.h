@@ -21,6 +21,9 @@ public:
     /// The value of one key; absent when it is not set.
     [[nodiscard]] virtual std::optional<DefaultsValue> value(const std::string& key) const = 0;
 
+    /// @throws std::exception that names the place of values that are there but cannot be read.
+    virtual void requireReadable() const {}
+
     /// Makes all changes, and leaves what other processes stored under other keys as it is.
     /// @throws std::exception with nothing changed.
     virtual void apply(const DefaultsChanges& changes) = 0;

@@ -1,5 +1,6 @@
 #include "RamDiskCore/Setup/ConfigureRamDiskUseCase.h"
 
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskCore/Setup/SetupSteps.h"
 #include "RamDiskCore/Values/Text.h"
 
@@ -55,13 +56,15 @@ RamDiskSetup ConfigureRamDiskUseCase::setup(const RamDisk& disk) const {
 
 RamDiskProfile ConfigureRamDiskUseCase::makeProfile(const RamDisk& disk) const {
     const auto described = setup(disk).specification;
-    return {.id = UUID::random(),
-            .name = described.name,
-            .size = described.size,
-            .fileSystem = described.fileSystem,
-            .isEncrypted = described.isEncrypted,
-            .isIndexingEnabled = described.isIndexingEnabled,
-            .access = described.access};
+    RamDiskProfile profile{.id = UUID::random(),
+                           .name = described.name,
+                           .size = described.size,
+                           .fileSystem = described.fileSystem,
+                           .isEncrypted = described.isEncrypted,
+                           .isIndexingEnabled = described.isIndexingEnabled,
+                           .access = described.access};
+    profiles_->takeUpCopies(profile, disk);
+    return profile;
 }
 
 ConfigureRamDiskResult ConfigureRamDiskUseCase::execute(const RamDisk& disk, RamDiskChanges changes) {
@@ -69,6 +72,10 @@ ConfigureRamDiskResult ConfigureRamDiskUseCase::execute(const RamDisk& disk, Ram
         throw RamDiskError(RamDiskError::NotMounted{disk.device});
     }
     changes.folders = checkedFolders(changes.folders);
+    profiles_->requireReadable();
+    if (changes.seedFolder) {
+        services_.folderCopier->requireSource(*changes.seedFolder);
+    }
     ConfigureRamDiskResult result{disk, {}};
     if (changes.name && trimmed(*changes.name) != disk.name) {
         result.ramDisk = rename(disk, *changes.name, result.problems);
@@ -93,10 +100,26 @@ RamDisk ConfigureRamDiskUseCase::setAccess(const RamDisk& disk, VolumeAccess acc
                                            std::vector<RamDiskSetupProblem>& problems) {
     // The disk is found elsewhere afterwards, and what leads to it must not lead nowhere meanwhile.
     noteFailures(redirects_->undo(disk.name), problems);
-    services_.access->setAccess(disk, access);
+    try {
+        services_.access->setAccess(disk, access);
+    } catch (const std::exception&) {
+        putRedirectsBack(disk);
+        throw;
+    }
     auto changed = services_.list->resolve({RamDiskReference::Device{disk.device}});
     noteFailures(redirects_->apply(changed), problems);
     return changed;
+}
+
+void ConfigureRamDiskUseCase::putRedirectsBack(const RamDisk& disk) const {
+    try {
+        // It may have got to its new place.
+        static_cast<void>(
+            redirects_->apply(services_.list->resolve({RamDiskReference::Device{disk.device}})));
+    } catch (const std::exception&) {
+        // Why the access did not change is what the user must see; an undone redirect loses nothing.
+        traceCaught("redirects", "the redirects of a disk whose access did not change are not put back");
+    }
 }
 
 RamDisk ConfigureRamDiskUseCase::rename(const RamDisk& disk, const std::string& newName,
@@ -128,6 +151,7 @@ void ConfigureRamDiskUseCase::changeProfile(const RamDisk& disk, const RamDiskCh
         }
         const auto former = *profile;
         assign(changes.keepsFiles, profile->keepsContents);
+        assign(changes.previousCopies, profile->previousCopies);
         assign(changes.access, profile->access);
         if (changes.indexing) {
             profile->isIndexingEnabled = *changes.indexing == SearchIndexing::on;

@@ -6,6 +6,7 @@
 #include "RamDiskCore/Startup/ManageProfilesUseCase.h"
 #include "RamDiskCore/Values/RamDiskSetup.h"
 
+#include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <optional>
@@ -21,8 +22,10 @@ struct RamDiskChanges {
     std::optional<VolumeAccess> access;
     /// Whether the disk becomes a startup disk, if it is not one yet.
     bool becomesStartupDisk = false;
-    /// For startup disks only, as is the next one.
+    /// For startup disks only, as are the next two.
     std::optional<bool> keepsFiles;
+    /// How many earlier copies of its files are kept from the next save on.
+    std::optional<std::uint32_t> previousCopies;
     std::optional<std::filesystem::path> seedFolder;
     /// Further folders to make on the disk.
     std::vector<std::string> folders;
@@ -63,6 +66,7 @@ private:
     RamDisk rename(const RamDisk& disk, const std::string& newName,
                    std::vector<RamDiskSetupProblem>& problems);
     RamDisk setAccess(const RamDisk& disk, VolumeAccess access, std::vector<RamDiskSetupProblem>& problems);
+    void putRedirectsBack(const RamDisk& disk) const;
     void changeProfile(const RamDisk& disk, const RamDiskChanges& changes,
                        std::vector<RamDiskSetupProblem>& problems);
 

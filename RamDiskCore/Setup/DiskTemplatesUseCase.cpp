@@ -35,6 +35,7 @@ DiskTemplatesUseCase::DiskTemplatesUseCase(std::shared_ptr<TemplateRepository> r
       configure_(std::move(configure)) {}
 
 std::vector<DiskTemplate> DiskTemplatesUseCase::templates() const {
+    repository_->requireReadable();
     auto all = repository_->load();
     const auto& builtIn = builtInTemplates();
     all.insert(all.end(), builtIn.begin(), builtIn.end());
@@ -55,6 +56,7 @@ DiskTemplate DiskTemplatesUseCase::save(std::string_view title, const RamDisk& d
     if (name.empty()) {
         throw RamDiskError(RamDiskError::TemplateNameMissing{});
     }
+    repository_->requireReadable();
     const DiskTemplate fresh(UUID::random(), name, configure_->setup(disk));
     repository_->update([&fresh](TemplateRepository::List list) {
         const auto former = std::find_if(list.begin(), list.end(), [&fresh](const DiskTemplate& other) {

@@ -11,8 +11,18 @@ SetUpRamDiskUseCase::SetUpRamDiskUseCase(RamDiskServices services,
       profiles_(std::move(profiles)),
       redirects_(std::move(redirects)) {}
 
-RamDiskSetupResult SetUpRamDiskUseCase::execute(RamDiskSetup setup) {
+void SetUpRamDiskUseCase::check(RamDiskSetup& setup) const {
     setup.folders = checkedFolders(setup.folders);
+    if (setup.seedFolder) {
+        services_.folderCopier->requireSource(*setup.seedFolder);
+    }
+    if (setup.createsAtLaunch) {
+        profiles_->requireReadable();
+    }
+}
+
+RamDiskSetupResult SetUpRamDiskUseCase::execute(RamDiskSetup setup) {
+    check(setup);
     RamDiskSetupResult result{services_.create->execute(setup.specification), {}};
     storeProfile(setup, result);
     copySeed(setup, result);

@@ -18,8 +18,13 @@ public:
     SetUpRamDiskUseCase(RamDiskServices services, std::shared_ptr<ManageProfilesUseCase> profiles,
                         std::shared_ptr<FolderRedirectsUseCase> redirects);
 
-    /// @throws RamDiskError as `CreateRamDiskUseCase::execute`, and `invalidSpecification` when the list of
-    ///         folders is invalid, before anything is made.
+    /// Refuses what `execute` refuses besides the disk itself, and brings the folders into their form.
+    /// @throws RamDiskError `invalidSpecification` when the list of folders is invalid,
+    ///         `contentsTransferFailed` when there is no folder to copy from; std::exception when the list of
+    ///         startup disks is needed and cannot be read.
+    void check(RamDiskSetup& setup) const;
+
+    /// @throws as `check`, before anything is made, and as `CreateRamDiskUseCase::execute`.
     RamDiskSetupResult execute(RamDiskSetup setup);
 
 private:

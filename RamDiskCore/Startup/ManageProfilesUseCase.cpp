@@ -4,8 +4,21 @@
 #include "RamDiskCore/Values/Text.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace ramdisk {
+
+namespace {
+
+/// Leaves those profiles that are not in the list.
+void eraseListed(std::vector<UUID>& owners, const ProfileRepository::List& list) {
+    std::erase_if(owners, [&list](const UUID& owner) {
+        return std::any_of(list.begin(), list.end(),
+                           [&owner](const RamDiskProfile& profile) { return profile.id == owner; });
+    });
+}
+
+} // namespace
 
 ManageProfilesUseCase::ManageProfilesUseCase(std::shared_ptr<ProfileRepository> repository,
                                              std::shared_ptr<ContentStorageLocating> storage,
@@ -24,7 +37,12 @@ bool ManageProfilesUseCase::isReadable() const {
     return repository_->isReadable();
 }
 
+void ManageProfilesUseCase::requireReadable() const {
+    repository_->requireReadable();
+}
+
 std::optional<RamDiskProfile> ManageProfilesUseCase::named(std::string_view name) const {
+    requireReadable();
     for (auto& profile : repository_->load()) {
         if (namesEqual(profile.name, name)) {
             return std::move(profile);
@@ -34,6 +52,7 @@ std::optional<RamDiskProfile> ManageProfilesUseCase::named(std::string_view name
 }
 
 void ManageProfilesUseCase::store(const RamDiskProfile& profile) {
+    requireReadable();
     repository_->update([&profile](ProfileRepository::List list) {
         const bool isTaken = std::any_of(list.begin(), list.end(), [&profile](const RamDiskProfile& other) {
             return other.id != profile.id && namesEqual(other.name, profile.name);
@@ -61,7 +80,42 @@ void ManageProfilesUseCase::store(const RamDiskProfile& profile, const RamDisk& 
     }
 }
 
+void ManageProfilesUseCase::takeUpCopies(RamDiskProfile& profile, const RamDisk& disk) const {
+    auto owners = disk.instance ? storage_->ownersOf(*disk.instance) : std::vector<UUID>{};
+    eraseListed(owners, repository_->load());
+    if (owners.empty()) {
+        return;
+    }
+    if (notUnderstood() > 0) {
+        throw RamDiskError(RamDiskError::ContentsTransferFailed{
+            "“" + disk.name + "” belongs to a startup disk that this version does not understand."});
+    }
+    profile.id = owners.front();
+    profile.keepsContents = true;
+    const auto copies = archiver_->copies({storage_->imageLocation(profile.id)}).size();
+    profile.previousCopies = std::max(profile.previousCopies, static_cast<std::uint32_t>(copies));
+}
+
+std::vector<std::filesystem::path> ManageProfilesUseCase::lostCopies() const {
+    std::vector<std::filesystem::path> images;
+    // A record that is not understood may be the one that they belong to.
+    if (!isReadable() || notUnderstood() > 0) {
+        return images;
+    }
+    auto owners = storage_->savedProfiles();
+    eraseListed(owners, repository_->load());
+    std::transform(owners.begin(), owners.end(), std::back_inserter(images),
+                   [this](const UUID& owner) { return storage_->imageLocation(owner); });
+    return images;
+}
+
+bool ManageProfilesUseCase::hasCopies(const RamDiskProfile& profile) const {
+    const auto saved = storage_->savedProfiles();
+    return std::find(saved.begin(), saved.end(), profile.id) != saved.end();
+}
+
 void ManageProfilesUseCase::remove(const RamDiskProfile& profile) {
+    requireReadable();
     storage_
         ->withLock(profile.id,
                    [&] {

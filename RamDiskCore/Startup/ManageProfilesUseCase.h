@@ -6,6 +6,7 @@
 #include "RamDiskCore/Ports/SecretStoring.h"
 #include "RamDiskCore/Values/RamDisk.h"
 
+#include <filesystem>
 #include <memory>
 #include <optional>
 #include <string_view>
@@ -26,6 +27,8 @@ public:
     [[nodiscard]] std::size_t notUnderstood() const { return repository_->notUnderstood(); }
     /// False when the list is there but cannot be read; it then counts as empty.
     [[nodiscard]] bool isReadable() const;
+    /// @throws std::exception that names such a list and says what helps. Everything below throws it too.
+    void requireReadable() const;
 
     /// The startup disk of this name, whether it is mounted or not.
     [[nodiscard]] std::optional<RamDiskProfile> named(std::string_view name) const;
@@ -38,6 +41,17 @@ public:
     /// The same for the profile of a disk that exists. If it keeps its files, this is noted beside the saved
     /// copies too, so that it stays known when the list is damaged.
     void store(const RamDiskProfile& profile, const RamDisk& disk);
+
+    /// Gives the new profile of a disk what the notes beside the saved copies know of it: if its record was
+    /// lost, it has its identifier again, keeps its files, and none of its copies is given up.
+    /// @throws RamDiskError `contentsTransferFailed` when its record is one that is not understood.
+    void takeUpCopies(RamDiskProfile& profile, const RamDisk& disk) const;
+
+    /// The latest copies of startup disks whose record was lost. Empty while the list cannot tell.
+    [[nodiscard]] std::vector<std::filesystem::path> lostCopies() const;
+
+    /// Whether any copy of the profile's files is stored, also a damaged one.
+    [[nodiscard]] bool hasCopies(const RamDiskProfile& profile) const;
 
     /// Deletes the saved contents, the profile and the key, in this order. So a crash in between leaves a
     /// profile without saved contents, but never saved contents without a profile. Waits for a save that is

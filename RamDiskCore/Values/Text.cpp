@@ -52,6 +52,13 @@ bool isValidUTF8(std::string_view text) {
     return true;
 }
 
+/// Control characters, separators of lines, and marks of direction other than those of single letters.
+bool isControl(utf8proc_int32_t codePoint) {
+    return codePoint < 0x20 || (codePoint >= 0x7f && codePoint < 0xa0) || codePoint == 0x61c
+           || codePoint == 0x200e || codePoint == 0x200f || (codePoint >= 0x2028 && codePoint <= 0x202e)
+           || (codePoint >= 0x2066 && codePoint <= 0x2069);
+}
+
 bool isWhiteSpace(utf8proc_int32_t codePoint) {
     if (codePoint < 0x80) {
         return codePoint == ' ' || (codePoint >= '\t' && codePoint <= '\r');
@@ -199,6 +206,17 @@ std::string replacingInvalidUTF8(std::string_view text) {
         text.remove_prefix(length);
     }
     return valid;
+}
+
+std::string replacingControls(std::string_view text, std::string_view replacement) {
+    std::string result;
+    while (!text.empty()) {
+        const auto codePoint = firstCodePoint(text);
+        const auto length = codePoint ? codePoint->length : 1;
+        result += codePoint && isControl(codePoint->value) ? replacement : text.substr(0, length);
+        text.remove_prefix(length);
+    }
+    return result;
 }
 
 std::string foldedName(std::string_view name) {

@@ -25,6 +25,10 @@ namespace ramdisk {
 /// text must be valid UTF-8.
 [[nodiscard]] std::string replacingInvalidUTF8(std::string_view text);
 
+/// `text` with `replacement` for each character that steers a terminal, ends a line or turns the direction of
+/// writing around. What is not valid UTF-8 stays.
+[[nodiscard]] std::string replacingControls(std::string_view text, std::string_view replacement);
+
 /// Two names that people would take for the same have the same form: trimmed, case folded, without
 /// diacritics, composed. The form is the same in every locale.
 [[nodiscard]] std::string foldedName(std::string_view name);

@@ -12,6 +12,7 @@ class DittoFolderCopier final : public FolderCopying {
 public:
     explicit DittoFolderCopier(std::shared_ptr<CommandRunning> runner);
 
+    void requireSource(const std::filesystem::path& folder) const override;
     void copy(const std::filesystem::path& folder, const std::filesystem::path& volume) override;
 
 private:

@@ -36,7 +36,7 @@ bool lock(const FileDescriptor& directory, int operation) {
 
 /// A single path component that neither hides nor climbs.
 std::string folderName(std::string_view volumeName) {
-    std::string name(prefixOfWholeCharacters(trimmed(volumeName), longestFolderName));
+    std::string name(prefixOfWholeCharacters(replacingControls(trimmed(volumeName), "_"), longestFolderName));
     std::replace(name.begin(), name.end(), '/', ':');
     const auto visible = name.find_first_not_of('.');
     return visible == std::string::npos ? "RAMDisk" : name.substr(visible);

@@ -4,10 +4,13 @@
 #include "RamDiskInfrastructure/Stores/FileLock.h"
 #include "RamDiskInfrastructure/Stores/StoredFile.h"
 
+#include <set>
+
 namespace ramdisk {
 
 namespace {
 
+constexpr auto imageExtension = ".sparseimage";
 constexpr auto boundExtension = ".bound";
 constexpr auto fillingExtension = ".filling";
 constexpr auto unsavedExtension = ".unsaved";
@@ -48,7 +51,7 @@ ApplicationSupportContentStorage::ApplicationSupportContentStorage(const std::fi
       tasks_(std::move(tasks)) {}
 
 std::filesystem::path ApplicationSupportContentStorage::imageLocation(const UUID& profile) const {
-    return directory_ / (profile.text() + ".sparseimage");
+    return directory_ / (profile.text() + imageExtension);
 }
 
 std::filesystem::path ApplicationSupportContentStorage::unfinishedResizes() const {
@@ -131,6 +134,20 @@ std::vector<UUID> ApplicationSupportContentStorage::ownersOf(const UUID& instanc
         }
     }
     return owners;
+}
+
+std::vector<UUID> ApplicationSupportContentStorage::savedProfiles() const {
+    std::set<UUID> profiles;
+    std::error_code error;
+    for (std::filesystem::directory_iterator entry(directory_, error), end; !error && entry != end;
+         entry.increment(error)) {
+        const auto name = entry->path().filename().string();
+        const auto profile = UUID::parse(name.substr(0, name.find('.')));
+        if (profile && entry->path().extension() == imageExtension) {
+            profiles.insert(*profile);
+        }
+    }
+    return {profiles.begin(), profiles.end()};
 }
 
 } // namespace ramdisk

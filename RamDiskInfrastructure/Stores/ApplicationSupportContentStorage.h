@@ -32,6 +32,7 @@ public:
     [[nodiscard]] std::optional<UUID> unsavedInstance(const UUID& profile) const override;
     void setUnsavedInstance(const UUID& profile, const std::optional<UUID>& instance) override;
     [[nodiscard]] std::vector<UUID> ownersOf(const UUID& instance) const override;
+    [[nodiscard]] std::vector<UUID> savedProfiles() const override;
 
 private:
     [[nodiscard]] std::filesystem::path note(const UUID& profile, const char* extension) const;

@@ -54,20 +54,26 @@ void attempt(const std::shared_ptr<Waiter>& waiter) {
 } // namespace
 
 FileDescriptor FileLock::open() const {
+    const auto name = file_.filename();
     for (;;) {
-        FileDescriptor existing(::open(file_.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC));
+        const auto folder = openStoreFolder(file_.parent_path());
+        FileDescriptor existing(folder ? openat(folder.get(), name.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC)
+                                       : -1);
         if (existing) {
             return existing;
         }
         if (errno == ENOENT) {
-            makeFolders(file_.parent_path());
-            FileDescriptor made(
-                ::open(file_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, lockMode));
+            if (!folder) {
+                makeFolders(file_.parent_path());
+                continue;
+            }
+            FileDescriptor made(openat(folder.get(), name.c_str(),
+                                       O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, lockMode));
             if (made) {
-                giveToOwnerOf(file_.parent_path(), made);
+                giveToOwnerOf(folder, made);
                 return made;
             }
-            if (errno == EEXIST) {
+            if (errno == EEXIST || errno == ENOENT) {
                 continue;
             }
         }

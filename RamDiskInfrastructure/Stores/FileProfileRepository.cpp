@@ -19,6 +19,10 @@ bool FileProfileRepository::isReadable() const {
     return file_.isReadable();
 }
 
+void FileProfileRepository::requireReadable() const {
+    file_.requireReadable();
+}
+
 void FileProfileRepository::update(const std::function<List(List)>& transform) {
     file_.update(transform);
 }

@@ -20,6 +20,7 @@ public:
     [[nodiscard]] List load() const override;
     [[nodiscard]] std::size_t notUnderstood() const override;
     [[nodiscard]] bool isReadable() const override;
+    void requireReadable() const override;
     void update(const std::function<List(List)>& transform) override;
     [[nodiscard]] std::set<std::string> startupDiskNames() const override;
 

@@ -15,6 +15,10 @@ std::size_t FileTemplateRepository::notUnderstood() const {
     return file_.notUnderstood();
 }
 
+void FileTemplateRepository::requireReadable() const {
+    file_.requireReadable();
+}
+
 void FileTemplateRepository::update(const std::function<List(List)>& transform) {
     file_.update(transform);
 }

@@ -18,6 +18,7 @@ public:
 
     [[nodiscard]] List load() const override;
     [[nodiscard]] std::size_t notUnderstood() const override;
+    void requireReadable() const override;
     void update(const std::function<List(List)>& transform) override;
 
 private:

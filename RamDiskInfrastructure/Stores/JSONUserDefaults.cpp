@@ -62,6 +62,13 @@ std::optional<DefaultsValue> JSONUserDefaults::value(const std::string& key) con
     return found == all.end() ? std::nullopt : std::optional(std::move(found->second));
 }
 
+void JSONUserDefaults::requireReadable() const {
+    const auto text = file_.read();
+    if (text ? !objectFrom(*text) : file_.exists()) {
+        throw file_.unreadable();
+    }
+}
+
 void JSONUserDefaults::apply(const DefaultsChanges& changes) {
     const auto hold = file_.lock().acquire();
     file_.clearUp();

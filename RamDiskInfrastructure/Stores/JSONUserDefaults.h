@@ -23,6 +23,7 @@ public:
 
     [[nodiscard]] std::map<std::string, DefaultsValue> values() const override;
     [[nodiscard]] std::optional<DefaultsValue> value(const std::string& key) const override;
+    void requireReadable() const override;
     void apply(const DefaultsChanges& changes) override;
 
 private:

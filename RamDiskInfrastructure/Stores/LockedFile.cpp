@@ -30,6 +30,11 @@ bool LockedFile::exists() const {
     return somethingStandsAt(file_);
 }
 
+std::runtime_error LockedFile::unreadable() const {
+    return std::runtime_error(fmt::format(
+        "“{}” cannot be read. Repair it, or move it away to begin with an empty one.", file_.string()));
+}
+
 void LockedFile::clearUp() const noexcept {
     removeAbandonedVersions(file_);
 }

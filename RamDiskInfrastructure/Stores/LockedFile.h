@@ -5,6 +5,7 @@
 #include <chrono>
 #include <filesystem>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 
@@ -33,10 +34,14 @@ public:
     [[nodiscard]] const FileLock& lock() const noexcept { return lock_; }
 
     /// The content, read without the lock; absent when there is no file or it cannot be read.
+    /// @throws std::runtime_error as `openStoreFolder`.
     [[nodiscard]] std::optional<std::string> read() const;
 
     /// Whether there is anything with the file's name.
     [[nodiscard]] bool exists() const;
+
+    /// What a user is told whose file is there but is not understood.
+    [[nodiscard]] std::runtime_error unreadable() const;
 
     /// Removes the unfinished changes of killed processes. Changes that are going on are left alone.
     void clearUp() const noexcept;

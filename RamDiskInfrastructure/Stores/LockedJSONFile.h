@@ -41,6 +41,13 @@ public:
     /// False when there is a file that cannot be read or does not decode.
     [[nodiscard]] bool isReadable() const { return read().former == FormerContent::readable; }
 
+    /// @throws std::runtime_error that names such a file.
+    void requireReadable() const {
+        if (!isReadable()) {
+            throw file_.unreadable();
+        }
+    }
+
     /// Replaces the list by what `transform` makes of it, holding the lock. If the transform throws, nothing
     /// is written and the exception is passed on.
     /// @throws std::system_error with the former list in its place.

@@ -24,25 +24,34 @@ std::string preparedPrefix(const std::filesystem::path& target) {
     return fmt::format(".{}.", target.filename().string());
 }
 
-std::filesystem::path preparedName(const std::filesystem::path& target) {
+std::string preparedName(const std::filesystem::path& target) {
     static std::atomic<std::uint64_t> count{0};
-    return target.parent_path()
-           / fmt::format("{}{}-{}{}", preparedPrefix(target), getpid(), count++, preparedSuffix);
+    return fmt::format("{}{}-{}{}", preparedPrefix(target), getpid(), count++, preparedSuffix);
+}
+
+/// The folder of a file that is written.
+FileDescriptor requireFolderOf(const std::filesystem::path& target) {
+    auto folder = openStoreFolder(target.parent_path());
+    if (!folder) {
+        throw SystemCallError("write", target);
+    }
+    return folder;
 }
 
 /// Creates and locks a version. Whoever clears up may remove it between the two; then another one is made.
-FileDescriptor createPrepared(const std::filesystem::path& target, std::filesystem::path& temporary) {
+FileDescriptor createPrepared(const std::filesystem::path& target, const FileDescriptor& folder,
+                              std::string& temporary) {
     for (;;) {
         temporary = preparedName(target);
-        FileDescriptor file(
-            open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, fileMode));
+        FileDescriptor file(openat(folder.get(), temporary.c_str(),
+                                   O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, fileMode));
         if (!file && errno != EEXIST && errno != EINTR) {
-            throw SystemCallError("write", temporary);
+            throw SystemCallError("write", target.parent_path() / temporary);
         }
         struct stat status {};
         if (file && flock(file.get(), LOCK_EX | LOCK_NB) == 0 && fstat(file.get(), &status) == 0
             && status.st_nlink != 0) {
-            giveToOwnerOf(target.parent_path(), file);
+            giveToOwnerOf(folder, file);
             return file;
         }
     }
@@ -57,6 +66,14 @@ int writeWhole(const FileDescriptor& file, std::string_view content) {
         content.remove_prefix(count < 0 ? 0 : static_cast<std::size_t>(count));
     }
     return 0;
+}
+
+void flush(const FileDescriptor& folder, const std::filesystem::path& path) {
+    const int error = folder ? flushToDisk(folder) : errno;
+    // Some file systems know no such thing as flushing a folder.
+    if (error != 0 && error != EINVAL) {
+        throw SystemCallError("flush the folder", path, error);
+    }
 }
 
 void removeIfAbandoned(const std::filesystem::path& path) noexcept {
@@ -74,7 +91,12 @@ void removeIfAbandoned(const std::filesystem::path& path) noexcept {
 } // namespace
 
 std::optional<std::string> readStoredFile(const std::filesystem::path& path) {
-    const FileDescriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    const auto folder = openStoreFolder(path.parent_path());
+    // What root finds in another user's folder may be that user's link to a file that only root may read.
+    const int follow = geteuid() == 0 ? O_NOFOLLOW : 0;
+    const FileDescriptor file(
+        folder ? openat(folder.get(), path.filename().c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | follow)
+               : -1);
     struct stat status {};
     if (!file || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
         return std::nullopt;
@@ -98,50 +120,27 @@ std::optional<std::string> readStoredFile(const std::filesystem::path& path) {
     return content;
 }
 
-void makeFolders(const std::filesystem::path& folder, mode_t mode) {
-    if (folder.empty() || mkdir(folder.c_str(), mode) == 0) {
-        if (!folder.empty()) {
-            giveToOwnerOf(folder.parent_path(), openFolder(AT_FDCWD, folder.c_str()));
-        }
-        return;
-    }
-    if (errno == ENOENT && folder.has_parent_path() && folder.parent_path() != folder) {
-        makeFolders(folder.parent_path(), mode);
-        makeFolders(folder, mode);
-        return;
-    }
-    const int error = errno;
-    struct stat status {};
-    if (error != EEXIST || stat(folder.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) {
-        throw SystemCallError("make the folder", folder, error);
-    }
-}
-
 void flushFolder(const std::filesystem::path& folder) {
-    const FileDescriptor opened(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    const int error = opened ? flushToDisk(opened) : errno;
-    // Some file systems know no such thing as flushing a folder.
-    if (error != 0 && error != EINVAL) {
-        throw SystemCallError("flush the folder", folder, error);
-    }
+    flush(FileDescriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)), folder);
 }
 
 PreparedFile::PreparedFile(std::filesystem::path target, std::string_view content)
     : target_(std::move(target)),
-      file_(createPrepared(target_, temporary_)) {
+      folder_(requireFolderOf(target_)),
+      file_(createPrepared(target_, folder_, temporary_)) {
     int error = writeWhole(file_, content);
     if (error == 0) {
         error = flushToDisk(file_);
     }
     if (error != 0) {
-        unlink(temporary_.c_str());
+        unlinkat(folder_.get(), temporary_.c_str(), 0);
         throw SystemCallError("write", target_, error);
     }
 }
 
 PreparedFile::~PreparedFile() {
     if (!temporary_.empty()) {
-        unlink(temporary_.c_str());
+        unlinkat(folder_.get(), temporary_.c_str(), 0);
     }
 }
 
@@ -149,7 +148,8 @@ void PreparedFile::takeAccessOfFormer() {
     constexpr mode_t allModes = 07777;
     struct stat former {};
     struct stat made {};
-    if (lstat(target_.c_str(), &former) != 0 && errno == ENOENT) {
+    if (fstatat(folder_.get(), target_.filename().c_str(), &former, AT_SYMLINK_NOFOLLOW) != 0
+        && errno == ENOENT) {
         return;
     }
     if (fstat(file_.get(), &made) != 0
@@ -161,14 +161,22 @@ void PreparedFile::takeAccessOfFormer() {
 }
 
 void PreparedFile::takePlace() {
-    if (rename(temporary_.c_str(), target_.c_str()) != 0) {
+    if (renameat(folder_.get(), temporary_.c_str(), folder_.get(), target_.filename().c_str()) != 0) {
         throw SystemCallError("replace", target_);
     }
     temporary_.clear();
-    flushFolder(target_.parent_path());
+    flush(folder_, target_.parent_path());
 }
 
 void removeAbandonedVersions(const std::filesystem::path& target) noexcept {
+    try {
+        if (!openStoreFolder(target.parent_path())) {
+            return;
+        }
+    } catch (const std::exception&) {
+        traceCaught("stores", "nothing is tidied up there");
+        return;
+    }
     const auto prefix = preparedPrefix(target);
     std::error_code error;
     for (std::filesystem::directory_iterator entry(target.parent_path(), error), end; !error && entry != end;
@@ -176,16 +184,6 @@ void removeAbandonedVersions(const std::filesystem::path& target) noexcept {
         const auto name = entry->path().filename().string();
         if (name.starts_with(prefix) && name.ends_with(preparedSuffix)) {
             removeIfAbandoned(entry->path());
-        }
-    }
-}
-
-void giveToOwnerOf(const std::filesystem::path& folder, const FileDescriptor& made) noexcept {
-    struct stat status {};
-    if (geteuid() == 0 && stat(folder.c_str(), &status) == 0 && status.st_uid != 0) {
-        // The file is of use to root in any case.
-        if (fchown(made.get(), status.st_uid, status.st_gid) != 0) {
-            traceRefused("stores", "handing a file to its folder's owner", "it stays root's");
         }
     }
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "RamDiskInfrastructure/Commands/FileDescriptor.h"
+#include "RamDiskInfrastructure/Stores/StoreFolder.h"
 
 #include <filesystem>
 #include <optional>
@@ -14,12 +14,8 @@ namespace ramdisk {
 
 /// The whole content of a regular file. Absent when there is none or it cannot be read. Never waits, whatever
 /// has the name.
+/// @throws std::runtime_error as `openStoreFolder`.
 [[nodiscard]] std::optional<std::string> readStoredFile(const std::filesystem::path& path);
-
-/// Makes the folder and its parents where they are missing, with mode 0700 unless another is given. Below the
-/// home folder of the user behind sudo they belong to that user.
-/// @throws std::system_error
-void makeFolders(const std::filesystem::path& folder, mode_t mode = 0700);
 
 /// Waits until the names in a folder would survive a power cut, if the file system can promise that.
 /// @throws std::system_error
@@ -32,7 +28,9 @@ void flushFolder(const std::filesystem::path& folder);
 class PreparedFile {
 public:
     /// Writes `content` and waits until it would survive a power cut.
-    /// @throws std::system_error with nothing left behind and the file as it was.
+    /// @throws std::system_error, or std::runtime_error as `openStoreFolder`, with nothing left behind and
+    /// the
+    ///         file as it was.
     PreparedFile(std::filesystem::path target, std::string_view content);
     PreparedFile(const PreparedFile&) = delete;
     PreparedFile& operator=(const PreparedFile&) = delete;
@@ -49,15 +47,14 @@ public:
 
 private:
     std::filesystem::path target_;
-    std::filesystem::path temporary_;
+    /// In which it lies, whatever happens to the path.
+    FileDescriptor folder_;
+    /// Its name in there; empty once it took its place.
+    std::string temporary_;
     FileDescriptor file_;
 };
 
 /// Removes what killed processes prepared for `target`.
 void removeAbandonedVersions(const std::filesystem::path& target) noexcept;
-
-/// When root made `made` in another user's folder, gives it to that user, who otherwise could not open it.
-/// Only for what the caller has just created himself.
-void giveToOwnerOf(const std::filesystem::path& folder, const FileDescriptor& made) noexcept;
 
 } // namespace ramdisk

@@ -1,5 +1,7 @@
 #include "RamDiskUI/ErrorText.h"
 
+#include "RamDiskInfrastructure/Stores/CacheFolders.h"
+
 #include <gmock/gmock.h>
 
 #include <set>
@@ -111,10 +113,13 @@ TEST(ErrorTextTest, TextsAreComposedOfTheirParts) {
               "Enter a name for the RAM disk.\nA disk makes 32 folders at most.");
     EXPECT_EQ(errorText(Error::FolderNotCreated{"F", "R"}), "The folder “F” could not be made: R");
     EXPECT_EQ(errorText(Error::ResizeFailed{"R.", "/image"}),
-              "Could not resize the RAM disk: R. The files are kept on this Mac, and the main window offers "
-              "to put them back.");
+              homeLayout() == HomeLayout::library
+                  ? "Could not resize the RAM disk: R. The files are kept on this Mac, and the main window "
+                    "offers to put them back."
+                  : "Could not resize the RAM disk: R. The files are kept on this computer.");
     EXPECT_EQ(warningText({CreationWarning::IndexingNotDisabled{"R"}}),
-              "Spotlight indexing could not be disabled: R");
+              homeLayout() == HomeLayout::library ? "Spotlight indexing could not be disabled: R"
+                                                  : "Search indexing could not be disabled: R");
 }
 
 TEST(ErrorTextTest, AdviceIsGivenWhereThereIsSomeAndOtherErrorsSpeakForThemselves) {

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <cstdlib>
 
 #include <fcntl.h>
@@ -50,6 +51,20 @@ TEST_F(CommandLine, ToldWrongSaysWhatAndDoesNothing) {
          2,
          "“ntfs” is not a format. Use apfs, apfsx, hfs+, jhfs+, exfat or fat32."},
         {{"create", "--access", "all"}, 2, "“all” is not an access. Use everyone or onlyMe."},
+        {{"create", "--size", "8M", "--folder", "../x"},
+         1,
+         "“../x” is not a folder to make on the disk. Give a path below its top folder, like Temp or "
+         "Cache/Chrome."},
+        {{"create", "--dry-run", "--size", "8M", "--folder", "../x"},
+         1,
+         "“../x” is not a folder to make on the disk. Give a path below its top folder, like Temp or "
+         "Cache/Chrome."},
+        {{"create", "--size", "8M", "--seed", "/nope"},
+         1,
+         "Could not copy the contents: could not open “/nope”: No such file or directory"},
+        {{"create", "--dry-run", "--size", "8M", "--seed", "/nope"},
+         1,
+         "Could not copy the contents: could not open “/nope”: No such file or directory"},
         {{"create", "--name", ""}, 1, "Enter a name for the RAM disk."},
         {{"create", "--name="}, 1, "Enter a name for the RAM disk."},
         {{"create", "--name", " \n "}, 1, "Enter a name for the RAM disk."},
@@ -135,6 +150,26 @@ TEST_F(CommandLine, AnAmbiguousNameListsTheDevicesToChooseFrom) {
     EXPECT_THAT(machine.traces(), IsEmpty());
 }
 
+TEST_F(CommandLine, WithoutASubcommandIsOneDocumentWhereThatIsWanted) {
+    const auto outcome = machine.run({"--json"});
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_EQ(outcome.json().at("error").at("case"), "wrongCommandLine");
+}
+
+TEST_F(CommandLine, ATemplateThatMakesAStartupDiskSaysSo) {
+    const auto outcome = machine.run({"create", "--template", "npm", "--size", "8M"});
+    EXPECT_THAT(outcome.out, testing::HasSubstr("“npm” is made at every launch."));
+    EXPECT_EQ(machine.run({"eject", "npm"}).status, 0);
+}
+
+/// One line of text that shows what it is.
+void expectHarmless(const std::string& text) {
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1) << text;
+    for (const char* harm : {"\033", "\x1f", "\u202e"}) {
+        EXPECT_EQ(text.find(harm), std::string::npos) << text;
+    }
+}
+
 TEST_F(CommandLine, AnyNameWorks) {
     std::vector<HostRung> rungs{HostRung::folder};
     if (geteuid() == 0) {
@@ -146,10 +181,19 @@ TEST_F(CommandLine, AnyNameWorks) {
         zalgo += "\u0301";
         longest += "é";
     }
-    const std::vector<std::string> names{"\x1ftwo words",       "line\nbreak", "\"quoted\" 'twice'",
-                                         "🚀 Raketenstück",      "\xff\xfe",    "$(reboot) %n %s",
-                                         "\033[31mred",         "list",        "[one, two]",
-                                         std::string(255, 'x'), longest,       zalgo};
+    const std::vector<std::string> names{"\x1ftwo words",
+                                         "line\nbreak",
+                                         "\"quoted\" 'twice'",
+                                         "🚀 Raketenstück",
+                                         "\xff\xfe",
+                                         "$(reboot) %n %s",
+                                         "\033[31mred",
+                                         "list",
+                                         "[one, two]",
+                                         "\u202egpj.txt",
+                                         std::string(255, 'x'),
+                                         longest,
+                                         zalgo};
     for (const auto rung : rungs) {
         machine.environment["TRAMDISK_HOST"] = rawValue(rung);
         for (const auto& name : names) {
@@ -161,9 +205,15 @@ TEST_F(CommandLine, AnyNameWorks) {
                 EXPECT_EQ(outcome.status, 0);
                 EXPECT_EQ(outcome.out.find('\033'), std::string::npos) << name;
             }
-            EXPECT_EQ(machine.run({"create", "--size", "8M", "--name=" + name}).status, 1) << "it is taken";
+            const auto taken = machine.run({"create", "--size", "8M", "--name=" + name});
+            EXPECT_EQ(taken.status, 1);
+            expectHarmless(taken.err);
+            if (rung == HostRung::kernel) {
+                expectHarmless(disk.at("mountPoint").get<std::string>() + "\n");
+            }
             const auto outcome = machine.run({"eject", "--", name});
             EXPECT_EQ(outcome.status, 0) << outcome.err;
+            expectHarmless(outcome.out);
             EXPECT_THAT(machine.traces(), IsEmpty()) << name;
         }
     }

@@ -177,5 +177,19 @@ TEST_P(Renaming, LeavesTheIndexingThatConfigureSwitches) {
     eject("Disk");
 }
 
+TEST_P(MountRenaming, AnAccessThatCannotBeChangedLeavesTheRedirectsInPlace) {
+    auto arguments = creation("Work");
+    arguments.insert(arguments.end(), {"--redirect", "cache:pip"});
+    ASSERT_EQ(machine->run(arguments).status, 0);
+    const auto link = machine->folder() / "home/.cache/pip";
+    writeFile(link / "wheel", "cached");
+    std::filesystem::create_directories(machine->privateMounts().parent_path());
+    writeFile(machine->privateMounts(), "in the way");
+    const auto refused = machine->run({"configure", "Work", "--access", "onlyMe"});
+    EXPECT_EQ(refused.status, 1) << refused.err;
+    EXPECT_EQ(readFile(link / "wheel"), "cached");
+    eject("Work");
+}
+
 } // namespace
 } // namespace ramdisk::test

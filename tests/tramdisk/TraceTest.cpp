@@ -86,6 +86,14 @@ TEST(Trace, TellsWhatAKilledCreationLeftAndWhatBecameOfIt) {
     EXPECT_GT(killedBefore, 4U);
 }
 
+TEST(Trace, OfACreationDoesNotTakeItsOwnDiskForAnothers) {
+    SKIP_UNLESS_ROOT();
+    const TestMachine machine;
+    const auto traced = machine.run({"--trace", "create", "--name", "Work", "--size", "8M"});
+    EXPECT_EQ(traced.status, 0);
+    EXPECT_THAT(traced.err, HasSubstr("“Work”: left alone: it is being made"));
+}
+
 TEST(Trace, IsPrintedOnlyWhereItIsWanted) {
     const std::vector<std::string> plan{"create", "--dry-run", "--size", "8M"};
     const auto with = [&](const char* first, const char* last) {

@@ -22,6 +22,7 @@ RamDiskChanges changesFrom(const SetupOptions& options) {
     }
     changes.becomesStartupDisk = options.createsAtLaunch.value_or(false);
     changes.keepsFiles = options.keepsFiles;
+    changes.previousCopies = options.previousCopies;
     changes.seedFolder = options.seedFolder;
     changes.folders = options.folders;
     changes.redirects = options.redirects;
@@ -31,9 +32,20 @@ RamDiskChanges changesFrom(const SetupOptions& options) {
 
 /// What only a startup disk can do is refused of another before anything is changed.
 void requireStartupDisk(const RamDiskChanges& changes, const RamDisk& disk, const CommandContext& context) {
-    if ((changes.keepsFiles || changes.seedFolder) && !changes.becomesStartupDisk
+    if ((changes.keepsFiles || changes.previousCopies || changes.seedFolder) && !changes.becomesStartupDisk
         && !context.session.profiles->named(disk.name)) {
         throw UsageError(fmt::format("“{}” is not a startup disk: give --at-launch as well.", disk.name));
+    }
+}
+
+/// What becomes of the copies that are there.
+void tellCopies(std::uint32_t kept, const std::string& disk, const CommandContext& context) {
+    const auto profile = context.session.profiles->named(disk);
+    const auto stored = profile ? context.session.profileContents->copies(*profile).size() : 0;
+    // The latest is no earlier copy, and becomes one with the next save.
+    if (stored > std::size_t{kept} + 1) {
+        const auto surplus = stored - kept - 1;
+        context.console.note(fmt::format("The next save removes {} of the earlier copies.", surplus));
     }
 }
 
@@ -69,6 +81,9 @@ struct ConfigureCommand {
         }
         if (result.problems.empty()) {
             context.console.confirm(fmt::format("“{}” is changed.", printable(result.ramDisk.name)));
+            if (changes.previousCopies) {
+                tellCopies(*changes.previousCopies, result.ramDisk.name, context);
+            }
         }
         return result.problems.empty() ? succeeded : failed;
     }

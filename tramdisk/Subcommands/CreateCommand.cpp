@@ -41,11 +41,18 @@ bool isOnlyNameInUse(const RamDiskError& error) {
               });
 }
 
+struct MadeDisk {
+    RamDiskSetup setup;
+    RamDiskSetupResult result;
+};
+
 /// A name that we suggested may be gone by the time it is taken; then the next free one is suggested.
-RamDiskSetupResult createDisk(const SetupOptions& options, const CommandContext& context) {
+MadeDisk createDisk(const SetupOptions& options, const CommandContext& context) {
     for (int attempt = 0;; ++attempt) {
         try {
-            return context.session.setUp->execute(setupFrom(options, context));
+            auto setup = setupFrom(options, context);
+            auto result = context.session.setUp->execute(setup);
+            return {std::move(setup), std::move(result)};
         } catch (const RamDiskError& error) {
             if (options.name || attempt >= 1000 || !isOnlyNameInUse(error)) {
                 throw;
@@ -74,7 +81,8 @@ std::vector<std::string> plannedAdditions(const RamDiskSetup& setup) {
 }
 
 ExitStatus printPlan(const SetupOptions& options, const CommandContext& context) {
-    const auto setup = setupFrom(options, context);
+    auto setup = setupFrom(options, context);
+    context.session.setUp->check(setup);
     auto plan = context.services.create->plan(setup.specification);
     const auto additions = plannedAdditions(setup);
     plan.steps.insert(plan.steps.end(), additions.begin(), additions.end());
@@ -110,10 +118,10 @@ struct CreateCommand {
         if (isDryRun) {
             return printPlan(setup, context);
         }
-        const auto result = createDisk(setup, context);
+        const auto [made, result] = createDisk(setup, context);
         const auto& disk = result.creation.ramDisk;
         tellWarnings(result.creation.warnings, context.console);
-        if (setup.keepsFiles.value_or(false)) {
+        if (made.keepsFiles) {
             noteStorageInMemory(context);
         }
         if (context.console.wantsJSON()) {
@@ -122,6 +130,10 @@ struct CreateCommand {
                                                        {"problems", toJSON(result.problems)}}));
         }
         context.console.confirm(readyText(disk));
+        if (made.createsAtLaunch && context.session.profiles->named(disk.name)) {
+            context.console.confirm(atLaunchText(disk.name, made.keepsFiles));
+            tellLostCopies(context);
+        }
         if (!result.problems.empty()) {
             context.console.warn(printable(setupProblemsTitle(disk.name)));
             for (const auto& problem : result.problems) {

@@ -16,38 +16,58 @@ namespace ramdisk::cli {
 
 namespace {
 
+/// A disk, and what the user calls it.
+struct NamedDisk {
+    RamDisk disk;
+    RamDiskReference reference;
+};
+
 /// The disks that were named, each once. A name that means nothing stops the call before anything is ejected.
-std::vector<RamDisk> resolveAll(const std::vector<RamDiskReference>& references,
-                                const RamDiskServices& services) {
-    std::vector<RamDisk> disks;
+std::vector<NamedDisk> resolveAll(const std::vector<RamDiskReference>& references,
+                                  const RamDiskServices& services) {
+    std::vector<NamedDisk> disks;
     for (const auto& reference : references) {
         auto disk = services.list->resolve(reference);
-        if (std::find(disks.begin(), disks.end(), disk) == disks.end()) {
-            disks.push_back(std::move(disk));
+        if (std::none_of(disks.begin(), disks.end(),
+                         [&disk](const NamedDisk& former) { return former.disk == disk; })) {
+            disks.push_back({std::move(disk), reference});
         }
     }
     return disks;
 }
 
 /// All of the caller's disks that this system made.
-std::vector<RamDisk> allDisks(const RamDiskServices& services) {
-    auto disks = services.list->listOwn();
-    std::erase_if(disks, [](const RamDisk& disk) { return !disk.isCreatedByRamDisk; });
+std::vector<NamedDisk> allDisks(const RamDiskServices& services) {
+    std::vector<NamedDisk> disks;
+    for (auto& disk : services.list->listOwn()) {
+        if (disk.isCreatedByRamDisk) {
+            RamDiskReference reference{RamDiskReference::Name{disk.name}};
+            disks.push_back({std::move(disk), std::move(reference)});
+        }
+    }
     return disks;
 }
 
+/// Somebody else may have been first. Then the disk is not found by what the user calls it.
+RamDiskError asUserCallsIt(const RamDiskError& error, const RamDiskReference& reference) {
+    return std::holds_alternative<RamDiskError::NotFound>(error.value())
+               ? RamDiskError(RamDiskError::NotFound{reference})
+               : error;
+}
+
 /// Ejects the disks one after another; one disk's failure never stops the others.
-BatchEjectResult ejectEach(std::vector<RamDisk> disks, SaveBeforeEject saving, Force force,
+BatchEjectResult ejectEach(std::vector<NamedDisk> disks, SaveBeforeEject saving, Force force,
                            const CommandContext& context) {
     BatchEjectResult result;
-    for (auto& disk : disks) {
+    for (auto& [disk, reference] : disks) {
         auto left = [&] {
             ProgressLine progress(context.console.options(), "Saving");
             return context.session.lifecycle->leave(disk, saving, force, progress.observer(disk.name));
         }();
         tellRedirectFailures(left.redirectFailures, context);
         if (left.saveError || left.ejectError) {
-            result.failures.push_back({std::move(disk), left.saveError ? *left.saveError : *left.ejectError});
+            const auto error = asUserCallsIt(left.saveError ? *left.saveError : *left.ejectError, reference);
+            result.failures.push_back({std::move(disk), error});
         } else {
             result.outcomes.push_back(std::move(left.outcome));
             result.ejected.push_back(std::move(disk));

@@ -20,6 +20,7 @@ std::vector<KeptDisk> disksToSave(const std::vector<RamDiskReference>& reference
                                   const CommandContext& context) {
     std::vector<KeptDisk> disks;
     if (references.empty()) {
+        context.session.profiles->requireReadable();
         for (auto& kept : context.session.lifecycle->keptDisks()) {
             if (kept.profile.keepsContents) {
                 disks.push_back(std::move(kept));

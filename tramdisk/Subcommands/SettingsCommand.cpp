@@ -76,6 +76,7 @@ struct SettingsCommand {
     }
 
     ExitStatus run(const CommandContext& context) const {
+        context.stores.defaults->requireReadable();
         if (!key) {
             return list(context);
         }

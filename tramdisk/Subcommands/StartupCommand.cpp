@@ -8,6 +8,7 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <stdexcept>
 
 namespace ramdisk::cli {
@@ -18,7 +19,9 @@ constexpr auto startupNameHelp = "The name of the startup disk";
 
 struct StartupListCommand {
     ExitStatus run(const CommandContext& context) const {
+        context.session.profiles->requireReadable();
         const auto profiles = context.session.profiles->list();
+        tellLostCopies(context);
         const auto told =
             tellNotUnderstood(context.session.profiles->notUnderstood(), "startup disk", context);
         if (context.console.wantsJSON()) {
@@ -63,27 +66,24 @@ struct StartupAddCommand {
 
     ExitStatus run(const CommandContext& context) const {
         const auto disk = context.services.list->resolve(reference);
-        auto profile = context.session.configure->makeProfile(disk);
         if (const auto former = context.session.profiles->named(disk.name)) {
             throw std::runtime_error(fmt::format("“{}” is already a startup disk.", former->name));
         }
+        auto profile = context.session.configure->makeProfile(disk);
         if (keepsFiles) {
             context.services.archiver->requireSupport(disk);
         }
-        profile.keepsContents = keepsFiles;
-        profile.previousCopies = previousCopies;
+        profile.keepsContents = profile.keepsContents || keepsFiles;
+        profile.previousCopies = std::max(profile.previousCopies, previousCopies);
         context.session.profiles->store(profile, disk);
         if (keepsFiles) {
             noteStorageInMemory(context);
         }
+        tellLostCopies(context);
         if (context.console.wantsJSON()) {
             context.console.printDocument(compactText(toJSON(profile)));
         }
-        context.console.confirm(
-            fmt::format("“{}” is made at every launch{}.", printable(profile.name),
-                        profile.keepsContents
-                            ? "; its files are saved at quit, when it is ejected and with `tramdisk save`"
-                            : ""));
+        context.console.confirm(atLaunchText(profile.name, profile.keepsContents));
         return succeeded;
     }
 };
@@ -101,7 +101,7 @@ struct StartupRemoveCommand {
 
     ExitStatus run(const CommandContext& context) const {
         const auto profile = startupDiskNamed(name, context);
-        if (!isForced) {
+        if (!isForced && context.session.profiles->hasCopies(profile)) {
             const auto answer = Console::ask(fmt::format(
                 "Remove “{}” from the startup disks? Its saved contents are deleted as well.", profile.name));
             if (!answer) {

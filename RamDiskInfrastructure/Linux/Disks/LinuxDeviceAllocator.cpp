@@ -116,6 +116,7 @@ void LinuxDeviceAllocator::abandon(RecordHold hold) const {
     }
     if (volume.isLive(hold.record, mounts)) {
         const auto detached = volume.detach(hold, store, Force::yes);
+        RecordHealer(*context_).tellMovedAside(hold.record, detached.movedAside);
         if (!std::holds_alternative<Detached::Gone>(detached.value)) {
             // The record stays and with it the trace of what stands; the next listing goes on from there.
             trace("records",
@@ -149,6 +150,7 @@ ReleaseOutcome LinuxDeviceAllocator::releaseHeld(RecordHold hold, Force force) c
         throwNotFound(device);
     }
     const auto detached = volume.detach(hold, context_->storeOf(hold.record), force);
+    healer.tellMovedAside(hold.record, detached.movedAside);
     if (const auto* refused = std::get_if<Detached::Refused>(&detached.value)) {
         throw RamDiskError(RamDiskError::EjectFailed{device, refused->reason, refused->obstacle});
     }

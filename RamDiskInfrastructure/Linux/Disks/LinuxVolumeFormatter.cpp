@@ -72,7 +72,7 @@ void LinuxVolumeFormatter::make(RecordHold& hold, const RamDiskSpecification& sp
     const auto& store = context_->ownStore();
     const auto makeFolder = [&] {
         const auto lock = store.lockNames();
-        return makeMountFolder(context_->host, store, hold);
+        return makeMountFolder(context_->host, store, hold, context_->notice);
     };
     VolumeRequest making{hold, specification, protection, [&] { store.update(hold); }, makeFolder};
     perform(context_->volumes.of(hold.record.kind).makingSteps(making), context_->observer);

@@ -3,6 +3,7 @@
 #include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
+#include "RamDiskInfrastructure/Linux/Disks/RecordHealer.h"
 #include "RamDiskInfrastructure/Linux/Mounting/LoopDevice.h"
 #include "RamDiskInfrastructure/Linux/Records/DiskPlaces.h"
 #include "RamDiskInfrastructure/Linux/Volumes/LoopVolumeRoot.h"
@@ -136,9 +137,9 @@ void LinuxVolumeRenamer::moveMount(RecordHold& hold) const {
         return;
     }
     record.formerMountPoint = former;
-    const auto made = makeMountFolder(context_->host, store, hold);
+    const auto made = makeMountFolder(context_->host, store, hold, context_->notice);
     if (moveMountBetween(former, made) == Moved::yes) {
-        MountFolders::remove(former);
+        RecordHealer(*context_).tellMovedAside(record, MountFolders::remove(former));
     } else {
         MountFolders::remove(made.path);
         record.mountPoint = former;

@@ -34,7 +34,9 @@ std::optional<DiskRecord> RecordHealer::heal(const DiskRecord& record) const noe
         if (auto hold = store.tryHold(record)) {
             healHeld(std::move(*hold));
         } else {
-            tell(record, "left alone: somebody is at work on it, or it is gone by now");
+            tell(record, record.state == RecordState::making
+                             ? "left alone: it is being made"
+                             : "left alone: it is being worked on, or it is gone by now");
         }
         auto records = store.readAll();
         const auto found = std::find_if(records.begin(), records.end(), [&record](const DiskRecord& other) {
@@ -100,7 +102,9 @@ void RecordHealer::healHeld(RecordHold hold) const {
     }
     // Its maker died just before the end. Nobody was told of the disk, but somebody may have found it.
     if (volume.isPristine(hold.record)) {
-        const auto detached = volume.detach(hold, store, Force::no).value;
+        const auto result = volume.detach(hold, store, Force::no);
+        const auto& detached = result.value;
+        tellMovedAside(hold.record, result.movedAside);
         if (std::holds_alternative<Detached::Gone>(detached)) {
             tell(hold.record,
                  "healed: its maker is gone (process ended) and nobody has used the volume; it is unmounted");
@@ -128,7 +132,7 @@ void RecordHealer::healSettled(RecordHold hold, const MountTable& mounts) const 
               visible->native(), other.native());
         hold.record.formerMountPoint.clear();
         context_.storeOf(hold.record).update(hold);
-        MountFolders::remove(other);
+        tellMovedAside(hold.record, MountFolders::remove(other));
     } else if (visible && !hold.record.formerMountPoint.empty()) {
         tell(hold.record, "healed: its renaming was cut short and is finished");
         finishRenaming(std::move(hold), mounts);
@@ -158,9 +162,9 @@ void RecordHealer::finishRenaming(RecordHold hold, const MountTable& mounts) con
             traceRefused(records, "unmounting either place of a renamed disk", "it stays in both");
             return;
         }
-        MountFolders::remove(std::exchange(hold.record.mountPoint, former));
+        tellMovedAside(hold.record, MountFolders::remove(std::exchange(hold.record.mountPoint, former)));
     } else {
-        MountFolders::remove(former);
+        tellMovedAside(hold.record, MountFolders::remove(former));
     }
     context_.storeOf(hold.record).update(hold);
 }
@@ -183,9 +187,18 @@ void RecordHealer::removeRemains(const DiskRecord& record) const {
     const auto& store = context_.storeOf(record);
     const auto lock = store.lockNames();
     if (!isMountPointOfAnother(store, record, record.mountPoint)) {
-        context_.volumes.of(record.kind).removeRemains(record);
+        tellMovedAside(record, context_.volumes.of(record.kind).removeRemains(record));
     } else {
         tell(record, "its folder is left alone: another disk stands there");
+    }
+}
+
+void RecordHealer::tellMovedAside(const DiskRecord& record,
+                                  const std::optional<std::filesystem::path>& folder) const {
+    if (folder) {
+        context_.notice(
+            fmt::format("A program wrote to “{}” after it was ejected. Its files are kept in “{}”.",
+                        record.name, folder->string()));
     }
 }
 

@@ -24,6 +24,9 @@ public:
     /// @throws SystemCallError
     void removeRemains(const DiskRecord& record) const;
 
+    /// Tells the user of files that a program wrote to the mount folder after the volume was gone.
+    void tellMovedAside(const DiskRecord& record, const std::optional<std::filesystem::path>& folder) const;
+
     /// Removes whatever the record's volume has left, and the record.
     /// @throws SystemCallError
     void discard(RecordHold hold) const;

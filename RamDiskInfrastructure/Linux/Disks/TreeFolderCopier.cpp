@@ -21,6 +21,14 @@ FileDescriptor openRoot(const std::filesystem::path& path) {
 
 } // namespace
 
+void TreeFolderCopier::requireSource(const std::filesystem::path& folder) const {
+    try {
+        static_cast<void>(openRoot(folder));
+    } catch (const std::exception& error) {
+        throw RamDiskError(RamDiskError::ContentsTransferFailed{error.what()});
+    }
+}
+
 void TreeFolderCopier::copy(const std::filesystem::path& folder, const std::filesystem::path& volume) {
     try {
         const auto source = openRoot(folder);

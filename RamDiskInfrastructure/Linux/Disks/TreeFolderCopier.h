@@ -9,6 +9,7 @@ namespace ramdisk {
 /// the caller's own. The root folder of the volume keeps its own owner, mode and dates.
 class TreeFolderCopier final : public FolderCopying {
 public:
+    void requireSource(const std::filesystem::path& folder) const override;
     void copy(const std::filesystem::path& folder, const std::filesystem::path& volume) override;
 };
 

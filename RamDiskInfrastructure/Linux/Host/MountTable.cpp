@@ -117,6 +117,14 @@ const MountEntry* MountTable::topmostAt(const std::filesystem::path& mountPoint)
     return top == stack.rend() ? nullptr : *top;
 }
 
+const MountEntry* MountTable::below(const std::filesystem::path& folder) const {
+    const auto prefix = folder.native() + "/";
+    const auto found = std::find_if(entries_.begin(), entries_.end(), [&prefix](const MountEntry& entry) {
+        return entry.mountPoint.native().starts_with(prefix);
+    });
+    return found == entries_.end() ? nullptr : &*found;
+}
+
 bool MountTable::shows(dev_t device) const {
     return std::any_of(entries_.begin(), entries_.end(),
                        [device](const MountEntry& entry) { return entry.device == device; });

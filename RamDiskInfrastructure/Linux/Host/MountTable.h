@@ -43,6 +43,9 @@ public:
     /// The mount that the path `mountPoint` leads to. Null when nothing is mounted exactly there.
     [[nodiscard]] const MountEntry* topmostAt(const std::filesystem::path& mountPoint) const;
 
+    /// A mount somewhere below the folder, not at it. Null when there is none.
+    [[nodiscard]] const MountEntry* below(const std::filesystem::path& folder) const;
+
     /// Whether any mount shows this file system.
     [[nodiscard]] bool shows(dev_t device) const;
 

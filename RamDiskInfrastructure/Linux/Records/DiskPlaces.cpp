@@ -3,6 +3,8 @@
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskCore/Values/Text.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <string>
 
@@ -25,16 +27,23 @@ bool isMountPointOfAnother(const DiskRecordStore& store, const DiskRecord& own,
     });
 }
 
-MountFolders::Made makeMountFolder(const LinuxHost& host, const DiskRecordStore& store, RecordHold& hold) {
+MountFolders::Made makeMountFolder(const LinuxHost& host, const DiskRecordStore& store, RecordHold& hold,
+                                   const std::function<void(std::string)>& notice) {
     const auto announce = [&](const std::filesystem::path& path) {
         if (hold.record.mountPoint != path) {
             hold.record.mountPoint = path;
             store.update(hold);
         }
     };
-    return MountFolders(host).make(
+    auto made = MountFolders(host).make(
         hold.record.name, hold.record.access, announce,
         [&](const std::filesystem::path& path) { return isMountPointOfAnother(store, hold.record, path); });
+    const auto wanted = MountFolders::nameFor(hold.record.name);
+    if (made.path.filename() != wanted) {
+        notice(fmt::format("“{}” is mounted at {}, since {} is something else.", hold.record.name,
+                           made.path.string(), (made.path.parent_path() / wanted).string()));
+    }
+    return made;
 }
 
 } // namespace ramdisk

@@ -4,6 +4,8 @@
 #include "RamDiskInfrastructure/Linux/Records/MountFolders.h"
 
 #include <filesystem>
+#include <functional>
+#include <string>
 #include <string_view>
 
 /// The names and mount folders that disks compete for. Callers hold `DiskRecordStore::lockNames`, so that
@@ -18,9 +20,11 @@ void requireFreeName(const DiskRecordStore& store, const DiskRecord& own, std::s
 [[nodiscard]] bool isMountPointOfAnother(const DiskRecordStore& store, const DiskRecord& own,
                                          const std::filesystem::path& folder);
 
-/// Makes a folder to mount the disk on. The record names its path before the folder exists.
+/// Makes a folder to mount the disk on. The record names its path before the folder exists. `notice` gets a
+/// sentence if the folder could not have the disk's name.
 /// @throws SystemCallError
 [[nodiscard]] MountFolders::Made makeMountFolder(const LinuxHost& host, const DiskRecordStore& store,
-                                                 RecordHold& hold);
+                                                 RecordHold& hold,
+                                                 const std::function<void(std::string)>& notice);
 
 } // namespace ramdisk

@@ -6,6 +6,7 @@
 
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -17,6 +18,9 @@ namespace ramdisk {
 /// A folder is used only if this call made it. A folder that exists already, empty or not, belongs to
 /// somebody else, and the next name is tried ("Scratch 2"). The exception are our own empty folders that a
 /// power cut left on the system disk. An extended attribute identifies them, and they are made again.
+///
+/// Only root can write to a folder while no volume covers it. So whoever opens a path on a volume that was
+/// just ejected gets an error, and does not write to the system disk.
 class MountFolders {
 public:
     explicit MountFolders(const LinuxHost& host) : host_(host) {}
@@ -42,11 +46,20 @@ public:
     /// The folder name for a volume called `name`. It is the same, unless a file cannot have this name.
     [[nodiscard]] static std::string nameFor(std::string_view name);
 
+    enum class Immutable { no, yes };
+    /// Keeps everybody, root too, from changing what is in a folder with our mark, or ends that.
+    /// @returns whether the folder is now so. It is not where it has no mark, or the file system or the
+    /// process
+    ///          cannot do it.
+    static bool setImmutable(const FileDescriptor& folder, Immutable wanted) noexcept;
+
     /// Whether the folder has our mark, or lies on a file system where folders have none.
     [[nodiscard]] static bool mayBeOurs(const std::filesystem::path& path) noexcept;
 
-    /// Removes the folder if it is empty and nothing is mounted there; contents are never deleted.
-    static void remove(const std::filesystem::path& path) noexcept;
+    /// Removes the folder if nothing is mounted there. Contents are never deleted: a folder with our mark in
+    /// which root's programs left files gets another name beside it, so that the next volume has its path.
+    /// @returns this other name.
+    static std::optional<std::filesystem::path> remove(const std::filesystem::path& path) noexcept;
 
 private:
     [[nodiscard]] std::vector<std::filesystem::path> parents(VolumeAccess access) const;

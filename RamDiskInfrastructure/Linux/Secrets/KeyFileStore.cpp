@@ -92,7 +92,8 @@ std::filesystem::path KeyFileStore::fileOf(const std::string& account, std::stri
 }
 
 bool KeyFileStore::isFolderThere() const {
-    const auto folder = openFolder(AT_FDCWD, folder_.c_str());
+    const auto parent = openStoreFolder(folder_.parent_path());
+    const auto folder = parent ? openFolder(parent.get(), folder_.filename().c_str()) : FileDescriptor();
     if (!folder && errno == ENOENT) {
         return false;
     }

@@ -149,6 +149,9 @@ RamDisk FolderVolume::describe(const DiskRecord& record, const MountTable& /*mou
 
 Detached FolderVolume::detach(RecordHold& hold, const DiskRecordStore& store, Force force) const {
     const auto outer = outerFolder(hold.record);
+    if (auto refused = refuseMountBelow(outer, MountTable::read(host().proc))) {
+        return std::move(*refused);
+    }
     const auto openFiles = OpenFiles::find(host().proc, {FilesPlace::Folder{outer}});
     if (!openFiles.users.empty() && force == Force::no) {
         return busy(hold.record, openFiles.users);
@@ -181,8 +184,9 @@ std::optional<fs::path> FolderVolume::visibleAt(const DiskRecord& record,
     return innerFolder(record);
 }
 
-void FolderVolume::removeRemains(const DiskRecord& record) const {
-    if (isOwnedFolder(record)) {
+std::optional<fs::path> FolderVolume::removeRemains(const DiskRecord& record) const {
+    // What is mounted below is somebody's, and deleting would not stop at it.
+    if (isOwnedFolder(record) && MountTable::read(host().proc).below(outerFolder(record)) == nullptr) {
         std::error_code error;
         fs::remove_all(outerFolder(record), error);
         if (error) {
@@ -190,6 +194,7 @@ void FolderVolume::removeRemains(const DiskRecord& record) const {
             fs::remove_all(outerFolder(record), error);
         }
     }
+    return std::nullopt;
 }
 
 } // namespace ramdisk

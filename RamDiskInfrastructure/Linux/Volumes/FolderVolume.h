@@ -22,7 +22,7 @@ public:
                                                            const MountTable& mounts) const override;
     [[nodiscard]] std::optional<std::filesystem::path> visibleAt(const DiskRecord& record,
                                                                  const MountTable& mounts) const override;
-    void removeRemains(const DiskRecord& record) const override;
+    std::optional<std::filesystem::path> removeRemains(const DiskRecord& record) const override;
 
 private:
     /// The folder around the volume's folder. Its path is made from the identifier alone, never from what a

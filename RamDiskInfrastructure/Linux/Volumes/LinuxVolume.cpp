@@ -23,12 +23,13 @@ bool LinuxVolume::isPristine(const DiskRecord& record) const {
     });
 }
 
-void LinuxVolume::removeRemains(const DiskRecord& record) const {
+std::optional<std::filesystem::path> LinuxVolume::removeRemains(const DiskRecord& record) const {
     // A maker that died may have had no time to mark its folder; later, an unmarked one is somebody else's.
     if (!record.mountPoint.empty()
         && (record.state == RecordState::making || MountFolders::mayBeOurs(record.mountPoint))) {
-        MountFolders::remove(record.mountPoint);
+        return MountFolders::remove(record.mountPoint);
     }
+    return std::nullopt;
 }
 
 RamDisk LinuxVolume::baseDescription(const DiskRecord& record) {
@@ -37,6 +38,16 @@ RamDisk LinuxVolume::baseDescription(const DiskRecord& record) {
     disk.instance = record.instance;
     disk.access = record.access;
     return disk;
+}
+
+std::optional<Detached> LinuxVolume::refuseMountBelow(const std::filesystem::path& folder,
+                                                      const MountTable& mounts) {
+    const auto* inner = mounts.below(folder);
+    if (inner == nullptr) {
+        return std::nullopt;
+    }
+    return Detached{Detached::Refused{fmt::format(
+        "another volume is mounted on it, at “{}”. Unmount that one first.", inner->mountPoint.string())}};
 }
 
 Detached LinuxVolume::busy(const DiskRecord& record, const std::vector<VolumeUser>& users) {

@@ -48,6 +48,8 @@ struct Detached {
         ReleaseOutcome outcome;
     };
     std::variant<Refused, Gone, Held> value;
+    /// As `LinuxVolume::removeRemains` gives it.
+    std::optional<std::filesystem::path> movedAside{};
 };
 
 /// One kind of volume on Linux. It has no state: all it knows about a volume comes from the record and from
@@ -98,13 +100,19 @@ public:
 
     /// Removes what a volume that is no longer live may have left: its mount folder. Never deletes any
     /// contents but those of the volume itself.
-    virtual void removeRemains(const DiskRecord& record) const;
+    /// @returns where the mount folder went that holds files which a program wrote after the volume was gone.
+    virtual std::optional<std::filesystem::path> removeRemains(const DiskRecord& record) const;
 
 protected:
     [[nodiscard]] const LinuxHost& host() const noexcept { return host_; }
 
     /// The parts of a listing that are the same for every kind of volume.
     [[nodiscard]] static RamDisk baseDescription(const DiskRecord& record);
+
+    /// The refusal to detach a volume with another mount below `folder`, which nobody could reach any more.
+    /// Absent when there is none.
+    [[nodiscard]] static std::optional<Detached> refuseMountBelow(const std::filesystem::path& folder,
+                                                                  const MountTable& mounts);
 
     /// The refusal to detach a volume whose files are in use.
     [[nodiscard]] static Detached busy(const DiskRecord& record, const std::vector<VolumeUser>& users);

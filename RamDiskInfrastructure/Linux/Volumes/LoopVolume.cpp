@@ -267,7 +267,7 @@ std::optional<ReleaseOutcome> LoopVolume::heldMemory(const DiskRecord& record,
                           ramdisk::describe(files.users)};
 }
 
-void LoopVolume::removeRemains(const DiskRecord& record) const {
+std::optional<std::filesystem::path> LoopVolume::removeRemains(const DiskRecord& record) const {
     if (record.isEncrypted && access(DmCrypt::containerPath(record.volumeTag()).c_str(), F_OK) == 0) {
         try {
             DmCrypt(*runner_).closeWhenUnused(record.volumeTag());
@@ -281,7 +281,7 @@ void LoopVolume::removeRemains(const DiskRecord& record) const {
         // The node outlives the disk and is the next one's, who may want the mode that it usually has.
         static_cast<void>(chmod(LoopDevice::pathOf(*record.loop).c_str(), 0660));
     }
-    LinuxVolume::removeRemains(record);
+    return LinuxVolume::removeRemains(record);
 }
 
 } // namespace ramdisk

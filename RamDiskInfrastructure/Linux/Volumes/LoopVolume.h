@@ -34,7 +34,7 @@ public:
     [[nodiscard]] bool isLive(const DiskRecord& record, const MountTable& mounts) const override;
     [[nodiscard]] std::optional<ReleaseOutcome> heldMemory(const DiskRecord& record,
                                                            const MountTable& mounts) const override;
-    void removeRemains(const DiskRecord& record) const override;
+    std::optional<std::filesystem::path> removeRemains(const DiskRecord& record) const override;
 
 private:
     struct Build;

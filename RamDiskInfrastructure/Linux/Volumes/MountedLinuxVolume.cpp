@@ -1,5 +1,6 @@
 #include "RamDiskInfrastructure/Linux/Volumes/MountedLinuxVolume.h"
 
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/Host/MediaIDs.h"
 
@@ -8,10 +9,41 @@
 #include <algorithm>
 #include <iterator>
 
+#include <fcntl.h>
 #include <sys/mount.h>
 #include <sys/statfs.h>
 
 namespace ramdisk {
+
+namespace {
+
+/// The folder that a mount covers, immutable while this object lives. An unmount takes the kernel
+/// milliseconds, in which root's programs would already write to the folder.
+class CoveredFolder {
+public:
+    explicit CoveredFolder(const std::filesystem::path& mountPoint) {
+        // A copy of the mount around it has nothing mounted on it.
+        const FileDescriptor around(
+            open_tree(AT_FDCWD, mountPoint.parent_path().c_str(), OPEN_TREE_CLONE | OPEN_TREE_CLOEXEC));
+        folder_ = around ? openFolder(around.get(), mountPoint.filename().c_str()) : FileDescriptor();
+        if (!MountFolders::setImmutable(folder_, MountFolders::Immutable::yes)) {
+            traceRefused("mounts", "closing the folder below the mount", "root can write to it for a moment");
+            folder_.reset();
+        }
+    }
+    CoveredFolder(const CoveredFolder&) = delete;
+    CoveredFolder& operator=(const CoveredFolder&) = delete;
+    ~CoveredFolder() {
+        const int error = errno;
+        static_cast<void>(MountFolders::setImmutable(folder_, MountFolders::Immutable::no));
+        errno = error;
+    }
+
+private:
+    FileDescriptor folder_;
+};
+
+} // namespace
 
 std::optional<ByteCount> usedBytes(const std::filesystem::path& mountPoint) {
     struct statfs volume {};
@@ -93,8 +125,12 @@ Detached MountedLinuxVolume::detach(RecordHold& hold, const DiskRecordStore& sto
             Detached::Refused{fmt::format("“{}” does not show the volume: another one is mounted over it.",
                                           hold.record.mountPoint.string())}};
     }
+    if (auto refused = refuseMountBelow(*visible, mounts)) {
+        return std::move(*refused);
+    }
     hold.record.mountPoint = *visible;
     hold.record.heldDevice = mounts.topmostAt(*visible)->device;
+    std::optional<CoveredFolder> covered(*visible);
     if (umount2(visible->c_str(), UMOUNT_NOFOLLOW) != 0) {
         if (errno != EBUSY) {
             return {Detached::Refused{SystemCallError("unmount", *visible).what()}};
@@ -115,12 +151,16 @@ Detached MountedLinuxVolume::detach(RecordHold& hold, const DiskRecordStore& sto
             return {Detached::Refused{error.what()}};
         }
     }
+    // What now looks like the volume is a folder of the system disk. The record still keeps its path from
+    // others.
+    covered.reset();
+    auto movedAside = LinuxVolume::removeRemains(hold.record);
     if (auto held = heldMemory(hold.record, MountTable::read(host().proc))) {
         hold.record.state = RecordState::detaching;
         store.update(hold);
-        return {Detached::Held{std::move(*held)}};
+        return {Detached::Held{std::move(*held)}, std::move(movedAside)};
     }
-    return {Detached::Gone{}};
+    return {Detached::Gone{}, std::move(movedAside)};
 }
 
 ReleaseOutcome MountedLinuxVolume::heldByMount(const MountEntry& other, const DiskRecord& record) {

@@ -158,10 +158,9 @@ TEST(SessionLifecycleTest, ADiskWhoseRecordIsLostIsNotDroppedAndItsSessionStillS
             }
             session.damageList();
             if (isListReplaced) {
-                session.add(
-                    {.id = UUID::random(), .name = "Work", .size = {}, .fileSystem = FileSystem::apfs});
                 session.profiles->update([](ProfileRepository::List list) {
-                    list.at(0).keepsContents = false;
+                    list.push_back(
+                        {.id = UUID::random(), .name = "Work", .size = {}, .fileSystem = FileSystem::apfs});
                     return list;
                 });
             }

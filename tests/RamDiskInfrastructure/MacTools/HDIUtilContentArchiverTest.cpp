@@ -1,5 +1,6 @@
 #include "RamDiskInfrastructure/MacTools/HDIUtilContentArchiver.h"
 
+#include "RamDiskUI/PlatformWords.h"
 #include "tests/RamDiskInfrastructure/MacTools/MacTest.h"
 
 #include <algorithm>
@@ -178,9 +179,11 @@ TEST_F(HDIUtilContentArchiverTest, AToolThatFailsFailsTheSave) {
               "The disk image holds no volume that can be read.");
     mac->attaching = ScriptedMac::Attaching::works;
     mac->detachingOfImages = ScriptedMac::Detaching::busy;
-    EXPECT_EQ(textOf([&] { archiver.save(saving(), {}); }),
-              "The disk image could not be closed after its files were copied. Eject it in Finder or Disk "
-              "Utility.");
+    EXPECT_EQ(
+        textOf([&] { archiver.save(saving(), {}); }),
+        withPlatformWords(
+            "The disk image could not be closed after its files were copied. Eject it in Finder or Disk "
+            "Utility."));
     EXPECT_THAT(ran(), Contains("hdiutil detach -force /dev/disk5"));
     mac->creation = CommandOutput{1, "", "hdiutil: create failed - No space left on device\n"};
     EXPECT_THAT(textOf([&] { archiver.save(saving(), {}); }),
@@ -195,9 +198,10 @@ TEST_F(HDIUtilContentArchiverTest, ARestoreSaysWhyItFailed) {
     const auto open = [&] { return archiver.restore(restoring(), {}); };
 
     protection.value = VolumeProtection::Encrypted{VolumePassphrase("another")};
-    EXPECT_EQ(textOf(open), "The password is incorrect.");
+    EXPECT_EQ(textOf(open), withPlatformWords("The password is incorrect."));
     protection.value = VolumeProtection::None{};
-    EXPECT_EQ(textOf(open), "The key for the saved contents of “Work” is missing from the keychain.");
+    EXPECT_EQ(textOf(open),
+              withPlatformWords("The key for the saved contents of “Work” is missing from the keychain."));
     encrypt();
 
     mac->script("/usr/bin/hdiutil info -plist", {1, "", "hdiutil: info failed\n"});

@@ -1,0 +1,116 @@
+#include "tests/tramdisk/Disks.h"
+
+#include <atomic>
+#include <csignal>
+#include <thread>
+
+#include <sys/mount.h>
+#include <sys/stat.h>
+
+namespace ramdisk::test {
+namespace {
+
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+namespace fs = std::filesystem;
+
+class EjectHazards : public Disks {};
+
+INSTANTIATE_TEST_SUITE_P(Kinds, EjectHazards, testing::Values(tmpfsKind, loopKind), Disks::nameOf);
+
+/// A process of `user` that writes a new file to the folder again and again until the folder is gone for
+/// long.
+pid_t startWriter(uid_t user, const fs::path& folder) {
+    const pid_t child = fork();
+    if (child == 0) {
+        if (user != 0 && setuid(user) != 0) {
+            _exit(125);
+        }
+        for (unsigned count = 0;; ++count) {
+            const auto file = folder / ("late" + std::to_string(count % 1000));
+            const int opened = open(file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+            if (opened >= 0) {
+                static_cast<void>(write(opened, "late", 4));
+                close(opened);
+            }
+        }
+    }
+    return child;
+}
+
+TEST_P(EjectHazards, WhatIsWrittenTooLateIsRefusedOrToldAndKept) {
+    // Only root can still write where the volume was, so only what root wrote has to be told.
+    for (const uid_t user : {nobody, uid_t{0}}) {
+        for (int round = 0; round < 10; ++round) {
+            const auto disk = create("Work");
+            const auto root = mountPointOf(disk);
+            ASSERT_EQ(chmod(root.c_str(), 0777), 0);
+            const pid_t writer = startWriter(user, root);
+            auto outcome = machine->run({"eject", "Work"});
+            for (int attempt = 0; outcome.status != 0 && attempt < 300; ++attempt) {
+                outcome = machine->run({"eject", "Work"});
+            }
+            kill(writer, SIGKILL);
+            waitFor(writer);
+            ASSERT_EQ(outcome.status, 0) << outcome.err;
+            EXPECT_FALSE(fs::exists(root)) << "the path is not free";
+            std::size_t kept = 0;
+            for (const auto& entry : fs::directory_iterator(machine->media())) {
+                EXPECT_THAT(outcome.err, HasSubstr("kept in “" + entry.path().string() + "”"));
+                EXPECT_EQ(user, 0U) << entry.path();
+                EXPECT_FALSE(fs::is_empty(entry.path()));
+                ++kept;
+            }
+            EXPECT_EQ(outcome.err.empty(), kept == 0) << outcome.err;
+            for (const auto& entry : fs::directory_iterator(machine->media())) {
+                fs::remove_all(entry.path());
+            }
+        }
+    }
+    expectNoTraces();
+}
+
+TEST_P(EjectHazards, FilesInAnUncoveredMountFolderDoNotCostTheNextDiskItsPlace) {
+    const auto root = mountPointOf(create("Work"));
+    ASSERT_EQ(umount2(root.c_str(), MNT_DETACH), 0);
+    struct stat status {};
+    ASSERT_EQ(stat(root.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777U, 0500U);
+    writeFile(root / "late", "late");
+    const auto told = machine->run({"list"});
+    EXPECT_THAT(told.err, HasSubstr("A program wrote to “Work” after it was ejected."));
+    EXPECT_EQ(mountPointOf(create("Work")), root);
+    EXPECT_EQ(readFile(root.string() + " (written after its eject)/late"), "late");
+    eject("Work");
+    fs::remove_all(root.string() + " (written after its eject)");
+
+    // What is not ours stays, and where the disk is instead is told.
+    fs::create_directories(root);
+    const auto moved = machine->run(creation("Work"));
+    EXPECT_THAT(moved.err, HasSubstr("is mounted at " + root.string() + " 2"));
+    eject("Work");
+    fs::remove(root);
+    expectNoTraces();
+}
+
+TEST_P(EjectHazards, AVolumeMountedOnTheDiskIsNamedAndNeverLost) {
+    const auto root = mountPointOf(create("Work"));
+    const auto inner = root / "inner";
+    fs::create_directory(inner);
+    ASSERT_EQ(mount("none", inner.c_str(), "tmpfs", 0, nullptr), 0);
+    writeFile(inner / "file", "precious");
+    for (const std::vector<std::string>& arguments :
+         {std::vector<std::string>{"eject", "Work"}, {"eject", "Work", "--force"}}) {
+        const auto refused = machine->run(arguments);
+        EXPECT_EQ(refused.status, 1);
+        EXPECT_THAT(refused.err, HasSubstr("another volume is mounted on it, at “" + inner.string() + "”."));
+        EXPECT_EQ(readFile(inner / "file"), "precious");
+    }
+    ASSERT_EQ(umount2(inner.c_str(), 0), 0);
+    eject("Work");
+    expectNoTraces();
+}
+
+} // namespace
+} // namespace ramdisk::test

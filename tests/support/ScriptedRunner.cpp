@@ -34,10 +34,7 @@ ScriptedRunner::Answer ScriptedRunner::take(const SystemCommand& command) {
         }
     }
     if (script == scripts_.end()) {
-        ADD_FAILURE() << "no script for: " << line;
-        return [](const SystemCommand& unknown) {
-            return CommandOutput{127, "", unknown.toolName() + ": no script\n"};
-        };
+        return [this](const SystemCommand& unknown) { return otherwise(unknown); };
     }
     script->wasUsed = true;
     auto answer = script->answer;
@@ -45,6 +42,11 @@ ScriptedRunner::Answer ScriptedRunner::take(const SystemCommand& command) {
         scripts_.erase(script);
     }
     return answer;
+}
+
+CommandOutput ScriptedRunner::otherwise(const SystemCommand& command) {
+    ADD_FAILURE() << "no script for: " << command.description();
+    return fails(127, command.toolName() + ": no script\n");
 }
 
 void ScriptedRunner::once(std::string line, Answer answer) {

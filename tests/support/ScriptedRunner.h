@@ -10,10 +10,18 @@
 
 namespace ramdisk::test {
 
+inline CommandOutput succeeds(std::string output = {}, std::string errors = {}) {
+    return {0, std::move(output), std::move(errors)};
+}
+
+inline CommandOutput fails(std::int32_t exitCode, std::string errors, std::string output = {}) {
+    return {exitCode, std::move(output), std::move(errors)};
+}
+
 /// Runs nothing: it answers exact command lines, as `SystemCommand::description` shows them, from scripts.
 /// A command without a script, a script that nobody used, and a secret in a command line each fail the
 /// running test.
-class ScriptedRunner final : public CommandRunning {
+class ScriptedRunner : public CommandRunning {
 public:
     using Answer = std::function<CommandOutput(const SystemCommand&)>;
 
@@ -38,6 +46,10 @@ public:
     [[nodiscard]] std::vector<std::string> lines() const;
     /// The texts that no command line may hold.
     std::vector<std::string> secrets;
+
+protected:
+    /// Answers a command that has no script.
+    [[nodiscard]] virtual CommandOutput otherwise(const SystemCommand& command);
 
 private:
     struct Script {

@@ -118,15 +118,22 @@ TEST(MutationTest, ADamagedListIsAnErrorOrAList) {
     }
 }
 
-TEST(MutationTest, DamagedToolTextsAreReadAsTheirPatternsSay) {
-    const std::string texts[] = {
+TEST(MutationTest, ToolTextsAreReadAsTheirPatternsSayAlsoWhenTheyAreDamaged) {
+    const std::vector<std::string> texts{
         "p42\ncPreview\np7\ncFinder\n",
-        "/dev/disk4          \tGUID_partition_scheme          \t\n/dev/disk4s1        \tApple_HFS "
-        "\t/Volumes/A\n",
-        "Started APFS operation on disk4\nDisk from APFS operation: disk9\nFinished APFS operation on "
-        "disk4\n",
+        "Checksumming…\n/dev/disk4          \tGUID_partition_scheme          \t\n/dev/disk4s1        "
+        "\tApple_HFS \t/Volumes/A\n",
+        "/dev/disk4s1\n/dev/rdisk4\n(disk5)\n/dev/disk6\n",
+        "mydisk4 disk4x disk_4 disk Disk4",
+        "Creating container with disk5\nCreated new APFS Container disk9\nDisk from APFS operation: none\n"
+        "Disk from APFS operation: disk9s1\nDisk from APFS operation: disk2\n",
+        "Disk from APFS operation:disk3\nDisk from APFS operation: disk",
         "\"disk17\" unmounted.\nhdiutil: couldn't eject \"disk17\" - Error 80 (returned 80)\n",
-        "\"disk4\" unmounted.\nhdiutil: detach failed - error 49168 - Resource busy\n"};
+        "Error 80: unmounting, returned 80s",
+        "returned 800 and then returned 80.",
+        "hdiutil: couldn't unmount \"disk17\" - Resource busy\n",
+        "hdiutil: detach failed - error 49168\n",
+        "hdiutil: detach failed - error 491681 - No such file or directory\n"};
     // What the hand-made matching stands for; on texts this short the library's own can be trusted.
     const std::regex wholeDisk("(?:/dev/)?\\b(disk[0-9]+)\\b");
     const std::regex apfsDisk("Disk from APFS operation: (disk[0-9]+)");
@@ -139,8 +146,9 @@ TEST(MutationTest, DamagedToolTextsAreReadAsTheirPatternsSay) {
         return device ? device->bsdName() : "";
     };
     Mutator mutate(19700101);
-    for (int round = 0; round < mutationCount / 2 && !testing::Test::HasFailure(); ++round) {
-        const auto text = mutate(texts[static_cast<std::size_t>(round) % std::size(texts)]);
+    for (std::size_t round = 0; round < mutationCount / 2 && !testing::Test::HasFailure(); ++round) {
+        const auto& whole = texts[round % texts.size()];
+        const auto text = round < texts.size() ? whole : mutate(whole);
         EXPECT_EQ(name(firstWholeDisk(text)), match(text, wholeDisk)) << text;
         EXPECT_EQ(name(apfsOperationDisk(text)), match(text, apfsDisk)) << text;
         EXPECT_EQ(saysBusy({1, text, ""}), std::regex_search(text, busy)) << text;
@@ -151,6 +159,15 @@ TEST(MutationTest, DamagedToolTextsAreReadAsTheirPatternsSay) {
             EXPECT_NE(text.find(user.name), std::string::npos) << text;
         }
     }
+}
+
+TEST(MutationTest, LongTextsStatusesAndWrongPassphrasesAreReadToo) {
+    EXPECT_EQ(firstWholeDisk(std::string(1000000, '7') + " disk" + std::string(100000, '9') + "s1"),
+              std::nullopt);
+    EXPECT_TRUE(saysBusy({16, "", ""}));
+    EXPECT_TRUE(saysWrongPassphrase({1, "", "hdiutil: attach failed - Authentication error\n"}));
+    EXPECT_TRUE(saysWrongPassphrase({1, "", "DIHLDiskImageAttach() returned 80\nhdiutil: Anmeldefehler\n"}));
+    EXPECT_FALSE(saysWrongPassphrase({1, "", "hdiutil: attach failed - no mountable file systems\n"}));
 }
 
 } // namespace

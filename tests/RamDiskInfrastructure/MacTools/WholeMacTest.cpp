@@ -12,16 +12,13 @@ namespace {
 using test::ScriptedMac;
 
 TEST(ScriptedMacTest, WhatNobodyExpectsFailsTheTest) {
-    EXPECT_NONFATAL_FAILURE(
-        (void)ScriptedMac().run({"/usr/bin/hdiutil", {"burn"}, std::nullopt, std::nullopt}),
-        "no script for: /usr/bin/hdiutil burn");
-    EXPECT_NONFATAL_FAILURE(ScriptedMac().script("/usr/bin/hdiutil burn", {}),
-                            "nobody ran: /usr/bin/hdiutil burn");
+    const SystemCommand burn{"/usr/bin/hdiutil", {"burn"}, std::nullopt, std::nullopt};
+    EXPECT_NONFATAL_FAILURE((void)ScriptedMac().run(burn), "no script for: /usr/bin/hdiutil burn");
+    EXPECT_NONFATAL_FAILURE(ScriptedMac().once(burn.description()), "nobody ran: /usr/bin/hdiutil burn");
     ScriptedMac mac;
-    mac.secrets.emplace_back("hush");
-    mac.script("/usr/bin/hdiutil hush", {});
-    EXPECT_NONFATAL_FAILURE((void)mac.run({"/usr/bin/hdiutil", {"hush"}, std::nullopt, std::nullopt}),
-                            "a secret in: /usr/bin/hdiutil hush");
+    mac.secrets.emplace_back("burn");
+    mac.once(burn.description());
+    EXPECT_NONFATAL_FAILURE((void)mac.run(burn), "a secret in: /usr/bin/hdiutil burn");
 }
 
 /// One Mac on which our disks and other programs' come and go in a random order.
@@ -107,10 +104,16 @@ private:
         if (ours == disks.end()) {
             return;
         }
+        using Detaching = ScriptedMac::Detaching;
         const auto force = below(2) == 0 ? Force::yes : Force::no;
+        const auto detaching = mac_->imageOf(ours->device.bsdName())->detaching;
+        const bool works =
+            detaching == Detaching::works || (detaching == Detaching::busy && force == Force::yes);
         try {
             services_.eject->eject(*ours, force);
+            EXPECT_TRUE(works) << "forced, or taken for done";
         } catch (const RamDiskError& error) {
+            EXPECT_FALSE(works) << "not forced";
             settle(*ours, error);
         }
         ours_.erase(*ours->attachment);

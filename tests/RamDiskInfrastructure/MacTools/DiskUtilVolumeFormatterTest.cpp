@@ -10,7 +10,6 @@ namespace ramdisk {
 namespace {
 
 using testing::ElementsAre;
-using testing::ElementsAreArray;
 
 const std::string formatFailed = "Could not format the RAM disk: ";
 
@@ -19,62 +18,7 @@ protected:
     DiskUtilVolumeFormatter formatter() {
         return DiskUtilVolumeFormatter({mac, adapters.privateMounts, adapters.marks});
     }
-    RamDisk create(FileSystem fileSystem, bool isEncrypted = false,
-                   VolumeAccess access = VolumeAccess::everyone) {
-        return services()
-            .create
-            ->execute({.name = "  Build & Test ",
-                       .size = ByteCount{1073741824},
-                       .fileSystem = fileSystem,
-                       .isEncrypted = isEncrypted,
-                       .access = access})
-            .ramDisk;
-    }
 };
-
-TEST_F(MacVolumeTest, ACreationRunsTheToolsInTheirOrder) {
-    const std::string erase = "diskutil erasevolume HFS+ Build & Test /dev/disk4";
-    const std::string container = "diskutil apfs createContainer /dev/disk4";
-    const std::string add = "diskutil apfs addVolume disk5 APFSX Build & Test -stdinpassphrase";
-    const std::string info = "hdiutil info -plist";
-    const struct {
-        bool isEncrypted;
-        VolumeAccess access;
-        std::vector<std::string> formatting;
-        std::vector<std::string> closedDevices;
-    } rows[] = {
-        {false, VolumeAccess::everyone, {erase, info}, {}},
-        {true, VolumeAccess::everyone, {container, add, info}, {}},
-        {false,
-         VolumeAccess::onlyMe,
-         {erase, info, "diskutil unmount /dev/disk4",
-          "diskutil mount -mountPoint mounts/Build & Test /dev/disk4"},
-         {"disk4"}},
-        {true,
-         VolumeAccess::onlyMe,
-         {container, add, info, "diskutil unmount /dev/disk5s1",
-          "diskutil apfs unlockVolume /dev/disk5s1 -stdinpassphrase -mountpoint mounts/Build & Test"},
-         {"disk4", "disk5", "disk5s1"}},
-    };
-    mac->hasDiskImages2 = false;
-    for (const auto& row : rows) {
-        mac->closedDevices.clear();
-        const auto disk = create(row.isEncrypted ? FileSystem::apfsCaseSensitive : FileSystem::hfsPlus,
-                                 row.isEncrypted, row.access);
-        EXPECT_THAT(mac->closedDevices, ElementsAreArray(row.closedDevices));
-        auto expected = row.formatting;
-        expected.insert(expected.begin(), {"diskutil image attach --noMount ram://2097152",
-                                           "hdiutil attach -nomount ram://2097152"});
-        expected.insert(expected.end(),
-                        {row.access == VolumeAccess::onlyMe ? "mdutil -i off mounts/Build & Test"
-                                                            : "mdutil -i off /Volumes/Build & Test",
-                         info});
-        EXPECT_THAT(ran(), ElementsAreArray(expected));
-        services().eject->eject(disk, Force::no);
-        EXPECT_THAT(ran(), ElementsAre(info, "hdiutil detach /dev/disk4"));
-        expectNoMountPoints();
-    }
-}
 
 TEST_F(MacVolumeTest, EveryFormatHasItsToolNameAndAPlanRunsNothing) {
     const std::pair<FileSystem, const char*> rows[] = {
@@ -153,7 +97,8 @@ TEST_F(MacVolumeTest, EveryFailedStepTellsTheToolsReasonAndLeavesNothing) {
     }
     mac->images.clear();
     mac->script(std::string("/usr/sbin/") + erase, failure("Error\n"));
-    EXPECT_EQ(textOf([&] { create(FileSystem::hfsPlus); }), formatFailed + "diskutil: Error");
+    const RamDiskSpecification wanted{.name = " Build & Test ", .size = ByteCount{1073741824}};
+    EXPECT_EQ(textOf([&] { services().create->execute(wanted); }), formatFailed + "diskutil: Error");
     EXPECT_EQ(ran().back(), "hdiutil detach -force /dev/disk4");
     EXPECT_TRUE(mac->images.empty());
 }

@@ -49,7 +49,12 @@ TEST(HDIUtilInfoParserTest, OnlyImagesInMemoryWithADeviceAreTakenAndTheFirstVolu
                                                 "/dev/disk9s1"}));
     EXPECT_TRUE(images.front().has(DeviceIdentifier::wholeDisk(9)));
     EXPECT_FALSE(images.front().has(DeviceIdentifier::wholeDisk(96)));
-    for (const auto& list : {listOf(""), std::string("<plist version=\"1.0\"><dict/></plist>")}) {
+    // The last is the same empty dictionary in the binary form.
+    const std::string empty[] = {
+        listOf(""), "<plist version=\"1.0\"><dict/></plist>",
+        std::string("bplist00\xD0\x08\0\0\0\0\0\0\1\1\0\0\0\0\0\0\0\1\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\x09",
+                    42)};
+    for (const auto& list : empty) {
         EXPECT_TRUE(HDIUtilInfoParser::ramImages(list).empty());
     }
 }

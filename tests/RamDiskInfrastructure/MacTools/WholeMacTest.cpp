@@ -79,6 +79,7 @@ private:
         wanted.isEncrypted = supportsEncryption(wanted.fileSystem) && below(2) == 0;
         wanted.access = below(2) == 0 ? VolumeAccess::onlyMe : VolumeAccess::everyone;
         wanted.isIndexingEnabled = below(2) == 0;
+        mac_->hasDiskImages2 = below(2) == 0;
         const auto disk = services_.create->execute(wanted).ramDisk;
         ++made_;
         EXPECT_EQ(disk.name, wanted.name);
@@ -93,8 +94,23 @@ private:
         if (wanted.isEncrypted) {
             EXPECT_EQ(*image->volume->passphrase, mac_->secrets.back());
         }
+        EXPECT_EQ(image->volume->mark, disk.instance.value().text());
+        expectNodesClosed(*image, wanted.access);
         image->detaching = static_cast<ScriptedMac::Detaching>(below(4));
         ours_.insert(*disk.attachment);
+    }
+
+    /// Every node through which another account could read a private disk is closed, and no other one.
+    void expectNodesClosed(const ScriptedMac::Image& image, VolumeAccess access) {
+        std::set<std::string> nodes;
+        if (access == VolumeAccess::onlyMe) {
+            nodes = {image.name(), image.volume->devicePath.substr(5)};
+            if (image.container) {
+                nodes.insert("disk" + std::to_string(*image.container));
+            }
+        }
+        EXPECT_EQ(std::set(mac_->closedDevices.begin(), mac_->closedDevices.end()), nodes);
+        mac_->closedDevices.clear();
     }
 
     void ejectOne() {

@@ -2,12 +2,14 @@
 
 #include "RamDiskInfrastructure/MacTools/MacFormat.h"
 #include "RamDiskInfrastructure/MacTools/ToolPaths.h"
+#include "tests/support/FakeMachine.h"
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <sstream>
+#include <stdexcept>
 #include <system_error>
 
 namespace ramdisk::test {
@@ -26,10 +28,13 @@ std::uint64_t sectorsOf(const std::string& address) {
     return std::stoull(address.substr(memoryScheme.size()));
 }
 
-std::optional<FileSystem> fileSystemOfToolName(const std::string& name) {
-    const auto found = std::find_if(allFileSystems.begin(), allFileSystems.end(),
-                                    [&](FileSystem each) { return name == diskUtilName(each); });
-    return found == allFileSystems.end() ? std::nullopt : std::optional(*found);
+FileSystem fileSystemOfToolName(const std::string& name) {
+    for (const auto fileSystem : allFileSystems) {
+        if (name == diskUtilName(fileSystem)) {
+            return fileSystem;
+        }
+    }
+    throw std::runtime_error("no format " + name);
 }
 
 /// The words at the pattern's stars; absent when it is another command.
@@ -105,37 +110,79 @@ private:
 } // namespace
 
 ScriptedMac::ScriptedMac() {
-    const auto on = [this](const char* tool, const std::string& arguments, const auto& act) {
-        verbs_.push_back({std::string(tool) + " " + arguments, act});
-    };
-    using namespace toolPaths;
-    on(hdiutil, "info -plist", [this](auto&...) { return succeeds(infoPropertyList()); });
-    on(hdiutil, "attach -nomount *", [this](auto& words, auto&) { return attach(words[0], deprecation); });
-    on(hdiutil, "detach *", [this](auto& words, auto&) { return detach(words[0], Force::no); });
-    on(hdiutil, "detach -force *", [this](auto& words, auto&) { return detach(words[0], Force::yes); });
-    on(hdiutil, "detach -quiet -force *", [this](auto& words, auto&) {
+    knowImages();
+    knowVolumes();
+}
+
+void ScriptedMac::know(const char* tool, const std::string& arguments, Act act) {
+    verbs_.push_back({std::string(tool) + " " + arguments, std::move(act)});
+}
+
+void ScriptedMac::knowImages() {
+    using toolPaths::hdiutil;
+    know(hdiutil, "info -plist", [this](auto&...) { return succeeds(infoPropertyList()); });
+    know(hdiutil, "attach -nomount *", [this](auto& words, auto&) { return attach(words[0], deprecation); });
+    know(hdiutil, "detach *", [this](auto& words, auto&) { return detach(words[0], Force::no); });
+    know(hdiutil, "detach -force *", [this](auto& words, auto&) { return detach(words[0], Force::yes); });
+    know(hdiutil, "detach -quiet -force *", [this](auto& words, auto&) {
         const auto* image = imageAt(words[0]);
         return image == nullptr ? fails(1, noSuchFile) : detach("/dev/" + image->name(), Force::yes);
     });
-    on(hdiutil, "isencrypted -plist *", [this](auto& words, auto&) { return isEncrypted(words[0]); });
-    on(hdiutil, "create -quiet -size * -type SPARSE -fs * -volname * [-encryption] [AES-256] [-stdinpass] *",
-       [this](auto&... given) { return createImage(given...); });
-    on(hdiutil, "attach -nobrowse -noautoopen -owners on -mountpoint * [-readonly] [-stdinpass] [-verbose] *",
-       [this](auto&... given) { return openImage(given...); });
-    on(diskutil, "image attach --noMount *", [this](auto& words, auto&) {
+    know(hdiutil, "isencrypted -plist *", [this](auto& words, auto&) { return isEncrypted(words[0]); });
+    know(hdiutil,
+         "create -quiet -size * -type SPARSE -fs * -volname * [-encryption] [AES-256] [-stdinpass] *",
+         [this](auto&... given) { return createImage(given...); });
+    know(hdiutil,
+         "attach -nobrowse -noautoopen -owners on -mountpoint * [-readonly] [-stdinpass] [-verbose] *",
+         [this](auto&... given) { return openImage(given...); });
+    know(toolPaths::diskutil, "image attach --noMount *", [this](auto& words, auto&) {
         return hasDiskImages2 ? attach(words[0], {}) : fails(1, "diskutil: did not recognize verb\n");
     });
-    on(diskutil, "erasevolume * * *", [this](auto& words, auto&) { return eraseVolume(words); });
-    on(diskutil, "unmount *", [this](auto& words, auto&) { return unmount(words[0]); });
-    on(diskutil, "mount -mountPoint * *",
-       [this](auto& words, auto&) { return mount(words[1], words[0], std::nullopt); });
-    on(diskutil, "apfs createContainer *", [this](auto& words, auto&) { return createContainer(words[0]); });
-    on(diskutil, "apfs addVolume * * * -stdinpassphrase",
-       [this](auto&... given) { return addVolume(given...); });
-    on(diskutil, "apfs unlockVolume * -stdinpassphrase -mountpoint *",
-       [this](auto& words, auto& input) { return mount(words[0], words[1], input); });
-    on(mdutil, "-i on *", [this](auto& words, auto&) { return setIndexing(words[0], true); });
-    on(mdutil, "-i off *", [this](auto& words, auto&) { return setIndexing(words[0], false); });
+}
+
+void ScriptedMac::knowVolumes() {
+    using namespace toolPaths;
+    know(diskutil, "erasevolume * * *", [this](auto& words, auto&) {
+        auto& image = present(words[2]);
+        auto device = image.name();
+        const auto fileSystem = fileSystemOfToolName(words[0]);
+        if (supportsEncryption(fileSystem)) {
+            image.container = freeDiskNumber();
+            device = fmt::format("disk{}s1", *image.container);
+        }
+        image.volume = Volume{"/dev/" + device, words[1], fileSystem, {}, {}, "/Volumes/" + words[1]};
+        return succeeds();
+    });
+    know(diskutil, "apfs createContainer *", [this](auto& words, auto&) {
+        auto& image = present(words[0]);
+        image.container = freeDiskNumber();
+        return succeeds(fmt::format("Creating container with {}\nDisk from APFS operation: disk{}\n",
+                                    image.name(), *image.container));
+    });
+    know(diskutil, "apfs addVolume * * * -stdinpassphrase", [this](auto& words, auto& passphrase) {
+        const auto device = "/dev/" + words[0];
+        present(device).volume = Volume{device + "s1", words[2], fileSystemOfToolName(words[1]),
+                                        passphrase,    {},       "/Volumes/" + words[2]};
+        return succeeds();
+    });
+    know(diskutil, "unmount *", [this](auto& words, auto&) {
+        auto& volume = present(words[0]).volume;
+        EXPECT_TRUE(volume && volume->mountPoint) << words[0] << " is not mounted";
+        leave(*volume);
+        return succeeds();
+    });
+    know(diskutil, "mount -mountPoint * *",
+         [this](auto& words, auto&) { return mount(words[1], words[0], std::nullopt); });
+    know(diskutil, "apfs unlockVolume * -stdinpassphrase -mountpoint *",
+         [this](auto& words, auto& input) { return mount(words[0], words[1], input); });
+    for (const std::string state : {"on", "off"}) {
+        know(mdutil, "-i " + state + " *", [this, state](auto& words, auto&) {
+            auto* image = imageAt(words[0]);
+            EXPECT_NE(image, nullptr) << "nothing is mounted on " << words[0];
+            image->volume->isIndexed = state == "on";
+            return succeeds();
+        });
+    }
 }
 
 CommandOutput ScriptedMac::run(const SystemCommand& command) {
@@ -167,8 +214,8 @@ CommandOutput ScriptedMac::otherwise(const SystemCommand& command) {
 
 ScriptedMac::Image& ScriptedMac::attachForeign(const std::string& path, const std::string& volumeName) {
     auto& image = addImage(path, path.starts_with(memoryScheme) ? sectorsOf(path) : 4096);
-    image.volume = Volume{"/dev/" + image.name() + "s1", volumeName};
-    mountInVolumes(*image.volume);
+    image.volume = Volume{"/dev/" + image.name() + "s1", volumeName, FileSystem::hfsPlus, {}, {},
+                          "/Volumes/" + volumeName};
     return image;
 }
 
@@ -182,6 +229,16 @@ ScriptedMac::Image* ScriptedMac::imageOf(const std::string& device) {
                || (image.container && device == "disk" + std::to_string(*image.container));
     });
     return found == images.end() ? nullptr : &*found;
+}
+
+ScriptedMac::Image& ScriptedMac::present(const std::string& devicePath) {
+    for (auto& image : images) {
+        const bool isVolume = image.volume && image.volume->devicePath == devicePath;
+        if (isVolume || &image == imageOf(devicePath.substr(5))) {
+            return image;
+        }
+    }
+    throw std::runtime_error("no device " + devicePath);
 }
 
 ScriptedMac::Image* ScriptedMac::imageAt(const fs::path& mountPoint) {
@@ -234,77 +291,16 @@ CommandOutput ScriptedMac::detach(const std::string& devicePath, Force force) {
     return saysItFailed ? fails(1, noSuchFile) : succeeds();
 }
 
-CommandOutput ScriptedMac::createContainer(const std::string& devicePath) {
-    auto* image = imageOf(devicePath.substr(5));
-    if (image == nullptr) {
-        return fails(1, "Could not find disk: " + devicePath + "\n");
-    }
-    image->container = freeDiskNumber();
-    return succeeds(fmt::format("Creating container with {}\nDisk from APFS operation: disk{}\n",
-                                image->name(), *image->container));
-}
-
-CommandOutput ScriptedMac::addVolume(const Words& words, const Input& passphrase) {
-    auto* image = imageOf(words[0]);
-    const auto fileSystem = fileSystemOfToolName(words[1]);
-    if (image == nullptr || !image->container || !fileSystem) {
-        return fails(1, "Could not find APFS Container\n");
-    }
-    image->volume = Volume{"/dev/" + words[0] + "s1", words[2], *fileSystem, passphrase};
-    mountInVolumes(*image->volume);
-    return succeeds();
-}
-
-CommandOutput ScriptedMac::eraseVolume(const Words& words) {
-    auto* image = imageOf(words[2].substr(5));
-    const auto fileSystem = fileSystemOfToolName(words[0]);
-    if (image == nullptr || !fileSystem) {
-        return fails(1, "Could not find disk: " + words[2] + "\n");
-    }
-    auto device = image->name();
-    if (supportsEncryption(*fileSystem)) {
-        image->container = freeDiskNumber();
-        device = fmt::format("disk{}s1", *image->container);
-    }
-    image->volume = Volume{"/dev/" + device, words[1], *fileSystem};
-    mountInVolumes(*image->volume);
-    return succeeds();
-}
-
 CommandOutput ScriptedMac::mount(const std::string& devicePath, const std::string& mountPoint,
                                  const Input& passphrase) {
-    for (auto& image : images) {
-        if (!image.volume || image.volume->devicePath != devicePath) {
-            continue;
-        }
-        if (image.volume->passphrase != passphrase) {
-            return fails(1, "Error unlocking APFS Volume: The passphrase is incorrect (-69549)\n");
-        }
-        EXPECT_FALSE(image.volume->mountPoint) << devicePath << " is mounted already";
-        EXPECT_TRUE(fs::is_empty(mountPoint)) << mountPoint;
-        writeFile(fs::path(mountPoint) / mountedFile, devicePath);
-        image.volume->mountPoint = mountPoint;
-        return succeeds();
+    auto& volume = present(devicePath).volume.value();
+    if (volume.passphrase != passphrase) {
+        return fails(1, "Error unlocking APFS Volume: The passphrase is incorrect (-69549)\n");
     }
-    return fails(1, "Unable to find disk for " + devicePath + "\n");
-}
-
-CommandOutput ScriptedMac::unmount(const std::string& devicePath) {
-    for (auto& image : images) {
-        if (image.volume && image.volume->devicePath == devicePath && image.volume->mountPoint) {
-            leave(*image.volume);
-            return succeeds();
-        }
-    }
-    return fails(1, devicePath + " was already unmounted\n");
-}
-
-CommandOutput ScriptedMac::setIndexing(const std::string& location, bool isOn) {
-    auto* image = imageAt(location);
-    if (image == nullptr) {
-        return fails(1, "Error: invalid path `" + location + "'.\n");
-    }
-    image->volume->isIndexed = isOn;
+    EXPECT_FALSE(volume.mountPoint) << devicePath << " is mounted already";
+    EXPECT_TRUE(fs::is_empty(mountPoint)) << mountPoint;
+    writeFile(fs::path(mountPoint) / mountedFile, devicePath);
+    volume.mountPoint = mountPoint;
     return succeeds();
 }
 
@@ -335,14 +331,6 @@ ScriptedMac::Image& ScriptedMac::addImage(const std::string& path, std::uint64_t
     return images.emplace_back(Image{freeDiskNumber(), sectors, path, nextAttachment_++});
 }
 
-void ScriptedMac::mountInVolumes(Volume& volume) {
-    auto candidate = fs::path("/Volumes") / volume.name;
-    for (int clash = 1; imageAt(candidate) != nullptr; ++clash) {
-        candidate = fmt::format("/Volumes/{} {}", volume.name, clash);
-    }
-    volume.mountPoint = candidate;
-}
-
 VolumeMark::Reading ScriptedMac::read(const fs::path& volume) const {
     const auto* found = volumeAt(volume);
     return markReading(found == nullptr ? std::nullopt : found->mark);
@@ -363,12 +351,6 @@ std::optional<std::uint64_t> ScriptedMac::identifier(const std::string& bsdName)
 
 std::optional<ByteCount> ScriptedMac::footprint(std::int32_t processID) const {
     return ByteCount::of(static_cast<std::uint64_t>(processID), ByteCount::Unit::mebibyte);
-}
-
-SystemMemory ScriptedMac::read() const {
-    SystemMemory memory;
-    memory.physical = memory.available = ByteCount::of(64, ByteCount::Unit::gibibyte);
-    return memory;
 }
 
 std::set<std::string> ScriptedMac::volumeNames(const std::optional<fs::path>& excluding) const {
@@ -402,7 +384,7 @@ MacAdapters adaptersOn(const std::shared_ptr<ScriptedMac>& mac, const fs::path& 
             .media = mac,
             .statistics = std::make_shared<MacStatistics>(mac),
             .footprints = mac,
-            .memory = mac,
+            .memory = std::make_shared<FakeMachine>(),
             .volumes = mac,
             .passphrases = mac};
 }

@@ -17,7 +17,6 @@ class ScriptedMac final : public ScriptedRunner,
                           public VolumeMarkAccessing,
                           public MediaIdentifying,
                           public ProcessFootprintReading,
-                          public SystemMemoryProviding,
                           public MountedVolumeListing,
                           public PassphraseGenerating {
 public:
@@ -75,7 +74,6 @@ public:
     std::optional<std::uint64_t> identifier(const std::string& bsdName) override;
     /// As many megabytes as the process's number.
     std::optional<ByteCount> footprint(std::int32_t processID) const override;
-    SystemMemory read() const override;
     std::set<std::string> volumeNames(const std::optional<std::filesystem::path>& excluding) const override;
     VolumePassphrase generate() override;
 
@@ -112,24 +110,25 @@ public:
 private:
     using Words = std::vector<std::string>;
     using Input = std::optional<std::string>;
+    using Act = std::function<CommandOutput(const Words&, const Input&)>;
     /// A command line in which each * stands for one word, and a word in brackets may be missing, and what
     /// it does with the words at the stars and its standard input.
     struct Verb {
         std::string pattern;
-        std::function<CommandOutput(const Words&, const Input&)> act;
+        Act act;
     };
 
     [[nodiscard]] CommandOutput otherwise(const SystemCommand& command) override;
+    void know(const char* tool, const std::string& arguments, Act act);
+    void knowImages();
+    void knowVolumes();
     [[nodiscard]] std::string infoPropertyList() const;
+    /// The image whose device, container or volume has this path.
+    [[nodiscard]] Image& present(const std::string& devicePath);
     [[nodiscard]] CommandOutput attach(const std::string& address, const std::string& warning);
     [[nodiscard]] CommandOutput detach(const std::string& devicePath, Force force);
-    [[nodiscard]] CommandOutput createContainer(const std::string& devicePath);
-    [[nodiscard]] CommandOutput addVolume(const Words& words, const Input& passphrase);
-    [[nodiscard]] CommandOutput eraseVolume(const Words& words);
     [[nodiscard]] CommandOutput mount(const std::string& devicePath, const std::string& mountPoint,
                                       const Input& passphrase);
-    [[nodiscard]] CommandOutput unmount(const std::string& devicePath);
-    [[nodiscard]] CommandOutput setIndexing(const std::string& location, bool isOn);
     [[nodiscard]] CommandOutput createImage(const Words& words, const Input& passphrase);
     [[nodiscard]] CommandOutput openImage(const Words& words, const Input& passphrase);
     [[nodiscard]] CommandOutput isEncrypted(const std::string& path);
@@ -137,7 +136,6 @@ private:
     void leave(Volume& volume);
     [[nodiscard]] unsigned freeDiskNumber() const;
     Image& addImage(const std::string& path, std::uint64_t sectors);
-    void mountInVolumes(Volume& volume);
 
     std::vector<Verb> verbs_;
     std::uint64_t nextAttachment_ = 4294968000;

@@ -5,17 +5,13 @@
 
 #include <gtest/gtest.h>
 
-#include <iterator>
+#include <functional>
 #include <limits>
-#include <random>
 #include <regex>
 #include <set>
-#include <sstream>
 
 namespace ramdisk {
 namespace {
-
-constexpr int mutationCount = 10000;
 
 /// What the tool prints for a RAM disk, an encrypted one and somebody's image.
 std::string realisticList() {
@@ -27,46 +23,20 @@ std::string realisticList() {
     return mac.run({"/usr/bin/hdiutil", {"info", "-plist"}, std::nullopt, 30.0}).standardOutput;
 }
 
-std::vector<std::string> words(const std::string& text) {
-    std::istringstream stream(text);
-    return {std::istream_iterator<std::string>(stream), {}};
-}
-
-/// Damages `text` in one to eight places, as a broken pipe, another version or a hostile volume name would.
-class Mutator {
-public:
-    explicit Mutator(std::uint32_t seed) : random_(seed) {}
-
-    std::string operator()(std::string text) {
-        for (auto count = 1 + below(8); count > 0 && !text.empty(); --count) {
-            const auto at = below(text.size());
-            const auto length = std::min<std::size_t>(1 + below(40), text.size() - at);
-            const auto what = below(4);
-            if (what == 0) {
-                text[at] = static_cast<char>(below(256));
-            } else if (what == 1) {
-                text.erase(at, length);
-            } else if (what == 2) {
-                text.insert(at, text.substr(below(text.size()), length));
-            } else {
-                text.insert(at, fragments_[below(fragments_.size())]);
-            }
+/// Looks at the text, and at it with every place damaged, as a broken pipe, another version or a hostile
+/// volume name would.
+void forEachDamage(const std::string& text, const std::function<void(const std::string&)>& look) {
+    look(text);
+    for (std::size_t at = 0; at < text.size() && !testing::Test::HasFailure(); ++at) {
+        const auto before = text.substr(0, at);
+        look(before);
+        look(before + text.substr(at + 1));
+        for (const auto* damage :
+             {"0", "-", "z_", " ", "\n", "\xff", "&#x110000;", "<dict>", "</array>", "disk"}) {
+            look(before + damage + text.substr(at));
         }
-        text.resize(below(8) == 0 ? below(text.size() + 1) : text.size());
-        return text;
     }
-
-private:
-    std::size_t below(std::size_t limit) {
-        return std::uniform_int_distribution<std::size_t>(0, limit - 1)(random_);
-    }
-
-    std::mt19937 random_;
-    const std::vector<std::string> fragments_ =
-        words("<dict> </dict> <array> </array> <key> <string> <integer>-1</integer> <data>####</data> "
-              "<![CDATA[ <!-- &#x110000; &amp \xff\xfe <date>x</date> <true/> disk p c 80 "
-              "18446744073709551615 99999999999999999999999 0x7 1e18");
-};
+}
 
 void expectSaneImages(const std::string& text) {
     try {
@@ -84,10 +54,7 @@ void expectSaneImages(const std::string& text) {
 TEST(MutationTest, ADamagedListIsAnErrorOrAList) {
     const auto xml = realisticList();
     ASSERT_EQ(HDIUtilInfoParser::ramImages(xml).size(), 2U);
-    Mutator mutate(20240817);
-    for (int round = 0; round < mutationCount && !testing::Test::HasFailure(); ++round) {
-        expectSaneImages(mutate(xml));
-    }
+    forEachDamage(xml, expectSaneImages);
 }
 
 TEST(MutationTest, ToolTextsAreReadAsTheirPatternsSayAlsoWhenTheyAreDamaged) {
@@ -117,10 +84,7 @@ TEST(MutationTest, ToolTextsAreReadAsTheirPatternsSayAlsoWhenTheyAreDamaged) {
     const auto name = [](const std::optional<DeviceIdentifier>& device) {
         return device ? device->bsdName() : "";
     };
-    Mutator mutate(19700101);
-    for (std::size_t round = 0; round < mutationCount / 2 && !testing::Test::HasFailure(); ++round) {
-        const auto& whole = texts[round % texts.size()];
-        const auto text = round < texts.size() ? whole : mutate(whole);
+    const auto expectAsThePatternsSay = [&](const std::string& text) {
         EXPECT_EQ(name(firstWholeDisk(text)), match(text, wholeDisk)) << text;
         EXPECT_EQ(name(apfsOperationDisk(text)), match(text, apfsDisk)) << text;
         EXPECT_EQ(saysBusy({1, text, ""}), std::regex_search(text, busy)) << text;
@@ -130,6 +94,9 @@ TEST(MutationTest, ToolTextsAreReadAsTheirPatternsSayAlsoWhenTheyAreDamaged) {
             EXPECT_TRUE(processes.insert(user.processID).second) << text;
             EXPECT_NE(text.find(user.name), std::string::npos) << text;
         }
+    };
+    for (const auto& text : texts) {
+        forEachDamage(text, expectAsThePatternsSay);
     }
 }
 

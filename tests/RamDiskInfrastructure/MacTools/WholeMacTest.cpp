@@ -41,6 +41,8 @@ public:
     }
 
     std::size_t finish() {
+        // An eject that works also clears up the mount points of those that did not.
+        create();
         for (auto& image : mac_->images) {
             image.detaching = ScriptedMac::Detaching::works;
         }

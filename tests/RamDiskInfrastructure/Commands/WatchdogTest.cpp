@@ -11,6 +11,15 @@ namespace {
 using namespace std::chrono_literals;
 const Watchdog::TimePoint start{1000s};
 
+TEST(Watchdog, TerminatesAtTheLimitAndKillsTwoSecondsLaterOnce) {
+    Watchdog watchdog(1.5, start);
+    EXPECT_EQ(watchdog.takeDueSignal(start + 1499ms), std::nullopt);
+    EXPECT_EQ(watchdog.takeDueSignal(start + 1600ms), SIGTERM);
+    EXPECT_EQ(watchdog.takeDueSignal(start + 3599ms), std::nullopt);
+    EXPECT_EQ(watchdog.takeDueSignal(start + 3600ms), SIGKILL);
+    EXPECT_EQ(watchdog.takeDueSignal(start + 9000ms), std::nullopt);
+}
+
 TEST(Watchdog, NothingIsDueOnceStopped) {
     for (const bool isFired : {false, true}) {
         Watchdog watchdog(1, start);

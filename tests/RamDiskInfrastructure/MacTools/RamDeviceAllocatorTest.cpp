@@ -74,7 +74,7 @@ TEST_F(RamDeviceAllocatorTest, ANewerAttachmentOfTheSameNameIsLeftAlone) {
     const auto attachment = mac->images.front().attachment;
     (void)ran();
     EXPECT_EQ(releasing(attachment + 1), isGone);
-    EXPECT_TRUE(mac->commands.empty());
+    ASSERT_TRUE(mac->commands.empty());
 
     // The name changes hands while the detach fails: what was asked for is gone.
     mac->script("/usr/bin/hdiutil detach /dev/disk4", test::fails(1, "hdiutil: No such file or directory\n"));

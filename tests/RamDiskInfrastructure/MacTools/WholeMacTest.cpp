@@ -94,7 +94,7 @@ private:
         EXPECT_EQ(image->volume->isIndexed, wanted.isIndexingEnabled);
         EXPECT_EQ(image->volume->passphrase.has_value(), wanted.isEncrypted);
         if (wanted.isEncrypted) {
-            EXPECT_EQ(*image->volume->passphrase, mac_->secrets.back());
+            EXPECT_EQ(image->volume->passphrase, mac_->secrets.back());
         }
         EXPECT_EQ(image->volume->mark, disk.instance.value().text());
         expectNodesClosed(*image, wanted.access);

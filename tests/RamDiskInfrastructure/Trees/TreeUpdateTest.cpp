@@ -1,4 +1,5 @@
 #include "RamDiskCore/Values/RamDiskError.h"
+#include "RamDiskCore/Values/VolumeMark.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/Disks/TreeFolderCopier.h"
 #include "tests/RamDiskInfrastructure/Trees/TreeDescription.h"
@@ -245,6 +246,19 @@ TEST(TreeUpdateTest, ALargeFileIsReadIntoHugePages) {
     } catch (const SystemCallError& error) {
         EXPECT_STREQ(error.what(), "could not write “large”: No space left on device");
     }
+}
+
+TEST(TreeUpdateTest, TheMarkOfAVolumeNeitherComesNorGoes) {
+    const Trees trees;
+    const auto mark = std::string("user.") + VolumeMark::attribute;
+    setAttribute(trees.source, mark, "the source's");
+    setAttribute(trees.target, mark, "the target's");
+    setAttribute(trees.source, "user.other", "value");
+    updateTree(trees.source, trees.target);
+    EXPECT_EQ(scanTree(trees.source).firstDifference(scanTree(trees.target)), std::nullopt);
+    char value[64] = {};
+    getxattr(trees.target.c_str(), mark.c_str(), value, sizeof value);
+    EXPECT_STREQ(value, "the target's");
 }
 
 TEST(TreeUpdateTest, ExtrasThatAreKeptAreNeverWrittenThrough) {

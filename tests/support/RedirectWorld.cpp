@@ -3,7 +3,7 @@
 #include "RamDiskInfrastructure/Stores/FileRedirectRepository.h"
 #include "RamDiskInfrastructure/Tasks/TaskPool.h"
 #include "RamDiskUI/ErrorText.h"
-#include "tests/support/Files.h"
+#include "tests/support/FakeMachine.h"
 
 #include <fmt/format.h>
 
@@ -40,24 +40,6 @@ private:
     std::shared_ptr<TaskPool> pool_;
     FileRedirectRepository real_;
     StepObserver observer_;
-};
-
-class OneDisk final : public RamDiskInventory {
-public:
-    explicit OneDisk(RamDisk disk) : disk_(std::move(disk)) {}
-    std::vector<RamDisk> list() override { return {disk_}; }
-
-private:
-    RamDisk disk_;
-};
-
-class NamedStartupDisks final : public StartupDiskNaming {
-public:
-    explicit NamedStartupDisks(std::set<std::string> names) : names_(std::move(names)) {}
-    std::set<std::string> startupDiskNames() const override { return names_; }
-
-private:
-    std::set<std::string> names_;
 };
 
 } // namespace
@@ -110,9 +92,11 @@ std::map<std::string, std::string> RedirectWorld::tree() const {
 FolderRedirectsUseCase RedirectWorld::useCase(StepObserver observer) const {
     auto told = parts;
     told.observer = observer;
+    const auto machine = std::make_shared<FakeMachine>();
+    machine->disks = {disk()};
+    machine->startupDisks = startupDisks;
     return {std::make_shared<ToldRepository>(scratch() / "lists", std::move(observer)),
-            std::make_shared<FolderRedirector>(told), std::make_shared<OneDisk>(disk()),
-            std::make_shared<NamedStartupDisks>(startupDisks)};
+            std::make_shared<FolderRedirector>(told), machine, machine};
 }
 
 bool RedirectWorld::runKilledAt(int step, const std::function<void(FolderRedirectsUseCase&)>& work) const {

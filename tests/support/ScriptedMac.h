@@ -3,31 +3,20 @@
 #include "RamDiskInfrastructure/MacTools/MacAdapters.h"
 #include "RamDiskInfrastructure/Unix/MountedVolume.h"
 #include "tests/support/ScratchFolder.h"
+#include "tests/support/ScriptedRunner.h"
 
-#include <deque>
-#include <functional>
-#include <list>
 #include <map>
 
 namespace ramdisk::test {
 
-inline CommandOutput succeeds(std::string output, std::string errors = {}) {
-    return {0, std::move(output), std::move(errors)};
-}
-
-inline CommandOutput fails(std::int32_t exitCode, std::string errors, std::string output = {}) {
-    return {exitCode, std::move(output), std::move(errors)};
-}
-
 /// A Mac without a Mac: it answers the exact command lines of the disk tools from a state that they change,
-/// in the shape in which the real tools write, and tells of that state what the frameworks would. A command
-/// that it does not know, a script that nobody used, and a secret in a command line each fail the running
-/// test.
-class ScriptedMac final : public CommandRunning,
+/// in the shape in which the real tools write, and tells of that state what the frameworks would. Besides
+/// what a `ScriptedRunner` fails the test for, a passphrase that is missing or not asked for does, and a
+/// time limit on anything but the listing.
+class ScriptedMac final : public ScriptedRunner,
                           public VolumeMarkAccessing,
                           public MediaIdentifying,
                           public ProcessFootprintReading,
-                          public SystemMemoryProviding,
                           public MountedVolumeListing,
                           public PassphraseGenerating {
 public:
@@ -71,20 +60,20 @@ public:
     /// How opening an image file ends.
     enum class Attaching { works, mountsNothing, fails };
 
-    ScriptedMac() = default;
-    ~ScriptedMac() override;
+    ScriptedMac();
 
     [[nodiscard]] CommandOutput run(const SystemCommand& command) override;
 
     /// Answers the next command of this description with `output` instead of from the state.
-    void script(std::string description, CommandOutput output);
+    void script(std::string description, CommandOutput output) {
+        once(std::move(description), std::move(output));
+    }
 
     VolumeMark::Reading read(const std::filesystem::path& volume) const override;
     void write(const std::filesystem::path& volume, const UUID& instance) override;
     std::optional<std::uint64_t> identifier(const std::string& bsdName) override;
     /// As many megabytes as the process's number.
     std::optional<ByteCount> footprint(std::int32_t processID) const override;
-    SystemMemory read() const override;
     std::set<std::string> volumeNames(const std::optional<std::filesystem::path>& excluding) const override;
     VolumePassphrase generate() override;
 
@@ -113,44 +102,42 @@ public:
     std::optional<CommandOutput> creation;
     /// How the images opened from now on are closed.
     Detaching detachingOfImages = Detaching::works;
-    /// The texts that no command line may hold.
-    std::vector<std::string> secrets;
-    /// Everything that was run, in order.
-    std::vector<SystemCommand> commands;
     std::list<Image> images;
     /// The devices whose nodes were closed to other accounts, and whether that can be done.
     std::vector<std::string> closedDevices;
     bool canCloseDevices = true;
 
 private:
-    struct Script {
-        std::string description;
-        CommandOutput output;
-    };
     using Words = std::vector<std::string>;
+    using Input = std::optional<std::string>;
+    using Act = std::function<CommandOutput(const Words&, const Input&)>;
+    /// A command line in which each * stands for one word, and a word in brackets may be missing, and what
+    /// it does with the words at the stars and its standard input.
+    struct Verb {
+        std::string pattern;
+        Act act;
+    };
 
-    [[nodiscard]] CommandOutput hdiutil(const SystemCommand& command);
-    [[nodiscard]] CommandOutput diskutil(const SystemCommand& command);
-    [[nodiscard]] CommandOutput apfs(const SystemCommand& command);
-    [[nodiscard]] CommandOutput mdutil(const SystemCommand& command);
+    [[nodiscard]] CommandOutput otherwise(const SystemCommand& command) override;
+    void know(const char* tool, const std::string& arguments, Act act);
+    void knowImages();
+    void knowVolumes();
+    [[nodiscard]] std::string infoPropertyList() const;
+    /// The image whose device, container or volume has this path.
+    [[nodiscard]] Image& present(const std::string& devicePath);
     [[nodiscard]] CommandOutput attach(const std::string& address, const std::string& warning);
     [[nodiscard]] CommandOutput detach(const std::string& devicePath, Force force);
-    [[nodiscard]] CommandOutput eraseVolume(const Words& words);
     [[nodiscard]] CommandOutput mount(const std::string& devicePath, const std::string& mountPoint,
-                                      const std::optional<std::string>& passphrase);
-    [[nodiscard]] CommandOutput unmount(const std::string& devicePath);
-    [[nodiscard]] CommandOutput createImage(const SystemCommand& command);
-    [[nodiscard]] CommandOutput openImage(const SystemCommand& command);
+                                      const Input& passphrase);
+    [[nodiscard]] CommandOutput createImage(const Words& words, const Input& passphrase);
+    [[nodiscard]] CommandOutput openImage(const Words& words, const Input& passphrase);
     [[nodiscard]] CommandOutput isEncrypted(const std::string& path);
-    [[nodiscard]] CommandOutput ditto(const SystemCommand& command);
-    [[nodiscard]] static CommandOutput unknown(const SystemCommand& command);
+    [[nodiscard]] CommandOutput ditto(const Words& words);
     void leave(Volume& volume);
-    [[nodiscard]] std::string infoPropertyList() const;
     [[nodiscard]] unsigned freeDiskNumber() const;
     Image& addImage(const std::string& path, std::uint64_t sectors);
-    void mountInVolumes(Volume& volume);
 
-    std::deque<Script> scripts_;
+    std::vector<Verb> verbs_;
     std::uint64_t nextAttachment_ = 4294968000;
     ScratchFolder vault_;
     /// By the text in the image's file.

@@ -1,11 +1,7 @@
-#include "tests/support/Files.h"
 #include "tests/support/ScriptedMac.h"
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
-
-#include <algorithm>
-#include <fstream>
 
 namespace ramdisk::test {
 
@@ -46,22 +42,7 @@ RamDisk ScriptedMac::makeRamDisk(const std::string& name, const std::filesystem:
             .mountPoint = mountPoint};
 }
 
-CommandOutput ScriptedMac::createImage(const SystemCommand& command) {
-    const auto& words = command.arguments;
-    const bool isEncrypted = words.size() == 14;
-    std::vector<std::string> expected{
-        "create", "-quiet", "-size", "", "-type", "SPARSE", "-fs", "Case-sensitive APFS", "-volname", ""};
-    if (isEncrypted) {
-        expected.insert(expected.end(), {"-encryption", "AES-256", "-stdinpass"});
-    }
-    expected.emplace_back();
-    if (words.size() != expected.size() || isEncrypted != command.standardInput.has_value()
-        || !std::equal(words.begin(), words.end(), expected.begin(),
-                       [](const std::string& word, const std::string& wanted) {
-                           return wanted.empty() || word == wanted;
-                       })) {
-        return unknown(command);
-    }
+CommandOutput ScriptedMac::createImage(const Words& words, const Input& passphrase) {
     if (creation) {
         return *creation;
     }
@@ -73,34 +54,18 @@ CommandOutput ScriptedMac::createImage(const SystemCommand& command) {
     fs::create_directory(files);
     // The system keeps its own record of changes there.
     fs::create_directory(files / ".fseventsd");
-    imageFiles_[identifier] = {words[3], words[9], command.standardInput, files};
-    std::ofstream(words.back()) << identifier;
-    return succeeds({});
+    imageFiles_[identifier] = {words[0], words[2], passphrase, files};
+    writeFile(words.back(), identifier);
+    return succeeds();
 }
 
-CommandOutput ScriptedMac::openImage(const SystemCommand& command) {
-    const auto& words = command.arguments;
-    std::vector<std::string> expected{"attach", "-nobrowse", "-noautoopen", "-owners", "on", "-mountpoint"};
-    if (words.size() < 8) {
-        return unknown(command);
-    }
-    const fs::path mountPoint = words[6];
-    expected.push_back(mountPoint.string());
-    if (words[7] == "-readonly") {
-        expected.emplace_back("-readonly");
-    }
-    if (command.standardInput) {
-        expected.insert(expected.end(), {"-stdinpass", "-verbose"});
-    }
-    expected.push_back(words.back());
-    if (words != expected) {
-        return unknown(command);
-    }
+CommandOutput ScriptedMac::openImage(const Words& words, const Input& passphrase) {
+    const fs::path mountPoint = words[0];
     const auto* file = imageFile(words.back());
     if (file == nullptr || attaching == Attaching::fails) {
         return fails(1, "hdiutil: attach failed - no mountable file systems\n");
     }
-    if (file->passphrase != command.standardInput) {
+    if (file->passphrase != passphrase) {
         return fails(1, "hdiutil: attach failed - Authentication error\n");
     }
     auto& image = addImage(words.back(), std::stoull(file->sizeArgument) * sectorsOfAMebibyte);
@@ -124,16 +89,14 @@ CommandOutput ScriptedMac::isEncrypted(const std::string& path) {
     if (file == nullptr) {
         return fails(1, "hdiutil: isencrypted failed - image not recognized\n");
     }
-    return succeeds(
-        fmt::format("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">\n<dict>\n"
-                    "\t<key>encrypted</key>\n\t<{}/>\n</dict>\n</plist>\n",
-                    file->passphrase.has_value()));
+    return succeeds(fmt::format("<plist version=\"1.0\"><dict><key>encrypted</key><{}/></dict></plist>\n",
+                                file->passphrase.has_value()));
 }
 
-CommandOutput ScriptedMac::ditto(const SystemCommand& command) {
+CommandOutput ScriptedMac::ditto(const Words& words) {
     try {
-        for (std::size_t index = 0; index + 1 < command.arguments.size(); ++index) {
-            copyInto(command.arguments[index], command.arguments.back());
+        for (std::size_t index = 0; index + 1 < words.size(); ++index) {
+            copyInto(words[index], words.back());
         }
     } catch (const fs::filesystem_error& error) {
         return fails(1, fmt::format("ditto: {}\n", error.what()));
@@ -141,7 +104,7 @@ CommandOutput ScriptedMac::ditto(const SystemCommand& command) {
     if (whileCopying) {
         whileCopying();
     }
-    return succeeds({});
+    return succeeds();
 }
 
 } // namespace ramdisk::test

@@ -13,16 +13,11 @@ const Watchdog::TimePoint start{1000s};
 
 TEST(Watchdog, TerminatesAtTheLimitAndKillsTwoSecondsLaterOnce) {
     Watchdog watchdog(1.5, start);
-    EXPECT_EQ(watchdog.nextDeadline(), start + 1500ms);
     EXPECT_EQ(watchdog.takeDueSignal(start + 1499ms), std::nullopt);
-    EXPECT_FALSE(watchdog.didFire());
     EXPECT_EQ(watchdog.takeDueSignal(start + 1600ms), SIGTERM);
-    EXPECT_TRUE(watchdog.didFire());
-    EXPECT_EQ(watchdog.nextDeadline(), start + 3600ms);
     EXPECT_EQ(watchdog.takeDueSignal(start + 3599ms), std::nullopt);
     EXPECT_EQ(watchdog.takeDueSignal(start + 3600ms), SIGKILL);
     EXPECT_EQ(watchdog.takeDueSignal(start + 9000ms), std::nullopt);
-    EXPECT_EQ(watchdog.nextDeadline(), std::nullopt);
 }
 
 TEST(Watchdog, NothingIsDueOnceStopped) {

@@ -14,10 +14,14 @@ std::string listOf(const std::string& images) {
            + images + "</array></dict></plist>";
 }
 
+std::string entity(const std::string& device, const std::string& mountPoint = {}) {
+    return "<dict><key>dev-entry</key><string>" + device + "</string>"
+           + (mountPoint.empty() ? "" : "<key>mount-point</key><string>" + mountPoint + "</string>")
+           + "</dict>";
+}
+
 /// An image with these keys beside its entities.
-std::string
-image(const std::string& keys,
-      const std::string& entities = "<dict><key>dev-entry</key><string>/dev/disk5</string></dict>") {
+std::string image(const std::string& keys, const std::string& entities = entity("/dev/disk5")) {
     return "<dict>" + keys + "<key>system-entities</key><array>" + entities + "</array></dict>";
 }
 
@@ -29,28 +33,13 @@ std::string integer(const std::string& key, const std::string& value) {
     return "<key>" + key + "</key><integer>" + value + "</integer>";
 }
 
-TEST(HDIUtilInfoParserTest, OnlyImagesInMemoryWithADeviceAreTaken) {
+TEST(HDIUtilInfoParserTest, OnlyImagesInMemoryWithADeviceAreTakenAndTheFirstVolumeOfEach) {
     const auto images = HDIUtilInfoParser::ramImages(listOf(
         image(path("/Users/me/Other.dmg")) + image("") + image(path("ram:/2048"))
-        + image(path("ram://2048"), "")
-        + image(path("ram://2048"), "<dict><key>dev-entry</key><string>/dev/synthesized</string></dict>")
-        + image(path("ram://16"))));
-    ASSERT_EQ(images.size(), 1U);
-    EXPECT_EQ(images.front().capacity.bytes, 16U * 512U);
-    for (const auto& list : {listOf(""), std::string("<plist version=\"1.0\"><dict/></plist>")}) {
-        EXPECT_TRUE(HDIUtilInfoParser::ramImages(list).empty());
-    }
-}
-
-TEST(HDIUtilInfoParserTest, TheVolumeMaySitOnAnotherDiskThanTheImage) {
-    const auto images = HDIUtilInfoParser::ramImages(listOf(image(
-        path("ram://20480") + integer("hdid-pid", "18610"),
-        "<dict><key>content-hint</key><string></string><key>dev-entry</key><string>/dev/disk6</string></dict>"
-        "<dict><key>dev-entry</key><string>/dev/disk9</string></dict>"
-        "<dict><key>dev-entry</key><string>/dev/disk9s1</string><key>mount-point</key>"
-        "<string>/Volumes/R&amp;D</string></dict>"
-        "<dict><key>dev-entry</key><string>/dev/disk9s2</string><key>mount-point</key>"
-        "<string>/Volumes/Second</string></dict>")));
+        + image(path("ram://2048"), "") + image(path("ram://2048"), entity("/dev/synthesized"))
+        + image(path("ram://20480") + integer("hdid-pid", "18610"),
+                entity("/dev/disk6") + entity("/dev/disk9") + entity("/dev/disk9s1", "/Volumes/R&amp;D")
+                    + entity("/dev/disk9s2", "/Volumes/Second"))));
     ASSERT_EQ(images.size(), 1U);
     EXPECT_EQ(images.front(), (AttachedRamImage{DeviceIdentifier::wholeDisk(6),
                                                 ByteCount{10485760},
@@ -60,6 +49,14 @@ TEST(HDIUtilInfoParserTest, TheVolumeMaySitOnAnotherDiskThanTheImage) {
                                                 "/dev/disk9s1"}));
     EXPECT_TRUE(images.front().has(DeviceIdentifier::wholeDisk(9)));
     EXPECT_FALSE(images.front().has(DeviceIdentifier::wholeDisk(96)));
+    // The last is the same empty dictionary in the binary form.
+    const std::string empty[] = {
+        listOf(""), "<plist version=\"1.0\"><dict/></plist>",
+        std::string("bplist00\xD0\x08\0\0\0\0\0\0\1\1\0\0\0\0\0\0\0\1\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\x09",
+                    42)};
+    for (const auto& list : empty) {
+        EXPECT_TRUE(HDIUtilInfoParser::ramImages(list).empty());
+    }
 }
 
 TEST(HDIUtilInfoParserTest, CapacityComesFromTheCountsOrElseThePath) {
@@ -102,18 +99,23 @@ TEST(HDIUtilInfoParserTest, WhatNoDiskCanBeIsAnErrorAndNeverASize) {
     for (const auto& keys : rows) {
         EXPECT_THROW((void)HDIUtilInfoParser::ramImages(listOf(image(keys))), PropertyListError) << keys;
     }
-    for (const std::string& list :
-         {std::string(), std::string("hdiutil: info failed"), std::string("<plist><dict>"),
-          std::string("bplist00"), std::string("<plist><array/></plist>"), listOf("<string>image</string>"),
-          listOf(image(ram, "<dict><key>mount-point</key><string>/Volumes/A</string></dict>")),
-          std::string("<plist><dict><key>images</key><dict/></dict></plist>")}) {
-        EXPECT_THROW((void)HDIUtilInfoParser::ramImages(list), PropertyListError) << list;
-    }
-    std::string deep;
+    std::string deep = "<plist>";
     for (int level = 0; level < 200000; ++level) {
         deep += "<array>";
     }
-    EXPECT_THROW((void)HDIUtilInfoParser::ramImages("<plist>" + deep), PropertyListError);
+    const std::string noLists[] = {
+        "",
+        "hdiutil: info failed",
+        "<plist><dict>",
+        "bplist00",
+        "<plist><array/></plist>",
+        listOf("<string>image</string>"),
+        listOf(image(ram, "<dict><key>mount-point</key><string>/A</string></dict>")),
+        "<plist><dict><key>images</key><dict/></dict></plist>",
+        deep};
+    for (const auto& list : noLists) {
+        EXPECT_THROW((void)HDIUtilInfoParser::ramImages(list), PropertyListError) << list.substr(0, 200);
+    }
 }
 
 class InventoryTest : public test::MacTest {};
@@ -153,12 +155,9 @@ TEST_F(InventoryTest, AListedDiskCarriesWhatTheSystemKnowsOfIt) {
 }
 
 TEST_F(InventoryTest, AVolumeThatCannotBeAskedIsNamedByItsFolder) {
-    mac->script(
-        "/usr/bin/hdiutil info -plist",
-        {0,
-         listOf(image(path("ram://8"), "<dict><key>dev-entry</key><string>/dev/disk5</string>"
-                                       "<key>mount-point</key><string>/Volumes/Silent/</string></dict>")),
-         "hdiutil: WARNING: noise\n"});
+    mac->script("/usr/bin/hdiutil info -plist",
+                test::succeeds(listOf(image(path("ram://8"), entity("/dev/disk5", "/Volumes/Silent/"))),
+                               "hdiutil: WARNING: noise\n"));
     const auto disks = services().list->list();
     ASSERT_EQ(disks.size(), 1U);
     EXPECT_EQ(disks[0].name, "Silent");
@@ -166,13 +165,12 @@ TEST_F(InventoryTest, AVolumeThatCannotBeAskedIsNamedByItsFolder) {
 }
 
 TEST_F(InventoryTest, AListThatCannotBeReadIsAnError) {
-    for (const auto& [output, text] :
-         {std::pair(CommandOutput{1, "", "hdiutil: info failed - error 5\n"},
-                    "Could not read the list of RAM disks: hdiutil: hdiutil: info failed - error 5"),
-          std::pair(CommandOutput{0, "nothing", ""},
-                    "Could not read the list of RAM disks: The property list cannot be read.")}) {
+    for (const auto& [output, reason] :
+         {std::pair(test::fails(1, "hdiutil: info failed\n"), "hdiutil: hdiutil: info failed"),
+          std::pair(test::succeeds("nothing"), "The property list cannot be read.")}) {
         mac->script("/usr/bin/hdiutil info -plist", output);
-        EXPECT_EQ(textOf([&] { (void)services().list->list(); }), text);
+        EXPECT_EQ(textOf([&] { (void)services().list->list(); }),
+                  std::string("Could not read the list of RAM disks: ") + reason);
     }
 }
 

@@ -12,16 +12,13 @@ namespace {
 using test::ScriptedMac;
 
 TEST(ScriptedMacTest, WhatNobodyExpectsFailsTheTest) {
-    EXPECT_NONFATAL_FAILURE(
-        (void)ScriptedMac().run({"/usr/bin/hdiutil", {"burn"}, std::nullopt, std::nullopt}),
-        "no script for: /usr/bin/hdiutil burn");
-    EXPECT_NONFATAL_FAILURE(ScriptedMac().script("/usr/bin/hdiutil burn", {}),
-                            "nobody ran: /usr/bin/hdiutil burn");
+    const SystemCommand burn{"/usr/bin/hdiutil", {"burn"}, std::nullopt, std::nullopt};
+    EXPECT_NONFATAL_FAILURE((void)ScriptedMac().run(burn), "no script for: /usr/bin/hdiutil burn");
+    EXPECT_NONFATAL_FAILURE(ScriptedMac().once(burn.description()), "nobody ran: /usr/bin/hdiutil burn");
     ScriptedMac mac;
-    mac.secrets.emplace_back("hush");
-    mac.script("/usr/bin/hdiutil hush", {});
-    EXPECT_NONFATAL_FAILURE((void)mac.run({"/usr/bin/hdiutil", {"hush"}, std::nullopt, std::nullopt}),
-                            "a secret in: /usr/bin/hdiutil hush");
+    mac.secrets.emplace_back("burn");
+    mac.once(burn.description());
+    EXPECT_NONFATAL_FAILURE((void)mac.run(burn), "a secret in: /usr/bin/hdiutil burn");
 }
 
 /// One Mac on which our disks and other programs' come and go in a random order.
@@ -44,6 +41,8 @@ public:
     }
 
     std::size_t finish() {
+        // An eject that works also clears up the mount points of those that did not.
+        create();
         for (auto& image : mac_->images) {
             image.detaching = ScriptedMac::Detaching::works;
         }
@@ -82,6 +81,7 @@ private:
         wanted.isEncrypted = supportsEncryption(wanted.fileSystem) && below(2) == 0;
         wanted.access = below(2) == 0 ? VolumeAccess::onlyMe : VolumeAccess::everyone;
         wanted.isIndexingEnabled = below(2) == 0;
+        mac_->hasDiskImages2 = below(2) == 0;
         const auto disk = services_.create->execute(wanted).ramDisk;
         ++made_;
         EXPECT_EQ(disk.name, wanted.name);
@@ -94,10 +94,25 @@ private:
         EXPECT_EQ(image->volume->isIndexed, wanted.isIndexingEnabled);
         EXPECT_EQ(image->volume->passphrase.has_value(), wanted.isEncrypted);
         if (wanted.isEncrypted) {
-            EXPECT_EQ(*image->volume->passphrase, mac_->secrets.back());
+            EXPECT_EQ(image->volume->passphrase, mac_->secrets.back());
         }
+        EXPECT_EQ(image->volume->mark, disk.instance.value().text());
+        expectNodesClosed(*image, wanted.access);
         image->detaching = static_cast<ScriptedMac::Detaching>(below(4));
         ours_.insert(*disk.attachment);
+    }
+
+    /// Every node through which another account could read a private disk is closed, and no other one.
+    void expectNodesClosed(const ScriptedMac::Image& image, VolumeAccess access) {
+        std::set<std::string> nodes;
+        if (access == VolumeAccess::onlyMe) {
+            nodes = {image.name(), image.volume->devicePath.substr(5)};
+            if (image.container) {
+                nodes.insert("disk" + std::to_string(*image.container));
+            }
+        }
+        EXPECT_EQ(std::set(mac_->closedDevices.begin(), mac_->closedDevices.end()), nodes);
+        mac_->closedDevices.clear();
     }
 
     void ejectOne() {
@@ -107,10 +122,16 @@ private:
         if (ours == disks.end()) {
             return;
         }
+        using Detaching = ScriptedMac::Detaching;
         const auto force = below(2) == 0 ? Force::yes : Force::no;
+        const auto detaching = mac_->imageOf(ours->device.bsdName())->detaching;
+        const bool works =
+            detaching == Detaching::works || (detaching == Detaching::busy && force == Force::yes);
         try {
             services_.eject->eject(*ours, force);
+            EXPECT_TRUE(works) << "forced, or taken for done";
         } catch (const RamDiskError& error) {
+            EXPECT_FALSE(works) << "not forced";
             settle(*ours, error);
         }
         ours_.erase(*ours->attachment);

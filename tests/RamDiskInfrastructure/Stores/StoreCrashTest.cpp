@@ -2,6 +2,9 @@
 #include "RamDiskInfrastructure/Stores/LockedJSONFile.h"
 #include "RamDiskInfrastructure/Stores/StoredFile.h"
 #include "tests/support/ScratchFolder.h"
+#if defined(__linux__)
+#    include "tests/support/Linux/KillLoop.h"
+#endif
 
 #include <gmock/gmock.h>
 
@@ -10,10 +13,6 @@
 
 #include <signal.h>
 #include <sys/wait.h>
-#if defined(__linux__)
-#    include <sys/ptrace.h>
-#    include <sys/syscall.h>
-#endif
 
 namespace ramdisk::test {
 namespace {
@@ -49,39 +48,33 @@ std::function<RedirectList(RedirectList)> adding(const std::string& name) {
 /// A child process that is gone when this value is.
 class Child {
 public:
-    explicit Child(const std::function<void()>& body) : pid(fork()) {
-        if (pid == 0) {
-            try {
-                body();
-                _exit(0);
-            } catch (const std::exception&) {
-                _exit(1);
-            }
+    explicit Child(const std::function<void()>& body) : pid_(fork()) {
+        if (pid_ == 0) {
+            body();
+            _exit(0);
         }
     }
     Child(const Child&) = delete;
     Child& operator=(const Child&) = delete;
     ~Child() {
-        if (status_ == -1) {
-            kill(pid, SIGKILL);
-            waitpid(pid, nullptr, 0);
+        if (!status_) {
+            kill(pid_, SIGKILL);
+            waitpid(pid_, nullptr, 0);
         }
     }
 
-    /// How the child ended or was stopped, as waitpid tells; absent while it runs.
-    std::optional<int> status(int options) {
+    /// How the child ended, as waitpid tells; absent while it runs.
+    std::optional<int> status() {
         int status = 0;
-        if (waitpid(pid, &status, options) != pid) {
-            return std::nullopt;
+        if (waitpid(pid_, &status, WNOHANG) == pid_) {
+            status_ = status;
         }
-        status_ = WIFSTOPPED(status) ? -1 : status;
-        return status;
+        return status_;
     }
-
-    const pid_t pid;
 
 private:
-    int status_ = -1;
+    pid_t pid_;
+    std::optional<int> status_;
 };
 
 TEST(StoreCrash, NothingIsLostAmongManyWritersAndReadersSeeWholeListsOnly) {
@@ -107,7 +100,7 @@ TEST(StoreCrash, NothingIsLostAmongManyWritersAndReadersSeeWholeListsOnly) {
             ++looks;
         }
         usleep(2000);
-        if (const auto status = children.back().status(WNOHANG)) {
+        if (const auto status = children.back().status()) {
             ASSERT_EQ(*status, 0);
             children.pop_back();
         }
@@ -123,57 +116,25 @@ TEST(StoreCrash, NothingIsLostAmongManyWritersAndReadersSeeWholeListsOnly) {
 }
 
 #if defined(__linux__)
-/// Adds an entry in a child process that is killed before its system call of this number, or after it; every
-/// other number is a call's return. @returns the calls that change a file or lock it, up to then.
-std::string addKilledAt(int number, const RedirectStore& store, bool& wasKilled) {
-    Child child([&] {
-        ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
-        raise(SIGSTOP);
-        store.update(adding("new"));
-    });
-    EXPECT_TRUE(WIFSTOPPED(child.status(0).value()));
-    EXPECT_EQ(ptrace(PTRACE_SETOPTIONS, child.pid, nullptr, PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL), 0);
-    std::map<std::uint64_t, std::string> names{
-        {SYS_flock, "lock "}, {SYS_write, "write "}, {SYS_fsync, "flush "}};
-    names.insert({{SYS_linkat, "second name "}, {SYS_renameat, "replace "}, {SYS_renameat2, "replace "}});
-#    if defined(SYS_rename)
-    names.insert({{SYS_link, "second name "}, {SYS_rename, "replace "}});
-#    endif
-    std::string calls;
-    for (; number >= 0; --number) {
-        ptrace(PTRACE_SYSCALL, child.pid, nullptr, nullptr);
-        if (const int status = child.status(0).value(); !WIFSTOPPED(status)) {
-            EXPECT_EQ(status, 0);
-            wasKilled = false;
-            return calls;
-        }
-        __ptrace_syscall_info call{};
-        ptrace(PTRACE_GET_SYSCALL_INFO, child.pid, sizeof call, &call);
-        const auto name = call.op == PTRACE_SYSCALL_INFO_ENTRY ? names.find(call.entry.nr) : names.end();
-        calls += name == names.end() ? "" : name->second;
-    }
-    wasKilled = true;
-    return calls;
-}
-
-TEST(StoreCrash, KilledAtEverySystemCallLeavesAWholeListAndNoLock) {
+TEST(StoreCrash, KilledAtEveryChangeLeavesAWholeListAndNoLock) {
     const auto after = encodeList<FolderRedirect>({entry("new")});
     for (const std::string before : {"", "[]", "damaged"}) {
-        std::string calls;
-        bool wasKilled = true;
-        for (int number = 0; wasKilled && !testing::Test::HasFailure(); ++number) {
-            const ScratchFolder scratch;
-            const auto folder = scratch.path() / "made";
-            const auto store = storeIn(folder);
+        SCOPED_TRACE("“" + before + "”");
+        std::optional<ScratchFolder> scratch;
+        std::filesystem::path folder;
+        const auto prepare = [&] {
+            folder = scratch.emplace().path() / "made";
             if (!before.empty()) {
                 std::filesystem::create_directory(folder);
                 writeFile(folder / "List.json", before);
             }
-            calls = addKilledAt(number, store, wasKilled);
-            SCOPED_TRACE("“" + before + "”, killed after: " + calls);
+        };
+        const auto check = [&](const std::optional<int>& status) {
+            const auto store = storeIn(folder);
+            EXPECT_EQ(status.value_or(0), 0);
             EXPECT_FALSE(store.lock().isHeld());
             const auto left = readFile(folder / "List.json");
-            EXPECT_THAT(left, testing::AnyOf(wasKilled ? before : after, after));
+            EXPECT_THAT(left, testing::AnyOf(status ? after : before, after));
             store.update([](const RedirectList& unchanged) { return unchanged; });
             EXPECT_EQ(readFile(folder / "List.json"), left == after ? after : "[]");
             // Damage may be set aside twice: by the process that was killed then, and by the next.
@@ -187,10 +148,12 @@ TEST(StoreCrash, KilledAtEverySystemCallLeavesAWholeListAndNoLock) {
                 asideCount += isAside ? 1 : 0;
             }
             EXPECT_EQ(asideCount > 0, before == "damaged");
-        }
+        };
+        const auto calls = killAtEveryCall(
+            {.prepare = prepare, .work = [&] { storeIn(folder).update(adding("new")); }, .check = check});
         // What would outlive a power cut too: nothing takes a place before it is on the disk.
-        EXPECT_EQ(calls, before == "damaged" ? "lock lock write flush second name replace flush "
-                                             : "lock lock write flush replace flush ");
+        EXPECT_EQ(calls,
+                  before == "damaged" ? "write flush link replace flush " : "write flush replace flush ");
     }
 }
 #endif

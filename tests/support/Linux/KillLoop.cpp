@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdlib>
+#include <map>
 #include <set>
 #include <stdexcept>
 #include <string>
@@ -42,28 +43,40 @@ pid_t startTraced(const std::function<void()>& work) {
     return child;
 }
 
-/// Whether the stopped thread is about to do something that outlives its process.
-bool isAboutToChangeSomething(pid_t thread) {
+/// What the stopped thread is about to do, if that outlives its process: a name for what has to come in the
+/// right order, nothing for the rest.
+std::optional<std::string> changeAhead(pid_t thread) {
     static const std::set<std::uint64_t> changes{
-        SYS_umount2,  SYS_move_mount,      SYS_fsmount,   SYS_mount,    SYS_ioctl,     SYS_mkdirat,
-        SYS_unlinkat, SYS_renameat2,       SYS_renameat,  SYS_linkat,   SYS_symlinkat, SYS_fsetxattr,
-        SYS_setxattr, SYS_ftruncate,       SYS_fchmod,    SYS_fchmodat, SYS_fchownat,  SYS_write,
-        SYS_pwrite64, SYS_copy_file_range, SYS_fallocate, SYS_fsync,
+        SYS_umount2,   SYS_move_mount, SYS_fsmount,   SYS_mount,           SYS_ioctl,     SYS_mkdirat,
+        SYS_unlinkat,  SYS_symlinkat,  SYS_fsetxattr, SYS_setxattr,        SYS_pwrite64,  SYS_fchmod,
+        SYS_ftruncate, SYS_fchmodat,   SYS_fchownat,  SYS_copy_file_range, SYS_fallocate,
 #ifdef SYS_mkdir
-        SYS_mkdir,    SYS_rmdir,           SYS_unlink,    SYS_rename,   SYS_link,      SYS_symlink,
-        SYS_chmod,    SYS_chown,
+        SYS_mkdir,     SYS_rmdir,      SYS_unlink,    SYS_symlink,         SYS_chmod,     SYS_chown,
+#endif
+    };
+    static const std::map<std::uint64_t, std::string> named{
+        {SYS_write, "write "},      {SYS_fsync, "flush "},       {SYS_linkat, "link "},
+        {SYS_renameat, "replace "}, {SYS_renameat2, "replace "},
+#ifdef SYS_mkdir
+        {SYS_link, "link "},        {SYS_rename, "replace "},
 #endif
     };
     __ptrace_syscall_info call{};
-    return ptrace(PTRACE_GET_SYSCALL_INFO, thread, sizeof call, &call) > 0
-           && call.op == PTRACE_SYSCALL_INFO_ENTRY
-           && (changes.contains(call.entry.nr)
-               || (call.entry.nr == SYS_openat && (call.entry.args[2] & O_CREAT) != 0));
+    if (ptrace(PTRACE_GET_SYSCALL_INFO, thread, sizeof call, &call) <= 0
+        || call.op != PTRACE_SYSCALL_INFO_ENTRY) {
+        return std::nullopt;
+    }
+    if (const auto found = named.find(call.entry.nr); found != named.end()) {
+        return found->second;
+    }
+    const bool makes = call.entry.nr == SYS_openat && (call.entry.args[2] & O_CREAT) != 0;
+    return makes || changes.contains(call.entry.nr) ? std::optional<std::string>("") : std::nullopt;
 }
 
 struct Run {
     /// Calls that were about to change something.
     int calls = 0;
+    std::string names{};
     /// Absent when it was killed.
     std::optional<int> status{};
 };
@@ -84,8 +97,11 @@ Run runKilledAt(int fatal, const std::function<void()>& work) {
         }
         const int signal = WSTOPSIG(status);
         const bool isCall = signal == (SIGTRAP | 0x80);
-        if (isCall && isAboutToChangeSomething(thread) && run.calls++ == fatal) {
-            kill(child, SIGKILL);
+        if (const auto change = isCall ? changeAhead(thread) : std::nullopt) {
+            run.names += *change;
+            if (run.calls++ == fatal) {
+                kill(child, SIGKILL);
+            }
         }
         // Tracing's own stops, of which each new thread begins with one, are no signals to the program.
         const bool isOwn = isCall || signal == SIGTRAP || (known.insert(thread).second && signal == SIGSTOP);
@@ -103,12 +119,12 @@ constexpr int share = 1;
 
 } // namespace
 
-void killAtEveryCall(const KillLoop& loop) {
+std::string killAtEveryCall(const KillLoop& loop) {
     loop.prepare();
     const auto whole = runKilledAt(-1, loop.work);
     loop.check(whole.status);
     constexpr int fewest = 4;
-    ASSERT_GT(whole.calls, fewest) << "too few points to have been tried at all";
+    EXPECT_GT(whole.calls, fewest) << "too few points to have been tried at all";
     const auto* wanted = std::getenv("TRAMDISK_KILL_POINTS");
     const int points = std::min(whole.calls, wanted != nullptr ? std::atoi(wanted) : loop.most / share);
     for (int point = 0; point < points && !testing::Test::HasFatalFailure(); ++point) {
@@ -117,6 +133,7 @@ void killAtEveryCall(const KillLoop& loop) {
         loop.prepare();
         loop.check(runKilledAt(call, loop.work).status);
     }
+    return whole.names;
 }
 
 } // namespace ramdisk::test

@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <optional>
+#include <string>
 
 namespace ramdisk::test {
 
@@ -22,6 +23,7 @@ struct KillLoop {
 /// Runs the program once to its end, and then kills it at its system calls that change what outlives a
 /// process: mounts, devices, files and their names, right before the call is done. What the program's own
 /// children do counts too; they outlive it, as they would. The caller may have no other child meanwhile.
-void killAtEveryCall(const KillLoop& loop);
+/// @returns the writes, flushes, links and replacements of the whole run, in their order.
+std::string killAtEveryCall(const KillLoop& loop);
 
 } // namespace ramdisk::test

@@ -4,13 +4,7 @@
 #include "RamDiskInfrastructure/Linux/Bus/SdBus.h"
 
 #include <chrono>
-#include <csignal>
-#include <stdexcept>
 #include <thread>
-
-#include <fcntl.h>
-#include <stdlib.h> // NOLINT: setenv
-#include <sys/mman.h>
 
 namespace ramdisk::test {
 
@@ -31,42 +25,6 @@ void waitUntil(const std::string& what, Condition done) {
 }
 
 } // namespace
-
-Environment::~Environment() {
-    for (const auto& [name, value] : former_) {
-        value ? setenv(name.c_str(), value->c_str(), 1) : unsetenv(name.c_str());
-    }
-}
-
-void Environment::set(const std::string& name, const std::optional<std::string>& value) {
-    const char* const former = getenv(name.c_str());
-    former_.emplace(name, former == nullptr ? std::nullopt : std::optional<std::string>(former));
-    value ? setenv(name.c_str(), value->c_str(), 1) : unsetenv(name.c_str());
-}
-
-Helper::Helper(std::vector<std::string> command, std::string_view input)
-    : input_(memfd_create("input", MFD_CLOEXEC)),
-      output_(open("/dev/null", O_WRONLY | O_CLOEXEC)) {
-    if (pwrite(input_.get(), input.data(), input.size(), 0) != static_cast<ssize_t>(input.size())) {
-        throw std::runtime_error("no input for " + command.front());
-    }
-    SystemCommand whole;
-    whole.executable = "/usr/bin/setpriv";
-    whole.arguments = {"--pdeathsig", "KILL"};
-    whole.arguments.insert(whole.arguments.end(), command.begin(), command.end());
-    child_ = std::make_unique<ChildProcess>(whole, ChildStreams{input_.get(), output_.get(), output_.get()});
-}
-
-Helper::~Helper() {
-    end();
-}
-
-void Helper::end() {
-    if (child_ && !child_->isReaped()) {
-        child_->signal(SIGKILL);
-        child_->reap();
-    }
-}
 
 PrivateBus::PrivateBus() {
     const auto path = folder_.path().string();

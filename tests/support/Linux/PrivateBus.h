@@ -3,12 +3,19 @@
 #include "RamDiskInfrastructure/Commands/ChildProcess.h"
 #include "tests/support/ScratchFolder.h"
 
+#include <csignal>
 #include <map>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include <fcntl.h>
+#include <stdlib.h> // NOLINT: setenv
+#include <sys/mman.h>
+#include <unistd.h>
 
 namespace ramdisk::test {
 
@@ -18,10 +25,18 @@ public:
     Environment() = default;
     Environment(const Environment&) = delete;
     Environment& operator=(const Environment&) = delete;
-    ~Environment();
+    ~Environment() {
+        for (const auto& [name, value] : former_) {
+            value ? setenv(name.c_str(), value->c_str(), 1) : unsetenv(name.c_str());
+        }
+    }
 
     /// Absent to remove it.
-    void set(const std::string& name, const std::optional<std::string>& value);
+    void set(const std::string& name, const std::optional<std::string>& value) {
+        const char* const former = getenv(name.c_str());
+        former_.emplace(name, former == nullptr ? std::nullopt : std::optional<std::string>(former));
+        value ? setenv(name.c_str(), value->c_str(), 1) : unsetenv(name.c_str());
+    }
 
 private:
     std::map<std::string, std::optional<std::string>> former_;
@@ -30,11 +45,28 @@ private:
 /// A program that is ended with this object, or with the test, whatever ends the test.
 class Helper {
 public:
-    explicit Helper(std::vector<std::string> command, std::string_view input = {});
-    ~Helper();
+    explicit Helper(std::vector<std::string> command, std::string_view input = {})
+        : input_(memfd_create("input", MFD_CLOEXEC)),
+          output_(open("/dev/null", O_WRONLY | O_CLOEXEC)) {
+        if (pwrite(input_.get(), input.data(), input.size(), 0) != static_cast<ssize_t>(input.size())) {
+            throw std::runtime_error("no input for " + command.front());
+        }
+        SystemCommand whole;
+        whole.executable = "/usr/bin/setpriv";
+        whole.arguments = {"--pdeathsig", "KILL"};
+        whole.arguments.insert(whole.arguments.end(), command.begin(), command.end());
+        child_ =
+            std::make_unique<ChildProcess>(whole, ChildStreams{input_.get(), output_.get(), output_.get()});
+    }
+    ~Helper() { end(); }
 
     void signal(int number) { child_->signal(number); }
-    void end();
+    void end() {
+        if (child_ && !child_->isReaped()) {
+            child_->signal(SIGKILL);
+            child_->reap();
+        }
+    }
 
 private:
     FileDescriptor input_;

@@ -1,5 +1,6 @@
 #include "RamDiskUI/ErrorText.h"
 
+#include "RamDiskCore/Ports/ContentArchiving.h"
 #include "RamDiskCore/Values/ByteCountFormat.h"
 
 #include <fmt/format.h>
@@ -222,6 +223,10 @@ std::string errorText(const std::exception& error) {
 std::optional<std::string> recoverySuggestion(const RamDiskError& error) {
     if (std::holds_alternative<Error::AmbiguousReference>(error.value())) {
         return "Run `tramdisk list` to see device names.";
+    }
+    if (dynamic_cast<const SomeFilesDamaged*>(&error) != nullptr) {
+        return "`tramdisk load REF --copy N` puts an earlier copy on the disk. `tramdisk save REF "
+               "--keep-current` makes what is on it now the saved files.";
     }
     const auto* eject = std::get_if<Error::EjectFailed>(&error.value());
     if (eject != nullptr && eject->obstacle == EjectObstacle::busy) {

@@ -3,6 +3,7 @@
 #include "RamDiskCore/Ports/Port.h"
 #include "RamDiskCore/Ports/TransferProgress.h"
 #include "RamDiskCore/Values/RamDisk.h"
+#include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskCore/Values/SavedContents.h"
 #include "RamDiskCore/Values/VolumeProtection.h"
 
@@ -53,6 +54,13 @@ struct RestoreRequest {
     RestoreMode mode = RestoreMode::fill;
 };
 
+/// A restore found files in the copy that are not what was saved, and no other copy has them. All other files
+/// are on the disk.
+class SomeFilesDamaged : public RamDiskError {
+public:
+    using RamDiskError::RamDiskError;
+};
+
 /// Saves the files of disks into images and puts them back.
 ///
 /// An image is never changed in place. A save that fails, or whose process dies at any point, leaves the
@@ -74,6 +82,7 @@ public:
     /// Puts the files of a copy onto the disk. The observer is told before the disk is changed for the first
     /// time: a restore that fails without having told it left the disk as it was. An earlier copy takes the
     /// place of the latest afterwards, and the latest becomes an earlier one.
+    /// @throws SomeFilesDamaged; then no copy takes another's place.
     /// @throws RamDiskError `imageEjected`, `imageUnreadable`, `imageOpenAlready`, `imageStateUnknown`,
     ///         `incorrectPassphrase`, `namesMerged`, `contentsTransferFailed`. The image is as it was; on the
     ///         disk is what was copied so far.

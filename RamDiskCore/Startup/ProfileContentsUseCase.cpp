@@ -58,6 +58,34 @@ void ProfileContentsUseCase::noteUnsaved(const KeptDisk& kept) {
     }
 }
 
+void ProfileContentsUseCase::noteLeft(const KeptDisk& kept) {
+    auto& storage = *ports_.storage;
+    const auto& profile = kept.profile.id;
+    const auto& instance = kept.disk.instance;
+    if (isBound(kept)) {
+        // No disk's, so that copies that are gone later are still missed.
+        storage.bind(profile, profile);
+    }
+    if (instance && storage.unsavedInstance(profile) == instance) {
+        storage.setUnsavedInstance(profile, std::nullopt);
+    }
+    if (const auto filling = storage.filling(profile); filling && filling->instance == instance) {
+        storage.setFilling(profile, std::nullopt);
+    }
+}
+
+bool ProfileContentsUseCase::wasLost(const KeptDisk& kept) const {
+    bool isLost = false;
+    whileLocked(kept.profile, [&] {
+        const auto profiles = ports_.profiles->load();
+        const bool isGivenUp = std::any_of(profiles.begin(), profiles.end(), [&](const auto& profile) {
+            return profile.id == kept.profile.id && !profile.keepsContents;
+        });
+        isLost = !isGivenUp && isNoted(kept);
+    });
+    return isLost;
+}
+
 RestoreState ProfileContentsUseCase::state(const KeptDisk& kept) const {
     if (!isPartlyFilled(kept)
         && (isBound(kept) || (copies(kept.profile).empty() && !hasLostCopies(kept.profile)))) {
@@ -286,6 +314,13 @@ RestoredVolume ProfileContentsUseCase::fill(const KeptDisk& kept, const std::fil
             ports_.storage->setUnsavedInstance(profile, std::nullopt);
         }
         return restored;
+    } catch (const SomeFilesDamaged&) {
+        // Nothing is left to put back, and yet the disk must not be saved over copies that may be better.
+        if (isBound(kept)) {
+            ports_.storage->bind(profile, profile);
+        }
+        ports_.storage->setFilling(profile, std::nullopt);
+        throw;
     } catch (...) {
         if (!hasBegun) {
             // As it was: filled in part by an earlier try, or only announced and thus as it was made.

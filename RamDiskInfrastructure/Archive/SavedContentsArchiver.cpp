@@ -71,7 +71,7 @@ SaveOutcome SavedContentsArchiver::save(const SaveRequest& request, SaveSource& 
     const auto& latest = request.files.latest;
     step("take status");
     static_cast<void>(source.takeStatus(observer));
-    if (FileIdentity::of(latest) && !folder.isDamaged(latest) && source.isUpToDate(request)) {
+    if (FileIdentity::of(latest) && !folder.damagedName(latest) && source.isUpToDate(request)) {
         if (request.verification == Verification::yes) {
             step("verify");
             tool_->verify(latest, request.protection);

@@ -126,7 +126,7 @@ TEST(SavedDisk, IsNotPutBackWithDamageThatNobodyIsToldOf) {
             EXPECT_EQ(failure, "none");
             EXPECT_EQ(SavingMachine::difference(disk, onto), "");
         } else {
-            EXPECT_THAT(failure, testing::HasSubstr("the copy is damaged: “tree/text” differ"));
+            EXPECT_THAT(failure, testing::HasSubstr("the copy is damaged: “tree/text” differs from"));
         }
         EXPECT_EQ(world.keep(disk), SaveOutcome::saved) << "the damaged one is no copy";
         world.tool.verify(world.files.latest, {});

@@ -118,8 +118,8 @@ private:
     [[nodiscard]] SavedCopyFiles files(const RamDiskProfile& profile) const;
     [[nodiscard]] VolumeProtection protection(const RamDiskProfile& profile, KeyUse use) const;
     void requireListed(const RamDisk& disk) const;
-    /// Whether files were saved once, and no copy is there any more.
-    [[nodiscard]] bool hasLostCopies(const RamDiskProfile& profile) const;
+    /// Whether files were saved once. If no copy is there, they are lost.
+    [[nodiscard]] bool hadCopies(const RamDiskProfile& profile) const;
     /// The record as it is now.
     [[nodiscard]] RamDiskProfile currentProfile(const KeptDisk& kept) const;
     void refuseUnrestored(const KeptDisk& kept, Unrestored unrestored) const;

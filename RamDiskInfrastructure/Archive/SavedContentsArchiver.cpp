@@ -54,7 +54,13 @@ SaveOutcome SavedContentsArchiver::save(const SaveRequest& request, const Progre
         step("open source");
         const auto source = tool_->openSource(request);
         try {
-            return save(request, *source, folder, observer);
+            const auto outcome = save(request, *source, folder, observer);
+            if (auto leftOut = source->leftOut()) {
+                throw SomeFilesNotSaved(RamDiskError::ContentsTransferFailed{*std::move(leftOut)});
+            }
+            return outcome;
+        } catch (const SomeFilesNotSaved&) {
+            throw;
         } catch (const std::exception&) {
             traceCaught("save", "the save failed");
             tidyAfterFailure(folder, *tool_);

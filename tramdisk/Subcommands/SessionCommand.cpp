@@ -171,8 +171,14 @@ ShutdownReport quit(const CommandContext& context) {
     return report;
 }
 
-Json documentOf(const LaunchReport& launched, const ShutdownReport& report) {
+Json documentOf(const LaunchReport& launched, const std::vector<LostDisk>& lost,
+                const ShutdownReport& report) {
+    auto told = Json::array();
+    for (const auto& disk : lost) {
+        told.push_back({{"name", disk.name}, {"text", lostText(disk)}});
+    }
     return {{"launch", listJSON(launched.outcomes)},
+            {"lost", std::move(told)},
             {"redirectFailures", listJSON(launched.redirectFailures)},
             {"shutdown", toJSON(report)}};
 }
@@ -223,7 +229,7 @@ struct SessionRunCommand {
         }
         delay.stop();
         if (context.console.wantsJSON()) {
-            context.console.printDocument(compactText(documentOf(launched, report)));
+            context.console.printDocument(compactText(documentOf(launched, lost, report)));
         }
         const bool isWell =
             !launched.needsAttention() && lost.empty() && !report.needsAttention() && isListReadable;

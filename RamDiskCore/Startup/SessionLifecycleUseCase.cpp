@@ -21,11 +21,6 @@ namespace {
 constexpr int blockingAttempts = 30;
 constexpr std::chrono::milliseconds blockingPause{15};
 
-RamDiskSpecification specificationOf(const RamDiskProfile& profile) {
-    return {profile.name,        profile.size,  profile.fileSystem, profile.isIndexingEnabled,
-            profile.isEncrypted, profile.access};
-}
-
 /// An observer of one disk's copying, out of one for all.
 ProgressObserver observerFor(const std::string& name, const SessionLifecycleUseCase::Observer& observer) {
     if (!observer) {
@@ -169,23 +164,39 @@ StartupOutcome SessionLifecycleUseCase::createLocked(const RamDiskProfile& profi
             return takeUp(standing, observer);
         }
     }
-    const KeptDisk fresh{make(profile), profile};
+    std::optional<KeptDisk> fresh = KeptDisk{make(profile), profile};
     if (!profile.keepsContents) {
-        return addInitialContents(fresh, false);
+        return addInitialContents(*fresh, false);
     }
     try {
-        return addInitialContents(fresh, contents_->restore(fresh, observer));
+        const bool isRestored = restoreOnto(fresh, observer);
+        return addInitialContents(*fresh, isRestored);
     } catch (const std::exception& error) {
-        return afterFailedRestore(fresh, error);
+        return fresh ? afterFailedRestore(*fresh, error)
+                     : StartupOutcome{StartupOutcome::Failed{profile, transferError(error)}};
     }
 }
 
-RamDisk SessionLifecycleUseCase::make(const RamDiskProfile& profile) {
+bool SessionLifecycleUseCase::restoreOnto(std::optional<KeptDisk>& fresh, const ProgressObserver& observer) {
+    try {
+        return contents_->restore(*fresh, observer);
+    } catch (const CopyNeedsRoom&) {
+        traceCaught("session", "the disk is made anew with room that only a restore may use");
+    }
+    services_.eject->eject(fresh->disk, Force::no);
+    const auto profile = std::exchange(fresh, std::nullopt)->profile;
+    fresh = KeptDisk{make(profile, RestoreRoom::yes), profile};
+    return contents_->restore(*fresh, observer);
+}
+
+RamDisk SessionLifecycleUseCase::make(const RamDiskProfile& profile, RestoreRoom room) {
     if (profile.keepsContents) {
         contents_->announceDisk(profile);
     }
+    auto wanted = specificationOf(profile);
+    wanted.hasRestoreRoom = room == RestoreRoom::yes;
     try {
-        return services_.create->execute(specificationOf(profile), CreateRamDiskUseCase::Purpose::startupDisk)
+        return services_.create->execute(std::move(wanted), CreateRamDiskUseCase::Purpose::startupDisk)
             .ramDisk;
     } catch (...) {
         contents_->withdrawDisk(profile);

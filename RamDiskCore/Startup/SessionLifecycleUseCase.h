@@ -99,7 +99,10 @@ public:
 
 private:
     StartupOutcome createLocked(const RamDiskProfile& profile, const ProgressObserver& observer);
-    RamDisk make(const RamDiskProfile& profile);
+    enum class RestoreRoom { no, yes };
+    RamDisk make(const RamDiskProfile& profile, RestoreRoom room = RestoreRoom::no);
+    /// @throws as `ProfileContentsUseCase::restore`; without a disk then, if it could not be made anew.
+    [[nodiscard]] bool restoreOnto(std::optional<KeptDisk>& fresh, const ProgressObserver& observer);
     StartupOutcome takeUp(const KeptDisk& kept, const ProgressObserver& observer);
     StartupOutcome addInitialContents(const KeptDisk& kept, bool restoredContents);
     StartupOutcome afterFailedRestore(const KeptDisk& kept, const std::exception& error);

@@ -94,6 +94,9 @@ std::filesystem::path FakeMachine::format(const DeviceIdentifier& device,
                                           const RamDiskSpecification& specification,
                                           const VolumeProtection& protection) {
     note("format " + device.bsdName() + " as " + specification.name);
+    if (specification.hasRestoreRoom) {
+        note("room for a restore");
+    }
     throwIfSet(formattingFailure);
     auto& disk = *find(device);
     disk.name = specification.name;

@@ -1,13 +1,18 @@
+#include "RamDiskInfrastructure/Linux/Host/SmallFile.h"
+#include "RamDiskInfrastructure/Trees/TreeManifest.h"
+#include "tests/support/Linux/FullDisk.h"
 #include "tests/tramdisk/Disks.h"
 
 #include <chrono>
 #include <csignal>
+#include <fstream>
 #include <future>
 #include <thread>
 #include <utility>
 
 #include <fcntl.h>
 #include <sys/mount.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 namespace ramdisk::test {
@@ -146,6 +151,46 @@ TEST_F(KeptFiles, AnUnreadableCopyLeavesAnEmptyDiskOntoWhichAnotherCanBeLoaded) 
     EXPECT_EQ(machine->run({"load", "Work", "--copy", "2"}).status, 0);
     EXPECT_EQ(readFile(root / "file"), "old version");
     EXPECT_EQ(machine->run({"save", "Work"}).status, 0);
+}
+
+TEST_F(KeptFiles, OfAFullDiskFitAgainAndOnlyADiskThatNeedsMoreRoomGetsIt) {
+    struct Row {
+        const char* format;
+        const char* name;
+        std::size_t size;
+    };
+    const Row rows[] = {{"jhfs+", "20 KB files", 20000},        {"jhfs+", "one large file", 1U << 30U},
+                        {"jhfs+", "files of two blocks", 2000}, {"jhfs+", "empty files", 0},
+                        {"jhfs+", "names of one file", 1},      {"hfs+", "20 KB files", 20000}};
+    const auto totalOf = [](const fs::path& root) {
+        struct statvfs volume {};
+        EXPECT_EQ(statvfs(root.c_str(), &volume), 0);
+        return volume.f_blocks * volume.f_frsize;
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(std::string(row.format) + ", " + row.name);
+        const auto root = mountPointOf(machine->create("Full", {"--size", "16M", "--format", row.format}));
+        EXPECT_LE(totalOf(root), 16 * mebibyte);
+        ASSERT_EQ(machine->run({"startup", "add", "Full", "--keep-files"}).status, 0);
+        fillUp(root / "tree", row.size);
+        const auto difference = [&, tree = TreeManifest::scan(requireFolder(root / "tree"), {})] {
+            return TreeManifest::scan(requireFolder(root / "tree"), {}).firstDifference(tree).value_or("");
+        };
+        ASSERT_EQ(machine->run({"save", "Full"}).status, 0);
+        EXPECT_EQ(machine->run({"load", "Full"}).err, "");
+        EXPECT_EQ(difference(), "");
+        ASSERT_EQ(machine->run({"eject", "Full"}).status, 0);
+        EXPECT_EQ(machine->run({"startup", "create", "Full"}).err, "");
+        EXPECT_EQ(difference(), "");
+        if (totalOf(root) > 16 * mebibyte) {
+            // Nobody else gets that room.
+            std::ofstream more(root / "more");
+            more << std::string(2 * mebibyte, 'x') << std::flush;
+            EXPECT_FALSE(more.good());
+        }
+        ASSERT_EQ(machine->run({"eject", "Full", "--discard"}).status, 0);
+        ASSERT_EQ(machine->run({"startup", "remove", "Full", "--force"}).status, 0);
+    }
 }
 
 TEST_F(KeptFiles, ThatAreLostWhileASessionRunsAreTold) {

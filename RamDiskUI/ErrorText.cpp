@@ -1,5 +1,6 @@
 #include "RamDiskUI/ErrorText.h"
 
+#include "RamDiskCore/Ports/ContentArchiving.h"
 #include "RamDiskCore/Values/ByteCountFormat.h"
 #include "RamDiskUI/PlatformWords.h"
 
@@ -101,9 +102,9 @@ struct ErrorText {
                            withPlatformWords("the keychain"));
     }
     std::string operator()(const Error::SavedContentsNotRestored& error) const {
-        return fmt::format("The saved files of “{}” were not put back on it, so they are not saved over. Try "
-                           "again, or keep the current files, in the main window.",
-                           error.name);
+        return fmt::format("The saved files of “{}” were not put back on it, so they are not saved over.{}",
+                           error.name,
+                           withPlatformWords(" Try again, or keep the current files, in the main window."));
     }
     std::string operator()(const Error::RedirectTaken& error) const {
         return fmt::format("It is already kept on “{}”.", error.by);
@@ -233,6 +234,10 @@ std::string errorText(const std::exception& error) {
 std::optional<std::string> recoverySuggestion(const RamDiskError& error) {
     if (std::holds_alternative<Error::AmbiguousReference>(error.value())) {
         return "Run `tramdisk list` to see device names.";
+    }
+    if (dynamic_cast<const SomeFilesDamaged*>(&error) != nullptr) {
+        return "`tramdisk load REF --copy N` puts an earlier copy on the disk. `tramdisk save REF "
+               "--keep-current` makes what is on it now the saved files.";
     }
     const auto* eject = std::get_if<Error::EjectFailed>(&error.value());
     if (eject != nullptr && eject->obstacle == EjectObstacle::busy) {

@@ -18,6 +18,7 @@ constexpr Words words[] = {
     {"password", "passphrase"},
     {"the keychain", "the keyring"},
     {" are kept on this Mac, and the main window offers to put them back.", " are kept on this computer."},
+    {", in the main window.", "."},
     {" Eject it in Finder or Disk Utility.", " Unmount it by hand."},
 };
 

@@ -2,6 +2,7 @@
 
 #include "RamDiskUI/ErrorText.h"
 
+#include <fmt/chrono.h>
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
@@ -73,6 +74,18 @@ std::string problemText(const RamDiskSetupProblem& problem) {
 
 std::string outcomeText(const StartupOutcome& outcome) {
     return std::visit(OutcomeText{}, outcome.value);
+}
+
+std::string lostText(const LostDisk& disk) {
+    const auto when = [&] {
+        if (!disk.savedAt) {
+            return std::string("None of them were ever saved.");
+        }
+        const auto time = std::chrono::system_clock::to_time_t(*disk.savedAt);
+        return fmt::format("They were last saved on {:%Y-%m-%d at %H:%M:%S}; what changed since is lost.",
+                           fmt::localtime(time));
+    };
+    return fmt::format("“{}” was unmounted without its files being saved. {}", disk.name, when());
 }
 
 std::vector<std::string> attentionLines(const ShutdownReport& report) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "RamDiskCore/Setup/RamDiskSetupResult.h"
+#include "RamDiskCore/Startup/SessionLifecycleUseCase.h"
 #include "RamDiskCore/Startup/ShutdownReport.h"
 #include "RamDiskCore/Startup/StartupOutcome.h"
 
@@ -24,6 +25,9 @@ inline constexpr std::string_view stillWorkingText = "Quitting now may leave kep
 
 /// Why the outcome needs attention; if it does not, what happened.
 [[nodiscard]] std::string outcomeText(const StartupOutcome& outcome);
+
+/// That a disk is gone which was to keep its files, and from when they are still there.
+[[nodiscard]] std::string lostText(const LostDisk& disk);
 
 /// One line per disk that could not be saved, then one per disk that could not be ejected,
 /// then one per redirect.

@@ -40,13 +40,12 @@ RamDiskProfile startupDiskNamed(const std::string& name, const CommandContext& c
     return std::move(*profile);
 }
 
-std::optional<std::string> savingHint(const std::string& disk, const RamDiskError& error) {
-    if (!std::holds_alternative<RamDiskError::SavedContentsNotRestored>(error.value())) {
-        return std::nullopt;
-    }
+std::string unrestoredHint(const std::string& disk) {
     return printable(fmt::format(
-        "`tramdisk load {0}` puts the saved files on the disk. `tramdisk save {0} --keep-current` makes what "
-        "is on it now the saved files. `tramdisk eject {0} --discard` gives up what is on it.",
+        "`tramdisk load {0}` puts the saved files on the disk, and with `--copy N` an earlier copy. "
+        "`tramdisk "
+        "save {0} --keep-current` makes what is on it now the saved files. `tramdisk eject {0} --discard` "
+        "gives up what is on it.",
         disk));
 }
 
@@ -54,6 +53,18 @@ std::string atLaunchText(const std::string& disk, bool keepsFiles) {
     return fmt::format(
         "“{}” is made at every launch{}.", disk,
         keepsFiles ? "; its files are saved at quit, when it is ejected and with `tramdisk save`" : "");
+}
+
+std::optional<std::string> savingHint(const std::string& disk, const RamDiskError& error) {
+    if (std::holds_alternative<RamDiskError::SavedContentsNotRestored>(error.value())) {
+        return unrestoredHint(disk);
+    }
+    if (std::holds_alternative<RamDiskError::PartlyFilled>(error.value())) {
+        return printable(fmt::format("`tramdisk load {0}` puts all of the saved files on the disk. `tramdisk "
+                                     "eject {0} --discard` gives up what is on it.",
+                                     disk));
+    }
+    return std::nullopt;
 }
 
 void noteStorageInMemory(const CommandContext& context) {

@@ -21,6 +21,9 @@ namespace ramdisk::cli {
 /// @throws std::runtime_error
 [[nodiscard]] RamDiskProfile startupDiskNamed(const std::string& name, const CommandContext& context);
 
+/// What may be done with a disk on which its saved files were not put back.
+[[nodiscard]] std::string unrestoredHint(const std::string& disk);
+
 /// What may be done when the files of a disk cannot be saved; nothing where it lies elsewhere.
 [[nodiscard]] std::optional<std::string> savingHint(const std::string& disk, const RamDiskError& error);
 

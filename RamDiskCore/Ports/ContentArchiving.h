@@ -3,6 +3,7 @@
 #include "RamDiskCore/Ports/Port.h"
 #include "RamDiskCore/Ports/TransferProgress.h"
 #include "RamDiskCore/Values/RamDisk.h"
+#include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskCore/Values/SavedContents.h"
 #include "RamDiskCore/Values/VolumeProtection.h"
 
@@ -53,6 +54,26 @@ struct RestoreRequest {
     RestoreMode mode = RestoreMode::fill;
 };
 
+/// A restore found files in the copy that are not what was saved, and no other copy has them. All other files
+/// are on the disk.
+class SomeFilesDamaged : public RamDiskError {
+public:
+    using RamDiskError::RamDiskError;
+};
+
+/// A save kept all files but some that no image can hold. They are on the disk alone.
+class SomeFilesNotSaved : public RamDiskError {
+public:
+    using RamDiskError::RamDiskError;
+};
+
+/// A restore ended because the disk is full, although it is as large as the one that was saved: two file
+/// systems need not take the same room for the same files. A disk with `hasRestoreRoom` can hold them.
+class CopyNeedsRoom : public RamDiskError {
+public:
+    using RamDiskError::RamDiskError;
+};
+
 /// Saves the files of disks into images and puts them back.
 ///
 /// An image is never changed in place. A save that fails, or whose process dies at any point, leaves the
@@ -67,6 +88,8 @@ public:
 
     /// Makes the files on the disk the latest copy. When it returns, the copy is on the system disk and
     /// survives a power cut; the former latest is kept as an earlier copy as long as `previousCopies` says.
+    /// @throws SomeFilesNotSaved with the names of what the copy, which is the latest from now on, could not
+    ///         take. A copy without them never follows one that has them.
     /// @throws RamDiskError `filesKeptChanging`, `diskEjected`, `incorrectPassphrase`,
     ///         `contentsTransferFailed`, all with the copies as they were.
     virtual SaveOutcome save(const SaveRequest& request, const ProgressObserver& observer) = 0;
@@ -74,6 +97,7 @@ public:
     /// Puts the files of a copy onto the disk. The observer is told before the disk is changed for the first
     /// time: a restore that fails without having told it left the disk as it was. An earlier copy takes the
     /// place of the latest afterwards, and the latest becomes an earlier one.
+    /// @throws CopyNeedsRoom; SomeFilesDamaged, and then no copy takes another's place.
     /// @throws RamDiskError `imageEjected`, `imageUnreadable`, `imageOpenAlready`, `imageStateUnknown`,
     ///         `incorrectPassphrase`, `namesMerged`, `contentsTransferFailed`. The image is as it was; on the
     ///         disk is what was copied so far.

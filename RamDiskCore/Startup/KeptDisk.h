@@ -2,6 +2,7 @@
 
 #include "RamDiskCore/Values/RamDisk.h"
 #include "RamDiskCore/Values/RamDiskProfile.h"
+#include "RamDiskCore/Values/RamDiskSpecification.h"
 
 namespace ramdisk {
 
@@ -12,5 +13,11 @@ struct KeptDisk {
 
     friend bool operator==(const KeptDisk&, const KeptDisk&) = default;
 };
+
+/// What a startup disk is made of.
+[[nodiscard]] inline RamDiskSpecification specificationOf(const RamDiskProfile& profile) {
+    return {profile.name,        profile.size,  profile.fileSystem, profile.isIndexingEnabled,
+            profile.isEncrypted, profile.access};
+}
 
 } // namespace ramdisk

@@ -1,10 +1,12 @@
 #pragma once
 
+#include "RamDiskCore/Disks/RamDiskServices.h"
 #include "RamDiskCore/Redirects/FolderRedirectsUseCase.h"
 #include "RamDiskCore/Startup/ProfileContentsUseCase.h"
 
 #include <cstddef>
 #include <memory>
+#include <optional>
 #include <vector>
 
 namespace ramdisk {
@@ -18,16 +20,20 @@ public:
         std::vector<RedirectFailure> redirectFailures;
     };
 
-    LoadSavedContentsUseCase(std::shared_ptr<ProfileContentsUseCase> contents,
+    LoadSavedContentsUseCase(RamDiskServices services, std::shared_ptr<ProfileContentsUseCase> contents,
                              std::shared_ptr<FolderRedirectsUseCase> redirects);
 
     /// Loads copy `number`; 1 is the latest. Meanwhile the disk's redirects are undone, so that no tool sees
-    /// its folder half filled.
-    /// @throws RamDiskError as `ProfileContentsUseCase::load`; std::exception when the list of redirects
-    ///         could not be stored.
+    /// its folder half filled. If the disk has too little room for what was saved on one of its size, it is
+    /// ejected and made anew.
+    /// @throws RamDiskError as `ProfileContentsUseCase::load`, and as the eject and the making of a disk;
+    ///         std::exception when the list of redirects could not be stored.
     Result load(const KeptDisk& kept, std::size_t number, const ProgressObserver& observer);
 
 private:
+    void makeAnew(std::optional<KeptDisk>& kept);
+
+    RamDiskServices services_;
     std::shared_ptr<ProfileContentsUseCase> contents_;
     std::shared_ptr<FolderRedirectsUseCase> redirects_;
 };

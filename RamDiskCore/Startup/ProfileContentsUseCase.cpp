@@ -45,22 +45,50 @@ bool ProfileContentsUseCase::isOrphan(const RamDisk& disk,
     });
 }
 
-bool ProfileContentsUseCase::hasLostCopies(const RamDiskProfile& profile) const {
+bool ProfileContentsUseCase::hadCopies(const RamDiskProfile& profile) const {
     // A first save that was killed is no copy that got lost.
-    return ports_.storage->boundInstance(profile.id) && !ports_.storage->unsavedInstance(profile.id)
-           && copies(profile).empty();
+    return ports_.storage->boundInstance(profile.id) && !ports_.storage->unsavedInstance(profile.id);
 }
 
 void ProfileContentsUseCase::noteUnsaved(const KeptDisk& kept) {
-    if (kept.disk.instance && copies(kept.profile).empty() && !hasLostCopies(kept.profile)
-        && ports_.storage->unsavedInstance(kept.profile.id) != kept.disk.instance) {
+    if (kept.disk.instance && !hadCopies(kept.profile)
+        && ports_.storage->unsavedInstance(kept.profile.id) != kept.disk.instance
+        && copies(kept.profile).empty()) {
         ports_.storage->setUnsavedInstance(kept.profile.id, kept.disk.instance);
     }
 }
 
+void ProfileContentsUseCase::noteLeft(const KeptDisk& kept) {
+    auto& storage = *ports_.storage;
+    const auto& profile = kept.profile.id;
+    const auto& instance = kept.disk.instance;
+    if (isBound(kept)) {
+        // No disk's, so that copies that are gone later are still missed.
+        storage.bind(profile, profile);
+    }
+    if (instance && storage.unsavedInstance(profile) == instance) {
+        storage.setUnsavedInstance(profile, std::nullopt);
+    }
+    if (const auto filling = storage.filling(profile); filling && filling->instance == instance) {
+        storage.setFilling(profile, std::nullopt);
+    }
+}
+
+bool ProfileContentsUseCase::wasLost(const KeptDisk& kept) const {
+    bool isLost = false;
+    whileLocked(kept.profile, [&] {
+        const auto profiles = ports_.profiles->load();
+        const bool isGivenUp = std::any_of(profiles.begin(), profiles.end(), [&](const auto& profile) {
+            return profile.id == kept.profile.id && !profile.keepsContents;
+        });
+        isLost = !isGivenUp && isNoted(kept);
+    });
+    return isLost;
+}
+
 RestoreState ProfileContentsUseCase::state(const KeptDisk& kept) const {
     if (!isPartlyFilled(kept)
-        && (isBound(kept) || (copies(kept.profile).empty() && !hasLostCopies(kept.profile)))) {
+        && (isBound(kept) || (!hadCopies(kept.profile) && copies(kept.profile).empty()))) {
         return RestoreState::restored;
     }
     // Whoever made the disk holds the lock from before the disk appears until its files are on it.
@@ -106,7 +134,7 @@ void ProfileContentsUseCase::requireBound(const KeptDisk& kept) const {
     if (isPartlyFilled(kept)) {
         throw RamDiskError(RamDiskError::PartlyFilled{kept.disk.name});
     }
-    if (!isBound(kept) && (!copies(kept.profile).empty() || hasLostCopies(kept.profile))) {
+    if (!isBound(kept) && (hadCopies(kept.profile) || !copies(kept.profile).empty())) {
         throw RamDiskError(RamDiskError::SavedContentsNotRestored{kept.disk.name});
     }
 }
@@ -191,8 +219,11 @@ SaveOutcome ProfileContentsUseCase::save(const KeptDisk& kept, Verification veri
             // Before the copy takes its place: a copy that belongs to no disk could never be followed.
             storage.bind(profile.id, kept.disk.instance);
         }
+        std::optional<SomeFilesNotSaved> incomplete;
         try {
             outcome = ports_.archiver->save(request, observer);
+        } catch (const SomeFilesNotSaved& error) {
+            incomplete = error;
         } catch (...) {
             if (former == 0 && copies(profile).empty()) {
                 storage.bind(profile.id, bound);
@@ -205,6 +236,9 @@ SaveOutcome ProfileContentsUseCase::save(const KeptDisk& kept, Verification veri
         if (storage.unsavedInstance(profile.id)) {
             storage.setUnsavedInstance(profile.id, std::nullopt);
         }
+        if (incomplete) {
+            throw SomeFilesNotSaved(*incomplete);
+        }
     });
     return outcome;
 }
@@ -212,7 +246,7 @@ SaveOutcome ProfileContentsUseCase::save(const KeptDisk& kept, Verification veri
 bool ProfileContentsUseCase::restore(const KeptDisk& kept, const ProgressObserver& observer) {
     const auto saved = copies(kept.profile);
     if (saved.empty()) {
-        if (hasLostCopies(kept.profile)) {
+        if (hadCopies(kept.profile)) {
             throw RamDiskError(RamDiskError::ContentsTransferFailed{
                 "the saved copies of “" + kept.disk.name + "” are gone from the folder “Saved Contents”."});
         }
@@ -286,6 +320,13 @@ RestoredVolume ProfileContentsUseCase::fill(const KeptDisk& kept, const std::fil
             ports_.storage->setUnsavedInstance(profile, std::nullopt);
         }
         return restored;
+    } catch (const SomeFilesDamaged&) {
+        // Nothing is left to put back, and yet the disk must not be saved over copies that may be better.
+        if (isBound(kept)) {
+            ports_.storage->bind(profile, profile);
+        }
+        ports_.storage->setFilling(profile, std::nullopt);
+        throw;
     } catch (...) {
         if (!hasBegun) {
             // As it was: filled in part by an earlier try, or only announced and thus as it was made.

@@ -57,6 +57,14 @@ public:
     /// Notes that the disk keeps files of which there is no copy yet. Does nothing once there is one.
     void noteUnsaved(const KeptDisk& kept);
 
+    /// Notes that the disk goes because somebody wants it to, with its files saved or given up. The caller
+    /// holds the profile's lock from before the disk is gone.
+    void noteLeft(const KeptDisk& kept);
+
+    /// Whether a disk that is gone was not left by `noteLeft` and still is to keep its files. Waits for an
+    /// eject that is under way.
+    [[nodiscard]] bool wasLost(const KeptDisk& kept) const;
+
     [[nodiscard]] RestoreState state(const KeptDisk& kept) const;
 
     /// Repairs what a save or a restore left when its process died. The caller holds the profile's lock.
@@ -93,7 +101,8 @@ public:
     /// @returns false when no files were ever saved.
     /// @throws RamDiskError `savedContentsKeyMissing`, `contentsTransferFailed` when the copies are gone, and
     ///         as `ContentArchiving::restore`; std::exception of the key's store. `isPartlyFilled` tells
-    ///         whether anything was copied.
+    ///         whether some of it was copied and the rest is still to be. Some files being damaged is no such
+    ///         case: the disk then counts as one on which the saved files were not put back.
     bool restore(const KeptDisk& kept, const ProgressObserver& observer);
 
     /// Replaces everything on the disk by a copy; 1 is the latest. From then on this disk may be saved.
@@ -109,8 +118,8 @@ private:
     [[nodiscard]] SavedCopyFiles files(const RamDiskProfile& profile) const;
     [[nodiscard]] VolumeProtection protection(const RamDiskProfile& profile, KeyUse use) const;
     void requireListed(const RamDisk& disk) const;
-    /// Whether files were saved once, and no copy is there any more.
-    [[nodiscard]] bool hasLostCopies(const RamDiskProfile& profile) const;
+    /// Whether files were saved once. If no copy is there, they are lost.
+    [[nodiscard]] bool hadCopies(const RamDiskProfile& profile) const;
     /// The record as it is now.
     [[nodiscard]] RamDiskProfile currentProfile(const KeptDisk& kept) const;
     void refuseUnrestored(const KeptDisk& kept, Unrestored unrestored) const;

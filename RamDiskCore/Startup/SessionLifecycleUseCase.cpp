@@ -11,6 +11,7 @@
 #include <iterator>
 #include <mutex>
 #include <thread>
+#include <utility>
 
 namespace ramdisk {
 
@@ -19,11 +20,6 @@ namespace {
 /// A program that opens and closes its file again and again leaves a gap within this time.
 constexpr int blockingAttempts = 30;
 constexpr std::chrono::milliseconds blockingPause{15};
-
-RamDiskSpecification specificationOf(const RamDiskProfile& profile) {
-    return {profile.name,        profile.size,  profile.fileSystem, profile.isIndexingEnabled,
-            profile.isEncrypted, profile.access};
-}
 
 /// An observer of one disk's copying, out of one for all.
 ProgressObserver observerFor(const std::string& name, const SessionLifecycleUseCase::Observer& observer) {
@@ -67,6 +63,12 @@ void append(std::vector<RedirectFailure>& list, std::vector<RedirectFailure> mor
 }
 
 } // namespace
+
+bool LaunchReport::needsAttention() const noexcept {
+    return !isListReadable || notUnderstood > 0
+           || std::any_of(outcomes.begin(), outcomes.end(),
+                          [](const StartupOutcome& outcome) { return outcome.needsAttention(); });
+}
 
 SessionLifecycleUseCase::SessionLifecycleUseCase(RamDiskServices services,
                                                  std::shared_ptr<ManageProfilesUseCase> profiles,
@@ -122,6 +124,7 @@ LaunchReport SessionLifecycleUseCase::launch(const Observer& observer) {
     const auto shared = oneAtATime(observer, mutex);
     std::mutex failuresMutex;
     report.isListReadable = profiles_->isReadable();
+    report.notUnderstood = profiles_->notUnderstood();
     launched_ = profiles_->list();
     report.outcomes = sideBySide(launched_, [&](const RamDiskProfile& profile) {
         std::vector<RedirectFailure> failures;
@@ -161,23 +164,39 @@ StartupOutcome SessionLifecycleUseCase::createLocked(const RamDiskProfile& profi
             return takeUp(standing, observer);
         }
     }
-    const KeptDisk fresh{make(profile), profile};
+    std::optional<KeptDisk> fresh = KeptDisk{make(profile), profile};
     if (!profile.keepsContents) {
-        return addInitialContents(fresh, false);
+        return addInitialContents(*fresh, false);
     }
     try {
-        return addInitialContents(fresh, contents_->restore(fresh, observer));
+        const bool isRestored = restoreOnto(fresh, observer);
+        return addInitialContents(*fresh, isRestored);
     } catch (const std::exception& error) {
-        return afterFailedRestore(fresh, error);
+        return fresh ? afterFailedRestore(*fresh, error)
+                     : StartupOutcome{StartupOutcome::Failed{profile, transferError(error)}};
     }
 }
 
-RamDisk SessionLifecycleUseCase::make(const RamDiskProfile& profile) {
+bool SessionLifecycleUseCase::restoreOnto(std::optional<KeptDisk>& fresh, const ProgressObserver& observer) {
+    try {
+        return contents_->restore(*fresh, observer);
+    } catch (const CopyNeedsRoom&) {
+        traceCaught("session", "the disk is made anew with room that only a restore may use");
+    }
+    services_.eject->eject(fresh->disk, Force::no);
+    const auto profile = std::exchange(fresh, std::nullopt)->profile;
+    fresh = KeptDisk{make(profile, RestoreRoom::yes), profile};
+    return contents_->restore(*fresh, observer);
+}
+
+RamDisk SessionLifecycleUseCase::make(const RamDiskProfile& profile, RestoreRoom room) {
     if (profile.keepsContents) {
         contents_->announceDisk(profile);
     }
+    auto wanted = specificationOf(profile);
+    wanted.hasRestoreRoom = room == RestoreRoom::yes;
     try {
-        return services_.create->execute(specificationOf(profile), CreateRamDiskUseCase::Purpose::startupDisk)
+        return services_.create->execute(std::move(wanted), CreateRamDiskUseCase::Purpose::startupDisk)
             .ramDisk;
     } catch (...) {
         contents_->withdrawDisk(profile);
@@ -210,13 +229,21 @@ StartupOutcome SessionLifecycleUseCase::afterFailedRestore(const KeptDisk& kept,
     if (!contents_->isPartlyFilled(kept)) {
         return {StartupOutcome::RestoreFailed{kept.disk, std::move(reason)}};
     }
-    // Half of the files look like all of them to who does not know.
+    // Half of the files look like all of them to who does not know. An empty disk does not, and another copy
+    // can be loaded onto it.
     try {
         services_.eject->eject(kept.disk, Force::no);
-        return {StartupOutcome::Failed{kept.profile, std::move(reason)}};
     } catch (const std::exception&) {
-        traceCaught("session", "a disk whose restore failed is kept for another reason than that");
+        traceCaught("session", "a disk whose restore failed half way cannot be made anew");
         return {StartupOutcome::RestoreFailed{kept.disk, std::move(reason)}};
+    }
+    try {
+        auto empty = make(kept.profile);
+        contents_->withdrawDisk(kept.profile);
+        return {StartupOutcome::RestoreFailed{std::move(empty), std::move(reason)}};
+    } catch (const std::exception&) {
+        traceCaught("session", "there is no disk: the restore failed, and then the making of an empty one");
+        return {StartupOutcome::Failed{kept.profile, std::move(reason)}};
     }
 }
 
@@ -238,6 +265,30 @@ StartupOutcome SessionLifecycleUseCase::addInitialContents(const KeptDisk& kept,
         return {StartupOutcome::FoldersNotCreated{kept.disk, restoredContents, std::move(errors)}};
     }
     return {StartupOutcome::Created{kept.disk, restoredContents}};
+}
+
+std::vector<LostDisk> SessionLifecycleUseCase::noticeLostDisks() {
+    const auto disks = services_.list->listOwn();
+    const auto stands = [&disks](const KeptDisk& seen) {
+        return std::any_of(disks.begin(), disks.end(), [&seen](const RamDisk& disk) {
+            return disk.mountPoint && disk.instance == seen.disk.instance;
+        });
+    };
+    std::vector<LostDisk> lost;
+    for (const auto& seen : std::exchange(seen_, {})) {
+        if (!stands(seen) && contents_->wasLost(seen)) {
+            const auto copies = contents_->copies(seen.profile);
+            lost.push_back(
+                {seen.disk.name, copies.empty() ? std::nullopt : std::optional(copies.front().savedAt)});
+        }
+    }
+    for (const auto& disk : disks) {
+        auto one = disk.mountPoint && disk.instance ? kept(disk) : std::nullopt;
+        if (one && one->profile.keepsContents) {
+            seen_.push_back(std::move(*one));
+        }
+    }
+    return lost;
 }
 
 ShutdownReport SessionLifecycleUseCase::quit(Force force, const Observer& observer) {
@@ -285,17 +336,18 @@ LeaveResult SessionLifecycleUseCase::leave(const RamDisk& disk, SaveBeforeEject 
                                            const ProgressObserver& observer) {
     LeaveResult result;
     const auto startupDisk = kept(disk);
-    const bool saves = saving == SaveBeforeEject::yes && startupDisk && startupDisk->profile.keepsContents;
+    // One without a mount point was unmounted before. Nothing of it can be saved any more, but its memory may
+    // still come back.
+    const bool saves = saving == SaveBeforeEject::yes && startupDisk && startupDisk->profile.keepsContents
+                       && disk.mountPoint;
     try {
-        if (saving == SaveBeforeEject::yes && !saves && contents_->isOrphan(disk, profiles_->list())) {
+        if (saving == SaveBeforeEject::yes && !saves && disk.mountPoint
+            && contents_->isOrphan(disk, profiles_->list())) {
             throw RamDiskError(RamDiskError::ContentsTransferFailed{
                 "“" + disk.name
                 + "” keeps its files, but the list of startup disks cannot be read or has lost it."});
         }
         if (saves) {
-            if (!disk.mountPoint) {
-                throw RamDiskError(RamDiskError::NotMounted{disk.device});
-            }
             result.isSaved = saveWhileInUse(*startupDisk, observer);
         }
     } catch (const std::exception& error) {
@@ -308,7 +360,7 @@ LeaveResult SessionLifecycleUseCase::leave(const RamDisk& disk, SaveBeforeEject 
             blockWriting(disk, force);
         }
         if (!saves || saveForGood(*startupDisk, result, observer)) {
-            result.outcome = services_.eject->eject(disk, force);
+            result.outcome = eject(disk, startupDisk, force);
             return result;
         }
     } catch (const std::exception& error) {
@@ -318,6 +370,9 @@ LeaveResult SessionLifecycleUseCase::leave(const RamDisk& disk, SaveBeforeEject 
                 ? *ours
                 : RamDiskError(RamDiskError::EjectFailed{disk.device, error.what(), EjectObstacle::other});
     }
+    if (!disk.mountPoint) {
+        return result;
+    }
     services_.writeBlocking->allow(disk);
     try {
         append(result.redirectFailures, redirects_->apply(disk));
@@ -326,6 +381,20 @@ LeaveResult SessionLifecycleUseCase::leave(const RamDisk& disk, SaveBeforeEject 
         traceCaught("redirects", "the redirects of a disk that stays are not put back");
     }
     return result;
+}
+
+/// With the lock of its saved copies, so that nobody takes a disk that is on its way for one that was lost.
+ReleaseOutcome SessionLifecycleUseCase::eject(const RamDisk& disk, const std::optional<KeptDisk>& startupDisk,
+                                              Force force) {
+    if (!startupDisk) {
+        return services_.eject->eject(disk, force);
+    }
+    ReleaseOutcome outcome;
+    contents_->whileLocked(startupDisk->profile, [&] {
+        outcome = services_.eject->eject(disk, force);
+        contents_->noteLeft(*startupDisk);
+    });
+    return outcome;
 }
 
 /// Saves while everything is still in its place, since this takes longest. A disk that keeps changing is

@@ -8,8 +8,10 @@
 #include "RamDiskCore/Startup/ShutdownReport.h"
 #include "RamDiskCore/Startup/StartupOutcome.h"
 
+#include <chrono>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -23,6 +25,18 @@ struct LaunchReport {
     std::vector<RedirectFailure> redirectFailures;
     /// False when the list is there but cannot be read; then no disk is made from it.
     bool isListReadable = true;
+    /// How many entries of the list are of a kind that this version does not know. No disk is made from them.
+    std::size_t notUnderstood = 0;
+
+    /// Whether a disk is not as its entry says. Redirects that failed are told, and tried again at quit.
+    [[nodiscard]] bool needsAttention() const noexcept;
+};
+
+/// A disk that was to keep its files and is gone without having been ejected.
+struct LostDisk {
+    std::string name;
+    /// When its files were last saved. Absent when they never were.
+    std::optional<std::chrono::system_clock::time_point> savedAt;
 };
 
 /// What happened to one disk that was to be removed. Without an error it is gone.
@@ -54,10 +68,15 @@ public:
     LaunchReport launch(const Observer& observer);
 
     /// Makes one startup disk: creates it, fills it with its saved files or, where there are none, with its
-    /// initial contents, makes its folders and applies its redirects. If only some of the files could be put
-    /// onto the disk, it is ejected again.
+    /// initial contents, makes its folders and applies its redirects. If the files cannot be put onto it, it
+    /// stands empty, and is not saved until the user has decided what becomes of it.
     StartupOutcome create(const RamDiskProfile& profile, std::vector<RedirectFailure>& redirectFailures,
                           const Observer& observer);
+
+    /// The disks that keep their files, stood when this was last called, and are gone by now without having
+    /// been ejected: somebody unmounted them. Each is told once. May wait for an eject that is under way.
+    /// @throws RamDiskError `inventoryUnavailable`; the next call tells them then.
+    [[nodiscard]] std::vector<LostDisk> noticeLostDisks();
 
     /// Saves and ejects every startup disk, also those that this object made and the list has lost since. One
     /// that keeps files for a record that is lost fails. With `Force::yes` also those that are in use, but
@@ -80,7 +99,10 @@ public:
 
 private:
     StartupOutcome createLocked(const RamDiskProfile& profile, const ProgressObserver& observer);
-    RamDisk make(const RamDiskProfile& profile);
+    enum class RestoreRoom { no, yes };
+    RamDisk make(const RamDiskProfile& profile, RestoreRoom room = RestoreRoom::no);
+    /// @throws as `ProfileContentsUseCase::restore`; without a disk then, if it could not be made anew.
+    [[nodiscard]] bool restoreOnto(std::optional<KeptDisk>& fresh, const ProgressObserver& observer);
     StartupOutcome takeUp(const KeptDisk& kept, const ProgressObserver& observer);
     StartupOutcome addInitialContents(const KeptDisk& kept, bool restoredContents);
     StartupOutcome afterFailedRestore(const KeptDisk& kept, const std::exception& error);
@@ -89,6 +111,8 @@ private:
     /// @throws RamDiskError `ejectFailed` when programs go on writing.
     void blockWriting(const RamDisk& disk, Force force) const;
     bool saveForGood(const KeptDisk& kept, LeaveResult& result, const ProgressObserver& observer);
+    [[nodiscard]] ReleaseOutcome eject(const RamDisk& disk, const std::optional<KeptDisk>& startupDisk,
+                                       Force force);
 
     RamDiskServices services_;
     std::shared_ptr<ManageProfilesUseCase> profiles_;
@@ -96,6 +120,8 @@ private:
     std::shared_ptr<FolderRedirectsUseCase> redirects_;
     /// The profiles of the launch, for the quit.
     std::vector<RamDiskProfile> launched_;
+    /// The disks that keep their files, as they were seen last.
+    std::vector<KeptDisk> seen_;
 };
 
 } // namespace ramdisk

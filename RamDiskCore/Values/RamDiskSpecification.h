@@ -21,6 +21,8 @@ struct RamDiskSpecification {
     bool isIndexingEnabled = false;
     bool isEncrypted = false;
     VolumeAccess access = VolumeAccess::everyone;
+    /// Whether the file system gets room beyond the size, which nobody but a restore may use.
+    bool hasRestoreRoom = false;
 
     friend bool operator==(const RamDiskSpecification&, const RamDiskSpecification&) = default;
 };

@@ -54,7 +54,13 @@ SaveOutcome SavedContentsArchiver::save(const SaveRequest& request, const Progre
         step("open source");
         const auto source = tool_->openSource(request);
         try {
-            return save(request, *source, folder, observer);
+            const auto outcome = save(request, *source, folder, observer);
+            if (auto leftOut = source->leftOut()) {
+                throw SomeFilesNotSaved(RamDiskError::ContentsTransferFailed{*std::move(leftOut)});
+            }
+            return outcome;
+        } catch (const SomeFilesNotSaved&) {
+            throw;
         } catch (const std::exception&) {
             traceCaught("save", "the save failed");
             tidyAfterFailure(folder, *tool_);
@@ -71,7 +77,7 @@ SaveOutcome SavedContentsArchiver::save(const SaveRequest& request, SaveSource& 
     const auto& latest = request.files.latest;
     step("take status");
     static_cast<void>(source.takeStatus(observer));
-    if (FileIdentity::of(latest) && !folder.isDamaged(latest) && source.isUpToDate(request)) {
+    if (FileIdentity::of(latest) && !folder.damagedName(latest) && source.isUpToDate(request)) {
         if (request.verification == Verification::yes) {
             step("verify");
             tool_->verify(latest, request.protection);

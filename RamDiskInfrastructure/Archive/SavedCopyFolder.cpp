@@ -195,12 +195,14 @@ bool SavedCopyFolder::holdsEarlier(const std::filesystem::path& image) const {
            && std::filesystem::equivalent(image.parent_path(), names_.files.latest.parent_path(), ignored);
 }
 
-bool SavedCopyFolder::isDamaged(const std::filesystem::path& image) const {
+std::optional<std::filesystem::path> SavedCopyFolder::damagedName(const std::filesystem::path& image) const {
     const auto identity = FileIdentity::of(image);
-    const auto files = entries();
-    return identity && std::any_of(files.begin(), files.end(), [&](const std::filesystem::path& entry) {
-               return names_.isDamaged(entry) && FileIdentity::of(entry) == identity;
-           });
+    for (auto& entry : entries()) {
+        if (identity && names_.isDamaged(entry) && FileIdentity::of(entry) == identity) {
+            return std::move(entry);
+        }
+    }
+    return std::nullopt;
 }
 
 std::vector<SavedCopyFolder::Earlier> SavedCopyFolder::earlierCopies() const {

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <string_view>
 #include <vector>
 
@@ -60,8 +61,8 @@ public:
     /// Whether the image is an earlier copy of this folder.
     [[nodiscard]] bool holdsEarlier(const std::filesystem::path& image) const;
 
-    /// Whether the image was found to be damaged.
-    [[nodiscard]] bool isDamaged(const std::filesystem::path& image) const;
+    /// The further name of an image that was found to be damaged. Absent for every other image.
+    [[nodiscard]] std::optional<std::filesystem::path> damagedName(const std::filesystem::path& image) const;
 
 private:
     struct Earlier {

@@ -5,6 +5,8 @@
 
 #include <filesystem>
 #include <memory>
+#include <optional>
+#include <string>
 
 namespace ramdisk {
 
@@ -38,6 +40,9 @@ public:
     /// Whether the image at `request.files.latest` holds exactly what the last status says. When in doubt it
     /// does not.
     [[nodiscard]] virtual bool isUpToDate(const SaveRequest& request) = 0;
+
+    /// What of the last status no image can hold, in words. The image then holds all but that.
+    [[nodiscard]] virtual std::optional<std::string> leftOut() const { return std::nullopt; }
 
     /// Makes the image file at `partial`, possibly from an earlier copy, and opens it. The source outlives
     /// the image.

@@ -4,12 +4,14 @@
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/Archive/FileIdentity.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
+#include "RamDiskInfrastructure/MacTools/ImageManifest.h"
 #include "RamDiskInfrastructure/MacTools/VolumeContents.h"
 #include "RamDiskInfrastructure/Stores/FlushToDisk.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <chrono>
 #include <utility>
 
 #include <fcntl.h>
@@ -55,32 +57,40 @@ public:
           volume_(std::move(volume)) {}
 
     Status takeStatus(const ProgressObserver& /*observer*/) override {
+        const auto now = std::chrono::system_clock::now();
         auto status = VolumeContents(mountPoint_).status();
         const bool isUnchanged = status_ == status;
         status_ = std::move(status);
+        takenAt_ = now;
         return isUnchanged ? Status::unchanged : Status::changed;
     }
     [[nodiscard]] bool isPresent() const override { return tool_.ports_.volumeAt(mountPoint_) == volume_; }
-    [[nodiscard]] bool isUpToDate(const SaveRequest& /*request*/) override {
-        // Dates do not tell: a file changed through a shared mapping may keep its own.
-        return false;
-    }
+    [[nodiscard]] bool isUpToDate(const SaveRequest& request) override;
     [[nodiscard]] std::unique_ptr<PartialImage> begin(const std::filesystem::path& partial,
                                                       const SaveRequest& request) override;
     [[nodiscard]] const std::filesystem::path& mountPoint() const noexcept { return mountPoint_; }
+    /// Of the status that was taken last.
+    [[nodiscard]] std::optional<ImageManifest> manifestFor(const RamDisk& disk) const {
+        return status_ ? ImageManifest::of(disk, *status_, takenAt_) : std::nullopt;
+    }
 
 private:
+    [[nodiscard]] bool isIn(const std::filesystem::path& image, const SaveRequest& request,
+                            const ImageManifest& manifest) const;
+
     HDIUtilImageTool& tool_;
     std::filesystem::path mountPoint_;
     MountedVolume volume_;
     std::optional<VolumeContents::Status> status_;
+    std::chrono::sys_time<std::chrono::nanoseconds> takenAt_;
 };
 
 class HDIUtilImageTool::SparseImage final : public PartialImage {
 public:
-    SparseImage(DiskSource& source, const HDIUtilImages& images, std::shared_ptr<CommandRunning> runner,
-                std::filesystem::path file, AttachedImage attached)
+    SparseImage(DiskSource& source, RamDisk disk, const HDIUtilImages& images,
+                std::shared_ptr<CommandRunning> runner, std::filesystem::path file, AttachedImage attached)
         : source_(source),
+          disk_(std::move(disk)),
           runner_(std::move(runner)),
           file_(std::move(file)),
           image_(images, std::move(attached)) {}
@@ -90,6 +100,9 @@ public:
         try {
             target.removeAll();
             target.copyFrom(VolumeContents(source_.mountPoint()), *runner_, observer);
+            if (const auto manifest = source_.manifestFor(disk_)) {
+                manifest->writeTo(image_.mountPoint());
+            }
         } catch (const std::exception&) {
             // A file that vanishes while it is copied makes the tool fail.
             traceCaught("save", "copying failed");
@@ -114,10 +127,47 @@ public:
 
 private:
     DiskSource& source_;
+    RamDisk disk_;
     std::shared_ptr<CommandRunning> runner_;
     std::filesystem::path file_;
     OpenImage image_;
 };
+
+bool HDIUtilImageTool::DiskSource::isUpToDate(const SaveRequest& request) {
+    const auto& latest = request.files.latest;
+    const auto manifest = manifestFor(request.disk);
+    try {
+        if (!manifest || !isIn(latest, request, *manifest)) {
+            return false;
+        }
+    } catch (const std::exception&) {
+        traceCaught("save", "the latest copy does not tell what it holds");
+        return false;
+    }
+    if (request.verification == Verification::yes) {
+        const std::lock_guard guard(tool_.mutex_);
+        tool_.filledFrom_[latest] = mountPoint_;
+    }
+    return true;
+}
+
+/// Dates tell of everything but what is written through a shared mapping, so the contents are compared too.
+bool HDIUtilImageTool::DiskSource::isIn(const std::filesystem::path& image, const SaveRequest& request,
+                                        const ImageManifest& manifest) const {
+    const auto* passphrase = request.protection.passphrase();
+    if (tool_.images_.isEncrypted(image) != (passphrase != nullptr)
+        || (tool_.images_.openState(image) && !tool_.images_.closeAbandoned(image))) {
+        return false;
+    }
+    OpenImage open(tool_.images_, tool_.images_.open(image, HDIUtilImages::Access::readOnly, passphrase));
+    const bool isSame = manifest.isOn(open.mountPoint())
+                        && !VolumeContents(mountPoint_).firstDifference(VolumeContents(open.mountPoint()))
+                        && open.isMounted();
+    if (open.close() == HDIUtilImages::Closing::leftOpen) {
+        open.closeByForceAtTheEnd();
+    }
+    return isSame;
+}
 
 std::unique_ptr<PartialImage> HDIUtilImageTool::DiskSource::begin(const std::filesystem::path& partial,
                                                                   const SaveRequest& request) {
@@ -126,7 +176,7 @@ std::unique_ptr<PartialImage> HDIUtilImageTool::DiskSource::begin(const std::fil
     images.create(partial, request.disk.capacity, request.disk.name, passphrase);
     ::chmod(partial.c_str(), S_IRUSR | S_IWUSR);
     auto image =
-        std::make_unique<SparseImage>(*this, images, tool_.ports_.runner, partial,
+        std::make_unique<SparseImage>(*this, request.disk, images, tool_.ports_.runner, partial,
                                       images.open(partial, HDIUtilImages::Access::readWrite, passphrase));
     if (request.verification == Verification::yes) {
         const std::lock_guard guard(tool_.mutex_);

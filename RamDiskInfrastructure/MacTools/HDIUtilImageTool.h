@@ -12,7 +12,7 @@
 namespace ramdisk {
 
 /// macOS's half of saving: sparse images with a case-sensitive APFS volume, filled by `ditto`. Every save
-/// makes a new image from nothing, since the tools cannot tell what has changed.
+/// makes a new image from nothing, unless the latest one holds just what is on the disk.
 class HDIUtilImageTool final : public SavedImageTool {
 public:
     HDIUtilImageTool(HDIUtilImages::Ports ports, std::shared_ptr<const VolumeStatisticsReading> statistics);

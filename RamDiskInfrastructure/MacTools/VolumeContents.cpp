@@ -7,6 +7,7 @@
 #include "RamDiskInfrastructure/Commands/FileDescriptor.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/MacTools/FolderWalk.h"
+#include "RamDiskInfrastructure/MacTools/ImageManifest.h"
 #include "RamDiskInfrastructure/MacTools/VolumeCopy.h"
 
 #include <algorithm>
@@ -111,7 +112,7 @@ void walkVolume(const std::filesystem::path& root, const FolderVisitor& visitor)
     walkFolder(root, [&visitor](const std::filesystem::path& item, const struct stat& status) {
         const auto name = item.string();
         const bool isOfTheSystem =
-            name.starts_with(probePrefix)
+            name.starts_with(probePrefix) || name == ImageManifest::fileName
             || std::find(systemItems.begin(), systemItems.end(), name) != systemItems.end();
         return !isOfTheSystem && visitor(item, status);
     });

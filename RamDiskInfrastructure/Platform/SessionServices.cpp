@@ -19,7 +19,7 @@ RamDiskSessionServices makeSessionServices(const RamDiskServices& services, cons
                                                                   session.profileContents, session.redirects);
     session.setUp = std::make_shared<SetUpRamDiskUseCase>(services, session.profiles, session.redirects);
     session.loadSaved =
-        std::make_shared<LoadSavedContentsUseCase>(session.profileContents, session.redirects);
+        std::make_shared<LoadSavedContentsUseCase>(services, session.profileContents, session.redirects);
     session.templates = std::make_shared<DiskTemplatesUseCase>(stores.templates, session.configure);
     return session;
 }

@@ -24,6 +24,8 @@ public:
     std::optional<RamDiskError> restoreFailure;
     bool failsHalfWay = false;
     std::optional<RestoreMode> lastMode;
+    /// How many restores end half way since the disk has no room for what fitted onto its like.
+    int lacksRoom = 0;
 
     static std::filesystem::path fileOn(const RamDisk& disk) { return *disk.mountPoint / "file"; }
     static std::string imageOf(const std::string& content) { return "[" + content + "]"; }
@@ -54,6 +56,11 @@ public:
         }
         if (observer) {
             observer({});
+        }
+        if (lacksRoom > 0) {
+            --lacksRoom;
+            writeFile(fileOn(request.disk), image.substr(1, 1));
+            throw CopyNeedsRoom(RamDiskError::ContentsTransferFailed{"full"});
         }
         if (restoreFailure) {
             writeFile(fileOn(request.disk), image.substr(1, 1));

@@ -130,6 +130,9 @@ public:
     std::filesystem::path format(const DeviceIdentifier& device, const RamDiskSpecification& specification,
                                  const VolumeProtection& protection) override {
         note("format " + device.bsdName() + " as " + specification.name);
+        if (specification.hasRestoreRoom) {
+            note("room for a restore");
+        }
         throwIfSet(formattingFailure);
         auto& disk = *find(device);
         disk.name = specification.name;

@@ -31,11 +31,14 @@ LaunchReport launch(const CommandContext& context) {
     }();
     tellRedirectFailures(report.redirectFailures, context);
     bool isTitleTold = false;
-    if (!report.isListReadable) {
+    if (!report.isListReadable || report.notUnderstood > 0) {
         context.console.fail(launchAttentionTitle);
         isTitleTold = true;
+    }
+    if (!report.isListReadable) {
         context.console.fail(unreadableListText);
     }
+    tellNotUnderstood(report.notUnderstood, "startup disk", context);
     for (const auto& outcome : report.outcomes) {
         if (!outcome.needsAttention()) {
             context.console.confirm(printable(outcomeText(outcome)));
@@ -47,9 +50,7 @@ LaunchReport launch(const CommandContext& context) {
         }
         context.console.fail(outcomeText(outcome));
         if (const auto* failed = std::get_if<StartupOutcome::RestoreFailed>(&outcome.value)) {
-            if (const auto hint = savingHint(failed->disk.name, failed->error)) {
-                context.console.hint(*hint);
-            }
+            context.console.hint(unrestoredHint(failed->disk.name));
         }
     }
     return report;
@@ -88,16 +89,31 @@ void leaveLostDisks(const CommandContext& context) {
     static_cast<void>(std::fflush(stdout));
 }
 
+/// Tells the disks that somebody unmounted although they were to keep their files.
+void tellLostDisks(std::vector<LostDisk>& told, const CommandContext& context) {
+    try {
+        for (auto& disk : context.session.lifecycle->noticeLostDisks()) {
+            context.console.fail(lostText(disk));
+            told.push_back(std::move(disk));
+        }
+    } catch (const std::exception&) {
+        traceCaught("session", "whether a disk was lost is put off to the next look");
+    }
+}
+
 /// Until it is asked to end. Meanwhile deleted files give their memory back now and then, and a disk that
 /// goes takes no folder with it.
-void waitForEnd(SessionSignals& signals, const CommandContext& context) {
+std::vector<LostDisk> waitForEnd(SessionSignals& signals, const CommandContext& context) {
+    std::vector<LostDisk> lost;
+    tellLostDisks(lost, context);
     using Clock = std::chrono::steady_clock;
     auto nextTrim = Clock::now() + trimmingInterval;
     for (;;) {
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(nextTrim - Clock::now());
         const auto event = signals.wait(std::max(left, std::chrono::milliseconds{0}));
+        tellLostDisks(lost, context);
         if (event == SessionEvent::endRequested) {
-            return;
+            return lost;
         }
         if (event == SessionEvent::mountsChanged) {
             leaveLostDisks(context);
@@ -155,8 +171,14 @@ ShutdownReport quit(const CommandContext& context) {
     return report;
 }
 
-Json documentOf(const LaunchReport& launched, const ShutdownReport& report) {
+Json documentOf(const LaunchReport& launched, const std::vector<LostDisk>& lost,
+                const ShutdownReport& report) {
+    auto told = Json::array();
+    for (const auto& disk : lost) {
+        told.push_back({{"name", disk.name}, {"text", lostText(disk)}});
+    }
     return {{"launch", listJSON(launched.outcomes)},
+            {"lost", std::move(told)},
             {"redirectFailures", listJSON(launched.redirectFailures)},
             {"shutdown", toJSON(report)}};
 }
@@ -194,10 +216,10 @@ struct SessionRunCommand {
         session->tell(SessionPhase::running);
         context.console.confirm("Running; ends on SIGTERM or SIGINT.");
         static_cast<void>(std::fflush(stdout));
-        {
+        const auto lost = [&] {
             const MountWatch watch(context);
-            waitForEnd(signals, context);
-        }
+            return waitForEnd(signals, context);
+        }();
         session->tell(SessionPhase::quitting);
         const bool isListReadable = context.session.profiles->isReadable();
         const auto report = quit(context);
@@ -207,9 +229,11 @@ struct SessionRunCommand {
         }
         delay.stop();
         if (context.console.wantsJSON()) {
-            context.console.printDocument(compactText(documentOf(launched, report)));
+            context.console.printDocument(compactText(documentOf(launched, lost, report)));
         }
-        return report.needsAttention() || !isListReadable ? failed : succeeded;
+        const bool isWell =
+            !launched.needsAttention() && lost.empty() && !report.needsAttention() && isListReadable;
+        return isWell ? succeeded : failed;
     }
 };
 

@@ -143,6 +143,9 @@ struct StartupCreateCommand {
         tellRedirectFailures(failures, context);
         if (outcome.needsAttention()) {
             context.console.fail(outcomeText(outcome));
+            if (std::holds_alternative<StartupOutcome::RestoreFailed>(outcome.value)) {
+                context.console.hint(unrestoredHint(profile.name));
+            }
             return failed;
         }
         context.console.confirm(printable(outcomeText(outcome)));

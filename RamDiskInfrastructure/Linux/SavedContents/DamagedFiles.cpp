@@ -12,6 +12,7 @@
 #include "RamDiskInfrastructure/Trees/TreeComparison.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <utility>
@@ -20,6 +21,16 @@
 #include <unistd.h>
 
 namespace ramdisk {
+
+namespace {
+
+/// One; one and another; one, another and a third.
+std::string enumeration(const std::vector<std::string>& names) {
+    const std::vector<std::string> but(names.begin(), names.end() - 1);
+    return but.empty() ? names.back() : fmt::format("{} and {}", fmt::join(but, ", "), names.back());
+}
+
+} // namespace
 
 DamagedFiles::DamagedFiles(const RestoreRequest& request, const TreeManifest& saved,
                            std::vector<std::uint32_t> files, const LinuxHost& host)
@@ -35,7 +46,13 @@ DamagedFiles::DamagedFiles(const RestoreRequest& request, const TreeManifest& sa
     }
 }
 
-void DamagedFiles::keepImage() const {
+void DamagedFiles::keepImage() {
+    const SavedCopyFolder::StepObserver unobserved;
+    const SavedCopyFolder folder(request_.files, HardLinks::whereSupported, unobserved);
+    if (auto former = folder.damagedName(request_.image)) {
+        kept_ = *std::move(former);
+        return;
+    }
     if (::link(request_.image.c_str(), kept_.c_str()) != 0 && errno != EEXIST) {
         throw SystemCallError("keep the damaged copy", request_.image);
     }
@@ -95,15 +112,18 @@ void DamagedFiles::requireRepaired() const {
         return;
     }
     constexpr std::size_t mostNames = 5;
-    std::string names;
+    std::vector<std::string> names;
     for (std::size_t number = 0; number < std::min(mostNames, files_.size()); ++number) {
-        names += fmt::format("{}“{}”", number > 0 ? ", " : "", saved_.contents().path(files_[number]));
+        names.push_back(fmt::format("“{}”", saved_.contents().path(files_[number])));
     }
-    const auto more = files_.size() > mostNames ? fmt::format(" and {} more", files_.size() - mostNames) : "";
-    throw RamDiskError(RamDiskError::ContentsTransferFailed{
-        fmt::format("the copy is damaged: {}{} differ from what was saved, and no other copy has them. All "
-                    "other files were put back. The damaged copy is kept as “{}”.",
-                    names, more, kept_.filename().string())});
+    if (files_.size() > mostNames) {
+        names.push_back(fmt::format("{} more", files_.size() - mostNames));
+    }
+    const bool isOne = files_.size() == 1;
+    throw SomeFilesDamaged(RamDiskError::ContentsTransferFailed{fmt::format(
+        "the copy is damaged: {} {} from what was saved, and no other copy has {}. All other "
+        "files were put back. The damaged copy is kept as “{}”.",
+        enumeration(names), isOne ? "differs" : "differ", isOne ? "it" : "them", kept_.filename().string())});
 }
 
 } // namespace ramdisk

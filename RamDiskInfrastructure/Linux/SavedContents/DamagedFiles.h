@@ -19,17 +19,16 @@ public:
     DamagedFiles(const RestoreRequest& request, const TreeManifest& saved, std::vector<std::uint32_t> files,
                  const LinuxHost& host);
 
-    /// Gives the image a further name, under which it is kept whatever becomes of the copies. It is never
-    /// taken for a sound copy again.
+    /// Gives the image a further name, unless it has one, under which it is kept whatever becomes of the
+    /// copies. It is never taken for a sound copy again.
     /// @throws SystemCallError
-    void keepImage() const;
+    void keepImage();
 
     /// Puts the files onto the disk anew, from whichever other copy holds just what was saved. An image that
     /// cannot be read is passed over.
     void repairFromOtherCopies(const FileDescriptor& disk);
 
-    /// @throws RamDiskError `contentsTransferFailed` with the names of those that no copy holds, if there are
-    ///         any.
+    /// @throws SomeFilesDamaged with the names of those that no copy holds, if there are any.
     void requireRepaired() const;
 
 private:

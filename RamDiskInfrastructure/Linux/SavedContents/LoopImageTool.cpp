@@ -7,8 +7,11 @@
 #include "RamDiskInfrastructure/Linux/Host/MountTable.h"
 #include "RamDiskInfrastructure/Linux/SavedContents/LoopPartialImage.h"
 #include "RamDiskInfrastructure/Linux/SavedContents/LoopRestore.h"
+#include "RamDiskInfrastructure/Trees/TreeContents.h"
 
 #include <fmt/format.h>
+
+#include <algorithm>
 
 #include <sys/stat.h>
 #include <sys/statvfs.h>
@@ -44,6 +47,19 @@ SavedVolume describeElsewhere(const ImageFile& file, const std::vector<unsigned>
     throw RamDiskError(RamDiskError::ImageOpenAlready{});
 }
 
+/// Makes dates those that the image's file system can hold: from 1901 to 2446. The manifest itself holds any.
+void holdDates(TreeManifest::Contents& tree) {
+    constexpr time_t earliest = -(time_t{1} << 31);
+    constexpr time_t latest = (time_t{1} << 34) + earliest - 1;
+    for (auto& item : tree.items) {
+        const auto held = std::clamp(item.modified.tv_sec, earliest, latest);
+        // The kernel drops the fraction of a date that it cannot hold, and of the last that it can.
+        if (held != item.modified.tv_sec || held == earliest || held == latest) {
+            item.modified = {held, 0};
+        }
+    }
+}
+
 class LoopSource final : public MountedSource {
 public:
     LoopSource(MountedDisk disk, LatestCopy latest, const LinuxHost& host,
@@ -60,7 +76,14 @@ public:
     [[nodiscard]] std::unique_ptr<PartialImage> begin(const std::filesystem::path& partial,
                                                       const SaveRequest& request) override {
         // The latest can be a start once it is closed.
-        static_cast<void>(latest().description());
+        const auto& held = latest().description();
+        if (const auto lost = held ? unsavable().firstIn(held->manifest) : std::nullopt) {
+            throw RamDiskError(RamDiskError::ContentsTransferFailed{
+                fmt::format("a saved copy cannot hold “{}” as it is now, and the latest copy holds it as it "
+                            "was. Remove it, "
+                            "or make it smaller or give it fewer names.",
+                            *lost)});
+        }
         return std::make_unique<LoopPartialImage>(partial, request, *this, host_, runner_);
     }
 
@@ -89,10 +112,11 @@ void LoopImageTool::verify(const std::filesystem::path& path, const VolumeProtec
     auto file = ImageFile::open(path, LoopAccess::readOnly, host_);
     file.dropCache();
     const auto image = OpenImage::open(std::move(file), LoopAccess::readOnly, protection, host_);
-    const auto said = image.manifest();
+    auto said = image.manifest();
     if (!said) {
         throw RamDiskError(RamDiskError::ContentsTransferFailed{"the copy does not tell what it holds."});
     }
+    holdDates(said->contents());
     const ReadAhead reading(image.file().descriptor(), readAheadLimit(host_));
     if (const auto difference = TreeManifest::scan(image.contents(), {}).firstDifference(*said)) {
         throw RamDiskError(RamDiskError::ContentsTransferFailed{

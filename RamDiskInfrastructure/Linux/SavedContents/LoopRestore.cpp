@@ -13,8 +13,10 @@
 
 #include <utility>
 
+#include <linux/magic.h>
 #include <sys/statvfs.h>
 #include <sys/sysinfo.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 namespace ramdisk {
@@ -27,6 +29,10 @@ constexpr auto firstReadAhead = ByteCount::of(32, ByteCount::Unit::mebibyte);
 bool isDamage(const SystemCallError& error) {
     const int number = error.code().value();
     return number == EIO || number == EUCLEAN || number == EBADMSG;
+}
+
+bool isLackOfRoom(const SystemCallError& error) {
+    return error.code().value() == ENOSPC || error.code().value() == EDQUOT;
 }
 
 /// Whether most of what is to be copied lies in files that are copied in parts, past the page cache: then
@@ -103,6 +109,9 @@ SavedImageTool::Closing LoopRestore::perform(const ProgressObserver& observer) c
         if (failed != nullptr && isDamage(*failed)) {
             throw RamDiskError(RamDiskError::ImageUnreadable{});
         }
+        if (failed != nullptr && isLackOfRoom(*failed) && couldHaveHadRoom(image, disk)) {
+            throw CopyNeedsRoom(RamDiskError::ContentsTransferFailed{error.what()});
+        }
         throw RamDiskError(RamDiskError::ContentsTransferFailed{error.what()});
     }
     if (!disk.isPresent()) {
@@ -111,6 +120,14 @@ SavedImageTool::Closing LoopRestore::perform(const ProgressObserver& observer) c
     const bool isClosed = image.close();
     image.file().dropCache();
     return isClosed ? SavedImageTool::Closing::closed : SavedImageTool::Closing::leftOpen;
+}
+
+bool LoopRestore::couldHaveHadRoom(const OpenImage& image, const MountedDisk& disk) const {
+    struct statfs volume {};
+    const auto origin = image.origin();
+    return fstatfs(disk.root().get(), &volume) == 0 && volume.f_type == EXT4_SUPER_MAGIC && origin
+           && origin->capacity <= request_.disk.capacity
+           && LoopVolumeRoot(disk.root()).clustersBeyond(host_.sys, request_.disk.capacity) == 0;
 }
 
 void LoopRestore::copy(const OpenImage& image, const MountedDisk& disk,

@@ -34,6 +34,8 @@ public:
 
 private:
     void copy(const OpenImage& image, const MountedDisk& disk, const ProgressObserver& observer) const;
+    /// Whether the disk is full only because it was made without room for a restore.
+    [[nodiscard]] bool couldHaveHadRoom(const OpenImage& image, const MountedDisk& disk) const;
 
     const RestoreRequest& request_;
     const LinuxHost& host_;

@@ -136,6 +136,11 @@ SaveSource::Status MountedSource::takeStatus(const ProgressObserver& observer) {
                : manifest_ ? TreeManifest::scanAgain(*watch_, *manifest_, observer)
                            : TreeManifest::scan(*watch_, observer);
     forgetMark(now);
+    // A second look at a watched disk takes unchanged folders from the first, without what was left out.
+    auto unsavable = UnsavableFiles::takeFrom(now);
+    if (!watch_ || !manifest_ || unsavable.text()) {
+        unsavable_ = std::move(unsavable);
+    }
     const bool isSame = !std::exchange(isDistrusted_, false) && manifest_ && !now.firstDifference(*manifest_);
     manifest_ = std::move(now);
     if (isSame && watch_) {

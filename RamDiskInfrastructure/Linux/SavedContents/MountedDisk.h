@@ -4,6 +4,7 @@
 #include "RamDiskInfrastructure/Archive/SavedImageTool.h"
 #include "RamDiskInfrastructure/Linux/Host/LinuxHost.h"
 #include "RamDiskInfrastructure/Linux/SavedContents/LatestCopy.h"
+#include "RamDiskInfrastructure/Linux/SavedContents/UnsavableFiles.h"
 #include "RamDiskInfrastructure/Trees/TreeManifest.h"
 #include "RamDiskInfrastructure/Trees/TreeUpdate.h"
 #include "RamDiskInfrastructure/Trees/WriteWatch.h"
@@ -49,6 +50,8 @@ public:
 
     Status takeStatus(const ProgressObserver& observer) override;
     [[nodiscard]] bool isPresent() const override { return disk_.isPresent(); }
+    [[nodiscard]] std::optional<std::string> leftOut() const override { return unsavable_.text(); }
+    [[nodiscard]] const UnsavableFiles& unsavable() const noexcept { return unsavable_; }
 
     /// The latest copy of its files, as it was when this source was opened.
     [[nodiscard]] LatestCopy& latest() noexcept { return latest_; }
@@ -72,7 +75,9 @@ private:
     bool isDistrusted_ = false;
     std::optional<WriteWatch> watch_;
     std::future<void> ending_;
+    /// All but what no image can hold.
     std::optional<TreeManifest> manifest_;
+    UnsavableFiles unsavable_;
 };
 
 } // namespace ramdisk

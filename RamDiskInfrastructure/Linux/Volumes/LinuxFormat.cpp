@@ -104,7 +104,7 @@ std::vector<std::pair<std::string, std::string>> LinuxFormat::mountOptions(const
     return told;
 }
 
-ByteCount LinuxFormat::deviceSize(ByteCount capacity, const LinuxHost& host) const {
+ByteCount LinuxFormat::sizeWithRestoreRoom(ByteCount capacity, const LinuxHost& host) const {
     struct statvfs settings {};
     // What nobody is to use is kept back by a setting in /sys.
     const bool keepsBack = kind == VolumeKind::loop && metadata == Metadata::posix

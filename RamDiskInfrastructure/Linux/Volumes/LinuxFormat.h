@@ -47,9 +47,9 @@ struct LinuxFormat {
     [[nodiscard]] std::vector<std::string> arguments(const DiskRecord& record, EncryptionMeans encryption,
                                                      const std::string& device, const LinuxHost& host) const;
 
-    /// The size of the device below a disk of this capacity. Below ext4 it is four times the capacity: the
-    /// file system gives the rest to nobody but a restore.
-    [[nodiscard]] ByteCount deviceSize(ByteCount capacity, const LinuxHost& host) const;
+    /// The size of the device below a disk of this capacity with room for a restore. Below ext4 it is four
+    /// times the capacity: the file system gives the rest to nobody but a restore.
+    [[nodiscard]] ByteCount sizeWithRestoreRoom(ByteCount capacity, const LinuxHost& host) const;
 
     /// As much of a name as ext4 keeps in its label.
     [[nodiscard]] static std::string extLabel(const std::string& name);

@@ -140,7 +140,9 @@ std::vector<MachineStep> LoopVolume::makingSteps(VolumeRequest& request) const {
 std::vector<MachineStep> LoopVolume::deviceSteps(const std::shared_ptr<Build>& build) const {
     const auto& record = build->record();
     const auto tag = record.volumeTag();
-    const auto size = LinuxFormat::of(record.fileSystem).deviceSize(record.size, host());
+    const auto size = build->request.specification.hasRestoreRoom
+                          ? build->format.sizeWithRestoreRoom(record.size, host())
+                          : record.size;
     const auto room = std::max(size, ProcSystemMemoryProvider(host().proc, host().sys).read().physical);
     std::vector<MachineStep> steps{
         {fmt::format("mkdir {}", preferredMountPoint(record).string()),

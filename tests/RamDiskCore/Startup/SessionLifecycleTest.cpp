@@ -117,7 +117,7 @@ TEST(SessionLifecycleTest, ADiskWithoutItsFilesIsNeverSaved) {
         const char* outcome;
         const char* save;
     } rows[] = {{"nothing copied", false, false, "restoreFailed", "savedContentsNotRestored"},
-                {"half copied", true, false, "failed", "gone"},
+                {"half copied", true, false, "restoreFailed", "savedContentsNotRestored"},
                 {"half copied, cannot go", true, true, "restoreFailed", "partlyFilled"}};
     for (const auto& row : rows) {
         SCOPED_TRACE(row.what);
@@ -131,7 +131,8 @@ TEST(SessionLifecycleTest, ADiskWithoutItsFilesIsNeverSaved) {
             session.machine->releaseFailures.emplace(device, RamDiskError::EjectFailed{device, "vi"});
         }
         EXPECT_EQ(session.launchOne().caseName(), row.outcome);
-        EXPECT_EQ(session.machine->disks.empty() ? "gone" : session.saveCase(), row.save);
+        EXPECT_EQ(session.saveCase(), row.save);
+        EXPECT_EQ(session.read("Work").empty(), !row.cannotEject) << "half of the files look like all";
         EXPECT_THAT(session.copies(id), ElementsAre("precious"));
         // The next session goes on where this one broke off, and only there.
         session.images->restoreFailure.reset();
@@ -139,7 +140,8 @@ TEST(SessionLifecycleTest, ADiskWithoutItsFilesIsNeverSaved) {
         EXPECT_EQ(session.launchOne().caseName(), isLeftAlone ? "restoreFailed" : "created");
         EXPECT_EQ(session.read("Work"), isLeftAlone ? "" : "precious");
         // And a user who loads a copy by hand has a disk like any other.
-        LoadSavedContentsUseCase(session.contents(), session.redirects()).load(session.kept(), 1, {});
+        LoadSavedContentsUseCase(session.services(), session.contents(), session.redirects())
+            .load(session.kept(), 1, {});
         EXPECT_EQ(session.saveCase(), "");
     }
 }
@@ -324,6 +326,31 @@ TEST(SessionLifecycleTest, ADiskThatCannotBeMadeIsTold) {
     const auto outcome = session.launchOne();
     EXPECT_EQ(outcome.name(), "Work");
     EXPECT_EQ(std::get<StartupOutcome::Failed>(outcome.value).error.caseName(), "invalidSpecification");
+}
+
+TEST(SessionLifecycleTest, ADiskGetsRoomForARestoreOnlyWhenTheRestoreNeedsIt) {
+    Session session;
+    const auto id = session.addWork();
+    session.saveEarlier(id, {"old", "new"});
+    session.launchOne();
+    EXPECT_THAT(session.machine->steps, Not(Contains("room for a restore")));
+    session.images->lacksRoom = 1;
+    LoadSavedContentsUseCase(session.services(), session.contents(), session.redirects())
+        .load(session.kept(), 2, {});
+    EXPECT_EQ(session.read("Work"), "old");
+    EXPECT_THAT(session.machine->steps, Contains("room for a restore"));
+    EXPECT_EQ(session.saveCase(), "");
+    session.lifecycle().quit(Force::no, {});
+
+    for (const int lacks : {1, 2}) {
+        session.machine->steps.clear();
+        session.images->lacksRoom = lacks;
+        EXPECT_EQ(session.launchOne().caseName(), lacks == 1 ? "created" : "restoreFailed");
+        EXPECT_THAT(session.machine->steps, Contains("room for a restore"));
+        EXPECT_EQ(session.read("Work"), lacks == 1 ? "old" : "");
+        EXPECT_EQ(session.saveCase(), lacks == 1 ? "" : "savedContentsNotRestored");
+        session.lifecycle().leave(session.kept().disk, SaveBeforeEject::no, Force::no, {});
+    }
 }
 
 TEST(SessionLifecycleTest, LoadingChoosesACopyByItsNumber) {

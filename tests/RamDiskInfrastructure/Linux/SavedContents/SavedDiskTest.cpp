@@ -5,10 +5,12 @@
 #include <atomic>
 #include <chrono>
 #include <deque>
+#include <functional>
 #include <thread>
 
 #include <fcntl.h>
 #include <sys/mount.h>
+#include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
@@ -17,6 +19,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
 
@@ -126,7 +129,7 @@ TEST(SavedDisk, IsNotPutBackWithDamageThatNobodyIsToldOf) {
             EXPECT_EQ(failure, "none");
             EXPECT_EQ(SavingMachine::difference(disk, onto), "");
         } else {
-            EXPECT_THAT(failure, testing::HasSubstr("the copy is damaged: “tree/text” differ"));
+            EXPECT_THAT(failure, testing::HasSubstr("the copy is damaged: “tree/text” differs from"));
         }
         EXPECT_EQ(world.keep(disk), SaveOutcome::saved) << "the damaged one is no copy";
         world.tool.verify(world.files.latest, {});
@@ -140,6 +143,73 @@ TEST(SavedDisk, IsNotPutBackWithDamageThatNobodyIsToldOf) {
                   1);
         world.archiver.remove(world.files);
         EXPECT_TRUE(fs::is_empty(world.images));
+    }
+}
+
+TEST(SavedDisk, KeepsDatesThatItsImageCannotHold) {
+    SKIP_UNLESS_ROOT();
+    SavedDisk world;
+    const auto disk = world.disk("A");
+    const auto onto = world.disk("B");
+    fs::create_directory(*disk.mountPoint / "tree");
+    for (const time_t seconds :
+         {time_t{19880899200}, time_t{15032385535}, time_t{-3000000000}, time_t{-2147483648}}) {
+        const auto file = *disk.mountPoint / "tree" / std::to_string(seconds);
+        writeFile(file, "");
+        const timespec times[] = {{0, 0}, {seconds, 500}};
+        ASSERT_EQ(utimensat(AT_FDCWD, file.c_str(), times, 0), 0);
+    }
+    EXPECT_EQ(world.keep(disk), SaveOutcome::saved) << "verified";
+    EXPECT_EQ(world.keep(disk), SaveOutcome::nothingChanged);
+    world.restore(onto);
+    EXPECT_EQ(SavingMachine::difference(disk, onto), "");
+}
+
+TEST(SavedDisk, KeepsTheRestOfWhatNoImageCanHold) {
+    SKIP_UNLESS_ROOT();
+    struct Row {
+        const char* name;
+        std::function<void(const fs::path&)> make;
+    };
+    const Row rows[] = {
+        {"tree/big",
+         [](const fs::path& tree) { ASSERT_EQ(truncate((tree / "big").c_str(), off_t{20} << 40), 0); }},
+        {"tree/names", [](const fs::path& tree) {
+             fs::create_directory(tree / "names");
+             for (int number = 0; number < 65001; ++number) {
+                 ASSERT_EQ(link((tree / "big").c_str(), (tree / "names" / std::to_string(number)).c_str()),
+                           0);
+             }
+         }}};
+    for (const auto& row : rows) {
+        for (const bool wasSaved : {false, true}) {
+            if (wasSaved && row.name[5] == 'n') {
+                continue;
+            }
+            SCOPED_TRACE(std::string(row.name) + (wasSaved ? ", saved before" : ""));
+            SavedDisk world;
+            const auto disk = world.disk("A", "hfs+", "160M");
+            const auto onto = world.disk("B", "hfs+", "160M");
+            const auto tree = *disk.mountPoint / "tree";
+            fs::create_directory(tree);
+            writeFile(tree / "rest", "precious");
+            if (wasSaved) {
+                writeFile(tree / "big", "small");
+                world.keep(disk);
+            }
+            writeFile(tree / "big", "small");
+            writeFile(tree / "rest", "newer");
+            row.make(tree);
+            const bool isLost = wasSaved && std::string_view(row.name) == "tree/big";
+            for (int time = 0; time < 2; ++time) {
+                const auto failure = failureOf([&] { world.keep(disk); });
+                EXPECT_THAT(failure, HasSubstr(isLost ? "and the latest copy holds it as it was" : row.name));
+                EXPECT_EQ(failure.find("All other files are saved.") == std::string::npos, isLost);
+            }
+            world.restore(onto);
+            EXPECT_EQ(readFile(*onto.mountPoint / "tree/rest"), isLost ? "precious" : "newer");
+            EXPECT_EQ(fs::exists(*onto.mountPoint / "tree/big"), isLost || row.name[5] == 'n');
+        }
     }
 }
 

@@ -1,0 +1,241 @@
+#include "RamDiskInfrastructure/Linux/Host/SmallFile.h"
+#include "RamDiskInfrastructure/Trees/TreeManifest.h"
+#include "tests/support/Linux/FullDisk.h"
+#include "tests/tramdisk/Disks.h"
+
+#include <chrono>
+#include <csignal>
+#include <fstream>
+#include <future>
+#include <thread>
+#include <utility>
+
+#include <fcntl.h>
+#include <sys/mount.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+namespace ramdisk::test {
+namespace {
+
+using testing::AnyOf;
+using testing::HasSubstr;
+using testing::Not;
+
+namespace fs = std::filesystem;
+
+class KeptFiles : public testing::Test {
+protected:
+    void SetUp() override {
+        SKIP_UNLESS_ROOT();
+        machine.emplace();
+    }
+    void TearDown() override {
+        if (session.valid()) {
+            static_cast<void>(endSession());
+        }
+    }
+
+    /// Returns when the session is up.
+    void startSession(const std::vector<std::string>& options = {}) {
+        std::vector<std::string> arguments{"session"};
+        arguments.insert(arguments.end(), options.begin(), options.end());
+        session = std::async(std::launch::async, [this, arguments] { return machine->run(arguments); });
+        for (int attempt = 0; attempt < 3000; ++attempt) {
+            const auto state = machine->run({"session", "status", "--json"}).json();
+            if (state.value("phase", "") == "running") {
+                process = state.at("processID").get<pid_t>();
+                return;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        FAIL() << "the session did not start";
+    }
+    Outcome endSession() {
+        kill(process, SIGTERM);
+        return session.get();
+    }
+    [[nodiscard]] fs::path support() const { return machine->folder() / "home/data/Tavrin RamDisk"; }
+
+    fs::path makeKept(const std::string& name, const std::vector<std::string>& more = {}) const {
+        const auto root = mountPointOf(machine->create(name, {"--size", "32M"}));
+        std::vector<std::string> arguments{"startup", "add", name, "--keep-files"};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        EXPECT_EQ(machine->run(arguments).status, 0);
+        return root;
+    }
+    /// The latest copy of the only startup disk.
+    [[nodiscard]] fs::path latest() const {
+        for (const auto& entry : fs::directory_iterator(support() / "Saved Contents")) {
+            if (entry.path().extension() == ".sparseimage" && entry.path().stem().string().size() == 36) {
+                return entry.path();
+            }
+        }
+        return {};
+    }
+    /// Writes something else in the place of `text`, wherever it lies in the file.
+    static void damage(const fs::path& file, const std::string& text) {
+        const auto place = readFile(file).find(text);
+        ASSERT_NE(place, std::string::npos);
+        const FileDescriptor open(::open(file.c_str(), O_WRONLY | O_CLOEXEC));
+        ASSERT_EQ(pwrite(open.get(), "#", 1, static_cast<off_t>(place)), 1);
+    }
+
+    std::optional<TestMachine> machine;
+    std::future<Outcome> session;
+    pid_t process = 0;
+};
+
+TEST_F(KeptFiles, ADamagedCopyCostsNoDiskAndIsNotSavedOver) {
+    const auto root = makeKept("Work", {"--copies", "1"});
+    writeFile(root / "same", std::string(5000, 's') + "the same in both");
+    writeFile(root / "file", "old version");
+    ASSERT_EQ(machine->run({"save", "Work"}).status, 0);
+    writeFile(root / "file", "new version");
+    writeFile(root / "other", "intact");
+    ASSERT_EQ(machine->run({"eject", "Work"}).status, 0);
+    damage(latest(), "new version");
+    damage(latest(), "the same in both");
+
+    const auto expectUnsaved = [&] {
+        EXPECT_EQ(readFile(root / "other"), "intact");
+        EXPECT_THAT(readFile(root / "same"), HasSubstr("the same in both"));
+        EXPECT_THAT(machine->run({"save", "Work"}).err, HasSubstr("were not put back on it"));
+        EXPECT_EQ(machine->run({"copies", "Work", "--json"}).json().size(), 2U);
+    };
+    const auto made = machine->run({"startup", "create", "Work"});
+    EXPECT_EQ(made.status, 1);
+    EXPECT_THAT(made.err,
+                HasSubstr("the copy is damaged: “file” differs from what was saved, and no other "
+                          "copy has it. All other files were put back. The damaged copy is kept as "));
+    EXPECT_THAT(made.err, HasSubstr("`tramdisk save Work --keep-current`"));
+    expectUnsaved();
+    EXPECT_EQ(machine->run({"load", "Work"}).status, 1);
+    expectUnsaved();
+    ASSERT_EQ(machine->run({"eject", "Work", "--discard"}).status, 0);
+
+    // A session tells it at once and at its end.
+    startSession();
+    expectUnsaved();
+    EXPECT_EQ(machine->run({"load", "Work", "--copy", "2"}).status, 0);
+    EXPECT_EQ(readFile(root / "file"), "old version");
+    const auto ended = endSession();
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_THAT(ended.err, HasSubstr("“file” differs from what was saved"));
+    EXPECT_EQ(machine->run({"startup", "create", "Work"}).status, 0);
+    EXPECT_EQ(readFile(root / "file"), "old version");
+
+    // Or the user takes what is there.
+    ASSERT_EQ(machine->run({"load", "Work", "--copy", "2"}).status, 1);
+    EXPECT_EQ(machine->run({"save", "Work"}).status, 1) << "the disk held the saved files before";
+    writeFile(root / "file", "mended");
+    EXPECT_EQ(machine->run({"save", "Work", "--keep-current"}).status, 0);
+    EXPECT_EQ(machine->run({"save", "Work"}).status, 0);
+    int keptAside = 0;
+    for (const auto& entry : fs::directory_iterator(support() / "Saved Contents")) {
+        keptAside += entry.path().string().find(".damaged-") != std::string::npos ? 1 : 0;
+    }
+    EXPECT_EQ(keptAside, 1) << "of one image, however often it was tried";
+}
+
+TEST_F(KeptFiles, AnUnreadableCopyLeavesAnEmptyDiskOntoWhichAnotherCanBeLoaded) {
+    const auto root = makeKept("Work", {"--copies", "1"});
+    writeFile(root / "file", "old version");
+    ASSERT_EQ(machine->run({"save", "Work"}).status, 0);
+    writeFile(root / "file", "new version");
+    ASSERT_EQ(machine->run({"eject", "Work"}).status, 0);
+    writeFile(latest(), "no image at all");
+    EXPECT_EQ(machine->run({"startup", "create", "Work"}).status, 1);
+    EXPECT_EQ(machine->run({"save", "Work"}).status, 1);
+    EXPECT_EQ(machine->run({"eject", "Work"}).status, 1);
+    EXPECT_EQ(machine->run({"load", "Work", "--copy", "2"}).status, 0);
+    EXPECT_EQ(readFile(root / "file"), "old version");
+    EXPECT_EQ(machine->run({"save", "Work"}).status, 0);
+}
+
+TEST_F(KeptFiles, OfAFullDiskFitAgainAndOnlyADiskThatNeedsMoreRoomGetsIt) {
+    struct Row {
+        const char* format;
+        const char* name;
+        std::size_t size;
+    };
+    const Row rows[] = {{"jhfs+", "20 KB files", 20000},        {"jhfs+", "one large file", 1U << 30U},
+                        {"jhfs+", "files of two blocks", 2000}, {"jhfs+", "empty files", 0},
+                        {"jhfs+", "names of one file", 1},      {"hfs+", "20 KB files", 20000}};
+    const auto totalOf = [](const fs::path& root) {
+        struct statvfs volume {};
+        EXPECT_EQ(statvfs(root.c_str(), &volume), 0);
+        return volume.f_blocks * volume.f_frsize;
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(std::string(row.format) + ", " + row.name);
+        const auto root = mountPointOf(machine->create("Full", {"--size", "16M", "--format", row.format}));
+        EXPECT_LE(totalOf(root), 16 * mebibyte);
+        ASSERT_EQ(machine->run({"startup", "add", "Full", "--keep-files"}).status, 0);
+        fillUp(root / "tree", row.size);
+        const auto difference = [&, tree = TreeManifest::scan(requireFolder(root / "tree"), {})] {
+            return TreeManifest::scan(requireFolder(root / "tree"), {}).firstDifference(tree).value_or("");
+        };
+        ASSERT_EQ(machine->run({"save", "Full"}).status, 0);
+        EXPECT_EQ(machine->run({"load", "Full"}).err, "");
+        EXPECT_EQ(difference(), "");
+        ASSERT_EQ(machine->run({"eject", "Full"}).status, 0);
+        EXPECT_EQ(machine->run({"startup", "create", "Full"}).err, "");
+        EXPECT_EQ(difference(), "");
+        if (totalOf(root) > 16 * mebibyte) {
+            // Nobody else gets that room.
+            std::ofstream more(root / "more");
+            more << std::string(2 * mebibyte, 'x') << std::flush;
+            EXPECT_FALSE(more.good());
+        }
+        ASSERT_EQ(machine->run({"eject", "Full", "--discard"}).status, 0);
+        ASSERT_EQ(machine->run({"startup", "remove", "Full", "--force"}).status, 0);
+    }
+}
+
+TEST_F(KeptFiles, ThatAreLostWhileASessionRunsAreTold) {
+    const auto root = makeKept("Work");
+    writeFile(root / "file", "saved");
+    ASSERT_EQ(machine->run({"save", "Work"}).status, 0);
+    // One that is ejected meanwhile is not lost, nor one that is given up.
+    makeKept("Ejected");
+    makeKept("Given up");
+    const auto fresh = makeKept("Fresh");
+    startSession({"-q"});
+    EXPECT_EQ(machine->run({"eject", "Ejected"}).status, 0);
+    EXPECT_EQ(machine->run({"eject", "Given up", "--discard"}).status, 0);
+    for (const auto& gone : {root, fresh}) {
+        ASSERT_EQ(umount2(gone.c_str(), MNT_DETACH), 0);
+    }
+    const auto ended = endSession();
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_THAT(ended.err, HasSubstr("“Work” was unmounted without its files being saved. They were last "
+                                     "saved on 2"));
+    EXPECT_THAT(ended.err, HasSubstr("“Fresh” was unmounted without its files being saved. None of them "));
+    EXPECT_THAT(ended.err, Not(AnyOf(HasSubstr("“Ejected”"), HasSubstr("“Given up”"))));
+}
+
+TEST_F(KeptFiles, EntriesThatASessionCannotReadAreTold) {
+    makeKept("Work");
+    const auto list = support() / "Startup Disks.json";
+    auto text = readFile(list);
+    text.insert(text.size() - 1, R"(,{"id":"of a newer version"})");
+    writeFile(list, text);
+    startSession({"-q"});
+    const auto ended = endSession();
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_THAT(ended.err, HasSubstr("One stored startup disk is not understood by this version"));
+}
+
+TEST_F(KeptFiles, AnEjectOfADiskWhoseMemoryIsHeldSaysSo) {
+    const auto root = makeKept("Work");
+    const FileDescriptor file(open((root / "file").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    ASSERT_EQ(ftruncate(file.get(), 4096), 0);
+    EXPECT_EQ(machine->run({"eject", "--force", "Work"}).status, 0);
+    const auto again = machine->run({"eject", "Work"});
+    EXPECT_THAT(again.err, HasSubstr("it is ejected, but programs have its files open and keep its memory."));
+    EXPECT_EQ(again.status, 1);
+}
+
+} // namespace
+} // namespace ramdisk::test

@@ -303,7 +303,7 @@ LeaveResult SessionLifecycleUseCase::leave(const RamDisk& disk, SaveBeforeEject 
         return result;
     }
     try {
-        append(result.redirectFailures, redirects_->undo(disk.name));
+        leaveFolders(disk, force, result);
         if (saves) {
             blockWriting(disk, force);
         }
@@ -320,12 +320,32 @@ LeaveResult SessionLifecycleUseCase::leave(const RamDisk& disk, SaveBeforeEject 
     }
     services_.writeBlocking->allow(disk);
     try {
-        append(result.redirectFailures, redirects_->apply(disk));
+        auto failures = redirects_->apply(disk);
+        // One that is in use is why the disk stays.
+        std::erase_if(failures, [](const RedirectFailure& failure) {
+            return failure.kind == RedirectFailure::Kind::inUse;
+        });
+        append(result.redirectFailures, std::move(failures));
     } catch (const std::exception&) {
         // Why the disk stays is what the user must see; the redirects are undone and lose nothing.
         traceCaught("redirects", "the redirects of a disk that stays are not put back");
     }
     return result;
+}
+
+/// Takes the tools' folders off the disk. One that a program uses would keep the disk.
+void SessionLifecycleUseCase::leaveFolders(const RamDisk& disk, Force force, LeaveResult& result) {
+    for (auto& failure : redirects_->undo(disk.name, force)) {
+        if (failure.kind == RedirectFailure::Kind::inUse && force == Force::no && !result.ejectError) {
+            result.ejectError = RamDiskError(RamDiskError::EjectFailed{
+                disk.device, std::get<std::string>(failure.message), EjectObstacle::busy});
+        } else {
+            result.redirectFailures.push_back(std::move(failure));
+        }
+    }
+    if (result.ejectError) {
+        throw RamDiskError(*result.ejectError);
+    }
 }
 
 /// Saves while everything is still in its place, since this takes longest. A disk that keeps changing is

@@ -167,7 +167,7 @@ RedirectRestoreState FakeMachine::apply(const FolderRedirect& redirect,
 }
 
 std::optional<std::string> FakeMachine::undo(const FolderRedirect& redirect,
-                                             const RedirectRestoreState& /*state*/) {
+                                             const RedirectRestoreState& /*state*/, Force /*force*/) {
     note("undo " + place(redirect.target).nameOnDisk);
     return std::nullopt;
 }

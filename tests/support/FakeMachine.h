@@ -86,7 +86,7 @@ public:
     RedirectRestoreState apply(const FolderRedirect& redirect, const std::filesystem::path& mountPoint,
                                const Record& record) override;
     std::optional<std::string> undo(const FolderRedirect& redirect,
-                                    const RedirectRestoreState& state) override;
+                                    const RedirectRestoreState& state, Force force) override;
     bool isInForce(const FolderRedirect&, const std::filesystem::path&) const override { return true; }
     Outcome block(const RamDisk& disk) override;
     void allow(const RamDisk& disk) noexcept override;

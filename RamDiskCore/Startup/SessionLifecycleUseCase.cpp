@@ -66,6 +66,15 @@ void append(std::vector<RedirectFailure>& list, std::vector<RedirectFailure> mor
     std::move(more.begin(), more.end(), std::back_inserter(list));
 }
 
+/// What a repair tells. A list of redirects that cannot be read would keep every disk from being ejected.
+std::vector<RedirectFailure> repaired(FolderRedirectsUseCase& redirects) {
+    try {
+        return redirects.repair();
+    } catch (const std::exception& error) {
+        return {{{.id = UUID::random(), .diskName = ""}, error.what()}};
+    }
+}
+
 } // namespace
 
 SessionLifecycleUseCase::SessionLifecycleUseCase(RamDiskServices services,
@@ -241,6 +250,13 @@ StartupOutcome SessionLifecycleUseCase::addInitialContents(const KeptDisk& kept,
 }
 
 ShutdownReport SessionLifecycleUseCase::quit(Force force, const Observer& observer) {
+    ShutdownReport report;
+    try {
+        static_cast<void>(redirects_->list());
+    } catch (const std::exception&) {
+        traceCaught("redirects", "the list is made anew before the disks go");
+        report.redirectFailures = repaired(*redirects_);
+    }
     auto disks = services_.list->listOwn();
     // One without a mount point was ejected before, and only its memory is not back yet.
     std::erase_if(disks, [this, known = profiles_->list()](const RamDisk& disk) {
@@ -251,7 +267,6 @@ ShutdownReport SessionLifecycleUseCase::quit(Force force, const Observer& observ
     const auto results = sideBySide(disks, [&](const RamDisk& disk) {
         return leave(disk, SaveBeforeEject::yes, force, observerFor(disk.name, shared));
     });
-    ShutdownReport report;
     for (std::size_t index = 0; index < disks.size(); ++index) {
         const auto& disk = disks[index];
         const auto& result = results[index];

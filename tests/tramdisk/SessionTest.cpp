@@ -164,6 +164,19 @@ TEST_F(Session, PutsFoldersBackWhenADiskGoesAndTellsWhatItMetAtQuit) {
     EXPECT_EQ(readFile(home / "Here.ramdisk-kept/made"), "meanwhile");
 }
 
+TEST_F(Session, ADamagedListOfRedirectsKeepsNoDiskAtQuit) {
+    const auto folder = machine->folder() / "home/p";
+    fs::create_directory(folder);
+    writeFile(folder / "mine", "old");
+    machine->create("Dev", {"--size", "16M", "--at-launch"});
+    ASSERT_EQ(machine->run({"redirects", "add", "Dev", "folder:p"}).status, 0);
+    startSession();
+    writeFile(machine->folder() / "home/data/Tavrin RamDisk/Folder Redirects.json", "[");
+    EXPECT_EQ(endSession(), 1) << "it is to be told";
+    EXPECT_EQ(readFile(folder / "mine"), "old");
+    EXPECT_THAT(machine->list(), IsEmpty());
+}
+
 TEST_F(Session, BringsEveryFileBackOnEveryKindOfDisk) {
     std::map<std::string, std::map<std::string, std::string>> trees;
     const std::map<std::string, std::vector<std::string>> disks{

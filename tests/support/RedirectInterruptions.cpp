@@ -21,6 +21,16 @@ struct Stage {
         tree = world.tree();
         outside = scene.outside(world);
     }
+    Stage(const Stage&) = delete;
+    Stage& operator=(const Stage&) = delete;
+    /// A mount would keep the scratch folder.
+    ~Stage() {
+        try {
+            world.useCase().undo("Dev");
+        } catch (const std::exception& error) {
+            ADD_FAILURE() << error.what();
+        }
+    }
     void putInPlace() const {
         ASSERT_THAT(texts(world.useCase().add(world.disk(), {scene.target}, scene.start)), IsEmpty());
         ASSERT_TRUE(tree != world.tree() || outside != scene.outside(world));

@@ -119,6 +119,12 @@ void makeFolderOnDisk(const std::filesystem::path& mountPoint, const std::string
     const auto path = folderOnDisk(mountPoint, name);
     const auto common = makeIn(root, commonFolder, path.parent_path());
     give(common, {commonMode, access.owner, access.group}, path.parent_path());
+    struct stat status {};
+    const bool isThere = fstatat(common.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+    if (isThere && geteuid() == 0 && status.st_uid != access.owner) {
+        // Root would hand one user's files to another who has a folder of the same name.
+        throw std::runtime_error("The disk has the folder “" + path.string() + "” of another user already.");
+    }
     give(makeIn(common, name, path), access, path);
 }
 

@@ -152,6 +152,8 @@ TEST_F(BindRedirect, RootActsOnlyOnWhatTheUserMayChange) {
                             FolderRedirectsUseCase::FilesOnDisk::discarded);
     EXPECT_EQ(readFile(world->onDisk("roots") / "file"), "x");
     umount2(target.c_str(), MNT_DETACH);
+    EXPECT_THAT(texts(world->useCase().add(world->disk(), {folderTarget("roots")})),
+                ElementsAre(HasSubstr("of another user already.")));
 }
 
 TEST_F(BindRedirect, CopiesKeepModesLinksAndAttributesBothWays) {

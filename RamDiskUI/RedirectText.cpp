@@ -11,12 +11,13 @@ namespace {
 using Target = RedirectTarget;
 using Condition = RedirectStatus::Condition;
 
-struct CacheTitle {
-    KnownCache value;
-    const char* title;
+template <typename Value>
+struct Worded {
+    Value value;
+    const char* text;
 };
 
-constexpr auto cacheTitles = enumerationTable<CacheTitle>({
+constexpr auto cacheTitles = enumerationTable<Worded<KnownCache>>({
     {KnownCache::swiftPM, "Swift Package Manager cache"},
     {KnownCache::cocoaPods, "CocoaPods cache"},
     {KnownCache::gradle, "Gradle cache"},
@@ -40,7 +41,7 @@ struct TargetTitle {
     std::string operator()(const Target::NpmCache&) const { return "npm cache"; }
     std::string operator()(const Target::Folder& target) const { return "~/" + target.path; }
     std::string operator()(const Target::Cache& target) const {
-        return rowOf(cacheTitles, target.cache).title;
+        return rowOf(cacheTitles, target.cache).text;
     }
     std::string operator()(const Target::TemporaryFolder&) const { return "Temporary files (TMPDIR)"; }
 };
@@ -79,17 +80,14 @@ private:
     }
 };
 
-struct ConditionText {
-    Condition value;
-    const char* text;
-};
-
-constexpr auto conditionTexts = enumerationTable<ConditionText>({
+constexpr auto conditionTexts = enumerationTable<Worded<Condition>>({
     {Condition::inPlace, "in place"},
     {Condition::notInPlace, "not in place"},
     {Condition::interrupted, "interrupted"},
     {Condition::diskNotMounted, "disk not mounted"},
     {Condition::linkReplaced, "link replaced"},
+    {Condition::mountGone, "not mounted any more"},
+    {Condition::covered, "covered by another mount"},
     {Condition::settingReplaced, "setting replaced"},
     {Condition::folderMissing, "folder on the disk missing"},
     {Condition::originalMissing, "original missing"},

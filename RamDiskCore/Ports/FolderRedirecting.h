@@ -1,6 +1,7 @@
 #pragma once
 
 #include "RamDiskCore/Ports/Port.h"
+#include "RamDiskCore/Ports/RamDeviceAllocating.h"
 #include "RamDiskCore/Values/FolderRedirect.h"
 #include "RamDiskCore/Values/RedirectStatus.h"
 
@@ -22,8 +23,18 @@ struct RedirectPlace {
     std::string nameOnDisk;
 };
 
+/// What a folder on a disk begins with, if there is none yet.
+enum class RedirectStart { empty, copyOfOriginal };
+
 /// Neither the link nor the original of a redirect is where it was recorded. The text says where to look.
 class OriginalNotFound : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// A program uses the folder on the disk, or nobody may take it out of the original's place. Nothing changed,
+/// and the disk could not go.
+class FolderInUse : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
@@ -67,10 +78,12 @@ public:
 
     /// Brings the original back, even if the disk is long gone. What programs wrote in its place meanwhile is
     /// never deleted.
+    /// @param force whether to do so even if a program uses the folder on the disk.
     /// @returns what the user should know, such as where those files are kept.
-    /// @throws OriginalNotFound; std::exception when it is not back yet and another try is worth it.
-    virtual std::optional<std::string> undo(const FolderRedirect& redirect,
-                                            const RedirectRestoreState& state) = 0;
+    /// @throws OriginalNotFound; FolderInUse; std::exception when it is not back yet and another try is worth
+    ///         it.
+    virtual std::optional<std::string> undo(const FolderRedirect& redirect, const RedirectRestoreState& state,
+                                            Force force) = 0;
 
     /// Whether the redirect still leads to its folder on the disk mounted at `mountPoint`, and that folder is
     /// there.
@@ -83,6 +96,59 @@ public:
     /// @throws std::exception with part of it removed.
     virtual bool freeOnDisk(const FolderRedirect& /*redirect*/, const std::filesystem::path& /*mountPoint*/) {
         return false;
+    }
+
+    /// Whether the folder on the disk holds files that nobody but the user can bring back: a folder of his
+    /// own, as against a cache.
+    [[nodiscard]] virtual bool holdsOwnFiles(const FolderRedirect& /*redirect*/,
+                                             const std::filesystem::path& /*mountPoint*/) const {
+        return false;
+    }
+
+    /// Makes the folder on the disk, with everything that the original holds. Killed, it leaves no folder of
+    /// that name.
+    /// @throws std::exception with nothing left on the disk.
+    virtual void copyToDisk(const FolderRedirect& /*redirect*/, const std::filesystem::path& /*mountPoint*/) {
+        throw std::runtime_error("It is no folder, so nothing can be copied.");
+    }
+
+    /// Copies the folder on the disk into the place of the original, which gets the name of a backup. The
+    /// redirect is undone; `redirect` is as it was recorded before. What undoes this is recorded as for
+    /// `apply`; the folder on the disk stays.
+    /// Without a folder on the disk nothing is done.
+    /// @returns the new name of the original; absent when there was none, or nothing was done.
+    /// @throws std::exception; `undo` then brings the original back, if something was recorded.
+    virtual std::optional<std::filesystem::path> copyFromDisk(const FolderRedirect& /*redirect*/,
+                                                              const std::filesystem::path& /*mountPoint*/,
+                                                              const Record& /*record*/) {
+        throw std::runtime_error("It is no folder, so there are no files to keep.");
+    }
+
+    /// Gives the folder on the disk of an undone redirect the name that it has for another target.
+    /// @returns where the folder stays because there is one of that name; absent otherwise.
+    /// @throws std::exception with nothing changed.
+    virtual std::optional<std::filesystem::path> moveOnDisk(const FolderRedirect& /*former*/,
+                                                            const RedirectTarget& /*target*/,
+                                                            const std::filesystem::path& /*mountPoint*/) {
+        return std::nullopt;
+    }
+
+    /// Removes the folder of an undone redirect from the disk, if it holds nothing.
+    virtual void tidyOnDisk(const FolderRedirect& /*redirect*/, const std::filesystem::path& /*mountPoint*/) {
+    }
+
+    /// Redirects of folders that are in place although no list tells of them, as far as what is on the
+    /// machine shows it. Looks for a few seconds at most. The disk of each has the name of its mount folder.
+    /// @param mountPoints of the disks that are there.
+    [[nodiscard]] virtual std::vector<FolderRedirect>
+    standing(const std::vector<std::filesystem::path>& /*mountPoints*/) const {
+        return {};
+    }
+
+    /// The same for folders that are still mounted although none of the `known` redirects is in place there.
+    [[nodiscard]] virtual std::vector<FolderRedirect>
+    strayMounts(const std::vector<FolderRedirect>& /*known*/) const {
+        return {};
     }
 
     /// Folders of the user's that still lie under the name of a backup although none of the `known` redirects

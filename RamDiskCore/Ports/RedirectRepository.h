@@ -21,6 +21,9 @@ public:
     /// The stored list; empty when there is none or it cannot be read. Never waits for a change under way.
     [[nodiscard]] virtual List load() const = 0;
 
+    /// False when there is a list that cannot be read. It counts as empty, and the next `save` sets it aside.
+    [[nodiscard]] virtual bool isReadable() const { return true; }
+
     /// How many stored entries are not understood, such as a newer version's. They are no part of the list,
     /// and are kept as they are.
     [[nodiscard]] virtual std::size_t notUnderstood() const { return 0; }

@@ -16,6 +16,7 @@ namespace {
 
 using Targets = std::vector<RedirectTarget>;
 using Outcome = RedirectSession::Outcome;
+using FilesOnDisk = FolderRedirectsUseCase::FilesOnDisk;
 
 auto isOf(const std::string& diskName) {
     return [diskName](const FolderRedirect& redirect) { return namesEqual(redirect.diskName, diskName); };
@@ -35,42 +36,70 @@ void requireMounted(const RamDisk& disk) {
     }
 }
 
-/// Where the disk of this name is mounted; absent when it is not.
-std::optional<std::filesystem::path> mountPointOf(const std::vector<RamDisk>& disks,
-                                                  const std::string& name) {
-    for (const auto& disk : disks) {
-        if (disk.mountPoint && namesEqual(disk.name, name)) {
-            return disk.mountPoint;
-        }
+/// Undoes one redirect for good, and saves its files from the disk if that is wanted.
+Outcome forgetOne(RedirectSession& session, FolderRedirect& redirect,
+                  const std::optional<std::filesystem::path>& mountPoint, FilesOnDisk files) {
+    if (files == FilesOnDisk::putBack && !mountPoint) {
+        session.fail(redirect, std::runtime_error("“" + redirect.diskName
+                                                  + "” is not mounted, so there are no files to keep."));
+        return Outcome::failed;
     }
-    return std::nullopt;
+    if (files == FilesOnDisk::guarded && mountPoint
+        && session.redirecting().holdsOwnFiles(redirect, *mountPoint)) {
+        session.fail(redirect,
+                     std::runtime_error("“" + shownName(session.redirecting().place(redirect.target))
+                                        + "” has files on “" + redirect.diskName
+                                        + "” that are nowhere else, so it stays there. `tramdisk redirects "
+                                          "remove` with --keep-files puts them in the folder’s place, and "
+                                          "with --discard deletes them."));
+        return Outcome::failed;
+    }
+    const auto asRecorded = redirect;
+    if (session.undo(redirect) == Outcome::failed) {
+        return Outcome::failed;
+    }
+    if (files == FilesOnDisk::putBack
+        && session.bringFiles(redirect, asRecorded, *mountPoint) == Outcome::failed) {
+        if (mayBeInPlace(asRecorded) && !mayBeInPlace(redirect)) {
+            session.apply(redirect, *mountPoint);
+        }
+        return Outcome::failed;
+    }
+    return Outcome::done;
 }
 
 void forgetAll(RedirectSession& session, const std::optional<std::filesystem::path>& mountPoint,
-               const std::function<bool(const FolderRedirect&)>& which) {
+               FilesOnDisk files, const std::function<bool(const FolderRedirect&)>& which) {
     std::vector<FolderRedirect> gone;
     for (auto* const redirect : session.inReverse(which)) {
         const auto asRecorded = *redirect;
-        if (session.undo(*redirect) == Outcome::done) {
+        if (forgetOne(session, *redirect, mountPoint, files) == Outcome::done) {
             gone.push_back(asRecorded);
         }
-    }
-    if (std::erase_if(session.list(),
-                      [&](const auto& redirect) { return which(redirect) && !mayBeInPlace(redirect); })
-        != 0) {
-        session.store();
     }
     for (const auto& redirect : gone) {
         if (mountPoint) {
             session.free(redirect, *mountPoint);
         }
     }
+    // Last, so that a process that is killed before can be followed by another that frees the rest.
+    if (std::erase_if(session.list(),
+                      [&](const FolderRedirect& redirect) {
+                          return std::any_of(gone.begin(), gone.end(), [&](const FolderRedirect& other) {
+                              return other.id == redirect.id;
+                          });
+                      })
+        != 0) {
+        session.store();
+    }
 }
 
-/// Puts a stored redirect in place, unless it already is.
+/// Puts a stored redirect in place, unless it already is. If its tool keeps its files elsewhere by now, the
+/// redirect follows it there.
 Outcome applyStored(RedirectSession& session, FolderRedirect& redirect,
-                    const std::filesystem::path& mountPoint) {
+                    const std::filesystem::path& mountPoint, const RedirectTarget& target) {
     if (redirect.restoreState && !redirect.applying.value_or(false)
+        && sameTarget(session.redirecting(), redirect.target, target)
         && session.redirecting().isInForce(redirect, mountPoint)) {
         return Outcome::done;
     }
@@ -78,22 +107,39 @@ Outcome applyStored(RedirectSession& session, FolderRedirect& redirect,
         trace("redirects", "undoing what stands of a redirect of {} before it is made anew",
               redirect.diskName);
     }
-    if (session.undo(redirect) == Outcome::failed || session.settle(redirect) == Outcome::failed) {
+    auto wanted = redirect;
+    wanted.target = target;
+    if (session.undo(redirect) == Outcome::failed || session.settle(wanted) == Outcome::failed) {
         return Outcome::failed;
     }
     for (const auto* const other : session.where(mayBeInPlace)) {
-        if (overlap(session.redirecting(), other->target, redirect.target)) {
+        if (overlap(session.redirecting(), other->target, wanted.target)) {
             session.fail(redirect,
                          RamDiskError(RamDiskError::RedirectTaken{
-                             session.redirecting().place(redirect.target).nameOnDisk, other->diskName}));
+                             session.redirecting().place(wanted.target).nameOnDisk, other->diskName}));
             return Outcome::failed;
         }
+    }
+    if (session.follow(redirect, wanted.target, mountPoint) == Outcome::failed) {
+        return Outcome::failed;
     }
     return session.apply(redirect, mountPoint);
 }
 
+bool isConflict(RedirectSession& session, const FolderRedirect& wanted, RedirectRepository::List others,
+                const std::set<std::string>& startupDisks) {
+    std::erase_if(others, [&](const FolderRedirect& other) { return other.id == wanted.id; });
+    try {
+        requireNoConflict(session.redirecting(), wanted, others, startupDisks);
+        return false;
+    } catch (const RamDiskError& error) {
+        session.fail(wanted, error);
+        return true;
+    }
+}
+
 void addOne(RedirectSession& session, const RamDisk& disk, const RedirectTarget& target,
-            const std::set<std::string>& startupDisks) {
+            const std::set<std::string>& startupDisks, RedirectStart start) {
     FolderRedirect wanted{.id = UUID::random(), .diskName = disk.name, .target = target};
     if (session.settle(wanted) == Outcome::failed) {
         return;
@@ -102,20 +148,17 @@ void addOne(RedirectSession& session, const RamDisk& disk, const RedirectTarget&
         return isOf(disk.name)(redirect) && isMeantBy(session.redirecting(), redirect, target);
     });
     if (!stored.empty()) {
-        if (!sameTarget(session.redirecting(), stored.front()->target, wanted.target)) {
-            // The tool keeps its files elsewhere by now.
-            if (session.undo(*stored.front()) == Outcome::failed) {
-                return;
-            }
-            stored.front()->target = wanted.target;
+        wanted.id = stored.front()->id;
+        if (start == RedirectStart::copyOfOriginal) {
+            session.fail(*stored.front(), std::runtime_error("It is kept on “" + disk.name
+                                                             + "” already. Remove it first to begin with "
+                                                               "a copy."));
+        } else if (!isConflict(session, wanted, session.list(), startupDisks)) {
+            applyStored(session, *stored.front(), *disk.mountPoint, wanted.target);
         }
-        applyStored(session, *stored.front(), *disk.mountPoint);
         return;
     }
-    try {
-        requireNoConflict(session.redirecting(), wanted, session.list(), startupDisks);
-    } catch (const RamDiskError& error) {
-        session.fail(wanted, error);
+    if (isConflict(session, wanted, session.list(), startupDisks)) {
         return;
     }
     for (const auto& other : dropWhatGivesWay(session.redirecting(), wanted, session.list())) {
@@ -124,15 +167,17 @@ void addOne(RedirectSession& session, const RamDisk& disk, const RedirectTarget&
                                                + "”. It gives way to “" + wanted.diskName + "”."));
     }
     session.list().push_back(std::move(wanted));
-    if (session.apply(session.list().back(), *disk.mountPoint) == Outcome::failed
-        && !mayBeInPlace(session.list().back())) {
+    auto& added = session.list().back();
+    if (session.apply(added, *disk.mountPoint, start) == Outcome::failed && !mayBeInPlace(added)) {
+        session.tidy(added, *disk.mountPoint);
         session.list().pop_back();
         session.store();
     }
 }
 
 void removeTargets(RedirectSession& session, const std::string& diskName,
-                   const std::optional<std::filesystem::path>& mountPoint, const Targets& targets) {
+                   const std::optional<std::filesystem::path>& mountPoint, const Targets& targets,
+                   FilesOnDisk files) {
     for (const auto& target : targets) {
         const auto stored = session.where([&](const FolderRedirect& redirect) {
             return isOf(diskName)(redirect) && isOneOf(session.redirecting(), {target})(redirect);
@@ -142,7 +187,7 @@ void removeTargets(RedirectSession& session, const std::string& diskName,
                          std::runtime_error("It is not kept on “" + diskName + "”."));
         }
     }
-    forgetAll(session, mountPoint, [&](const FolderRedirect& redirect) {
+    forgetAll(session, mountPoint, files, [&](const FolderRedirect& redirect) {
         return isOf(diskName)(redirect) && isOneOf(session.redirecting(), targets)(redirect);
     });
 }
@@ -163,12 +208,31 @@ FolderRedirectsUseCase::inSession(const std::function<void(RedirectSession&)>& w
     Failures failures;
     repository_
         ->update([&] {
+            static_cast<void>(readList());
             RedirectSession session(*repository_, *redirecting_);
             work(session);
             failures = std::move(session.failures());
         })
         .get();
     return failures;
+}
+
+std::vector<FolderRedirect> FolderRedirectsUseCase::readList() const {
+    if (!repository_->isReadable()) {
+        throw std::runtime_error("The list of folders that are kept on disks cannot be read, so nothing was "
+                                 "changed. `tramdisk redirects repair` sets it aside and makes it anew.");
+    }
+    return repository_->load();
+}
+
+std::optional<std::filesystem::path> FolderRedirectsUseCase::mountPointOf(const std::vector<RamDisk>& disks,
+                                                                          const std::string& name) {
+    for (const auto& disk : disks) {
+        if (disk.mountPoint && namesEqual(disk.name, name)) {
+            return disk.mountPoint;
+        }
+    }
+    return std::nullopt;
 }
 
 std::optional<std::filesystem::path> FolderRedirectsUseCase::whereMounted(const std::string& diskName) const {
@@ -181,34 +245,49 @@ std::optional<std::filesystem::path> FolderRedirectsUseCase::whereMounted(const 
 }
 
 std::vector<FolderRedirect> FolderRedirectsUseCase::list() const {
-    return repository_->load();
+    return readList();
+}
+
+std::vector<RedirectStatus>
+FolderRedirectsUseCase::statuses(const std::vector<FolderRedirect>& redirects) const {
+    std::vector<RedirectStatus> statuses;
+    if (redirects.empty()) {
+        return statuses;
+    }
+    const auto disks = inventory_->list();
+    for (const auto& redirect : redirects) {
+        statuses.push_back(redirecting_->status(redirect, mountPointOf(disks, redirect.diskName)));
+    }
+    return statuses;
 }
 
 std::vector<FolderRedirect> FolderRedirectsUseCase::redirects(const std::string& diskName) const {
-    auto list = repository_->load();
+    auto list = readList();
     std::erase_if(list, std::not_fn(isOf(diskName)));
     return list;
 }
 
-FolderRedirectsUseCase::Failures FolderRedirectsUseCase::add(const RamDisk& disk, const Targets& targets) {
+FolderRedirectsUseCase::Failures FolderRedirectsUseCase::add(const RamDisk& disk, const Targets& targets,
+                                                             RedirectStart start) {
     requireMounted(disk);
     const auto startupDisks = startupDisks_->startupDiskNames();
     return inSession([&](RedirectSession& session) {
         for (const auto& target : targets) {
-            addOne(session, disk, target, startupDisks);
+            addOne(session, disk, target, startupDisks, start);
         }
     });
 }
 
 FolderRedirectsUseCase::Failures FolderRedirectsUseCase::remove(const std::string& diskName,
-                                                                const Targets& targets, LostOriginals lost) {
+                                                                const Targets& targets, LostOriginals lost,
+                                                                FilesOnDisk files) {
     // The link of a lost original may still lead to the folder on the disk.
     const auto mountPoint = lost == LostOriginals::givenUp ? std::nullopt : whereMounted(diskName);
     return inSession([&](RedirectSession& session) {
         if (lost == LostOriginals::givenUp) {
             session.giveUpLostOriginals();
         }
-        removeTargets(session, diskName, mountPoint, targets);
+        removeTargets(session, diskName, mountPoint, targets, files);
     });
 }
 
@@ -216,11 +295,11 @@ FolderRedirectsUseCase::Failures FolderRedirectsUseCase::change(const RamDisk& d
     requireMounted(disk);
     const auto startupDisks = startupDisks_->startupDiskNames();
     return inSession([&](RedirectSession& session) {
-        forgetAll(session, disk.mountPoint, [&](const FolderRedirect& redirect) {
+        forgetAll(session, disk.mountPoint, FilesOnDisk::guarded, [&](const FolderRedirect& redirect) {
             return isOf(disk.name)(redirect) && !isOneOf(session.redirecting(), targets)(redirect);
         });
         for (const auto& target : targets) {
-            addOne(session, disk, target, startupDisks);
+            addOne(session, disk, target, startupDisks, RedirectStart::empty);
         }
     });
 }
@@ -232,17 +311,20 @@ FolderRedirectsUseCase::Failures FolderRedirectsUseCase::apply(const RamDisk& di
     requireMounted(disk);
     return inSession([&](RedirectSession& session) {
         for (auto* const redirect : session.where(isOf(disk.name))) {
-            applyStored(session, *redirect, *disk.mountPoint);
+            applyStored(session, *redirect, *disk.mountPoint, redirect->target);
         }
     });
 }
 
-FolderRedirectsUseCase::Failures FolderRedirectsUseCase::undo(const std::string& diskName) {
+FolderRedirectsUseCase::Failures FolderRedirectsUseCase::undo(const std::string& diskName, Force force) {
     const auto stored = redirects(diskName);
     if (std::none_of(stored.begin(), stored.end(), mayBeInPlace)) {
         return {};
     }
     return inSession([&](RedirectSession& session) {
+        if (force == Force::yes) {
+            session.useForce();
+        }
         for (auto* const redirect : session.inReverse(isOf(diskName))) {
             session.undo(*redirect);
         }
@@ -271,8 +353,52 @@ FolderRedirectsUseCase::Failures FolderRedirectsUseCase::undoLost() {
     });
 }
 
+FolderRedirectsUseCase::Failures FolderRedirectsUseCase::rebuildList() {
+    Failures told;
+    const auto disks = inventory_->list();
+    std::vector<std::filesystem::path> mountPoints;
+    for (const auto& disk : disks) {
+        if (disk.mountPoint) {
+            mountPoints.push_back(*disk.mountPoint);
+        }
+    }
+    repository_
+        ->update([&] {
+            if (repository_->isReadable()) {
+                return;
+            }
+            auto found = redirecting_->standing(mountPoints);
+            for (auto& redirect : found) {
+                for (const auto& disk : disks) {
+                    if (disk.mountPoint && disk.mountPoint->filename() == redirect.diskName) {
+                        redirect.diskName = disk.name;
+                    }
+                }
+            }
+            repository_->save(found);
+            const auto count = std::to_string(found.size());
+            told.push_back({{.id = UUID::random(), .diskName = ""},
+                            "The list of folders that are kept on disks could not be read, and is set aside "
+                            "beside the new one. Folders found in place: "
+                                + count + ". See `tramdisk redirects`, and add what is missing."});
+        })
+        .get();
+    return told;
+}
+
 FolderRedirectsUseCase::Failures FolderRedirectsUseCase::repair() {
-    auto failures = undoLost();
+    auto failures = repository_->isReadable() ? Failures{} : rebuildList();
+    for (auto& failure : undoLost()) {
+        failures.push_back(std::move(failure));
+    }
+    if (!redirecting_->strayMounts(list()).empty()) {
+        const auto strays = inSession([&](RedirectSession& session) {
+            for (const auto& stray : redirecting_->strayMounts(session.list())) {
+                session.takeAway(stray);
+            }
+        });
+        failures.insert(failures.end(), strays.begin(), strays.end());
+    }
     for (const auto& original : redirecting_->strayOriginals(list())) {
         const auto name = original.filename().string();
         failures.push_back(
@@ -310,7 +436,7 @@ FolderRedirectsUseCase::Failures FolderRedirectsUseCase::rename(const std::strin
         const auto mountPoint = mountPointOf(inventory_->list(), newName);
         for (auto* const redirect : session.where(isOf(newName))) {
             if (mountPoint) {
-                applyStored(session, *redirect, *mountPoint);
+                applyStored(session, *redirect, *mountPoint, redirect->target);
             }
         }
     });
@@ -318,7 +444,9 @@ FolderRedirectsUseCase::Failures FolderRedirectsUseCase::rename(const std::strin
 
 FolderRedirectsUseCase::Failures FolderRedirectsUseCase::forget(const std::string& diskName) {
     const auto mountPoint = whereMounted(diskName);
-    return inSession([&](RedirectSession& session) { forgetAll(session, mountPoint, isOf(diskName)); });
+    return inSession([&](RedirectSession& session) {
+        forgetAll(session, mountPoint, FilesOnDisk::guarded, isOf(diskName));
+    });
 }
 
 } // namespace ramdisk

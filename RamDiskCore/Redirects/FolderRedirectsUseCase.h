@@ -5,6 +5,7 @@
 #include "RamDiskCore/Ports/RedirectRepository.h"
 #include "RamDiskCore/Ports/StartupDiskNaming.h"
 #include "RamDiskCore/Redirects/RedirectFailure.h"
+#include "RamDiskCore/Values/RamDisk.h"
 
 #include <cstddef>
 #include <filesystem>
@@ -33,6 +34,15 @@ public:
     /// What becomes of a redirect whose original is not found.
     enum class LostOriginals { keptListed, givenUp };
 
+    /// What becomes of the files that a removed redirect has on the disk.
+    enum class FilesOnDisk {
+        /// The redirect is not removed if they are the user's own.
+        guarded,
+        discarded,
+        /// They become the folder, and the original is kept beside it.
+        putBack,
+    };
+
     using Failures = std::vector<RedirectFailure>;
 
     FolderRedirectsUseCase(std::shared_ptr<RedirectRepository> repository,
@@ -41,6 +51,7 @@ public:
                            std::shared_ptr<const StartupDiskNaming> startupDisks);
 
     /// Every stored redirect, in force or not.
+    /// @throws std::runtime_error when the list cannot be read, as every method does but `repair`.
     [[nodiscard]] std::vector<FolderRedirect> list() const;
 
     /// How many stored entries this version does not understand; they are kept as they are.
@@ -55,16 +66,18 @@ public:
 
     /// Stores the targets for the disk and puts them in place. A target that fails is not stored, unless it
     /// could not be undone. A target that the disk has already is put in place if it is not in force.
-    Failures add(const RamDisk& disk, const std::vector<RedirectTarget>& targets);
+    Failures add(const RamDisk& disk, const std::vector<RedirectTarget>& targets,
+                 RedirectStart start = RedirectStart::empty);
 
     /// Undoes the targets, removes them from the list, and removes their folders from a disk that is mounted.
     /// Tells of targets that the disk does not have.
     /// One that cannot be undone stays stored; with `LostOriginals::givenUp` not if its original was not
-    /// found.
+    /// found. The folder on the disk is removed last: killed before, it is there for another try.
     Failures remove(const std::string& diskName, const std::vector<RedirectTarget>& targets,
-                    LostOriginals lost = LostOriginals::keptListed);
+                    LostOriginals lost = LostOriginals::keptListed, FilesOnDisk files = FilesOnDisk::guarded);
 
-    /// Gives the disk exactly these targets: removes the others, adds the new ones.
+    /// Gives the disk exactly these targets: removes the others unless they hold files of the user's own, and
+    /// adds the new ones.
     Failures change(const RamDisk& disk, const std::vector<RedirectTarget>& targets);
 
     /// Puts all stored redirects of a disk that was just mounted in place. Redirects that an earlier disk of
@@ -72,14 +85,16 @@ public:
     Failures apply(const RamDisk& disk);
 
     /// Undoes all redirects of a disk, before it is ejected or after it vanished. They stay stored.
-    Failures undo(const std::string& diskName);
+    /// @param force whether folders that programs use are taken out of their place as well.
+    Failures undo(const std::string& diskName, Force force = Force::no);
 
     /// Undoes redirects that are half done, and redirects that are stored as in force but do not lead to a
     /// mounted disk.
     /// @throws RamDiskError `inventoryUnavailable` with nothing done.
     Failures undoLost();
 
-    /// The same, and tells of originals that no stored redirect knows.
+    /// The same, and tells of originals that no stored redirect knows. A list that cannot be read is set
+    /// aside and made anew from what the machine shows.
     /// @throws RamDiskError `inventoryUnavailable` with nothing done.
     Failures repair();
 
@@ -88,13 +103,21 @@ public:
     /// place.
     Failures rename(const std::string& oldName, const std::string& newName);
 
-    /// Undoes all redirects of the disk and removes them from the list. One that cannot be undone stays
-    /// stored.
+    /// Undoes all redirects of the disk and removes them from the list. One that cannot be undone, or that
+    /// has files of the user's own on a mounted disk, stays stored.
     Failures forget(const std::string& diskName);
 
 private:
     /// Absent when it is not mounted, or when that cannot be told.
     [[nodiscard]] std::optional<std::filesystem::path> whereMounted(const std::string& diskName) const;
+    /// Where the disk of this name is mounted; absent when it is not.
+    [[nodiscard]] static std::optional<std::filesystem::path> mountPointOf(const std::vector<RamDisk>& disks,
+                                                                           const std::string& name);
+    /// The stored list.
+    /// @throws std::runtime_error when it cannot be read.
+    [[nodiscard]] std::vector<FolderRedirect> readList() const;
+    /// Makes the list anew. @returns what to tell.
+    Failures rebuildList();
     Failures inSession(const std::function<void(RedirectSession&)>& work);
 
     std::shared_ptr<RedirectRepository> repository_;

@@ -15,6 +15,14 @@ struct RedirectFailure {
     FolderRedirect redirect;
     /// One of this system's errors, or a text to show as it is.
     std::variant<RamDiskError, std::string> message;
+    enum class Kind {
+        failure,
+        /// A failure: the folder on the disk is in use, so that the disk cannot go.
+        inUse,
+        /// What belongs to a success.
+        note,
+    };
+    Kind kind = Kind::failure;
 
     friend bool operator==(const RedirectFailure&, const RedirectFailure&) = default;
 };

@@ -4,9 +4,10 @@
 #include "RamDiskCore/Ports/RedirectRepository.h"
 #include "RamDiskCore/Redirects/RedirectFailure.h"
 
-#include <exception>
 #include <filesystem>
 #include <functional>
+#include <optional>
+#include <string>
 #include <vector>
 
 namespace ramdisk {
@@ -38,24 +39,46 @@ public:
     /// Removes the folder of an undone redirect from its disk.
     void free(const FolderRedirect& asRecorded, const std::filesystem::path& mountPoint);
 
+    /// The same, only if the folder holds nothing.
+    void tidy(const FolderRedirect& redirect, const std::filesystem::path& mountPoint) noexcept;
+
     /// Gives the redirect the place that its tool uses now. Nothing of it may be in place.
     Outcome settle(FolderRedirect& redirect);
 
+    /// Lets an undone redirect follow its tool to the place `target`, with its files on the disk. Tells it.
+    Outcome follow(FolderRedirect& redirect, const RedirectTarget& target,
+                   const std::filesystem::path& mountPoint);
+
     /// Puts a redirect of the list in place. On failure it is undone.
-    Outcome apply(FolderRedirect& redirect, const std::filesystem::path& mountPoint);
+    Outcome apply(FolderRedirect& redirect, const std::filesystem::path& mountPoint,
+                  RedirectStart start = RedirectStart::empty);
+
+    /// Brings the files of an undone redirect, which was as recorded, into the place of its original, and
+    /// tells where that is kept. On failure the original is back.
+    Outcome bringFiles(FolderRedirect& redirect, const FolderRedirect& asRecorded,
+                       const std::filesystem::path& mountPoint);
 
     /// Undoes a redirect of the list. Does nothing when nothing of it is in place.
     Outcome undo(FolderRedirect& redirect);
 
+    /// Undoes what no list tells of, and tells it.
+    void takeAway(const FolderRedirect& stray);
+
     /// From now on a redirect whose original is not found counts as undone.
     void giveUpLostOriginals() noexcept { givesUp_ = true; }
 
-    /// Notes what went wrong with a redirect.
+    /// From now on a folder is taken out of its place even if a program uses it.
+    void useForce() noexcept { force_ = Force::yes; }
+
+    /// Notes what went wrong with a redirect, once.
     void fail(const FolderRedirect& redirect, const std::exception& error);
 
     void store() { repository_.save(list_); }
 
 private:
+    using Steps = std::function<std::optional<RedirectRestoreState>(const FolderRedirecting::Record&)>;
+    Outcome change(FolderRedirect& redirect, const Steps& steps);
+    void note(const FolderRedirect& redirect, std::string text);
     /// Brings the original back and clears what was recorded of it.
     void takeBack(FolderRedirect& redirect);
 
@@ -64,6 +87,7 @@ private:
     RedirectRepository::List list_;
     std::vector<RedirectFailure> failures_;
     bool givesUp_ = false;
+    Force force_ = Force::no;
 };
 
 } // namespace ramdisk

@@ -62,6 +62,15 @@ void append(std::vector<RedirectFailure>& list, std::vector<RedirectFailure> mor
     std::move(more.begin(), more.end(), std::back_inserter(list));
 }
 
+/// What a repair tells. A list of redirects that cannot be read would keep every disk from being ejected.
+std::vector<RedirectFailure> repaired(FolderRedirectsUseCase& redirects) {
+    try {
+        return redirects.repair();
+    } catch (const std::exception& error) {
+        return {{{.id = UUID::random(), .diskName = ""}, error.what()}};
+    }
+}
+
 } // namespace
 
 bool LaunchReport::needsAttention() const noexcept {
@@ -292,6 +301,13 @@ std::vector<LostDisk> SessionLifecycleUseCase::noticeLostDisks() {
 }
 
 ShutdownReport SessionLifecycleUseCase::quit(Force force, const Observer& observer) {
+    ShutdownReport report;
+    try {
+        static_cast<void>(redirects_->list());
+    } catch (const std::exception&) {
+        traceCaught("redirects", "the list is made anew before the disks go");
+        report.redirectFailures = repaired(*redirects_);
+    }
     auto disks = services_.list->listOwn();
     // One without a mount point was ejected before, and only its memory is not back yet.
     std::erase_if(disks, [this, known = profiles_->list()](const RamDisk& disk) {
@@ -302,7 +318,6 @@ ShutdownReport SessionLifecycleUseCase::quit(Force force, const Observer& observ
     const auto results = sideBySide(disks, [&](const RamDisk& disk) {
         return leave(disk, SaveBeforeEject::yes, force, observerFor(disk.name, shared));
     });
-    ShutdownReport report;
     for (std::size_t index = 0; index < disks.size(); ++index) {
         const auto& disk = disks[index];
         const auto& result = results[index];
@@ -355,7 +370,7 @@ LeaveResult SessionLifecycleUseCase::leave(const RamDisk& disk, SaveBeforeEject 
         return result;
     }
     try {
-        append(result.redirectFailures, redirects_->undo(disk.name));
+        leaveFolders(disk, force, result);
         if (saves) {
             blockWriting(disk, force);
         }
@@ -375,7 +390,12 @@ LeaveResult SessionLifecycleUseCase::leave(const RamDisk& disk, SaveBeforeEject 
     }
     services_.writeBlocking->allow(disk);
     try {
-        append(result.redirectFailures, redirects_->apply(disk));
+        auto failures = redirects_->apply(disk);
+        // One that is in use is why the disk stays.
+        std::erase_if(failures, [](const RedirectFailure& failure) {
+            return failure.kind == RedirectFailure::Kind::inUse;
+        });
+        append(result.redirectFailures, std::move(failures));
     } catch (const std::exception&) {
         // Why the disk stays is what the user must see; the redirects are undone and lose nothing.
         traceCaught("redirects", "the redirects of a disk that stays are not put back");
@@ -395,6 +415,21 @@ ReleaseOutcome SessionLifecycleUseCase::eject(const RamDisk& disk, const std::op
         contents_->noteLeft(*startupDisk);
     });
     return outcome;
+}
+
+/// Takes the tools' folders off the disk. One that a program uses would keep the disk.
+void SessionLifecycleUseCase::leaveFolders(const RamDisk& disk, Force force, LeaveResult& result) {
+    for (auto& failure : redirects_->undo(disk.name, force)) {
+        if (failure.kind == RedirectFailure::Kind::inUse && force == Force::no && !result.ejectError) {
+            result.ejectError = RamDiskError(RamDiskError::EjectFailed{
+                disk.device, std::get<std::string>(failure.message), EjectObstacle::busy});
+        } else {
+            result.redirectFailures.push_back(std::move(failure));
+        }
+    }
+    if (result.ejectError) {
+        throw RamDiskError(*result.ejectError);
+    }
 }
 
 /// Saves while everything is still in its place, since this takes longest. A disk that keeps changing is

@@ -109,6 +109,7 @@ private:
     /// @returns false for a disk that kept changing.
     [[nodiscard]] bool saveWhileInUse(const KeptDisk& kept, const ProgressObserver& observer);
     /// @throws RamDiskError `ejectFailed` when programs go on writing.
+    void leaveFolders(const RamDisk& disk, Force force, LeaveResult& result);
     void blockWriting(const RamDisk& disk, Force force) const;
     bool saveForGood(const KeptDisk& kept, LeaveResult& result, const ProgressObserver& observer);
     [[nodiscard]] ReleaseOutcome eject(const RamDisk& disk, const std::optional<KeptDisk>& startupDisk,

@@ -31,7 +31,9 @@ struct RedirectRestoreState {
         std::optional<std::uint64_t> inode = std::nullopt;
         friend bool operator==(const MovedFolder&, const MovedFolder&) = default;
     };
-    /// The same, and a symbolic link to `link` has the original name.
+    /// The same, and a symbolic link to `link` has the original name. Without a backup but with an inode, the
+    /// folder `link` is mounted over the original, which lies hidden in its place. Earlier versions find no
+    /// link there and change nothing.
     struct LinkedFolder {
         std::optional<std::filesystem::path> backup;
         std::string link;

@@ -20,6 +20,10 @@ struct RedirectStatus {
         diskNotMounted,
         /// Something else took the place of the link.
         linkReplaced,
+        /// Somebody unmounted the folder.
+        mountGone,
+        /// Something else is mounted over the folder.
+        covered,
         /// Somebody else set the setting.
         settingReplaced,
         /// The folder on the disk is gone.
@@ -51,6 +55,8 @@ inline constexpr auto
         {RedirectStatus::Condition::interrupted, "interrupted"},
         {RedirectStatus::Condition::diskNotMounted, "diskNotMounted"},
         {RedirectStatus::Condition::linkReplaced, "linkReplaced"},
+        {RedirectStatus::Condition::mountGone, "mountGone"},
+        {RedirectStatus::Condition::covered, "covered"},
         {RedirectStatus::Condition::settingReplaced, "settingReplaced"},
         {RedirectStatus::Condition::folderMissing, "folderMissing"},
         {RedirectStatus::Condition::originalMissing, "originalMissing"},

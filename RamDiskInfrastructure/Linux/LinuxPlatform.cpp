@@ -15,6 +15,7 @@
 #include "RamDiskInfrastructure/Linux/Mounting/FreeSpaceTrimming.h"
 #include "RamDiskInfrastructure/Linux/Mounting/LinuxWriteBlocking.h"
 #include "RamDiskInfrastructure/Linux/Mounting/MountTableWatch.h"
+#include "RamDiskInfrastructure/Linux/Redirects/BindMounting.h"
 #include "RamDiskInfrastructure/Linux/Redirects/SystemdUserEnvironment.h"
 #include "RamDiskInfrastructure/Linux/SavedContents/LoopImageTool.h"
 #include "RamDiskInfrastructure/Linux/Secrets/LinuxSecretStore.h"
@@ -56,6 +57,8 @@ std::shared_ptr<FolderRedirecting> makeFolderRedirecting(const LinuxHost& host) 
             std::make_shared<ProcessCommandRunner>(),
             SystemdUserEnvironment::Tools{findSystemTool("systemctl"),
                                           findSystemTool("dbus-update-activation-environment")}),
+        .copier = std::make_shared<TreeFolderCopier>(),
+        .mounting = std::make_shared<BindMounting>(host),
         .variables = trustedEnvironmentValue});
 }
 

@@ -10,6 +10,7 @@
 #include "RamDiskInfrastructure/MacServices/ProcessFootprintReader.h"
 #include "RamDiskInfrastructure/MacServices/SecurityKeychainItems.h"
 #include "RamDiskInfrastructure/MacServices/URLVolumeStatistics.h"
+#include "RamDiskInfrastructure/MacTools/DittoFolderCopier.h"
 #include "RamDiskInfrastructure/MacTools/KeychainSecretStore.h"
 #include "RamDiskInfrastructure/MacTools/LaunchdEnvironment.h"
 #include "RamDiskInfrastructure/MacTools/MacAdapters.h"
@@ -58,6 +59,7 @@ std::shared_ptr<FolderRedirecting> makeFolderRedirecting() {
         .environment = std::make_shared<LaunchdEnvironment>(std::make_shared<ProcessCommandRunner>()),
         .xcode = std::make_shared<PreferenceDomain>(
             std::make_shared<CFUserDefaults>(XcodeDerivedDataRedirector::domain)),
+        .copier = std::make_shared<DittoFolderCopier>(std::make_shared<ProcessCommandRunner>()),
         .variables = trustedEnvironmentValue});
 }
 

@@ -2,6 +2,7 @@
 
 #include "RamDiskInfrastructure/Commands/FileDescriptor.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
+#include "RamDiskInfrastructure/Redirects/NameExchange.h"
 
 #include <cerrno>
 #include <memory>
@@ -19,9 +20,16 @@ namespace {
 /// No blank in it: too many scripts do not quote TMPDIR.
 constexpr const char* commonFolder = "Redirected";
 constexpr int folderFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
+/// Of a folder that is being removed.
+const std::string freedPrefix = ".ramdisk-freed-";
 constexpr mode_t commonMode = 0755;
 constexpr mode_t allModes = 07777;
 constexpr mode_t othersModes = 0077;
+
+FileDescriptor openCommon(const std::filesystem::path& mountPoint) {
+    const FileDescriptor root(open(mountPoint.c_str(), folderFlags));
+    return root ? openFolder(root.get(), commonFolder) : FileDescriptor();
+}
 
 /// The folder of this name, made where it is missing.
 FileDescriptor makeIn(const FileDescriptor& parent, const std::string& name,
@@ -86,6 +94,10 @@ void empty(const FileDescriptor& folder, dev_t device, const std::filesystem::pa
 
 } // namespace
 
+FolderAccess accessOf(const struct stat& status) {
+    return {static_cast<mode_t>(status.st_mode & allModes), status.st_uid, status.st_gid};
+}
+
 std::filesystem::path folderOnDisk(const std::filesystem::path& mountPoint, const std::string& name) {
     return mountPoint / commonFolder / name;
 }
@@ -95,9 +107,7 @@ bool isFolderOnDisk(const std::filesystem::path& path, const std::string& name) 
 }
 
 bool existsOnDisk(const std::filesystem::path& mountPoint, const std::string& name) {
-    const FileDescriptor root(open(mountPoint.c_str(), folderFlags));
-    const auto common = root ? openFolder(root.get(), commonFolder) : FileDescriptor();
-    return common && openFolder(common.get(), name.c_str());
+    return static_cast<bool>(openOnDisk(mountPoint, name));
 }
 
 void makeFolderOnDisk(const std::filesystem::path& mountPoint, const std::string& name,
@@ -109,23 +119,83 @@ void makeFolderOnDisk(const std::filesystem::path& mountPoint, const std::string
     const auto path = folderOnDisk(mountPoint, name);
     const auto common = makeIn(root, commonFolder, path.parent_path());
     give(common, {commonMode, access.owner, access.group}, path.parent_path());
+    struct stat status {};
+    const bool isThere = fstatat(common.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+    if (isThere && geteuid() == 0 && status.st_uid != access.owner) {
+        // Root would hand one user's files to another who has a folder of the same name.
+        throw std::runtime_error("The disk has the folder “" + path.string() + "” of another user already.");
+    }
     give(makeIn(common, name, path), access, path);
 }
 
-bool removeFolderOnDisk(const std::filesystem::path& mountPoint, const std::string& name) {
-    const FileDescriptor root(open(mountPoint.c_str(), folderFlags));
-    const auto common = root ? openFolder(root.get(), commonFolder) : FileDescriptor();
-    const auto folder = common ? openFolder(common.get(), name.c_str()) : FileDescriptor();
+FileDescriptor openOnDisk(const std::filesystem::path& mountPoint, const std::string& name) {
+    const auto common = openCommon(mountPoint);
+    return common ? openFolder(common.get(), name.c_str()) : FileDescriptor();
+}
+
+bool removeFolderIn(const FileDescriptor& parent, const std::string& name,
+                    const std::filesystem::path& path) {
+    const auto folder = openFolder(parent.get(), name.c_str());
     struct stat status {};
     if (!folder || fstat(folder.get(), &status) != 0) {
         return false;
     }
-    const auto path = folderOnDisk(mountPoint, name);
     empty(folder, status.st_dev, path);
-    if (unlinkat(common.get(), name.c_str(), AT_REMOVEDIR) != 0) {
+    if (unlinkat(parent.get(), name.c_str(), AT_REMOVEDIR) != 0) {
         throw SystemCallError("remove", path);
     }
     return true;
+}
+
+bool removeFolderOnDisk(const std::filesystem::path& mountPoint, const std::string& name, uid_t owner) {
+    const auto common = openCommon(mountPoint);
+    if (!common) {
+        return false;
+    }
+    const auto path = folderOnDisk(mountPoint, name);
+    const auto hidden = freedPrefix + name;
+    const auto mayRemove = [&](const std::string& folder) {
+        struct stat status {};
+        return fstatat(common.get(), folder.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0
+               && S_ISDIR(status.st_mode) && (geteuid() != 0 || owner == 0 || status.st_uid == owner);
+    };
+    if (mayRemove(hidden)) {
+        removeFolderIn(common, hidden, path);
+    }
+    if (!mayRemove(name)) {
+        return false;
+    }
+    if (const int error = renameToFreeName(common, name, hidden); error != 0) {
+        throw SystemCallError("remove", path, error);
+    }
+    return removeFolderIn(common, hidden, path);
+}
+
+void removeEmptyFolderOnDisk(const std::filesystem::path& mountPoint, const std::string& name) noexcept {
+    const FileDescriptor root(open(mountPoint.c_str(), folderFlags));
+    const auto common = openFolder(root.get(), commonFolder);
+    if (common) {
+        unlinkat(common.get(), name.c_str(), AT_REMOVEDIR);
+        unlinkat(root.get(), commonFolder, AT_REMOVEDIR);
+    }
+}
+
+int renameFolderOnDisk(const std::filesystem::path& mountPoint, const std::string& from,
+                       const std::string& to) noexcept {
+    const auto common = openCommon(mountPoint);
+    return common ? renameToFreeName(common, from, to) : ENOENT;
+}
+
+bool holdsFiles(const std::filesystem::path& folder) {
+    std::error_code error;
+    for (std::filesystem::recursive_directory_iterator entry(folder, error), end; !error && entry != end;
+         entry.increment(error)) {
+        if (entry->symlink_status(error).type() != std::filesystem::file_type::directory) {
+            return true;
+        }
+    }
+    // What cannot be looked into may hold anything.
+    return error && error != std::errc::no_such_file_or_directory;
 }
 
 FolderAccess privateAccessOfOwner(const std::filesystem::path& home) {

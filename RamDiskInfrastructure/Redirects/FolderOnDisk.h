@@ -1,8 +1,11 @@
 #pragma once
 
+#include "RamDiskInfrastructure/Commands/FileDescriptor.h"
+
 #include <filesystem>
 #include <string>
 
+#include <sys/stat.h>
 #include <sys/types.h>
 
 /// The folders that tools get on a disk. All lie in one folder of the disk. So they never collide with a
@@ -15,6 +18,8 @@ struct FolderAccess {
     uid_t owner = 0;
     gid_t group = 0;
 };
+
+[[nodiscard]] FolderAccess accessOf(const struct stat& status);
 
 /// Where a tool's folder lies on the disk that is mounted at `mountPoint`.
 [[nodiscard]] std::filesystem::path folderOnDisk(const std::filesystem::path& mountPoint,
@@ -32,10 +37,31 @@ struct FolderAccess {
 void makeFolderOnDisk(const std::filesystem::path& mountPoint, const std::string& name,
                       const FolderAccess& access);
 
-/// Removes the folder with everything in it. Other users' folders and other file systems stay.
+/// The folder on the disk, open; no descriptor when there is none.
+[[nodiscard]] FileDescriptor openOnDisk(const std::filesystem::path& mountPoint, const std::string& name);
+
+/// Removes the folder with everything in it, and what was left of an earlier try. It loses its name first, so
+/// that half of it is never taken for the whole. Other file systems stay, and what is not `owner`'s if root
+/// acts for that user.
 /// @returns false when there is none.
 /// @throws SystemCallError with part of it removed.
-bool removeFolderOnDisk(const std::filesystem::path& mountPoint, const std::string& name);
+bool removeFolderOnDisk(const std::filesystem::path& mountPoint, const std::string& name, uid_t owner);
+
+/// Removes the folder, and the one that holds all of them, if there is nothing in them.
+void removeEmptyFolderOnDisk(const std::filesystem::path& mountPoint, const std::string& name) noexcept;
+
+/// Gives the folder another name, unless there is one of that name already.
+/// @returns 0 or the errno.
+[[nodiscard]] int renameFolderOnDisk(const std::filesystem::path& mountPoint, const std::string& from,
+                                     const std::string& to) noexcept;
+
+/// Removes the folder `name` in `parent` with everything in it; follows neither links nor mounts.
+/// @returns false when there is none.
+/// @throws SystemCallError with part of it removed.
+bool removeFolderIn(const FileDescriptor& parent, const std::string& name, const std::filesystem::path& path);
+
+/// Whether there is anything but folders in the folder.
+[[nodiscard]] bool holdsFiles(const std::filesystem::path& folder);
 
 /// Access for the owner of the home folder alone.
 /// @throws SystemCallError

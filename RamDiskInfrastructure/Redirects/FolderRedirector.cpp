@@ -2,14 +2,18 @@
 
 #include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskCore/Values/RamDiskError.h"
+#include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Redirects/FolderOnDisk.h"
 #include "RamDiskInfrastructure/Redirects/FolderUse.h"
 #include "RamDiskInfrastructure/Redirects/HomeTree.h"
 #include "RamDiskInfrastructure/Redirects/RedirectPlaces.h"
+#include "RamDiskInfrastructure/Redirects/StandingRedirects.h"
 #include "RamDiskInfrastructure/Redirects/StrayOriginals.h"
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <cstdint>
 #include <stdexcept>
 
@@ -116,8 +120,11 @@ bool isBackupMissing(const std::filesystem::path& path) {
 
 FolderRedirector::FolderRedirector(const Parts& parts)
     : home_(parts.home),
+      observer_(parts.observer),
       npm_(parts.home, parts.observer),
       folders_(parts.home, parts.reserved, parts.observer, parts.exchange),
+      mounted_(parts.home, parts.reserved, parts.mounting, parts.observer),
+      copies_(parts.home, parts.reserved, parts.copier, parts.observer),
       temporaryFolder_(parts.environment, parts.home, parts.observer),
       xcode_(parts.xcode, parts.home, parts.observer),
       places_(parts.home, parts.variables) {}
@@ -159,8 +166,7 @@ RedirectStatus FolderRedirector::status(const FolderRedirect& redirect,
     } else if (!isOnDisk) {
         status.condition = Condition::folderMissing;
     } else if (!isInForce(redirect, *mountPoint)) {
-        status.condition =
-            homeFolderOf(redirect.target) ? Condition::linkReplaced : Condition::settingReplaced;
+        status.condition = whatReplaced(redirect);
     } else if (const auto backup = backupOf(*redirect.restoreState); backup && isBackupMissing(*backup)) {
         status.condition = Condition::originalMissing;
     } else if ((status.overriddenBy = places_.overriding(redirect.target))) {
@@ -177,12 +183,58 @@ RedirectRestoreState FolderRedirector::apply(const FolderRedirect& redirect,
             [&](const Target::XcodeDerivedData&) { return xcode_.apply(destination, record); },
             [&](const Target::NpmCache&) { return npm_.apply(destination, record); },
             [&](const Target::TemporaryFolder&) { return temporaryFolder_.apply(destination, record); },
-            [&](const auto&) { return folders_.apply(sourceOf(redirect), mountPoint, record); }},
+            [&](const auto&) { return applyFolder(redirect, mountPoint, record); }},
         redirect.target.value);
 }
 
+RedirectRestoreState FolderRedirector::applyFolder(const FolderRedirect& redirect,
+                                                   const std::filesystem::path& mountPoint,
+                                                   const Record& record) const {
+    const auto source = sourceOf(redirect);
+    if (mounted_.suits(source)) {
+        try {
+            return mounted_.apply(source, mountPoint, record);
+        } catch (const SystemCallError& error) {
+            if (!error.isLackOfRights()) {
+                throw;
+            }
+            traceCaught("redirects", "a link is put in place instead");
+            static_cast<void>(undoFolder(redirect, {}, Force::no));
+        }
+    }
+    return folders_.apply(source, mountPoint, record);
+}
+
+std::optional<std::string> FolderRedirector::undoFolder(const FolderRedirect& redirect,
+                                                        const SymlinkFolderRedirector::Recorded& recorded,
+                                                        Force force) const {
+    auto source = sourceOf(redirect);
+    auto asRecorded = source;
+    asRecorded.nameOnDisk = recordedName(redirect);
+    mounted_.undo(asRecorded, recorded, force);
+    return folders_.undo(source, recorded);
+}
+
+RedirectStatus::Condition FolderRedirector::whatReplaced(const FolderRedirect& redirect) const {
+    using Condition = RedirectStatus::Condition;
+    if (!homeFolderOf(redirect.target)) {
+        return Condition::settingReplaced;
+    }
+    if (!MountedFolderRedirector::isMount(*redirect.restoreState)) {
+        return Condition::linkReplaced;
+    }
+    auto source = sourceOf(redirect);
+    source.nameOnDisk = recordedName(redirect);
+    try {
+        return mounted_.isCovered(source) ? Condition::covered : Condition::mountGone;
+    } catch (const std::exception&) {
+        traceCaught("redirects", "the mounts cannot be listed");
+        return Condition::mountGone;
+    }
+}
+
 std::optional<std::string> FolderRedirector::undo(const FolderRedirect& redirect,
-                                                  const RedirectRestoreState& state) {
+                                                  const RedirectRestoreState& state, Force force) {
     const auto name = nameOnDisk(redirect.target);
     const bool isFolder = homeFolderOf(redirect.target).has_value();
     if (isFolder
@@ -190,27 +242,27 @@ std::optional<std::string> FolderRedirector::undo(const FolderRedirect& redirect
             || std::holds_alternative<State::LinkedFolder>(state.value))) {
         throw std::runtime_error("What was recorded of this redirect is not of its kind.");
     }
-    return std::visit(Overloaded{[&](const State::Preference& former) -> std::optional<std::string> {
-                                     xcode_.undo(name, former);
-                                     return std::nullopt;
-                                 },
-                                 [&](const State::ConfigLine& former) -> std::optional<std::string> {
-                                     npm_.undo(name, former);
-                                     return std::nullopt;
-                                 },
-                                 [&](const State::EnvironmentVariable& former) -> std::optional<std::string> {
-                                     temporaryFolder_.undo(name, former);
-                                     return std::nullopt;
-                                 },
-                                 [&](const State::MovedFolder& moved) {
-                                     return folders_.undo(sourceOf(redirect), {moved.backup, std::nullopt,
-                                                                               moved.place, moved.inode});
-                                 },
-                                 [&](const State::LinkedFolder& linked) {
-                                     return folders_.undo(sourceOf(redirect), {linked.backup, linked.link,
-                                                                               linked.place, linked.inode});
-                                 }},
-                      state.value);
+    return std::visit(
+        Overloaded{
+            [&](const State::Preference& former) -> std::optional<std::string> {
+                xcode_.undo(name, former);
+                return std::nullopt;
+            },
+            [&](const State::ConfigLine& former) -> std::optional<std::string> {
+                npm_.undo(name, former);
+                return std::nullopt;
+            },
+            [&](const State::EnvironmentVariable& former) -> std::optional<std::string> {
+                temporaryFolder_.undo(name, former);
+                return std::nullopt;
+            },
+            [&](const State::MovedFolder& moved) {
+                return undoFolder(redirect, {moved.backup, std::nullopt, moved.place, moved.inode}, force);
+            },
+            [&](const State::LinkedFolder& linked) {
+                return undoFolder(redirect, {linked.backup, linked.link, linked.place, linked.inode}, force);
+            }},
+        state.value);
 }
 
 bool FolderRedirector::isInForce(const FolderRedirect& redirect,
@@ -225,7 +277,7 @@ bool FolderRedirector::isInForce(const FolderRedirect& redirect,
                 [&](const auto&) {
                     auto source = sourceOf(redirect);
                     source.nameOnDisk = recordedName(redirect);
-                    return folders_.isInForce(source, mountPoint);
+                    return mounted_.isInForce(source, mountPoint) || folders_.isInForce(source, mountPoint);
                 }},
             redirect.target.value);
     } catch (const std::exception&) {
@@ -236,7 +288,79 @@ bool FolderRedirector::isInForce(const FolderRedirect& redirect,
 }
 
 bool FolderRedirector::freeOnDisk(const FolderRedirect& redirect, const std::filesystem::path& mountPoint) {
-    return removeFolderOnDisk(mountPoint, recordedName(redirect));
+    tell(observer_, "free the folder on the disk");
+    const bool wasThere =
+        removeFolderOnDisk(mountPoint, recordedName(redirect), privateAccessOfOwner(home_).owner);
+    tell(observer_, "the folder on the disk is free");
+    return wasThere;
+}
+
+bool FolderRedirector::holdsOwnFiles(const FolderRedirect& redirect,
+                                     const std::filesystem::path& mountPoint) const {
+    return std::holds_alternative<Target::Folder>(places_.named(redirect.target).value)
+           && holdsFiles(folderOnDisk(mountPoint, recordedName(redirect)));
+}
+
+void FolderRedirector::copyToDisk(const FolderRedirect& redirect, const std::filesystem::path& mountPoint) {
+    if (!homeFolderOf(redirect.target)) {
+        throw std::runtime_error("--copy is for folders and caches; this is a setting.");
+    }
+    copies_.toDisk(sourceOf(redirect), mountPoint);
+}
+
+std::optional<std::filesystem::path> FolderRedirector::copyFromDisk(const FolderRedirect& redirect,
+                                                                    const std::filesystem::path& mountPoint,
+                                                                    const Record& record) {
+    if (!homeFolderOf(redirect.target)) {
+        throw std::runtime_error("--keep-files is for folders and caches; this is a setting.");
+    }
+    auto source = sourceOf(redirect);
+    source.nameOnDisk = recordedName(redirect);
+    return copies_.fromDisk(source, mountPoint, record);
+}
+
+std::optional<std::filesystem::path> FolderRedirector::moveOnDisk(const FolderRedirect& former,
+                                                                  const RedirectTarget& target,
+                                                                  const std::filesystem::path& mountPoint) {
+    const auto from = recordedName(former);
+    const int error = renameFolderOnDisk(mountPoint, from, nameOnDisk(target));
+    if (error == 0 || error == ENOENT) {
+        return std::nullopt;
+    }
+    if (error == EEXIST) {
+        return folderOnDisk(mountPoint, from);
+    }
+    throw SystemCallError("rename", folderOnDisk(mountPoint, from), error);
+}
+
+void FolderRedirector::tidyOnDisk(const FolderRedirect& redirect, const std::filesystem::path& mountPoint) {
+    removeEmptyFolderOnDisk(mountPoint, nameOnDisk(redirect.target));
+}
+
+std::vector<FolderRedirect>
+FolderRedirector::standing(const std::vector<std::filesystem::path>& mountPoints) const {
+    return findStandingRedirects(home_, mounted_.mounts(), mountPoints,
+                                 [](const std::filesystem::path& folder) { return nameOfFolder(folder); });
+}
+
+std::vector<FolderRedirect> FolderRedirector::strayMounts(const std::vector<FolderRedirect>& known) const {
+    std::vector<FolderRedirect> stray;
+    const auto home = std::filesystem::canonical(home_);
+    for (const auto& mount : mounted_.mounts()) {
+        const auto relative = mount.place.lexically_relative(home);
+        const auto name = mount.root.filename().string();
+        const bool isKnown = std::any_of(known.begin(), known.end(), [&](const FolderRedirect& redirect) {
+            return redirect.restoreState && homeFolderOf(redirect.target) && recordedName(redirect) == name;
+        });
+        if (!isKnown && name == nameOfFolder(relative)) {
+            stray.push_back({.id = UUID::random(),
+                             .diskName = "",
+                             .target = {Target::Folder{relative.string()}},
+                             .restoreState = State{State::LinkedFolder{std::nullopt, mount.root.string(),
+                                                                       mount.place, std::uint64_t{1}}}});
+        }
+    }
+    return stray;
 }
 
 std::vector<std::filesystem::path>

@@ -1,6 +1,10 @@
 #pragma once
 
+#include "RamDiskCore/Ports/FolderCopying.h"
 #include "RamDiskCore/Ports/FolderRedirecting.h"
+#include "RamDiskInfrastructure/Redirects/FolderCopies.h"
+#include "RamDiskInfrastructure/Redirects/FolderMounting.h"
+#include "RamDiskInfrastructure/Redirects/MountedFolderRedirector.h"
 #include "RamDiskInfrastructure/Redirects/NpmCacheRedirector.h"
 #include "RamDiskInfrastructure/Redirects/SymlinkFolderRedirector.h"
 #include "RamDiskInfrastructure/Redirects/TemporaryFolderRedirector.h"
@@ -23,6 +27,10 @@ public:
         std::shared_ptr<SessionEnvironment> environment{};
         /// Null where there is no Xcode.
         std::shared_ptr<PreferenceDomain> xcode{};
+        /// Copies folders to a disk and back.
+        std::shared_ptr<FolderCopying> copier{};
+        /// Null where folders cannot be mounted; links do it then.
+        std::shared_ptr<FolderMounting> mounting{};
         NameExchange exchange = NameExchange::whereSupported;
         /// Empty outside of tests.
         StepObserver observer{};
@@ -39,18 +47,43 @@ public:
            const std::optional<std::filesystem::path>& mountPoint) const override;
     RedirectRestoreState apply(const FolderRedirect& redirect, const std::filesystem::path& mountPoint,
                                const Record& record) override;
-    std::optional<std::string> undo(const FolderRedirect& redirect,
-                                    const RedirectRestoreState& state) override;
+    std::optional<std::string> undo(const FolderRedirect& redirect, const RedirectRestoreState& state,
+                                    Force force) override;
     [[nodiscard]] bool isInForce(const FolderRedirect& redirect,
                                  const std::filesystem::path& mountPoint) const override;
     bool freeOnDisk(const FolderRedirect& redirect, const std::filesystem::path& mountPoint) override;
+    [[nodiscard]] bool holdsOwnFiles(const FolderRedirect& redirect,
+                                     const std::filesystem::path& mountPoint) const override;
+    void copyToDisk(const FolderRedirect& redirect, const std::filesystem::path& mountPoint) override;
+    std::optional<std::filesystem::path> copyFromDisk(const FolderRedirect& redirect,
+                                                      const std::filesystem::path& mountPoint,
+                                                      const Record& record) override;
+    std::optional<std::filesystem::path> moveOnDisk(const FolderRedirect& former,
+                                                    const RedirectTarget& target,
+                                                    const std::filesystem::path& mountPoint) override;
+    void tidyOnDisk(const FolderRedirect& redirect, const std::filesystem::path& mountPoint) override;
+    [[nodiscard]] std::vector<FolderRedirect>
+    standing(const std::vector<std::filesystem::path>& mountPoints) const override;
+    [[nodiscard]] std::vector<FolderRedirect>
+    strayMounts(const std::vector<FolderRedirect>& known) const override;
     [[nodiscard]] std::vector<std::filesystem::path>
     strayOriginals(const std::vector<FolderRedirect>& known) const override;
 
 private:
+    RedirectRestoreState applyFolder(const FolderRedirect& redirect, const std::filesystem::path& mountPoint,
+                                     const Record& record) const;
+    [[nodiscard]] std::optional<std::string> undoFolder(const FolderRedirect& redirect,
+                                                        const SymlinkFolderRedirector::Recorded& recorded,
+                                                        Force force) const;
+    /// Why a folder that is on its disk is not in force.
+    [[nodiscard]] RedirectStatus::Condition whatReplaced(const FolderRedirect& redirect) const;
+
     std::filesystem::path home_;
+    StepObserver observer_;
     NpmCacheRedirector npm_;
     SymlinkFolderRedirector folders_;
+    MountedFolderRedirector mounted_;
+    FolderCopies copies_;
     TemporaryFolderRedirector temporaryFolder_;
     XcodeDerivedDataRedirector xcode_;
     ToolPlaces places_;

@@ -1,8 +1,11 @@
 #include "RamDiskInfrastructure/Redirects/SymlinkFolderRedirector.h"
 
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
+#include "RamDiskInfrastructure/Redirects/FolderCopies.h"
 #include "RamDiskInfrastructure/Redirects/FolderOnDisk.h"
+#include "RamDiskInfrastructure/Redirects/GitExclusion.h"
 #include "RamDiskInfrastructure/Redirects/MadeFolders.h"
+#include "RamDiskInfrastructure/Redirects/MovableFolder.h"
 #include "RamDiskInfrastructure/Redirects/NameExchange.h"
 #include "RamDiskInfrastructure/Redirects/StrayOriginals.h"
 #include "RamDiskInfrastructure/Redirects/SymlinkUndo.h"
@@ -19,28 +22,6 @@ namespace ramdisk {
 
 namespace {
 
-constexpr mode_t allModes = 07777;
-
-/// The folder that is to be moved; absent when there is none yet.
-std::optional<struct stat> requireMovable(const OpenedFolder& folder, const std::string& name,
-                                          const std::string& shown) {
-    if (!folder.missing.empty()) {
-        return std::nullopt;
-    }
-    auto status = statusIn(folder, name);
-    if (status && S_ISLNK(status->st_mode)) {
-        throw std::runtime_error(shown + " is a symbolic link. Name the folder that it leads to.");
-    }
-    if (status && !S_ISDIR(status->st_mode)) {
-        throw std::runtime_error(shown + " is not a folder.");
-    }
-    struct stat parent {};
-    if (status && fstat(folder.descriptor.get(), &parent) == 0 && parent.st_dev != status->st_dev) {
-        throw std::runtime_error(shown + " is where another file system is mounted, which cannot be moved.");
-    }
-    return status;
-}
-
 void require(int error, const char* doing, const std::filesystem::path& path) {
     if (error != 0) {
         throw SystemCallError(doing, path, error);
@@ -56,21 +37,6 @@ SymlinkFolderRedirector::SymlinkFolderRedirector(std::filesystem::path home,
       reserved_(std::move(reserved)),
       observer_(std::move(observer)),
       exchange_(exchange) {}
-
-void SymlinkFolderRedirector::requireApart(const std::filesystem::path& folder,
-                                           const std::filesystem::path& mountPoint,
-                                           const std::string& shown) const {
-    const auto disk = std::filesystem::canonical(mountPoint);
-    if (isInside(folder, disk) || isInside(disk, folder)) {
-        throw std::runtime_error(shown + " and the disk lie in one another.");
-    }
-    for (const auto& reserved : reserved_) {
-        const auto real = std::filesystem::weakly_canonical(reserved);
-        if (isInside(folder, real) || isInside(real, folder)) {
-            throw std::runtime_error(shown + " holds files of Tavrin RamDisk itself, which have to stay.");
-        }
-    }
-}
 
 int SymlinkFolderRedirector::exchange(const OpenedFolder& folder, const std::string& one,
                                       const std::string& other) const {
@@ -93,18 +59,17 @@ void SymlinkFolderRedirector::makeLink(const OpenedFolder& folder, const std::st
 RedirectRestoreState SymlinkFolderRedirector::apply(const Source& source,
                                                     const std::filesystem::path& mountPoint,
                                                     const FolderRedirecting::Record& record) const {
-    const auto shown = "“~/" + source.folder.string() + "”";
+    const auto shown = source.shown();
     const auto name = source.folder.filename().string();
     const auto temporary = SymlinkUndo::temporaryName(source.redirect);
     auto folder = openInHome(home_, source.folder.parent_path());
-    requireApart(folder.path / folder.missing / name, mountPoint, shown);
+    requireApart(folder.path / folder.missing / name, mountPoint, reserved_, shown);
     const auto original = requireMovable(folder, name, shown);
+    requireOwnersFolder(home_, folder, shown);
 
     tell(observer_, "make the folder on the disk");
     makeFolderOnDisk(mountPoint, source.nameOnDisk,
-                     original ? FolderAccess{static_cast<mode_t>(original->st_mode & allModes),
-                                             original->st_uid, original->st_gid}
-                              : privateAccessOfOwner(home_));
+                     original ? accessOf(*original) : privateAccessOfOwner(home_));
     const auto backupName = original ? freeNameIn(folder, name, originalEnding) : "";
     const auto backup = original ? std::optional(folder.path / backupName) : std::nullopt;
     const auto link = folderOnDisk(mountPoint, source.nameOnDisk);
@@ -118,6 +83,7 @@ RedirectRestoreState SymlinkFolderRedirector::apply(const Source& source,
         MadeFolders(home_, source.redirect, observer_).make(folder);
         folder = openInHome(home_, source.folder.parent_path());
     }
+    GitExclusion(home_, source.redirect, observer_).add(folder, name);
     tell(observer_, "make the link");
     makeLink(folder, temporary, link);
     if (original) {
@@ -175,7 +141,7 @@ SymlinkFolderRedirector::standings(const Source& source, const Recorded& recorde
 
 std::optional<std::string> SymlinkFolderRedirector::undo(const Source& source,
                                                          const Recorded& recorded) const {
-    const auto shown = "“~/" + source.folder.string() + "”";
+    const auto shown = source.shown();
     const auto isOurs = [&](const std::string& text) {
         return recorded.link ? text == *recorded.link
                              : isFolderOnDisk(text, source.nameOnDisk)
@@ -185,6 +151,10 @@ std::optional<std::string> SymlinkFolderRedirector::undo(const Source& source,
     std::optional<std::string> notice;
     bool isFound = false;
     for (const auto& standing : standings(source, recorded, obstacle)) {
+        if (standing.folder.missing.empty()) {
+            requireOwnersFolder(home_, standing.folder, shown);
+            FolderCopies::removeUnfinished(standing.folder, source.redirect);
+        }
         if (!isFound && standing.folder.missing.empty()) {
             const SymlinkUndo::Names names{.shown = shown,
                                            .folder = standing.name,
@@ -203,8 +173,11 @@ std::optional<std::string> SymlinkFolderRedirector::undo(const Source& source,
                 isFound = recorded.backup && work.isUndone();
             }
         }
+        if (standing.folder.missing.empty()) {
+            GitExclusion(home_, source.redirect, observer_).remove(standing.folder);
+        }
         if (!recorded.backup) {
-            MadeFolders(home_, source.redirect, observer_).remove(standing.relative.parent_path());
+            MadeFolders(home_, source.redirect, observer_).remove(standing.relative);
         }
     }
     if (recorded.backup && !isFound) {

@@ -26,6 +26,9 @@ public:
         std::filesystem::path folder;
         /// The name of the folder on the disk.
         std::string nameOnDisk;
+
+        /// The folder's name in messages.
+        [[nodiscard]] std::string shown() const { return "“~/" + folder.string() + "”"; }
     };
 
     /// What was recorded of it, by `apply`.
@@ -64,8 +67,6 @@ private:
     };
     [[nodiscard]] std::vector<Standing> standings(const Source& source, const Recorded& recorded,
                                                   std::string& obstacle) const;
-    void requireApart(const std::filesystem::path& folder, const std::filesystem::path& mountPoint,
-                      const std::string& shown) const;
     [[nodiscard]] int exchange(const OpenedFolder& folder, const std::string& one,
                                const std::string& other) const;
     void makeLink(const OpenedFolder& folder, const std::string& name,

@@ -13,6 +13,10 @@ FileRedirectRepository::List FileRedirectRepository::load() const {
     return file_.load();
 }
 
+bool FileRedirectRepository::isReadable() const {
+    return file_.isReadable();
+}
+
 std::size_t FileRedirectRepository::notUnderstood() const {
     return file_.notUnderstood();
 }

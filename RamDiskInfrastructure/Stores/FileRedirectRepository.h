@@ -19,6 +19,7 @@ public:
                            std::shared_ptr<UserDefaultsStoring> defaults = nullptr);
 
     [[nodiscard]] List load() const override;
+    [[nodiscard]] bool isReadable() const override;
     [[nodiscard]] std::size_t notUnderstood() const override;
     void save(const List& list) override;
     [[nodiscard]] std::future<void> update(std::function<void()> body) override;

@@ -199,8 +199,8 @@ public:
         record(state);
         return state;
     }
-    std::optional<std::string> undo(const FolderRedirect& redirect,
-                                    const RedirectRestoreState& /*state*/) override {
+    std::optional<std::string> undo(const FolderRedirect& redirect, const RedirectRestoreState& /*state*/,
+                                    Force /*force*/) override {
         note("undo " + place(redirect.target).nameOnDisk);
         return std::nullopt;
     }

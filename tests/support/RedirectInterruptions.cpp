@@ -1,7 +1,12 @@
 #include "tests/support/RedirectInterruptions.h"
 
+#include "tests/support/Files.h"
+
 #include <fmt/format.h>
 #include <gmock/gmock.h>
+
+#include <algorithm>
+#include <set>
 
 namespace ramdisk::test {
 
@@ -16,8 +21,18 @@ struct Stage {
         tree = world.tree();
         outside = scene.outside(world);
     }
+    Stage(const Stage&) = delete;
+    Stage& operator=(const Stage&) = delete;
+    /// A mount would keep the scratch folder.
+    ~Stage() {
+        try {
+            world.useCase().undo("Dev");
+        } catch (const std::exception& error) {
+            ADD_FAILURE() << error.what();
+        }
+    }
     void putInPlace() const {
-        ASSERT_THAT(texts(world.useCase().add(world.disk(), {scene.target})), IsEmpty());
+        ASSERT_THAT(texts(world.useCase().add(world.disk(), {scene.target}, scene.start)), IsEmpty());
         ASSERT_TRUE(tree != world.tree() || outside != scene.outside(world));
     }
     void expectAsBefore() const {
@@ -75,7 +90,9 @@ void tryKilling(const RedirectScene& scene) {
     for (const bool isLost : {false, true}) {
         forEachStep("apply, killed", [&](int step) {
             Stage stage(scene);
-            const auto apply = [&](auto& redirects) { redirects.add(stage.world.disk(), {scene.target}); };
+            const auto apply = [&](auto& redirects) {
+                redirects.add(stage.world.disk(), {scene.target}, scene.start);
+            };
             if (!stage.world.runKilledAt(step, apply)) {
                 return false;
             }
@@ -99,6 +116,54 @@ void tryKilling(const RedirectScene& scene) {
     });
 }
 
+/// Every file below a folder, whatever folder that is in.
+std::multiset<std::string> filesIn(const std::filesystem::path& root) {
+    std::multiset<std::string> files;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(root)) {
+        if (entry.is_regular_file() && !entry.is_symlink()) {
+            files.insert(entry.path().filename().string() + ": " + readFile(entry.path()));
+        }
+    }
+    return files;
+}
+
+/// Removing a redirect that has a file on the disk. Killed anywhere, it loses neither that file nor the
+/// original, and can be done again.
+void tryKillingRemoval(const RedirectScene& scene, FolderRedirectsUseCase::FilesOnDisk files) {
+    using Files = FolderRedirectsUseCase::FilesOnDisk;
+    constexpr auto kept = FolderRedirectsUseCase::LostOriginals::keptListed;
+    const auto remove = [&](FolderRedirectsUseCase& redirects) {
+        redirects.remove("Dev", {scene.target}, kept, files);
+    };
+    forEachStep("removal, killed", [&](int step) {
+        const Stage stage(scene);
+        const auto originals = filesIn(stage.world.home());
+        stage.putInPlace();
+        const auto name = FolderRedirector(stage.world.parts).place(scene.target).nameOnDisk;
+        writeFile(stage.world.onDisk(name) / "result", "of an hour");
+        const bool wasKilled = stage.world.runKilledAt(step, remove);
+        auto repaired = stage.world.useCase();
+        const auto told = texts(repaired.repair());
+        EXPECT_TRUE(files == Files::putBack || told.empty()) << testing::PrintToString(told);
+        if (!repaired.list().empty()) {
+            EXPECT_TRUE(files == Files::discarded
+                        || readFile(stage.world.onDisk(name) / "result") == "of an hour"
+                        || filesIn(stage.world.home()).contains("result: of an hour"));
+            remove(repaired);
+        }
+        EXPECT_THAT(repaired.list(), IsEmpty());
+        EXPECT_FALSE(std::filesystem::exists(stage.world.onDisk(name)));
+        const auto left = filesIn(stage.world.home());
+        EXPECT_TRUE(std::includes(left.begin(), left.end(), originals.begin(), originals.end()));
+        if (files == Files::discarded) {
+            stage.expectAsBefore();
+        } else {
+            EXPECT_TRUE(left.contains("result: of an hour"));
+        }
+        return wasKilled;
+    });
+}
+
 /// Fails each step of applying, or of undoing.
 void tryFailing(const RedirectScene& scene, bool isUndo) {
     forEachStep(isUndo ? "undo, failed" : "apply, failed", [&](int step) {
@@ -110,7 +175,8 @@ void tryFailing(const RedirectScene& scene, bool isUndo) {
         auto redirects = stage.world.useCase(failingAt(step, hasFailed));
         std::vector<std::string> told;
         try {
-            told = texts(isUndo ? redirects.undo("Dev") : redirects.add(stage.world.disk(), {scene.target}));
+            told = texts(isUndo ? redirects.undo("Dev")
+                                : redirects.add(stage.world.disk(), {scene.target}, scene.start));
         } catch (const std::exception& error) {
             told = {error.what()};
         }
@@ -130,6 +196,11 @@ void expectEveryInterruptionIsRepaired(const RedirectScene& scene) {
     tryKilling(scene);
     tryFailing(scene, false);
     tryFailing(scene, true);
+}
+
+void expectEveryInterruptedRemovalIsRepaired(const RedirectScene& scene) {
+    tryKillingRemoval(scene, FolderRedirectsUseCase::FilesOnDisk::discarded);
+    tryKillingRemoval(scene, FolderRedirectsUseCase::FilesOnDisk::putBack);
 }
 
 } // namespace ramdisk::test

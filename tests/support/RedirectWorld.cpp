@@ -29,6 +29,7 @@ public:
           observer_(std::move(observer)) {}
 
     List load() const override { return real_.load(); }
+    bool isReadable() const override { return real_.isReadable(); }
     void save(const List& list) override {
         tell(observer_, "save the list");
         real_.save(list);
@@ -44,10 +45,21 @@ private:
 
 } // namespace
 
+void HaltingCopier::copy(const fs::path& folder, const fs::path& volume) {
+    for (const auto& entry : fs::directory_iterator(folder)) {
+        fs::copy(entry.path(), volume / entry.path().filename(),
+                 fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+        if (!failure.empty()) {
+            throw RamDiskError(RamDiskError::ContentsTransferFailed{failure});
+        }
+    }
+}
+
 RedirectWorld::RedirectWorld() {
     fs::create_directories(home());
     fs::create_directories(mountPoint());
     parts.home = home();
+    parts.copier = copier;
     parts.variables = [this](const char* name) {
         const auto found = variables.find(name);
         return found == variables.end() ? std::nullopt : std::optional(found->second);

@@ -13,6 +13,14 @@
 
 namespace ramdisk::test {
 
+/// Copies with the standard library, or fails halfway.
+class HaltingCopier final : public FolderCopying {
+public:
+    void copy(const std::filesystem::path& folder, const std::filesystem::path& volume) override;
+    /// Why it fails after the first file; empty when it does not.
+    std::string failure;
+};
+
 /// A home folder, a disk and the stored list of redirects, in real folders, and ways to interrupt the work on
 /// them at any step.
 class RedirectWorld {
@@ -44,6 +52,7 @@ public:
     /// @returns whether it was killed. A child that ends by itself has made all its steps.
     [[nodiscard]] bool runKilledAt(int step, const std::function<void(FolderRedirectsUseCase&)>& work) const;
 
+    std::shared_ptr<HaltingCopier> copier = std::make_shared<HaltingCopier>();
     FolderRedirector::Parts parts;
     bool isMounted = true;
     /// What tools would read from the environment.

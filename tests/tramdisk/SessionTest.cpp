@@ -133,20 +133,25 @@ protected:
 
 TEST_F(Session, PutsFoldersBackWhenADiskGoesAndTellsWhatItMetAtQuit) {
     const auto home = machine->folder() / "home";
+    fs::path gone;
     for (const auto* const name : {"Gone", "Here"}) {
         fs::create_directories(home / name);
         writeFile(home / name / "mine", name);
-        machine->create(name, {"--size", "16M", "--at-launch"});
+        machine->environment.erase("TRAMDISK_HOST");
+        const auto disk = machine->create(name, {"--size", "16M", "--at-launch"});
+        gone = gone.empty() ? mountPointOf(disk) : gone;
+        machine->environment["TRAMDISK_HOST"] = std::string(name) == "Here" ? "folder" : "kernel";
         ASSERT_EQ(machine->run({"redirects", "add", name, std::string("folder:") + name}).status, 0);
     }
-    const auto gone = fs::read_symlink(home / "Gone").parent_path().parent_path();
+    machine->environment.erase("TRAMDISK_HOST");
+    ASSERT_TRUE(fs::is_symlink(home / "Here"));
+    ASSERT_FALSE(fs::exists(home / "Gone/mine"));
     startSession();
     ASSERT_EQ(umount2(gone.c_str(), MNT_DETACH), 0);
-    for (int attempt = 0; attempt < 500 && fs::is_symlink(home / "Gone"); ++attempt) {
+    for (int attempt = 0; attempt < 500 && !fs::exists(home / "Gone/mine"); ++attempt) {
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
-    EXPECT_FALSE(fs::is_symlink(home / "Gone")) << "nobody noticed";
-    EXPECT_EQ(readFile(home / "Gone/mine"), "Gone");
+    ASSERT_TRUE(fs::exists(home / "Gone/mine")) << "nobody noticed";
 
     fs::remove(home / "Here");
     fs::create_directory(home / "Here");
@@ -154,6 +159,19 @@ TEST_F(Session, PutsFoldersBackWhenADiskGoesAndTellsWhatItMetAtQuit) {
     EXPECT_EQ(endSession(), 1) << "a folder that was in the way is to be told";
     EXPECT_EQ(readFile(home / "Here/mine"), "Here");
     EXPECT_EQ(readFile(home / "Here.ramdisk-kept/made"), "meanwhile");
+}
+
+TEST_F(Session, ADamagedListOfRedirectsKeepsNoDiskAtQuit) {
+    const auto folder = machine->folder() / "home/p";
+    fs::create_directory(folder);
+    writeFile(folder / "mine", "old");
+    machine->create("Dev", {"--size", "16M", "--at-launch"});
+    ASSERT_EQ(machine->run({"redirects", "add", "Dev", "folder:p"}).status, 0);
+    startSession();
+    writeFile(machine->folder() / "home/data/Tavrin RamDisk/Folder Redirects.json", "[");
+    EXPECT_EQ(endSession(), 1) << "it is to be told";
+    EXPECT_EQ(readFile(folder / "mine"), "old");
+    EXPECT_THAT(machine->list(), IsEmpty());
 }
 
 TEST_F(Session, BringsEveryFileBackOnEveryKindOfDisk) {
@@ -434,7 +452,7 @@ TEST_F(Session, ADiskThatChangesItsPlaceTakesItsRedirectsAlong) {
     writeFile(link / "wheel", "cached");
     ASSERT_EQ(machine->run({"configure", "Dev", "--name", "Tools", "--access", "onlyMe"}).err, "");
     EXPECT_EQ(readFile(link / "wheel"), "cached");
-    EXPECT_EQ(fs::read_symlink(link), machine->privateMounts() / "Tools/Redirected/.cache+pip");
+    EXPECT_EQ(readFile(machine->privateMounts() / "Tools/Redirected/.cache+pip/wheel"), "cached");
     EXPECT_THAT(machine->run({"redirects", "add", "Tools", "cache:ccache"}).err,
                 HasSubstr("~/.cache/ccache. Starts empty; the original comes back when the disk goes away."));
     const auto listed = machine->run({"redirects", "--json"}).out;

@@ -83,6 +83,9 @@ std::vector<std::string> plannedAdditions(const RamDiskSetup& setup) {
 ExitStatus printPlan(const SetupOptions& options, const CommandContext& context) {
     auto setup = setupFrom(options, context);
     context.session.setUp->check(setup);
+    for (const auto& target : setup.redirects) {
+        static_cast<void>(context.platform.redirecting->place(context.platform.redirecting->settled(target)));
+    }
     auto plan = context.services.create->plan(setup.specification);
     const auto additions = plannedAdditions(setup);
     plan.steps.insert(plan.steps.end(), additions.begin(), additions.end());

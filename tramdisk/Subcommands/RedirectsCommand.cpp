@@ -1,3 +1,4 @@
+#include "RamDiskCore/Redirects/RedirectConflicts.h"
 #include "RamDiskCore/Values/ByteCountFormat.h"
 #include "RamDiskUI/ErrorText.h"
 #include "RamDiskUI/RedirectText.h"
@@ -5,29 +6,50 @@
 #include "tramdisk/ListJSON.h"
 #include "tramdisk/RedirectTargetText.h"
 #include "tramdisk/Subcommand.h"
+#include "tramdisk/UsageError.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <iterator>
 
 namespace ramdisk::cli {
 
 namespace {
 
-ExitStatus tell(const std::vector<RedirectFailure>& failures, const std::string& success,
+ExitStatus tell(const std::vector<RedirectFailure>& told, const std::string& success,
                 const CommandContext& context) {
+    auto failures = told;
+    const auto notes =
+        std::stable_partition(failures.begin(), failures.end(), [](const RedirectFailure& failure) {
+            return failure.kind != RedirectFailure::Kind::note;
+        });
+    std::vector<std::string> noted;
+    std::transform(notes, failures.end(), std::back_inserter(noted), failureText);
+    failures.erase(notes, failures.end());
     if (context.console.wantsJSON()) {
-        context.console.printDocument(compactText({{"failures", listJSON(failures)}}));
+        Json document{{"failures", listJSON(failures)}};
+        if (!noted.empty()) {
+            document["notes"] = noted;
+        }
+        context.console.printDocument(compactText(document));
     }
     for (const auto& failure : failures) {
-        context.console.fail(failureText(failure));
-    }
-    if (failures.empty()) {
-        if (!success.empty()) {
-            context.console.confirm(success);
+        context.console.fail(printable(failureText(failure)));
+        const auto* const error = std::get_if<RamDiskError>(&failure.message);
+        if (error != nullptr && std::holds_alternative<RamDiskError::InvalidSpecification>(error->value())) {
+            context.console.hint(
+                "A redirect’s folder is named from the home folder: folder:work/app/target.");
         }
-        return succeeded;
     }
-    return failed;
+    if (failures.empty() && !success.empty()) {
+        context.console.confirm(success);
+    }
+    for (const auto& note : noted) {
+        context.console.note(printable(note));
+    }
+    return failures.empty() ? succeeded : failed;
 }
 
 /// The name of the disk that is meant: a mounted one, or any name, since redirects outlive their disk.
@@ -91,10 +113,12 @@ struct RedirectsListCommand {
 struct RedirectsAddCommand {
     RamDiskReference reference{RamDiskReference::Name{}};
     RedirectTarget target{};
+    bool copies = false;
 
     void declare(Syntax& syntax) {
         syntax.value("REF", reference, referenceHelp);
         syntax.value("TARGET", target, targetHelp());
+        syntax.flag("--copy", copies, "Begin with a copy of the folder’s files");
     }
 
     ExitStatus run(const CommandContext& context) const {
@@ -103,9 +127,10 @@ struct RedirectsAddCommand {
             throw RamDiskError(RamDiskError::NotMounted{disk.device});
         }
         const auto status =
-            tell(context.session.redirects->add(disk, {target}),
+            tell(context.session.redirects->add(
+                     disk, {target}, copies ? RedirectStart::copyOfOriginal : RedirectStart::empty),
                  fmt::format("{} is kept on “{}”.", targetText(target), printable(disk.name)), context);
-        if (status == succeeded && !context.console.wantsJSON()) {
+        if (status == succeeded && !copies && !context.console.wantsJSON()) {
             context.console.note(
                 printable(redirectNote(target, context.platform.redirecting->settled(target))));
         }
@@ -113,37 +138,66 @@ struct RedirectsAddCommand {
     }
 };
 
-bool isMounted(const std::string& name, const CommandContext& context) {
-    try {
-        return context.services.list->resolve({RamDiskReference::Name{name}}).mountPoint.has_value();
-    } catch (const RamDiskError&) {
-        return false;
+/// What the target has on the disk of this name; absent when it has no folder there, or the disk is away.
+std::optional<RedirectStatus> onDisk(const std::string& name, const RedirectTarget& target,
+                                     const CommandContext& context) {
+    const auto& redirecting = *context.platform.redirecting;
+    for (const auto& redirect : context.session.redirects->redirects(name)) {
+        if (isMeantBy(redirecting, redirect, target)) {
+            const auto statuses = context.session.redirects->statuses({redirect});
+            return statuses.front().used ? std::optional(statuses.front()) : std::nullopt;
+        }
     }
+    return std::nullopt;
 }
 
 struct RedirectsRemoveCommand {
     RamDiskReference reference{RamDiskReference::Name{}};
     RedirectTarget target{};
     bool givesUp = false;
+    bool keepsFiles = false;
+    bool isDiscarded = false;
 
     void declare(Syntax& syntax) {
         syntax.value("REF", reference, referenceHelp);
         syntax.value("TARGET", target, targetHelp());
+        syntax.flag("--keep-files", keepsFiles, "Put the files on the disk in the folder’s place");
+        syntax.flag("--discard", isDiscarded, "Delete the files on the disk");
         syntax.flag("--forget", givesUp, "Remove it from the list even if the original is not found");
+    }
+
+    void check() const {
+        if (static_cast<int>(givesUp) + static_cast<int>(keepsFiles) + static_cast<int>(isDiscarded) > 1) {
+            throw UsageError("Give one of --keep-files, --discard and --forget.");
+        }
     }
 
     ExitStatus run(const CommandContext& context) const {
         using Lost = FolderRedirectsUseCase::LostOriginals;
+        using Files = FolderRedirectsUseCase::FilesOnDisk;
         const auto name = diskNameOf(reference, context);
         const auto lost = givesUp ? Lost::givenUp : Lost::keptListed;
-        const auto text = targetText(target);
-        return tell(context.session.redirects->remove(name, {target}, lost),
-                    givesUp
-                        ? fmt::format("{} is no longer listed.", text)
-                        : fmt::format("{} is back in its place. {}", text,
-                                      isMounted(name, context) ? "Its files on the disk are removed."
-                                                               : "“" + printable(name) + "” is not mounted."),
+        const auto files = keepsFiles ? Files::putBack : isDiscarded ? Files::discarded : Files::guarded;
+        const auto held = onDisk(name, target, context);
+        return tell(context.session.redirects->remove(name, {target}, lost, files), textOf(name, held),
                     context);
+    }
+
+private:
+    [[nodiscard]] std::string textOf(const std::string& name,
+                                     const std::optional<RedirectStatus>& held) const {
+        const auto text = targetText(target);
+        if (givesUp) {
+            return fmt::format("{} is no longer listed.", text);
+        }
+        if (keepsFiles && held) {
+            return fmt::format("{} is in its place, with the files that it had on “{}”.", text,
+                               printable(name));
+        }
+        return fmt::format(
+            "{} is back in its place. {}", text,
+            held ? fmt::format("Its files on “{}” are deleted ({}).", printable(name), usedText(*held))
+                 : fmt::format("It had no files on “{}”.", printable(name)));
     }
 };
 

@@ -69,14 +69,16 @@ void trimDisks(const CommandContext& context) {
 
 /// Puts folders back whose disk somebody unmounted, and tells it.
 void leaveLostDisks(const CommandContext& context) {
-    const auto before = context.session.redirects->list();
+    std::vector<FolderRedirect> before;
+    std::vector<FolderRedirect> after;
     try {
+        before = context.session.redirects->list();
         tellRedirectFailures(context.session.redirects->undoLost(), context);
+        after = context.session.redirects->list();
     } catch (const std::exception&) {
         traceCaught("redirects", "what a change of mounts asks for is put off to the next one");
         return;
     }
-    const auto after = context.session.redirects->list();
     for (const auto& former : before) {
         const bool isUndone = std::any_of(after.begin(), after.end(), [&](const FolderRedirect& redirect) {
             return redirect.id == former.id && !redirect.restoreState;

@@ -3,6 +3,7 @@
 #include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/Host/MediaIDs.h"
+#include "RamDiskInfrastructure/Redirects/FolderOnDisk.h"
 
 #include <fmt/format.h>
 
@@ -81,7 +82,12 @@ std::optional<std::filesystem::path> MountedLinuxVolume::visibleAt(const DiskRec
         return record.mountPoint;
     }
     // Somebody moved the mount, or was killed while renaming the disk: where its only mount is, it is.
-    const auto entries = mountsOf(record, mounts);
+    auto entries = mountsOf(record, mounts);
+    // A tool's folder that outlived it is not the disk.
+    std::erase_if(entries, [](const MountEntry& entry) {
+        const std::filesystem::path root(entry.root);
+        return isFolderOnDisk(root, root.filename().string());
+    });
     if (entries.size() == 1 && isVisible(entries.front().mountPoint)) {
         return entries.front().mountPoint;
     }

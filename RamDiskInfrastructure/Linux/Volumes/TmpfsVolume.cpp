@@ -91,8 +91,9 @@ std::optional<ReleaseOutcome> TmpfsVolume::heldMemory(const DiskRecord& record,
     if (const auto others = mountsOf(record, mounts); !others.empty()) {
         return heldByMount(others.front(), record);
     }
-    // The kernel gives the number of a file system that is gone to the next one.
-    if (record.state != RecordState::detaching || mounts.shows(record.heldDevice)) {
+    // The kernel gives the number of a file system that is gone to the next one. Of a volume that somebody
+    // else unmounted, and of which a folder stayed mounted elsewhere, no number is known.
+    if (record.heldDevice == 0 || record.state != RecordState::detaching || mounts.shows(record.heldDevice)) {
         return std::nullopt;
     }
     return outcomeOf(OpenFiles::find(host().proc, {FilesPlace::Device{record.heldDevice}}));

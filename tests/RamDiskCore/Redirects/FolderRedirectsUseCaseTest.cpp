@@ -80,7 +80,7 @@ public:
         }
         return {State::ConfigLine{"before, finished"}};
     }
-    std::optional<std::string> undo(const FolderRedirect& redirect, const RedirectRestoreState&) override {
+    std::optional<std::string> undo(const FolderRedirect& redirect, const RedirectRestoreState&, Force) override {
         EXPECT_TRUE(storedFor(redirect).restoreState) << "forgotten before it was undone";
         if (stuck.contains(name(redirect))) {
             throw std::runtime_error("stuck");

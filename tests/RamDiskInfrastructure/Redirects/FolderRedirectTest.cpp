@@ -17,6 +17,10 @@ using testing::ElementsAreArray;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Pair;
+using testing::SizeIs;
+
+using FilesOnDisk = FolderRedirectsUseCase::FilesOnDisk;
+using LostOriginals = FolderRedirectsUseCase::LostOriginals;
 
 mode_t modeOf(const fs::path& path) {
     struct stat status {};
@@ -45,7 +49,14 @@ TEST(FolderRedirect, LeadsToAnEmptyFolderOnTheDiskAndBack) {
     EXPECT_THAT(texts(redirects.apply(world.disk())), IsEmpty());
     EXPECT_EQ(world.read("work/cache/new"), "new");
     EXPECT_THAT(texts(redirects.apply(world.disk())), IsEmpty()) << "in force already";
-    EXPECT_THAT(texts(redirects.remove("Dev", {folderTarget("work/cache")})), IsEmpty());
+    EXPECT_THAT(texts(redirects.remove("Dev", {folderTarget("work/cache")})),
+                ElementsAre(HasSubstr("“work/cache” has files on “Dev” that are nowhere else")));
+    EXPECT_THAT(texts(redirects.change(world.disk(), {})), SizeIs(1));
+    EXPECT_THAT(texts(redirects.forget("Dev")), SizeIs(1));
+    EXPECT_EQ(world.read("work/cache/new"), "new") << "lost by accident";
+    EXPECT_THAT(texts(redirects.remove("Dev", {folderTarget("work/cache")}, LostOriginals::keptListed,
+                                       FilesOnDisk::discarded)),
+                IsEmpty());
     EXPECT_EQ(world.tree(), before);
     EXPECT_THAT(redirects.list(), IsEmpty());
 }
@@ -131,7 +142,6 @@ TEST(FolderRedirect, BringsTheOriginalBackWhateverTookItsPlaceAndKeepsThat) {
 
 /// A parent of the folder that leads elsewhere, or is elsewhere, when the redirect is undone.
 TEST(FolderRedirect, BringsTheOriginalBackWhereItWasTakenFrom) {
-    using Lost = FolderRedirectsUseCase::LostOriginals;
     struct Case {
         const char* name;
         std::function<void(const fs::path& home)> move;
@@ -191,7 +201,7 @@ TEST(FolderRedirect, BringsTheOriginalBackWhereItWasTakenFrom) {
             ASSERT_EQ(told.size(), 2U);
             EXPECT_THAT(told.back(), HasSubstr("p-old/target.ramdisk-original” is the original"));
         }
-        EXPECT_THAT(texts(world.useCase().remove("Dev", {target}, Lost::givenUp)), IsEmpty());
+        EXPECT_THAT(texts(world.useCase().remove("Dev", {target}, LostOriginals::givenUp)), IsEmpty());
         EXPECT_THAT(world.useCase().list(), IsEmpty());
     }
 }
@@ -205,6 +215,7 @@ TEST(Redirect, RefusesWhatItCannotMoveAndLeavesNoTrace) {
         {folderTarget("link"), "“~/link” is a symbolic link. Name the folder that it leads to."},
         {folderTarget("out/x"), "“~/out” leads out of the home folder."},
         {folderTarget("file"), "“~/file” is not a folder."},
+        {folderTarget("link/below/it"), "“HOME/link” is a link that leads nowhere."},
         {folderTarget("share"), "“~/share” holds files of Tavrin RamDisk itself, which have to stay."},
         {folderTarget("share/app/x"),
          "“~/share/app/x” holds files of Tavrin RamDisk itself, which have to stay."},
@@ -221,8 +232,13 @@ TEST(Redirect, RefusesWhatItCannotMoveAndLeavesNoTrace) {
     fs::create_symlink(world.scratch(), world.home() / "out");
     const auto expectRefusal = [&](const RedirectTarget& target, const std::string& text) {
         const auto before = world.tree();
-        EXPECT_THAT(texts(world.useCase().add(world.disk(), {target})), ElementsAre(text));
+        auto expected = text;
+        if (const auto place = expected.find("HOME"); place != std::string::npos) {
+            expected.replace(place, 4, world.home());
+        }
+        EXPECT_THAT(texts(world.useCase().add(world.disk(), {target})), ElementsAre(expected));
         EXPECT_EQ(world.tree(), before) << text;
+        EXPECT_TRUE(fs::is_empty(world.mountPoint())) << text;
         EXPECT_THAT(world.useCase().list(), IsEmpty()) << text;
     };
     for (const auto& [target, text] : cases) {
@@ -270,7 +286,9 @@ TEST(FolderRedirect, FoldersOfOneNameShareNothing) {
     chmod((world.home() / "a/target/barred").c_str(), 0500);
     fs::create_directory_symlink(world.home() / "b", world.home() / "a/target/link");
     EXPECT_EQ(modeOf(world.onDisk("a+target")) & 07777U, 0700U);
-    EXPECT_THAT(texts(redirects.remove("Dev", {folderTarget("a/target")})), IsEmpty());
+    EXPECT_THAT(texts(redirects.remove("Dev", {folderTarget("a/target")}, LostOriginals::keptListed,
+                                       FilesOnDisk::discarded)),
+                IsEmpty());
     EXPECT_FALSE(fs::exists(world.onDisk("a+target"))) << "its memory is not free";
     EXPECT_TRUE(fs::is_empty(world.home() / "b/target"));
     EXPECT_THAT(texts(redirects.remove("Dev", {folderTarget("a/target")})),

@@ -40,6 +40,9 @@ const std::vector<NamedScene>& scenes() {
               world.write("real/cache/x", "old");
               std::filesystem::create_symlink("real", world.home() / "way");
           }}},
+        {"FolderThatIsCopied",
+         {folderTarget("Projects/cache"), fillCache, [](const RedirectWorld&) { return std::string(); },
+          RedirectStart::copyOfOriginal}},
         {"NpmLine",
          {{RedirectTarget::NpmCache{}},
           [](RedirectWorld& world) {
@@ -70,6 +73,9 @@ class Interruption : public testing::TestWithParam<NamedScene> {};
 
 TEST_P(Interruption, IsRepairedAtEveryStep) {
     expectEveryInterruptionIsRepaired(GetParam().scene);
+    if (!std::holds_alternative<RedirectTarget::NpmCache>(GetParam().scene.target.value)) {
+        expectEveryInterruptedRemovalIsRepaired(GetParam().scene);
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Redirect, Interruption, testing::ValuesIn(scenes()),

@@ -1,0 +1,167 @@
+#include "RamDiskInfrastructure/Redirects/StandingRedirects.h"
+
+#include "RamDiskCore/Ports/Tracing.h"
+#include "RamDiskInfrastructure/Redirects/FolderOnDisk.h"
+#include "RamDiskInfrastructure/Redirects/HomeTree.h"
+#include "RamDiskInfrastructure/Redirects/StrayOriginals.h"
+
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <optional>
+#include <set>
+#include <system_error>
+
+#include <sys/stat.h>
+
+namespace ramdisk {
+
+namespace {
+
+namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::seconds homeSearchLimit{3};
+
+/// The newest backup: an original gets the first name that is free.
+std::optional<fs::path> backupBeside(const fs::path& link) {
+    std::optional<fs::path> found;
+    for (int number = 1;; ++number) {
+        const auto candidate =
+            link.parent_path()
+            / (link.filename().string() + (number == 1 ? "" : " " + std::to_string(number)) + originalEnding);
+        std::error_code error;
+        const auto type = fs::symlink_status(candidate, error).type();
+        if (type == fs::file_type::not_found) {
+            return found;
+        }
+        if (type == fs::file_type::directory) {
+            found = candidate;
+        }
+    }
+}
+
+/// The folder below the home folder that has this name on a disk, unless the name was shortened.
+fs::path folderOfName(const std::string& name) {
+    fs::path folder;
+    std::string part;
+    for (std::size_t index = 0; index < name.size(); ++index) {
+        const auto escape = name.substr(index, 3);
+        if (name[index] == '+') {
+            folder /= part;
+            part.clear();
+        } else if (escape == "%2B" || escape == "%25") {
+            part += escape == "%2B" ? '+' : '%';
+            index += 2;
+        } else {
+            part += name[index];
+        }
+    }
+    return part.empty() ? folder : folder / part;
+}
+
+class Search {
+public:
+    Search(fs::path home, std::function<std::string(const fs::path&)> nameOnDisk)
+        : home_(std::move(home)),
+          nameOnDisk_(std::move(nameOnDisk)) {}
+
+    void take(const FolderMounting::Mounted& mount, const std::vector<fs::path>& mountPoints) {
+        const auto relative = mount.place.lexically_relative(home_);
+        struct stat status {};
+        if (!takeOnce(relative) || mount.isCovered || stat(mount.place.c_str(), &status) != 0) {
+            return;
+        }
+        const auto name = mount.root.filename().string();
+        auto link = mount.root;
+        for (const auto& disk : mountPoints) {
+            struct stat onDisk {};
+            const auto folder = folderOnDisk(disk, name);
+            if (lstat(folder.c_str(), &onDisk) == 0 && onDisk.st_dev == status.st_dev) {
+                link = folder;
+            }
+        }
+        // Any number but none says that it is a mount.
+        add(relative, {std::nullopt, link.string(), mount.place, std::uint64_t{1}});
+    }
+
+    void takeLink(const fs::path& path) {
+        std::error_code error;
+        const auto target = fs::read_symlink(path, error);
+        const auto relative = path.lexically_relative(home_);
+        if (!error && isFolderOnDisk(target, nameOnDisk_(relative)) && takeOnce(relative)) {
+            const auto backup = backupBeside(path);
+            add(relative,
+                {backup, target.string(), backup ? std::nullopt : std::optional(path), std::nullopt});
+        }
+    }
+
+    void searchHome() {
+        const auto end = Clock::now() + homeSearchLimit;
+        std::deque<fs::path> folders{home_};
+        while (!folders.empty()) {
+            const auto folder = folders.front();
+            folders.pop_front();
+            std::error_code error;
+            for (fs::directory_iterator entry(folder, error), last; !error && entry != last;
+                 entry.increment(error)) {
+                if (Clock::now() > end) {
+                    trace("redirects", "the search for links ends before {}", entry->path().native());
+                    return;
+                }
+                const auto type = entry->symlink_status(error).type();
+                if (type == fs::file_type::symlink) {
+                    takeLink(entry->path());
+                } else if (type == fs::file_type::directory) {
+                    folders.push_back(entry->path());
+                }
+            }
+        }
+    }
+
+    [[nodiscard]] std::vector<FolderRedirect> found() const { return found_; }
+
+private:
+    bool takeOnce(const fs::path& relative) { return seen_.insert(relative).second; }
+
+    void add(const fs::path& relative, const RedirectRestoreState::LinkedFolder& state) {
+        const auto mountPoint = fs::path(state.link).parent_path().parent_path();
+        found_.push_back({.id = UUID::random(),
+                          .diskName = mountPoint.filename().string(),
+                          .target = {RedirectTarget::Folder{relative.string()}},
+                          .restoreState = RedirectRestoreState{state}});
+    }
+
+    fs::path home_;
+    std::function<std::string(const fs::path&)> nameOnDisk_;
+    std::set<fs::path> seen_;
+    std::vector<FolderRedirect> found_;
+};
+
+} // namespace
+
+std::vector<FolderRedirect>
+findStandingRedirects(const fs::path& home, const std::vector<FolderMounting::Mounted>& mounts,
+                      const std::vector<fs::path>& mountPoints,
+                      const std::function<std::string(const fs::path&)>& nameOnDisk) {
+    std::error_code error;
+    const auto root = fs::canonical(home, error);
+    if (error) {
+        return {};
+    }
+    Search search(root, nameOnDisk);
+    for (const auto& mount : mounts) {
+        search.take(mount, mountPoints);
+    }
+    for (const auto& disk : mountPoints) {
+        const auto common = folderOnDisk(disk, "x").parent_path();
+        for (fs::directory_iterator entry(common, error), last; !error && entry != last;
+             entry.increment(error)) {
+            search.takeLink(root / folderOfName(entry->path().filename().string()));
+        }
+    }
+    search.searchHome();
+    return search.found();
+}
+
+} // namespace ramdisk

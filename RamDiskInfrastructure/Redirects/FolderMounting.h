@@ -34,8 +34,8 @@ public:
     /// @throws SystemCallError
     [[nodiscard]] virtual std::vector<Mounted> list() const = 0;
 
-    /// Takes away what is mounted on the folder `name` in `parent`; follows no link there. Nothing is done if
-    /// nothing is mounted.
+    /// Takes away what is mounted on the folder at `place`, which is looked up by its name in `parent` and no
+    /// link followed. Nothing is done if nothing is mounted.
     /// @throws FolderInUse when that is refused; if forced, not because a program uses the folder.
     virtual void unmount(const FileDescriptor& parent, const std::filesystem::path& place, Force force) = 0;
 };

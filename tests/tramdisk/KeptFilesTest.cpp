@@ -1,7 +1,7 @@
 #include "RamDiskInfrastructure/Linux/Host/SmallFile.h"
 #include "RamDiskInfrastructure/Trees/TreeManifest.h"
 #include "tests/support/Linux/FullDisk.h"
-#include "tests/tramdisk/Disks.h"
+#include "tests/tramdisk/KeptDisks.h"
 
 #include <chrono>
 #include <csignal>
@@ -24,49 +24,11 @@ using testing::Not;
 
 namespace fs = std::filesystem;
 
-class KeptFiles : public testing::Test {
+class KeptFiles : public KeptDisks {
 protected:
-    void SetUp() override {
-        SKIP_UNLESS_ROOT();
-        machine.emplace();
-    }
-    void TearDown() override {
-        if (session.valid()) {
-            static_cast<void>(endSession());
-        }
-    }
-
-    /// Returns when the session is up.
-    void startSession(const std::vector<std::string>& options = {}) {
-        std::vector<std::string> arguments{"session"};
-        arguments.insert(arguments.end(), options.begin(), options.end());
-        session = std::async(std::launch::async, [this, arguments] { return machine->run(arguments); });
-        for (int attempt = 0; attempt < 3000; ++attempt) {
-            const auto state = machine->run({"session", "status", "--json"}).json();
-            if (state.value("phase", "") == "running") {
-                process = state.at("processID").get<pid_t>();
-                return;
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
-        FAIL() << "the session did not start";
-    }
-    Outcome endSession() {
-        kill(process, SIGTERM);
-        return session.get();
-    }
-    [[nodiscard]] fs::path support() const { return machine->folder() / "home/data/Tavrin RamDisk"; }
-
-    fs::path makeKept(const std::string& name, const std::vector<std::string>& more = {}) const {
-        const auto root = mountPointOf(machine->create(name, {"--size", "32M"}));
-        std::vector<std::string> arguments{"startup", "add", name, "--keep-files"};
-        arguments.insert(arguments.end(), more.begin(), more.end());
-        EXPECT_EQ(machine->run(arguments).status, 0);
-        return root;
-    }
     /// The latest copy of the only startup disk.
     [[nodiscard]] fs::path latest() const {
-        for (const auto& entry : fs::directory_iterator(support() / "Saved Contents")) {
+        for (const auto& entry : fs::directory_iterator(savedContents())) {
             if (entry.path().extension() == ".sparseimage" && entry.path().stem().string().size() == 36) {
                 return entry.path();
             }
@@ -80,14 +42,11 @@ protected:
         const FileDescriptor open(::open(file.c_str(), O_WRONLY | O_CLOEXEC));
         ASSERT_EQ(pwrite(open.get(), "#", 1, static_cast<off_t>(place)), 1);
     }
-
-    std::optional<TestMachine> machine;
-    std::future<Outcome> session;
-    pid_t process = 0;
 };
 
 TEST_F(KeptFiles, ADamagedCopyCostsNoDiskAndIsNotSavedOver) {
-    const auto root = makeKept("Work", {"--copies", "1"});
+    const auto root = makeKept("Work");
+    ASSERT_EQ(machine->run({"configure", "Work", "--copies", "1"}).status, 0);
     writeFile(root / "same", std::string(5000, 's') + "the same in both");
     writeFile(root / "file", "old version");
     ASSERT_EQ(machine->run({"save", "Work"}).status, 0);
@@ -132,14 +91,15 @@ TEST_F(KeptFiles, ADamagedCopyCostsNoDiskAndIsNotSavedOver) {
     EXPECT_EQ(machine->run({"save", "Work", "--keep-current"}).status, 0);
     EXPECT_EQ(machine->run({"save", "Work"}).status, 0);
     int keptAside = 0;
-    for (const auto& entry : fs::directory_iterator(support() / "Saved Contents")) {
+    for (const auto& entry : fs::directory_iterator(savedContents())) {
         keptAside += entry.path().string().find(".damaged-") != std::string::npos ? 1 : 0;
     }
     EXPECT_EQ(keptAside, 1) << "of one image, however often it was tried";
 }
 
 TEST_F(KeptFiles, AnUnreadableCopyLeavesAnEmptyDiskOntoWhichAnotherCanBeLoaded) {
-    const auto root = makeKept("Work", {"--copies", "1"});
+    const auto root = makeKept("Work");
+    ASSERT_EQ(machine->run({"configure", "Work", "--copies", "1"}).status, 0);
     writeFile(root / "file", "old version");
     ASSERT_EQ(machine->run({"save", "Work"}).status, 0);
     writeFile(root / "file", "new version");

@@ -1,5 +1,6 @@
 #include "tests/support/Linux/KillLoop.h"
-#include "tests/tramdisk/Disks.h"
+#include "tests/support/Linux/TreeDescription.h"
+#include "tests/tramdisk/KeptDisks.h"
 
 #include <atomic>
 #include <chrono>
@@ -25,42 +26,19 @@ using testing::IsEmpty;
 
 namespace fs = std::filesystem;
 
-/// Whatever can be told of a tree, item by item.
-std::map<std::string, std::string> treeOf(const fs::path& root) {
-    std::map<std::string, std::string> items;
-    const auto note = [&](const fs::path& path) {
-        struct stat status {};
-        EXPECT_EQ(lstat(path.c_str(), &status), 0) << path;
-        auto text = std::to_string(status.st_mode) + " " + std::to_string(status.st_uid) + " "
-                    + std::to_string(status.st_nlink) + " " + std::to_string(status.st_mtim.tv_sec) + "."
-                    + std::to_string(status.st_mtim.tv_nsec);
-        if (S_ISREG(status.st_mode)) {
-            text += " " + readFile(path);
-        } else if (S_ISLNK(status.st_mode)) {
-            text += " -> " + fs::read_symlink(path).string();
-        }
-        std::array<char, 64> value{};
-        const auto length = lgetxattr(path.c_str(), "user.test", value.data(), value.size());
-        text += length > 0 ? " " + std::string(value.data(), static_cast<std::size_t>(length)) : "";
-        items[path.lexically_relative(root).string()] = text;
-    };
-    for (const auto& entry : fs::recursive_directory_iterator(root)) {
-        note(entry.path());
-    }
+/// Every item on a disk, but its root, which has the mark of the disk.
+std::map<std::string, std::string> itemsOf(const fs::path& root) {
+    auto items = describeTree(root);
+    items.erase(".");
     return items;
 }
 
-void writeOddTree(const fs::path& root) {
-    fs::create_directories(root / "deep/er/new\nline");
-    writeFile(root / "deep/er/new\nline/file", "contents");
-    writeFile(root / std::string(255, 'n'), "long name");
-    fs::create_hard_link(root / "deep/er/new\nline/file", root / "second name");
-    fs::create_symlink("/etc/passwd", root / "link");
-    fs::create_symlink("nowhere", root / "dangling");
-    ASSERT_EQ(mkfifo((root / "fifo").c_str(), 0640), 0);
-    writeFile(root / "mapped", std::string(8192, 'a'));
-    ASSERT_EQ(setxattr((root / "mapped").c_str(), "user.test", "value", 5, 0), 0);
-    fs::permissions(root / "deep", fs::perms(0750));
+void expectItems(const fs::path& root, const std::map<std::string, std::string>& expected) {
+    auto items = itemsOf(root);
+    EXPECT_EQ(items.size(), expected.size());
+    for (const auto& [path, item] : expected) {
+        EXPECT_EQ(items[path], item) << path;
+    }
 }
 
 /// Changes a file through a shared mapping alone, which leaves its dates as they are.
@@ -73,49 +51,8 @@ void changeThroughMapping(const fs::path& file) {
     close(descriptor);
 }
 
-class Session : public testing::Test {
+class Session : public KeptDisks {
 protected:
-    void SetUp() override {
-        SKIP_UNLESS_ROOT();
-        machine.emplace();
-        // No keyring answers here.
-        ASSERT_EQ(machine->run({"settings", "set", "allowsKeyFile", "true"}).status, 0);
-    }
-
-    void TearDown() override {
-        if (session != 0) {
-            kill(session, SIGKILL);
-            waitFor(session);
-        }
-    }
-
-    fs::path makeKept(const std::string& name, const std::vector<std::string>& more = {}) const {
-        std::vector<std::string> arguments{"--size", "64M", "--at-launch", "--keep-files"};
-        arguments.insert(arguments.end(), more.begin(), more.end());
-        return mountPointOf(machine->create(name, arguments));
-    }
-
-    void startSession() {
-        session = machine->start({"session"});
-        for (int attempt = 0; attempt < 3000; ++attempt) {
-            const auto state = machine->run({"session", "status", "--json"}).json();
-            if (state.value("phase", "") == "running") {
-                return;
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
-        FAIL() << "the session did not start";
-    }
-
-    int endSession() {
-        kill(session, SIGTERM);
-        return waitFor(std::exchange(session, 0));
-    }
-
-    [[nodiscard]] fs::path savedContents() const {
-        return machine->folder() / "home/data/Tavrin RamDisk/Saved Contents";
-    }
-
     /// Files of saves that are not over.
     [[nodiscard]] std::vector<std::string> partialFiles() const {
         std::vector<std::string> found;
@@ -126,9 +63,6 @@ protected:
         }
         return found;
     }
-
-    std::optional<TestMachine> machine;
-    pid_t session = 0;
 };
 
 TEST_F(Session, PutsFoldersBackWhenADiskGoesAndTellsWhatItMetAtQuit) {
@@ -156,7 +90,7 @@ TEST_F(Session, PutsFoldersBackWhenADiskGoesAndTellsWhatItMetAtQuit) {
     fs::remove(home / "Here");
     fs::create_directory(home / "Here");
     writeFile(home / "Here/made", "meanwhile");
-    EXPECT_EQ(endSession(), 1) << "a folder that was in the way is to be told";
+    EXPECT_EQ(endSession().status, 1) << "a folder that was in the way is to be told";
     EXPECT_EQ(readFile(home / "Here/mine"), "Here");
     EXPECT_EQ(readFile(home / "Here.ramdisk-kept/made"), "meanwhile");
 }
@@ -168,8 +102,8 @@ TEST_F(Session, ADamagedListOfRedirectsKeepsNoDiskAtQuit) {
     machine->create("Dev", {"--size", "16M", "--at-launch"});
     ASSERT_EQ(machine->run({"redirects", "add", "Dev", "folder:p"}).status, 0);
     startSession();
-    writeFile(machine->folder() / "home/data/Tavrin RamDisk/Folder Redirects.json", "[");
-    EXPECT_EQ(endSession(), 1) << "it is to be told";
+    writeFile(support() / "Folder Redirects.json", "[");
+    EXPECT_EQ(endSession().status, 1) << "it is to be told";
     EXPECT_EQ(readFile(folder / "mine"), "old");
     EXPECT_THAT(machine->list(), IsEmpty());
 }
@@ -182,12 +116,12 @@ TEST_F(Session, BringsEveryFileBackOnEveryKindOfDisk) {
         {"Vault", {"--format", "apfs", "--encrypt", "--access", "onlyMe"}}};
     for (const auto& [name, options] : disks) {
         const auto root = makeKept(name, options);
-        writeOddTree(root);
-        trees[name] = treeOf(root);
+        makeOddTree(root);
+        trees[name] = itemsOf(root);
     }
     startSession();
     EXPECT_EQ(machine->run({"session"}).status, 1);
-    EXPECT_EQ(endSession(), 0);
+    EXPECT_EQ(endSession().status, 0);
     EXPECT_THAT(machine->list(), IsEmpty());
     EXPECT_THAT(machine->traces(), IsEmpty());
     EXPECT_EQ(machine->run({"session", "status", "--json"}).json().at("isRunning"), false);
@@ -196,17 +130,18 @@ TEST_F(Session, BringsEveryFileBackOnEveryKindOfDisk) {
     const auto standing = machine->list();
     for (const auto& [name, tree] : trees) {
         ASSERT_TRUE(standing.contains(name)) << name;
+        SCOPED_TRACE(name);
         const auto root = mountPointOf(standing.at(name));
-        EXPECT_EQ(treeOf(root), tree) << name;
-        changeThroughMapping(root / "mapped");
-        trees[name] = treeOf(root);
+        expectItems(root, tree);
+        changeThroughMapping(root / "big");
+        trees[name] = itemsOf(root);
     }
-    EXPECT_EQ(endSession(), 0);
+    EXPECT_EQ(endSession().status, 0);
     startSession();
     for (const auto& [name, disk] : machine->list()) {
-        EXPECT_EQ(treeOf(mountPointOf(disk)), trees.at(name)) << name;
+        expectItems(mountPointOf(disk), trees.at(name));
     }
-    EXPECT_EQ(endSession(), 0);
+    EXPECT_EQ(endSession().status, 0);
 }
 
 TEST_F(Session, SavesLoadsAndListsCopies) {
@@ -246,7 +181,7 @@ TEST_F(Session, KeepsADiskInUseAndSaysSo) {
     const auto root = makeKept("Work");
     startSession();
     const int file = open((root / "open").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
-    EXPECT_EQ(endSession(), 1);
+    EXPECT_EQ(endSession().status, 1);
     EXPECT_TRUE(machine->list().contains("Work"));
     // Still writable, since it stays.
     EXPECT_EQ(write(file, "x", 1), 1);
@@ -271,8 +206,7 @@ TEST_F(Session, AKilledSaveOrRestoreCostsNothing) {
         for (int index = 0; index < files && acknowledged > 0; ++index) {
             EXPECT_EQ(readFile(root / ("file" + std::to_string(index))), first);
         }
-        kill(session, SIGKILL);
-        waitFor(std::exchange(session, 0));
+        killSession();
     };
     const auto discard = [&] { ASSERT_EQ(machine->run({"eject", "Work", "--discard"}).status, 0); };
     killAtEveryCall({[&] {
@@ -349,8 +283,7 @@ TEST_F(Session, ALoadThatIsKilledLeavesNoMixture) {
                  }
                  EXPECT_EQ(kinds.size(), 1U);
                  EXPECT_EQ(count, 2 * files);
-                 kill(session, SIGKILL);
-                 waitFor(std::exchange(session, 0));
+                 killSession();
              },
          .most = 12});
 }
@@ -359,21 +292,21 @@ TEST_F(Session, ADiskWhoseRecordIsLostIsSavedByItsSessionAndDroppedByNobody) {
     const auto root = makeKept("Work");
     startSession();
     writeFile(root / "file", "precious");
-    const auto list = machine->folder() / "home/data/Tavrin RamDisk/Startup Disks.json";
+    const auto list = support() / "Startup Disks.json";
     const auto intact = readFile(list);
     writeFile(list, intact + "]");
     const auto refused = machine->run({"eject", "Work"});
     EXPECT_EQ(refused.status, 1);
     EXPECT_THAT(refused.err, HasSubstr("“Work” keeps its files"));
     // It launched the disk, so it knows how to save it; that the next one cannot, it tells.
-    EXPECT_EQ(endSession(), 1);
+    EXPECT_EQ(endSession().status, 1);
     EXPECT_THAT(machine->list(), IsEmpty());
     startSession();
-    EXPECT_EQ(endSession(), 1);
+    EXPECT_EQ(endSession().status, 1);
     writeFile(list, intact);
     startSession();
     EXPECT_EQ(readFile(root / "file"), "precious");
-    EXPECT_EQ(endSession(), 0);
+    EXPECT_EQ(endSession().status, 0);
 }
 
 TEST_F(Session, NoAcknowledgedLineIsMissingAfterAnEject) {

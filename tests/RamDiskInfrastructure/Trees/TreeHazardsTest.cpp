@@ -1,6 +1,6 @@
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
-#include "tests/RamDiskInfrastructure/Trees/TreeDescription.h"
+#include "tests/support/Linux/TreeDescription.h"
 #include "tests/support/Linux/TestMachine.h"
 #include "tests/support/Linux/TestMount.h"
 #include "tests/support/ScratchFolder.h"

@@ -2,7 +2,7 @@
 #include "RamDiskCore/Values/VolumeMark.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/Disks/TreeFolderCopier.h"
-#include "tests/RamDiskInfrastructure/Trees/TreeDescription.h"
+#include "tests/support/Linux/TreeDescription.h"
 #include "tests/support/Linux/TestMachine.h"
 #include "tests/support/Linux/TestMount.h"
 #include "tests/support/ScratchFolder.h"

@@ -1,6 +1,6 @@
 #include "RamDiskInfrastructure/Trees/WriteWatch.h"
 
-#include "tests/RamDiskInfrastructure/Trees/TreeDescription.h"
+#include "tests/support/Linux/TreeDescription.h"
 #include "tests/support/Linux/TestMachine.h"
 #include "tests/support/Linux/TestMount.h"
 

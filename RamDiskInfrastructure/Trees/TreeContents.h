@@ -26,6 +26,11 @@ struct ItemAttribute {
 /// Sorted by name.
 using ItemAttributes = std::vector<ItemAttribute>;
 
+/// Stands for attributes that the kernel does not list, since their names take more than 64 KiB.
+[[nodiscard]] inline ItemAttributes unlistedAttributes() {
+    return {{}};
+}
+
 /// A piece of `TreeManifest::Contents::text`.
 struct TextRange {
     std::uint64_t start = 0;

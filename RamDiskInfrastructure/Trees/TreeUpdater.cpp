@@ -243,7 +243,7 @@ void TreeUpdater::finishLargeFile(std::uint32_t item, Places& places) {
     }
     const auto open =
         openTarget(targetFolder(places.target, source_.items[item].parent), item, O_RDONLY | O_NONBLOCK);
-    applyMetadata(open.get(), source_, item, update_.owners);
+    apply(open.get(), item);
 }
 
 bool TreeUpdater::writeItem(std::uint32_t item, Places& places, FileWriter& writer) {
@@ -258,7 +258,7 @@ bool TreeUpdater::writeItem(std::uint32_t item, Places& places, FileWriter& writ
         const int folder = targetFolder(places.target, source_.items[item].parent);
         const bool isFile = source_.items[item].type == ItemType::file;
         const auto open = openTarget(folder, item, isFile ? O_RDONLY | O_NONBLOCK : O_PATH);
-        applyMetadata(open.get(), source_, item, update_.owners);
+        apply(open.get(), item);
     }
     return true;
 }
@@ -273,18 +273,25 @@ bool TreeUpdater::writeFile(std::uint32_t item, Places& places, FileWriter& writ
     if (plan_.steps[item] == UpdateStep::create) {
         const auto made = makeFile(item, places);
         isAsListed = writer.copyWhole(file, made, {source_, item});
-        applyMetadata(made.get(), source_, item, update_.owners);
+        apply(made.get(), item);
     } else {
         const int folder = targetFolder(places.target, source_.items[item].parent);
         const auto open = openTarget(folder, item, O_RDWR | O_NONBLOCK);
         isAsListed = writer.update(file, open, {source_, item}, {target_, plan_.pairing.ofSource[item]});
-        applyMetadata(open.get(), source_, item, update_.owners);
+        apply(open.get(), item);
         if (update_.pageCache == PageCache::bypass) {
             // It is to reach the device soon, which has little to do while the next ones are compared.
             static_cast<void>(::sync_file_range(open.get(), 0, 0, SYNC_FILE_RANGE_WRITE));
         }
     }
     return isAsListed;
+}
+
+void TreeUpdater::apply(int target, std::uint32_t item) const {
+    if (source_.attributes(item) == unlistedAttributes()) {
+        throw SystemCallError("list the attributes of", source_.path(item), E2BIG);
+    }
+    applyMetadata(target, source_, item, update_.owners, update_.attributeRoom);
 }
 
 FileDescriptor TreeUpdater::openSource(std::uint32_t item, Places& places) const {
@@ -359,7 +366,7 @@ void TreeUpdater::finishFolders() {
         if (!isDue || (item == 0 && update_.rootMetadata == RootMetadata::leave)) {
             continue;
         }
-        applyMetadata(targetFolder(cursor, item), source_, item, update_.owners);
+        apply(targetFolder(cursor, item), item);
     }
 }
 

@@ -50,6 +50,8 @@ private:
     void makeLinks();
     void finishFolders();
 
+    /// Gives an open item of the target its metadata.
+    void apply(int target, std::uint32_t item) const;
     /// No descriptor when the file is gone.
     [[nodiscard]] FileDescriptor openSource(std::uint32_t item, Places& places) const;
     [[nodiscard]] FileDescriptor makeFile(std::uint32_t item, Places& places) const;

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <chrono>
 #include <deque>
+#include <fstream>
 #include <functional>
 #include <thread>
 
@@ -165,6 +166,38 @@ TEST(SavedDisk, KeepsDatesThatItsImageCannotHold) {
     EXPECT_EQ(SavingMachine::difference(disk, onto), "");
 }
 
+/// Gives an item attributes with names of 200 characters.
+void addAttributes(const fs::path& item, int count, const std::string& value) {
+    for (int number = 0; number < count; ++number) {
+        const auto name = "user." + std::string(195, 'n') + std::to_string(number);
+        ASSERT_EQ(setxattr(item.c_str(), name.c_str(), value.data(), value.size(), 0), 0);
+    }
+}
+
+TEST(SavedDisk, KeepsAttributesThatItsImageCannotHold) {
+    SKIP_UNLESS_ROOT();
+    SavedDisk world;
+    const auto disk = world.disk("A", "hfs+", "48M");
+    const auto onto = world.disk("B", "hfs+", "48M");
+    const auto tree = *disk.mountPoint / "tree";
+    fs::create_directories(tree / "folder");
+    for (const char* name : {"folder", "file", "few"}) {
+        std::ofstream(tree / name) << name;
+        addAttributes(tree / name, 100, "value");
+    }
+    fs::create_hard_link(tree / "file", tree / "second name");
+    EXPECT_EQ(world.keep(disk), SaveOutcome::saved) << "verified";
+    EXPECT_EQ(world.keep(disk), SaveOutcome::nothingChanged);
+    for (int number = 1; number < 100; ++number) {
+        const auto name = "user." + std::string(195, 'n') + std::to_string(number);
+        ASSERT_EQ(removexattr((tree / "few").c_str(), name.c_str()), 0);
+    }
+    addAttributes(tree / "file", 150, std::string(3000, 'v'));
+    EXPECT_EQ(world.keep(disk), SaveOutcome::saved) << "in an image that held others";
+    world.restore(onto);
+    EXPECT_EQ(SavingMachine::difference(disk, onto), "");
+}
+
 TEST(SavedDisk, KeepsTheRestOfWhatNoImageCanHold) {
     SKIP_UNLESS_ROOT();
     struct Row {
@@ -174,14 +207,17 @@ TEST(SavedDisk, KeepsTheRestOfWhatNoImageCanHold) {
     const Row rows[] = {
         {"tree/big",
          [](const fs::path& tree) { ASSERT_EQ(truncate((tree / "big").c_str(), off_t{20} << 40), 0); }},
-        {"tree/names", [](const fs::path& tree) {
+        {"tree/names",
+         [](const fs::path& tree) {
              fs::create_directory(tree / "names");
              for (int number = 0; number < 65001; ++number) {
                  ASSERT_EQ(link((tree / "big").c_str(), (tree / "names" / std::to_string(number)).c_str()),
                            0);
              }
-         }}};
+         }},
+        {"tree/big", [](const fs::path& tree) { addAttributes(tree / "big", 400, "too many to list"); }}};
     for (const auto& row : rows) {
+        const bool hasAttributes = &row == std::end(rows) - 1;
         for (const bool wasSaved : {false, true}) {
             if (wasSaved && row.name[5] == 'n') {
                 continue;
@@ -195,6 +231,7 @@ TEST(SavedDisk, KeepsTheRestOfWhatNoImageCanHold) {
             writeFile(tree / "rest", "precious");
             if (wasSaved) {
                 writeFile(tree / "big", "small");
+                addAttributes(tree / "big", 1, "kept");
                 world.keep(disk);
             }
             writeFile(tree / "big", "small");
@@ -204,11 +241,19 @@ TEST(SavedDisk, KeepsTheRestOfWhatNoImageCanHold) {
             for (int time = 0; time < 2; ++time) {
                 const auto failure = failureOf([&] { world.keep(disk); });
                 EXPECT_THAT(failure, HasSubstr(isLost ? "and the latest copy holds it as it was" : row.name));
-                EXPECT_EQ(failure.find("All other files are saved.") == std::string::npos, isLost);
+                EXPECT_EQ(
+                    failure.find(hasAttributes ? "Everything else is saved." : "All other files are saved.")
+                        == std::string::npos,
+                    isLost);
             }
             world.restore(onto);
             EXPECT_EQ(readFile(*onto.mountPoint / "tree/rest"), isLost ? "precious" : "newer");
-            EXPECT_EQ(fs::exists(*onto.mountPoint / "tree/big"), isLost || row.name[5] == 'n');
+            EXPECT_EQ(fs::exists(*onto.mountPoint / "tree/big"),
+                      isLost || hasAttributes || row.name[5] == 'n');
+            if (hasAttributes) {
+                world.archiver.restore({world.files.latest, world.files, disk, {}, RestoreMode::replace}, {});
+                EXPECT_EQ(SavingMachine::difference(disk, onto), "") << "put back over what none can list";
+            }
         }
     }
 }

@@ -29,6 +29,10 @@ enum class AttributeRoom {
     whereThereIsRoom
 };
 
+/// Whether items get the flags of the source, such as “immutable”. An item keeps none that would be in the
+/// way of the update.
+enum class Flags { leave, apply };
+
 /// Whether large files go through the page cache.
 enum class PageCache {
     use,
@@ -60,6 +64,7 @@ struct TreeUpdate {
     Owners owners = Owners::all;
     PageCache pageCache = PageCache::use;
     HugePages hugePages = HugePages::none;
+    Flags flags = Flags::leave;
     AttributeRoom attributeRoom = AttributeRoom::all;
     /// Gets the files of the source whose contents were not what its manifest lists when they were copied, if
     /// anybody wants to know.

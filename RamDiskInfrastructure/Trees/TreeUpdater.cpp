@@ -1,8 +1,10 @@
 #include "RamDiskInfrastructure/Trees/TreeUpdater.h"
 
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Trees/ItemMetadata.h"
+#include "RamDiskInfrastructure/Trees/ItemStatus.h"
 
 #include <algorithm>
 #include <memory>
@@ -39,6 +41,13 @@ bool openToOwner(int folder, const char* name) {
     throw SystemCallError("make", path);
 }
 
+/// By a descriptor of its own, which can be had whatever flags the item has.
+FileDescriptor openToFlag(FolderCursor& cursor, const TreeManifest::Contents& tree, std::uint32_t item) {
+    const int folder = cursor.open(tree.items[item].parent);
+    const auto name = item == 0 ? std::string(".") : std::string(tree.name(item));
+    return folder < 0 ? FileDescriptor() : openForReading(folder, name.c_str());
+}
+
 mode_t kindOf(ItemType type) {
     switch (type) {
     case ItemType::folder:
@@ -67,13 +76,56 @@ TreeUpdater::TreeUpdater(const TreeUpdate& update, const ProgressObserver& obser
       gone_(source_.items.size()) {}
 
 void TreeUpdater::perform() {
+    if (update_.flags == Flags::apply) {
+        liftFlags();
+    }
     openSealedFolders();
     removeItems();
     makeFolders();
     writeItems();
     makeLinks();
     finishFolders();
+    if (update_.flags == Flags::apply) {
+        setFlags();
+    }
     meter_.finish();
+}
+
+void TreeUpdater::liftFlags() {
+    std::vector<bool> isRemoved(target_.items.size());
+    for (const auto item : plan_.removals) {
+        isRemoved[item] = true;
+    }
+    FolderCursor cursor(update_.target, target_);
+    for (std::uint32_t item = 0; item < target_.items.size(); ++item) {
+        const bool isConcerned = plan_.pairing.ofTarget[item] != noItem || isRemoved[item];
+        if (target_.items[item].flags == 0 || !isConcerned
+            || (item == 0 && update_.rootMetadata == RootMetadata::leave)) {
+            continue;
+        }
+        const auto open = openToFlag(cursor, target_, item);
+        if (open ? !setItemFlags(open.get(), 0) : !isGone(errno)) {
+            throw SystemCallError("take the flags from", target_.path(item));
+        }
+    }
+}
+
+void TreeUpdater::setFlags() {
+    FolderCursor cursor(update_.target, source_);
+    for (std::uint32_t item = 0; item < source_.items.size(); ++item) {
+        if (source_.items[item].flags == 0 || gone_[item] != 0
+            || (item == 0 && update_.rootMetadata == RootMetadata::leave)) {
+            continue;
+        }
+        const auto open = openToFlag(cursor, source_, item);
+        if (open && setItemFlags(open.get(), source_.items[item].flags)) {
+            continue;
+        }
+        if (errno != EPERM && errno != ENOTTY && errno != EOPNOTSUPP && errno != EINVAL && !isGone(errno)) {
+            throw SystemCallError("set the flags of", source_.path(item));
+        }
+        traceRefused("restore", "FS_IOC_SETFLAGS", "“" + source_.path(item) + "” has no flags");
+    }
 }
 
 void TreeUpdater::openSealedFolders() {

@@ -87,6 +87,13 @@ void holdAttributes(TreeManifest::Contents& said, const TreeManifest::Contents& 
     }
 }
 
+/// The items of an image have no flags: they would be in the way of the next save. The manifest has them.
+void holdFlags(TreeManifest::Contents& tree) {
+    for (auto& item : tree.items) {
+        item.flags = 0;
+    }
+}
+
 class LoopSource final : public MountedSource {
 public:
     LoopSource(MountedDisk disk, LatestCopy latest, const LinuxHost& host,
@@ -143,6 +150,7 @@ void LoopImageTool::verify(const std::filesystem::path& path, const VolumeProtec
         throw RamDiskError(RamDiskError::ContentsTransferFailed{"the copy does not tell what it holds."});
     }
     holdDates(said->contents());
+    holdFlags(said->contents());
     const ReadAhead reading(image.file().descriptor(), readAheadLimit(host_));
     const auto held = TreeManifest::scan(image.contents(), {});
     holdAttributes(said->contents(), held.contents());

@@ -10,6 +10,8 @@
 #include <thread>
 
 #include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
@@ -171,6 +173,68 @@ void addAttributes(const fs::path& item, int count, const std::string& value) {
     for (int number = 0; number < count; ++number) {
         const auto name = "user." + std::string(195, 'n') + std::to_string(number);
         ASSERT_EQ(setxattr(item.c_str(), name.c_str(), value.data(), value.size(), 0), 0);
+    }
+}
+
+int flagsOf(const fs::path& item) {
+    const FileDescriptor open(::open(item.c_str(), O_RDONLY | O_CLOEXEC));
+    int flags = 0;
+    EXPECT_EQ(ioctl(open.get(), FS_IOC_GETFLAGS, &flags), 0) << item;
+    return flags & (FS_IMMUTABLE_FL | FS_APPEND_FL | FS_NODUMP_FL);
+}
+
+void setFlags(const fs::path& item, int wanted) {
+    const FileDescriptor open(::open(item.c_str(), O_RDONLY | O_CLOEXEC));
+    int flags = 0;
+    ASSERT_EQ(ioctl(open.get(), FS_IOC_GETFLAGS, &flags), 0) << item;
+    flags = (flags & ~(FS_IMMUTABLE_FL | FS_APPEND_FL | FS_NODUMP_FL)) | wanted;
+    ASSERT_EQ(ioctl(open.get(), FS_IOC_SETFLAGS, &flags), 0) << item;
+}
+
+TEST(SavedDisk, KeepsFlagsAndIsReplacedAsAWholeInSpiteOfThem) {
+    SKIP_UNLESS_ROOT();
+    for (const char* format : {"hfs+", "jhfs+"}) {
+        SCOPED_TRACE(format);
+        SavedDisk world;
+        const auto disk = world.disk("A", format, "48M");
+        const auto onto = world.disk("B", format, "48M");
+        const auto tree = *disk.mountPoint / "tree";
+        const std::pair<const char*, int> flagged[] = {
+            {"sealed/inner", FS_IMMUTABLE_FL},           {"sealed", FS_IMMUTABLE_FL}, {"log", FS_APPEND_FL},
+            {"log folder", FS_APPEND_FL | FS_NODUMP_FL}, {"unsaved", FS_NODUMP_FL},   {".", FS_IMMUTABLE_FL}};
+        fs::create_directories(tree / "sealed");
+        fs::create_directories(tree / "log folder");
+        for (const char* name : {"sealed/inner", "log", "log folder/file", "unsaved"}) {
+            writeFile(tree / name, std::string(5000, 'x') + name);
+        }
+        fs::create_hard_link(tree / "sealed/inner", tree / "second name");
+        EXPECT_EQ(world.keep(disk), SaveOutcome::saved);
+        for (const auto& [name, flags] : flagged) {
+            setFlags(tree / name, flags);
+        }
+        EXPECT_EQ(world.keep(disk, 1), SaveOutcome::saved) << "flags are a change";
+        EXPECT_EQ(world.keep(disk, 1), SaveOutcome::nothingChanged);
+        world.restore(onto);
+        EXPECT_EQ(SavingMachine::difference(disk, onto), "");
+        for (const auto& [name, flags] : flagged) {
+            EXPECT_EQ(flagsOf(*onto.mountPoint / "tree" / name), flags) << name;
+        }
+        // What is not in the copy goes, and what is gets its place, whatever flags it had.
+        setFlags(*onto.mountPoint / "tree", 0);
+        fs::create_directories(*onto.mountPoint / "tree/more/below");
+        for (const char* name : {"tree/more/below", "tree/more", "tree/unsaved", "tree"}) {
+            setFlags(*onto.mountPoint / name, FS_IMMUTABLE_FL | FS_APPEND_FL);
+        }
+        const auto restore = [&](const fs::path& image) {
+            world.archiver.restore({image, world.files, onto, {}, RestoreMode::replace}, {});
+        };
+        restore(world.files.latest);
+        EXPECT_EQ(SavingMachine::difference(disk, onto), "");
+        restore(world.archiver.copies(world.files).at(1).image);
+        for (const auto& [name, flags] : flagged) {
+            EXPECT_EQ(flagsOf(*onto.mountPoint / "tree" / name), 0) << name;
+        }
+        fs::remove(*onto.mountPoint / "tree/second name");
     }
 }
 

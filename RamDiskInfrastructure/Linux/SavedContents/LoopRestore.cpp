@@ -107,7 +107,7 @@ SavedImageTool::Closing LoopRestore::perform(const ProgressObserver& observer) c
         }
         const auto* failed = dynamic_cast<const SystemCallError*>(&error);
         if (failed != nullptr && isDamage(*failed)) {
-            throw RamDiskError(RamDiskError::ImageUnreadable{});
+            throw RamDiskError(RamDiskError::ImageUnreadable{error.what()});
         }
         if (failed != nullptr && isLackOfRoom(*failed) && couldHaveHadRoom(image, disk)) {
             throw CopyNeedsRoom(RamDiskError::ContentsTransferFailed{error.what()});

@@ -160,8 +160,9 @@ struct ErrorText {
     std::string operator()(const Error::DiskEjected&) const {
         return "The RAM disk was ejected before all its files were saved. The copy saved before is kept.";
     }
-    std::string operator()(const Error::ImageUnreadable&) const {
-        return "The disk image holds no volume that can be read.";
+    std::string operator()(const Error::ImageUnreadable& error) const {
+        constexpr const char* text = "The disk image holds no volume that can be read";
+        return error.reason.empty() ? fmt::format("{}.", text) : fmt::format("{}: {}", text, error.reason);
     }
     std::string operator()(const Error::NamesMerged&) const {
         return "The new disk took the names of some files for one another, so not all of them could be kept.";
@@ -169,8 +170,10 @@ struct ErrorText {
     std::string operator()(const Error::ImageOpenAlready&) const {
         return "The disk image is open already. Eject it, then try again.";
     }
-    std::string operator()(const Error::ImageStateUnknown&) const {
-        return "Whether the disk image is open already could not be told. Try again in a moment.";
+    std::string operator()(const Error::ImageStateUnknown& error) const {
+        constexpr const char* text = "Whether the disk image is open already could not be told";
+        return fmt::format("{}{}{}. Try again in a moment.", text, error.reason.empty() ? "" : ": ",
+                           error.reason);
     }
     std::string operator()(const Error::ImageLeftOpen&) const {
         return withPlatformWords(

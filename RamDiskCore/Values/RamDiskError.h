@@ -193,6 +193,8 @@ public:
     /// The saved copy is damaged, or none of ours.
     struct ImageUnreadable {
         static constexpr std::string_view caseName = "imageUnreadable";
+        /// What the system said of it; empty when it said nothing.
+        std::string reason{};
         friend bool operator==(const ImageUnreadable&, const ImageUnreadable&) = default;
     };
     /// A restore was refused: the copy has names that the disk cannot hold beside each other.
@@ -208,6 +210,8 @@ public:
     /// Whether the saved copy is open elsewhere cannot be told.
     struct ImageStateUnknown {
         static constexpr std::string_view caseName = "imageStateUnknown";
+        /// What the system said; empty when it said nothing.
+        std::string reason{};
         friend bool operator==(const ImageStateUnknown&, const ImageStateUnknown&) = default;
     };
     /// The image could not be closed again; a new copy in it does not count.

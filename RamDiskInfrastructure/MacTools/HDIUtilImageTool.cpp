@@ -289,7 +289,7 @@ SavedVolume HDIUtilImageTool::describe(const std::filesystem::path& image,
     const auto& mountPoint = openAt ? *openAt : opened->mountPoint();
     const auto statistics = statistics_->read(mountPoint);
     if (!statistics) {
-        throw RamDiskError(RamDiskError::ImageUnreadable{});
+        throw RamDiskError(RamDiskError::ImageUnreadable{"the size of its volume could not be read."});
     }
     return {.name = statistics->name.value_or(image.stem().string()),
             .capacity = statistics->total,

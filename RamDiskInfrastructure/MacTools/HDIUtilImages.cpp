@@ -80,9 +80,9 @@ bool HDIUtilImages::isEncrypted(const std::filesystem::path& image) const {
         const auto list = PropertyList::parse(output.standardOutput);
         const auto encrypted = list.root().find("encrypted");
         return encrypted && encrypted->boolean();
-    } catch (const std::exception&) {
+    } catch (const std::exception& error) {
         traceCaught("images", "the image counts as unreadable");
-        throw RamDiskError(RamDiskError::ImageUnreadable{});
+        throw RamDiskError(RamDiskError::ImageUnreadable{error.what()});
     }
 }
 
@@ -90,9 +90,9 @@ std::optional<HDIUtilInfoParser::Image> HDIUtilImages::openState(const std::file
     HDIUtilInfoParser::Info info;
     try {
         info = attachedImages(*ports_.runner);
-    } catch (const std::exception&) {
+    } catch (const std::exception& error) {
         traceCaught("images", "whether the image is open is not known");
-        throw RamDiskError(RamDiskError::ImageStateUnknown{});
+        throw RamDiskError(RamDiskError::ImageStateUnknown{error.what()});
     }
     for (auto& open : info.images) {
         if (open.imagePath && areTheSame(*open.imagePath, image)) {
@@ -123,7 +123,7 @@ AttachedImage HDIUtilImages::open(const std::filesystem::path& image, Access acc
         if (passphrase != nullptr && saysWrongPassphrase(failure.output())) {
             throw RamDiskError(RamDiskError::IncorrectPassphrase{});
         }
-        throw RamDiskError(RamDiskError::ImageUnreadable{});
+        throw RamDiskError(RamDiskError::ImageUnreadable{failure.what()});
     } catch (const std::exception&) {
         closeMountPoint(mountPoint);
         throw;
@@ -146,7 +146,7 @@ AttachedImage HDIUtilImages::attached(const std::filesystem::path& image,
             traceCaught("images", "an image that was attached without a volume stays attached");
         }
     }
-    throw RamDiskError(RamDiskError::ImageUnreadable{});
+    throw RamDiskError(RamDiskError::ImageUnreadable{"hdiutil attached it, and no volume was mounted."});
 }
 
 bool HDIUtilImages::isMounted(const AttachedImage& image) const {

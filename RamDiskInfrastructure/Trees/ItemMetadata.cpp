@@ -8,6 +8,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
@@ -63,6 +64,7 @@ public:
           byPath_(type != ItemType::file && type != ItemType::folder),
           path_(byPath_ ? descriptorPath(descriptor) : std::string()) {}
 
+    [[nodiscard]] int descriptor() const noexcept { return descriptor_; }
     [[nodiscard]] std::optional<std::string> attributeNames() const {
         return wholeOf([&](char* buffer, std::size_t size) {
             return byPath_ ? ::listxattr(path_.c_str(), buffer, size)
@@ -102,7 +104,38 @@ private:
     std::string path_;
 };
 
-void applyAttributes(const OpenItem& target, const TreeManifest::Contents& tree, std::uint32_t item) {
+/// Whether the volume of the open item still has room for any attribute.
+bool hasRoom(int item) {
+    constexpr std::uint64_t blocksForOne = 256;
+    constexpr std::uint64_t inodesForOne = 16;
+    struct statvfs volume {};
+    return ::fstatvfs(item, &volume) == 0 && volume.f_bavail > blocksForOne && volume.f_favail > inodesForOne;
+}
+
+/// Whether setting an attribute failed because this item has no room for it.
+bool isLeftOut(int item, const ItemAttributes& wanted, AttributeRoom room) {
+    return room == AttributeRoom::whereThereIsRoom && (errno == ENOSPC || errno == E2BIG || errno == ERANGE)
+           && !fitIntoBlock(wanted) && hasRoom(item);
+}
+
+void setAttributes(const OpenItem& target, const TreeManifest::Contents& tree, std::uint32_t item,
+                   AttributeRoom room) {
+    const auto& wanted = tree.attributes(item);
+    for (const auto& attribute : wanted) {
+        if (target.attribute(attribute.name) == attribute.value || target.set(attribute) == 0
+            || (isPrivileged(attribute.name) && (errno == EPERM || errno == EACCES || errno == ENOTSUP))) {
+            continue;
+        }
+        if (!isLeftOut(target.descriptor(), wanted, room)) {
+            throw SystemCallError("set the attribute " + attribute.name + " of", tree.path(item));
+        }
+        // What the item had under this name is not what the manifest lists.
+        static_cast<void>(target.remove(attribute.name));
+    }
+}
+
+void applyAttributes(const OpenItem& target, const TreeManifest::Contents& tree, std::uint32_t item,
+                     AttributeRoom room) {
     const auto& wanted = tree.attributes(item);
     const auto list = target.attributeNames();
     if (!list && errno != ENOTSUP) {
@@ -117,15 +150,7 @@ void applyAttributes(const OpenItem& target, const TreeManifest::Contents& tree,
             throw SystemCallError("remove an attribute of", tree.path(item));
         }
     }
-    for (const auto& attribute : wanted) {
-        if (target.attribute(attribute.name) == attribute.value) {
-            continue;
-        }
-        if (target.set(attribute) != 0
-            && !(isPrivileged(attribute.name) && (errno == EPERM || errno == EACCES || errno == ENOTSUP))) {
-            throw SystemCallError("set the attribute " + attribute.name + " of", tree.path(item));
-        }
-    }
+    setAttributes(target, tree, item, room);
 }
 
 /// All attributes that `list(buffer, size)` names, their values by `get(name, buffer, size)`.
@@ -139,6 +164,9 @@ ItemAttributes attributesBy(const TreeManifest::Contents& tree, std::uint32_t it
     if (!all) {
         if (errno == ENOTSUP || errno == ENOENT) {
             return {};
+        }
+        if (errno == E2BIG) {
+            return unlistedAttributes();
         }
         throw SystemCallError("list the attributes of", tree.path(item));
     }
@@ -183,7 +211,18 @@ void leaveOutVolumeMark(ItemAttributes& attributes) {
     std::erase_if(attributes, [](const auto& attribute) { return isMark(attribute.name); });
 }
 
-void applyMetadata(int target, const TreeManifest::Contents& tree, std::uint32_t item, Owners owners) {
+bool fitIntoBlock(const ItemAttributes& attributes) {
+    constexpr std::size_t room = 4096 - 36;
+    std::size_t taken = 0;
+    for (const auto& attribute : attributes) {
+        // An entry, its name and its value, each padded to four bytes.
+        taken += 16 + attribute.name.size() + attribute.value.size() + 6;
+    }
+    return taken <= room;
+}
+
+void applyMetadata(int target, const TreeManifest::Contents& tree, std::uint32_t item, Owners owners,
+                   AttributeRoom room) {
     const auto& wanted = tree.items[item];
     const OpenItem open(target, wanted.type);
     struct stat now {};
@@ -199,7 +238,7 @@ void applyMetadata(int target, const TreeManifest::Contents& tree, std::uint32_t
         }
         mode &= ~static_cast<mode_t>(S_ISUID | S_ISGID);
     }
-    applyAttributes(open, tree, item);
+    applyAttributes(open, tree, item, room);
     if (wanted.type != ItemType::link && open.changeMode(mode) != 0) {
         throw SystemCallError("change the mode of", tree.path(item));
     }

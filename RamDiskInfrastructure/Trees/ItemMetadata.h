@@ -9,7 +9,7 @@ namespace ramdisk {
 
 /// All extended attributes of an item of the open folder, including ACLs; for a link, the link's own. For the
 /// root item, `folder` is the root itself. Attributes that we may not read are left out. An item that is gone
-/// has none.
+/// has none. If the kernel does not list them, `unlistedAttributes` stand for them.
 /// @throws SystemCallError with the item's path
 [[nodiscard]] ItemAttributes readAttributes(int folder, const TreeManifest::Contents& tree,
                                             std::uint32_t item);
@@ -23,9 +23,13 @@ namespace ramdisk {
 /// the tree.
 void leaveOutVolumeMark(ItemAttributes& attributes);
 
+/// Whether ext4 has room for these attributes in any item, whatever the item had before.
+[[nodiscard]] bool fitIntoBlock(const ItemAttributes& attributes);
+
 /// Gives an open item the owner, attributes, mode and times of the manifest, in an order in which none undoes
 /// another. If the item is neither file nor folder, its descriptor was opened with O_PATH.
 /// @throws SystemCallError with the item's path
-void applyMetadata(int target, const TreeManifest::Contents& tree, std::uint32_t item, Owners owners);
+void applyMetadata(int target, const TreeManifest::Contents& tree, std::uint32_t item, Owners owners,
+                   AttributeRoom room = AttributeRoom::all);
 
 } // namespace ramdisk

@@ -38,6 +38,9 @@ const char* differenceOf(const TreeManifest::Contents& source, std::uint32_t lef
     if (one.user != other.user || one.group != other.group) {
         return "owners differ";
     }
+    if (one.flags != other.flags) {
+        return "flags differ";
+    }
     if (source.attributes(left) != target.attributes(right)) {
         return "extended attributes differ";
     }
@@ -84,8 +87,8 @@ bool isSameMetadata(const TreeManifest::Contents& source, std::uint32_t sourceIt
                     const TreeManifest::Contents& target, std::uint32_t targetItem) {
     const auto& one = source.items[sourceItem];
     const auto& other = target.items[targetItem];
-    return one.mode == other.mode && one.user == other.user && one.group == other.group
-           && isSameTime(one.modified, other.modified)
+    return one.mode == other.mode && one.flags == other.flags && one.user == other.user
+           && one.group == other.group && isSameTime(one.modified, other.modified)
            && source.attributes(sourceItem) == target.attributes(targetItem);
 }
 

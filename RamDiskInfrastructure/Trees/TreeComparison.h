@@ -21,7 +21,7 @@ void pairChildren(const TreeManifest::Contents& source, std::uint32_t sourceFold
                   const TreeManifest::Contents& target, std::uint32_t targetFolder, TreePairing& pairing);
 
 [[nodiscard]] bool isSameTime(const timespec& left, const timespec& right);
-/// Whether two items have the same mode, owner, modification time and attributes.
+/// Whether two items have the same mode, flags, owner, modification time and attributes.
 [[nodiscard]] bool isSameMetadata(const TreeManifest::Contents& source, std::uint32_t sourceItem,
                                   const TreeManifest::Contents& target, std::uint32_t targetItem);
 /// Whether two files hold the same bytes.

@@ -16,6 +16,13 @@ namespace ramdisk {
 
 enum class ItemType : std::uint8_t { folder, file, link, fifo, characterDevice, blockDevice };
 
+/// Flags of a file or folder that the kernel minds, and that copies keep. Each is one bit.
+using ItemFlags = std::uint8_t;
+inline constexpr ItemFlags immutableFlag = 1;
+inline constexpr ItemFlags appendOnlyFlag = 2;
+inline constexpr ItemFlags noDumpFlag = 4;
+inline constexpr ItemFlags allItemFlags = immutableFlag | appendOnlyFlag | noDumpFlag;
+
 /// An extended attribute; ACLs are among them.
 struct ItemAttribute {
     std::string name;
@@ -25,6 +32,11 @@ struct ItemAttribute {
 };
 /// Sorted by name.
 using ItemAttributes = std::vector<ItemAttribute>;
+
+/// Stands for attributes that the kernel does not list, since their names take more than 64 KiB.
+[[nodiscard]] inline ItemAttributes unlistedAttributes() {
+    return {{}};
+}
 
 /// A piece of `TreeManifest::Contents::text`.
 struct TextRange {
@@ -52,6 +64,7 @@ struct TreeItem {
     ItemType type = ItemType::folder;
     /// The permission bits, setuid, setgid and the sticky bit.
     std::uint16_t mode = 0;
+    ItemFlags flags = 0;
     std::uint32_t parent = 0;
     /// The items of a folder are stored one after another, sorted by the bytes of their names.
     std::uint32_t firstChild = 0;

@@ -2,6 +2,7 @@
 #include "RamDiskInfrastructure/Trees/ContentHash.h"
 #include "RamDiskInfrastructure/Trees/TreeContents.h"
 
+#include <algorithm>
 #include <bit>
 #include <cstring>
 #include <limits>
@@ -15,6 +16,9 @@ namespace ramdisk {
 namespace {
 
 constexpr std::string_view manifestMagic = "RAMDISK TREES 1\n";
+/// Where items have flags, which follow all else. Versions that do not know flags refuse such a manifest.
+constexpr std::string_view magicWithFlags = "RAMDISK TREES 2\n";
+static_assert(manifestMagic.size() == magicWithFlags.size());
 constexpr std::size_t headerSize = 40; // magic, length of the rest, its hash
 constexpr std::uint64_t largestFile = 4ULL << 30U;
 
@@ -133,6 +137,23 @@ void encodeItem(Encoder& encoder, const TreeManifest::Contents& tree, std::uint3
     }
 }
 
+/// The items with flags, each counted from the one before.
+void encodeFlags(Encoder& encoder, const TreeManifest::Contents& tree) {
+    std::uint32_t last = 0;
+    for (std::uint32_t item = 0; item < tree.items.size(); ++item) {
+        if (tree.items[item].flags != 0) {
+            encoder.number(item - last);
+            encoder.number(tree.items[item].flags);
+            last = item;
+        }
+    }
+}
+
+bool hasFlags(const TreeManifest::Contents& tree) {
+    return std::any_of(tree.items.begin(), tree.items.end(),
+                       [](const auto& item) { return item.flags != 0; });
+}
+
 bool isName(std::string_view name) {
     return !name.empty() && name.size() <= 255 && name != "." && name != ".."
            && name.find_first_of(std::string_view("/\0", 2)) == std::string_view::npos;
@@ -194,6 +215,18 @@ void decodeItem(Decoder& decoder, TreeManifest::Contents& tree) {
     place(tree, number);
 }
 
+void decodeFlags(Decoder& decoder, TreeManifest::Contents& tree) {
+    std::uint64_t item = 0;
+    for (bool isFirst = true; !decoder.isAtEnd(); isFirst = false) {
+        const auto step = decoder.number(tree.items.size() - 1 - item);
+        require(isFirst || step > 0);
+        item += step;
+        auto& flagged = tree.items[item];
+        require(flagged.type == ItemType::folder || flagged.type == ItemType::file);
+        decoder.read(flagged.flags, allItemFlags);
+    }
+}
+
 /// With room for the header.
 std::string encode(const TreeManifest::Contents& tree) {
     // About what all of it takes, so that what is written is not moved again and again.
@@ -215,10 +248,11 @@ std::string encode(const TreeManifest::Contents& tree) {
     for (std::uint32_t item = 0; item < tree.items.size(); ++item) {
         encodeItem(encoder, tree, item);
     }
+    encodeFlags(encoder, tree);
     return std::move(encoder.bytes);
 }
 
-TreeManifest::Contents decode(std::string_view bytes) {
+TreeManifest::Contents decode(std::string_view bytes, bool withFlags) {
     Decoder decoder(bytes);
     TreeManifest::Contents tree;
     tree.attributeSets.resize(decoder.count(1));
@@ -238,13 +272,16 @@ TreeManifest::Contents decode(std::string_view bytes) {
     for (std::uint64_t item = 0; item < count; ++item) {
         decodeItem(decoder, tree);
     }
+    if (withFlags) {
+        decodeFlags(decoder, tree);
+    }
     require(decoder.isAtEnd());
     return tree;
 }
 
-std::string headerFor(std::string_view bytes) {
+std::string headerFor(std::string_view magic, std::string_view bytes) {
     Encoder header;
-    header.bytes = manifestMagic;
+    header.bytes = magic;
     header.fixed(bytes.size());
     const auto hash = contentHash(bytes.data(), bytes.size());
     header.fixed(hash.low);
@@ -267,7 +304,9 @@ void writeAll(const FileDescriptor& file, std::string_view bytes) {
 
 void TreeManifest::write(const FileDescriptor& file) const {
     auto bytes = encode(*contents_);
-    bytes.replace(0, headerSize, headerFor(std::string_view(bytes).substr(headerSize)));
+    bytes.replace(0, headerSize,
+                  headerFor(hasFlags(*contents_) ? magicWithFlags : manifestMagic,
+                            std::string_view(bytes).substr(headerSize)));
     writeAll(file, bytes);
     if (::ftruncate(file.get(), static_cast<off_t>(bytes.size())) != 0) {
         throw SystemCallError("write the list of the files");
@@ -291,12 +330,13 @@ std::optional<TreeManifest> TreeManifest::read(const FileDescriptor& file) {
         done += count > 0 ? static_cast<std::size_t>(count) : 0;
     }
     const auto rest = std::string_view(bytes).substr(headerSize);
-    if (!bytes.starts_with(headerFor(rest))) {
+    const bool withFlags = bytes.starts_with(magicWithFlags);
+    if (!bytes.starts_with(headerFor(withFlags ? magicWithFlags : manifestMagic, rest))) {
         return std::nullopt;
     }
     try {
         TreeManifest manifest;
-        manifest.contents() = decode(rest);
+        manifest.contents() = decode(rest, withFlags);
         return manifest;
     } catch (const Malformed&) {
         return std::nullopt;

@@ -3,6 +3,7 @@
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Trees/FolderListing.h"
 #include "RamDiskInfrastructure/Trees/ItemMetadata.h"
+#include "RamDiskInfrastructure/Trees/ItemStatus.h"
 #include "RamDiskInfrastructure/Trees/TreeComparison.h"
 
 #include <algorithm>
@@ -39,7 +40,9 @@ std::optional<ItemType> typeOf(mode_t mode) {
     }
 }
 
-void noteStatus(TreeItem& item, const struct stat& status) {
+void noteStatus(TreeItem& item, const ItemStatus& seen) {
+    const auto& status = seen.basic;
+    item.flags = seen.flags;
     item.mode = static_cast<std::uint16_t>(status.st_mode & 07777U);
     item.user = status.st_uid;
     item.group = status.st_gid;
@@ -59,6 +62,7 @@ void noteStatus(TreeItem& item, const struct stat& status) {
 void noteMetadata(TreeItem& item, const TreeItem& then) {
     item.type = then.type;
     item.mode = then.mode;
+    item.flags = then.flags;
     item.user = then.user;
     item.group = then.group;
     item.modified = then.modified;
@@ -188,16 +192,16 @@ TreeScanner::FolderFinding TreeScanner::readFolder(FolderCursor& cursor, std::ui
         return found;
     }
     try {
-        struct stat status {};
-        if (descriptor < 0 || ::fstat(descriptor, &status) != 0) {
+        const auto status = descriptor < 0 ? std::nullopt : readStatus(descriptor, "", AT_EMPTY_PATH);
+        if (!status) {
             throw SystemCallError("open");
         }
-        if (status.st_dev != volume_) {
+        if (status->basic.st_dev != volume_) {
             found.isOtherVolume = true;
             return found;
         }
-        noteStatus(tree_.items[folder], status);
-        found.unchangedSince = unchangedFolder(status, folder);
+        noteStatus(tree_.items[folder], *status);
+        found.unchangedSince = unchangedFolder(status->basic, folder);
         if (found.unchangedSince == noItem) {
             found.listing = FolderListing::of(descriptor);
         }
@@ -314,13 +318,14 @@ void TreeScanner::lookAtItems(ProgressMeter& meter) {
 
 bool TreeScanner::readSmallFile(int folder, std::uint32_t number, unsigned worker) {
     const auto file = openForReading(folder, std::string(tree_.name(number)).c_str());
-    struct stat status {};
-    if (!file || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode) || status.st_dev != volume_) {
+    const auto seen = file ? readStatus(file.get(), "", AT_EMPTY_PATH) : std::nullopt;
+    if (!seen || !S_ISREG(seen->basic.st_mode) || seen->basic.st_dev != volume_) {
         return false;
     }
+    const auto& status = seen->basic;
     auto& item = tree_.items[number];
     auto& finding = findings_[number];
-    noteStatus(item, status);
+    noteStatus(item, *seen);
     finding.hasOtherNames = status.st_nlink > 1;
     if (item.size == 0) {
         finding.reading.attributes = readFileAttributes(file.get(), tree_, number);
@@ -339,14 +344,16 @@ void TreeScanner::lookAt(std::uint32_t number, unsigned worker) {
         return;
     }
     const std::string name(tree_.name(number));
-    struct stat status {};
-    if (folder < 0 || ::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT) != 0) {
+    const auto seen =
+        folder < 0 ? std::nullopt : readStatus(folder, name.c_str(), AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT);
+    if (!seen) {
         if (!isGone(errno)) {
             throw SystemCallError("read", tree_.path(number));
         }
         finding.isGone = true;
         return;
     }
+    const auto& status = seen->basic;
     const auto type = typeOf(status.st_mode);
     // What became a folder since its name was read has not been walked: then what it was is gone.
     if (!type || (*type == ItemType::folder ? item.type != ItemType::folder : status.st_dev != volume_)) {
@@ -354,7 +361,7 @@ void TreeScanner::lookAt(std::uint32_t number, unsigned worker) {
         return;
     }
     item.type = *type;
-    noteStatus(item, status);
+    noteStatus(item, *seen);
     if (finding.unwritten != noItem && !isAsThen(status, earlier_->items[finding.unwritten])) {
         finding.unwritten = noItem;
     }

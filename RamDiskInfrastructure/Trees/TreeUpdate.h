@@ -21,6 +21,18 @@ enum class Owners {
     whereAllowed
 };
 
+/// What happens to attributes for which the file system of the target has no room in one item.
+enum class AttributeRoom {
+    /// The update fails.
+    all,
+    /// What does not fit is left out: whoever reads the target goes by its manifest.
+    whereThereIsRoom
+};
+
+/// Whether items get the flags of the source, such as “immutable”. An item keeps none that would be in the
+/// way of the update.
+enum class Flags { leave, apply };
+
 /// Whether large files go through the page cache.
 enum class PageCache {
     use,
@@ -52,6 +64,8 @@ struct TreeUpdate {
     Owners owners = Owners::all;
     PageCache pageCache = PageCache::use;
     HugePages hugePages = HugePages::none;
+    Flags flags = Flags::leave;
+    AttributeRoom attributeRoom = AttributeRoom::all;
     /// Gets the files of the source whose contents were not what its manifest lists when they were copied, if
     /// anybody wants to know.
     std::vector<std::uint32_t>* differing = nullptr;

@@ -27,7 +27,10 @@ void TreeUpdatePlan::separateKinds(const TreeManifest::Contents& source, const T
         if (other == noItem
             || (source.items[item].type == target.items[other].type
                 && source.items[item].device == target.items[other].device
-                && source.linkTarget(item) == target.linkTarget(other))) {
+                && source.linkTarget(item) == target.linkTarget(other)
+                // What cannot be listed cannot be removed one by one.
+                && (source.items[item].type == ItemType::folder
+                    || target.attributes(other) != unlistedAttributes()))) {
             continue;
         }
         if (extras == Extras::keep && target.items[other].type == ItemType::folder) {

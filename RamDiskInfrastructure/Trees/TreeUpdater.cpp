@@ -1,8 +1,10 @@
 #include "RamDiskInfrastructure/Trees/TreeUpdater.h"
 
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Trees/ItemMetadata.h"
+#include "RamDiskInfrastructure/Trees/ItemStatus.h"
 
 #include <algorithm>
 #include <memory>
@@ -39,6 +41,13 @@ bool openToOwner(int folder, const char* name) {
     throw SystemCallError("make", path);
 }
 
+/// By a descriptor of its own, which can be had whatever flags the item has.
+FileDescriptor openToFlag(FolderCursor& cursor, const TreeManifest::Contents& tree, std::uint32_t item) {
+    const int folder = cursor.open(tree.items[item].parent);
+    const auto name = item == 0 ? std::string(".") : std::string(tree.name(item));
+    return folder < 0 ? FileDescriptor() : openForReading(folder, name.c_str());
+}
+
 mode_t kindOf(ItemType type) {
     switch (type) {
     case ItemType::folder:
@@ -67,13 +76,56 @@ TreeUpdater::TreeUpdater(const TreeUpdate& update, const ProgressObserver& obser
       gone_(source_.items.size()) {}
 
 void TreeUpdater::perform() {
+    if (update_.flags == Flags::apply) {
+        liftFlags();
+    }
     openSealedFolders();
     removeItems();
     makeFolders();
     writeItems();
     makeLinks();
     finishFolders();
+    if (update_.flags == Flags::apply) {
+        setFlags();
+    }
     meter_.finish();
+}
+
+void TreeUpdater::liftFlags() {
+    std::vector<bool> isRemoved(target_.items.size());
+    for (const auto item : plan_.removals) {
+        isRemoved[item] = true;
+    }
+    FolderCursor cursor(update_.target, target_);
+    for (std::uint32_t item = 0; item < target_.items.size(); ++item) {
+        const bool isConcerned = plan_.pairing.ofTarget[item] != noItem || isRemoved[item];
+        if (target_.items[item].flags == 0 || !isConcerned
+            || (item == 0 && update_.rootMetadata == RootMetadata::leave)) {
+            continue;
+        }
+        const auto open = openToFlag(cursor, target_, item);
+        if (open ? !setItemFlags(open.get(), 0) : !isGone(errno)) {
+            throw SystemCallError("take the flags from", target_.path(item));
+        }
+    }
+}
+
+void TreeUpdater::setFlags() {
+    FolderCursor cursor(update_.target, source_);
+    for (std::uint32_t item = 0; item < source_.items.size(); ++item) {
+        if (source_.items[item].flags == 0 || gone_[item] != 0
+            || (item == 0 && update_.rootMetadata == RootMetadata::leave)) {
+            continue;
+        }
+        const auto open = openToFlag(cursor, source_, item);
+        if (open && setItemFlags(open.get(), source_.items[item].flags)) {
+            continue;
+        }
+        if (errno != EPERM && errno != ENOTTY && errno != EOPNOTSUPP && errno != EINVAL && !isGone(errno)) {
+            throw SystemCallError("set the flags of", source_.path(item));
+        }
+        traceRefused("restore", "FS_IOC_SETFLAGS", "“" + source_.path(item) + "” has no flags");
+    }
 }
 
 void TreeUpdater::openSealedFolders() {
@@ -243,7 +295,7 @@ void TreeUpdater::finishLargeFile(std::uint32_t item, Places& places) {
     }
     const auto open =
         openTarget(targetFolder(places.target, source_.items[item].parent), item, O_RDONLY | O_NONBLOCK);
-    applyMetadata(open.get(), source_, item, update_.owners);
+    apply(open.get(), item);
 }
 
 bool TreeUpdater::writeItem(std::uint32_t item, Places& places, FileWriter& writer) {
@@ -258,7 +310,7 @@ bool TreeUpdater::writeItem(std::uint32_t item, Places& places, FileWriter& writ
         const int folder = targetFolder(places.target, source_.items[item].parent);
         const bool isFile = source_.items[item].type == ItemType::file;
         const auto open = openTarget(folder, item, isFile ? O_RDONLY | O_NONBLOCK : O_PATH);
-        applyMetadata(open.get(), source_, item, update_.owners);
+        apply(open.get(), item);
     }
     return true;
 }
@@ -273,18 +325,25 @@ bool TreeUpdater::writeFile(std::uint32_t item, Places& places, FileWriter& writ
     if (plan_.steps[item] == UpdateStep::create) {
         const auto made = makeFile(item, places);
         isAsListed = writer.copyWhole(file, made, {source_, item});
-        applyMetadata(made.get(), source_, item, update_.owners);
+        apply(made.get(), item);
     } else {
         const int folder = targetFolder(places.target, source_.items[item].parent);
         const auto open = openTarget(folder, item, O_RDWR | O_NONBLOCK);
         isAsListed = writer.update(file, open, {source_, item}, {target_, plan_.pairing.ofSource[item]});
-        applyMetadata(open.get(), source_, item, update_.owners);
+        apply(open.get(), item);
         if (update_.pageCache == PageCache::bypass) {
             // It is to reach the device soon, which has little to do while the next ones are compared.
             static_cast<void>(::sync_file_range(open.get(), 0, 0, SYNC_FILE_RANGE_WRITE));
         }
     }
     return isAsListed;
+}
+
+void TreeUpdater::apply(int target, std::uint32_t item) const {
+    if (source_.attributes(item) == unlistedAttributes()) {
+        throw SystemCallError("list the attributes of", source_.path(item), E2BIG);
+    }
+    applyMetadata(target, source_, item, update_.owners, update_.attributeRoom);
 }
 
 FileDescriptor TreeUpdater::openSource(std::uint32_t item, Places& places) const {
@@ -359,7 +418,7 @@ void TreeUpdater::finishFolders() {
         if (!isDue || (item == 0 && update_.rootMetadata == RootMetadata::leave)) {
             continue;
         }
-        applyMetadata(targetFolder(cursor, item), source_, item, update_.owners);
+        apply(targetFolder(cursor, item), item);
     }
 }
 

@@ -23,6 +23,8 @@ private:
         FolderCursor target;
     };
 
+    /// Takes the flags from all items of the target that the update may change.
+    void liftFlags();
     void openSealedFolders();
     void removeItems();
     void makeFolders();
@@ -49,7 +51,10 @@ private:
     void tellDiffering(const std::vector<Job>& jobs) const;
     void makeLinks();
     void finishFolders();
+    void setFlags();
 
+    /// Gives an open item of the target its metadata.
+    void apply(int target, std::uint32_t item) const;
     /// No descriptor when the file is gone.
     [[nodiscard]] FileDescriptor openSource(std::uint32_t item, Places& places) const;
     [[nodiscard]] FileDescriptor makeFile(std::uint32_t item, Places& places) const;

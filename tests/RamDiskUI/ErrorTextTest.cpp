@@ -36,8 +36,8 @@ const auto errors = all<Error>(
     Error::NotEnoughSpaceForBenchmark{size}, Error::EraseFailed{why}, Error::TemplateNotFound{why},
     Error::BuiltInTemplate{why}, Error::FolderNotCreated{"F", why}, Error::BeingFilled{why},
     Error::PartlyFilled{why}, Error::IncorrectPassphrase{}, Error::FilesKeptChanging{},
-    Error::TemplateNameMissing{}, Error::ImageEjected{}, Error::DiskEjected{}, Error::ImageUnreadable{},
-    Error::NamesMerged{}, Error::ImageOpenAlready{}, Error::ImageStateUnknown{}, Error::ImageLeftOpen{});
+    Error::TemplateNameMissing{}, Error::ImageEjected{}, Error::DiskEjected{}, Error::ImageUnreadable{why},
+    Error::NamesMerged{}, Error::ImageOpenAlready{}, Error::ImageStateUnknown{why}, Error::ImageLeftOpen{});
 const auto issues =
     all<Issue::Case>(Issue::ForbiddenCharacter{why}, Issue::NameTooLong{255, FileSystem::apfsCaseSensitive},
                      Issue::NameInUse{why}, Issue::NameOfStartupDisk{why},

@@ -9,6 +9,7 @@
 #include "RamDiskInfrastructure/Trees/FileWriter.h"
 #include "RamDiskInfrastructure/Trees/FolderCursor.h"
 #include "RamDiskInfrastructure/Trees/ItemMetadata.h"
+#include "RamDiskInfrastructure/Trees/ItemStatus.h"
 #include "RamDiskInfrastructure/Trees/TreeComparison.h"
 
 #include <fmt/format.h>
@@ -96,11 +97,19 @@ void DamagedFiles::repairFrom(const std::filesystem::path& path, const FileDescr
         }
         const auto name = std::string(wanted.name(file));
         const auto sound = openForReading(from.open(held.items[other].parent), name.c_str());
+        // A file that nobody may write to is made writable for as long as it takes.
+        if (const auto flagged = openForReading(onto.open(wanted.items[file].parent), name.c_str());
+            wanted.items[file].flags != 0 && (!flagged || !setItemFlags(flagged.get(), 0))) {
+            return false;
+        }
         const auto broken = openItem(onto.open(wanted.items[file].parent), name.c_str(), O_RDWR | O_TRUNC);
         if (!sound || !broken || !writer.copyWhole(sound, broken, {wanted, file})) {
             return false;
         }
         applyMetadata(broken.get(), wanted, file, Owners::all);
+        if (wanted.items[file].flags != 0 && !setItemFlags(broken.get(), wanted.items[file].flags)) {
+            return false;
+        }
         trace("restore", "“{}” is put back from {}", wanted.path(file), path.native());
         return true;
     };

@@ -7,6 +7,8 @@
 #include "RamDiskInfrastructure/Linux/Host/MountTable.h"
 #include "RamDiskInfrastructure/Linux/SavedContents/LoopPartialImage.h"
 #include "RamDiskInfrastructure/Linux/SavedContents/LoopRestore.h"
+#include "RamDiskInfrastructure/Trees/ItemMetadata.h"
+#include "RamDiskInfrastructure/Trees/TreeComparison.h"
 #include "RamDiskInfrastructure/Trees/TreeContents.h"
 
 #include <fmt/format.h>
@@ -60,6 +62,38 @@ void holdDates(TreeManifest::Contents& tree) {
     }
 }
 
+/// Leaves out the attributes that the image does not hold, of items that have too many. The manifest itself
+/// holds them all.
+void holdAttributes(TreeManifest::Contents& said, const TreeManifest::Contents& held) {
+    const auto setCount = said.attributeSets.size();
+    if (std::all_of(said.attributeSets.begin(), said.attributeSets.end(), fitIntoBlock)) {
+        return;
+    }
+    const auto pairing = pairItems(said, held);
+    for (std::uint32_t item = 0; item < said.items.size(); ++item) {
+        const auto other = pairing.ofSource[item];
+        const auto set = said.items[item].attributes;
+        if (other == noItem || set >= setCount || fitIntoBlock(said.attributeSets[set])) {
+            continue;
+        }
+        auto attributes = said.attributeSets[set];
+        const auto& present = held.attributes(other);
+        std::erase_if(attributes, [&](const auto& attribute) {
+            return std::none_of(present.begin(), present.end(),
+                                [&](const auto& one) { return one.name == attribute.name; });
+        });
+        said.items[item].attributes = static_cast<std::uint32_t>(said.attributeSets.size());
+        said.attributeSets.push_back(std::move(attributes));
+    }
+}
+
+/// The items of an image have no flags: they would be in the way of the next save. The manifest has them.
+void holdFlags(TreeManifest::Contents& tree) {
+    for (auto& item : tree.items) {
+        item.flags = 0;
+    }
+}
+
 class LoopSource final : public MountedSource {
 public:
     LoopSource(MountedDisk disk, LatestCopy latest, const LinuxHost& host,
@@ -80,8 +114,7 @@ public:
         if (const auto lost = held ? unsavable().firstIn(held->manifest) : std::nullopt) {
             throw RamDiskError(RamDiskError::ContentsTransferFailed{
                 fmt::format("a saved copy cannot hold “{}” as it is now, and the latest copy holds it as it "
-                            "was. Remove it, "
-                            "or make it smaller or give it fewer names.",
+                            "was. Remove it, or make it smaller or give it fewer names or attributes.",
                             *lost)});
         }
         return std::make_unique<LoopPartialImage>(partial, request, *this, host_, runner_);
@@ -117,8 +150,11 @@ void LoopImageTool::verify(const std::filesystem::path& path, const VolumeProtec
         throw RamDiskError(RamDiskError::ContentsTransferFailed{"the copy does not tell what it holds."});
     }
     holdDates(said->contents());
+    holdFlags(said->contents());
     const ReadAhead reading(image.file().descriptor(), readAheadLimit(host_));
-    if (const auto difference = TreeManifest::scan(image.contents(), {}).firstDifference(*said)) {
+    const auto held = TreeManifest::scan(image.contents(), {});
+    holdAttributes(said->contents(), held.contents());
+    if (const auto difference = held.firstDifference(*said)) {
         throw RamDiskError(RamDiskError::ContentsTransferFailed{
             fmt::format("the copy differs from what was saved: {}", *difference)});
     }

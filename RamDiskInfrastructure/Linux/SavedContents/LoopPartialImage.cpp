@@ -190,6 +190,8 @@ void LoopPartialImage::fillOnce(const ProgressObserver& observer) {
     image_->undescribe();
     TreeUpdate update{source_.root(), source_.manifest(), image_->contents(), held, Extras::remove};
     update.pageCache = PageCache::bypass;
+    // The manifest has them all.
+    update.attributeRoom = AttributeRoom::whereThereIsRoom;
     std::vector<std::uint32_t> differing;
     update.differing = &differing;
     update.perform(observer);

@@ -107,7 +107,7 @@ SavedImageTool::Closing LoopRestore::perform(const ProgressObserver& observer) c
         }
         const auto* failed = dynamic_cast<const SystemCallError*>(&error);
         if (failed != nullptr && isDamage(*failed)) {
-            throw RamDiskError(RamDiskError::ImageUnreadable{});
+            throw RamDiskError(RamDiskError::ImageUnreadable{error.what()});
         }
         if (failed != nullptr && isLackOfRoom(*failed) && couldHaveHadRoom(image, disk)) {
             throw CopyNeedsRoom(RamDiskError::ContentsTransferFailed{error.what()});
@@ -161,6 +161,7 @@ void LoopRestore::copy(const OpenImage& image, const MountedDisk& disk,
     const auto extras = request_.mode == RestoreMode::fill ? Extras::keep : Extras::remove;
     TreeUpdate update{image.contents(), *saved, disk.root(), present, extras};
     update.pageCache = PageCache::bypass;
+    update.flags = Flags::apply;
     if (isMemoryIdle(saved->byteCount())) {
         update.hugePages = disk.hugePages(host_);
         if (update.hugePages == HugePages::none) {

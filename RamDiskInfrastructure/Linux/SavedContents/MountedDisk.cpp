@@ -138,7 +138,9 @@ SaveSource::Status MountedSource::takeStatus(const ProgressObserver& observer) {
     forgetMark(now);
     // A second look at a watched disk takes unchanged folders from the first, without what was left out.
     auto unsavable = UnsavableFiles::takeFrom(now);
-    if (!watch_ || !manifest_ || unsavable.text()) {
+    if (watch_ && manifest_) {
+        unsavable_.add(std::move(unsavable));
+    } else {
         unsavable_ = std::move(unsavable);
     }
     const bool isSame = !std::exchange(isDistrusted_, false) && manifest_ && !now.firstDifference(*manifest_);

@@ -111,7 +111,7 @@ OpenImage OpenImage::mountOn(ImageFile file, LoopDevice loop, LoopAccess access,
             throw RamDiskError(RamDiskError::ContentsTransferFailed{
                 fmt::format("keeping files needs the right to mount: {}.", error.what())});
         }
-        throw RamDiskError(RamDiskError::ImageUnreadable{});
+        throw RamDiskError(RamDiskError::ImageUnreadable{error.what()});
     }
     auto saved = openFolder(mount->root().get(), savedFolder);
     if (!saved) {

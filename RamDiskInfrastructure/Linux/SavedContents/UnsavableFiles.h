@@ -3,26 +3,31 @@
 #include "RamDiskInfrastructure/Trees/TreeManifest.h"
 
 #include <optional>
+#include <set>
 #include <string>
-#include <vector>
 
 namespace ramdisk {
 
-/// What a disk in memory holds and the file system of an image cannot: files of more than 16 TiB, which are
-/// mostly holes, and the names of a file beyond 65,000.
+/// What a disk in memory holds and a copy cannot: files of more than 16 TiB, which are mostly holes, the
+/// names of a file beyond 65,000, and attributes whose names take more than 64 KiB, which the kernel does not
+/// list.
 class UnsavableFiles {
 public:
-    /// Takes them out of the manifest.
+    /// Takes them out of the manifest. An item stays in it without its attributes.
     static UnsavableFiles takeFrom(TreeManifest& manifest);
+    /// Counts these as well, with those that are there.
+    void add(UnsavableFiles more);
 
     /// What they are and that the rest is saved. Absent when there are none.
     [[nodiscard]] std::optional<std::string> text() const;
-    /// One of them that the other tree has. It would be lost with the copy of that tree.
+    /// One of them of which the other tree has what is taken out. It would be lost with the copy of that
+    /// tree.
     [[nodiscard]] std::optional<std::string> firstIn(const TreeManifest& other) const;
 
 private:
-    std::vector<std::string> paths_;
-    std::string names_;
+    std::set<std::string> paths_;
+    /// The items whose attributes were taken out.
+    std::set<std::string> unlisted_;
 };
 
 } // namespace ramdisk

@@ -219,11 +219,13 @@ TEST_F(HDIUtilContentArchiverTest, AToolThatFailsFailsTheSave) {
     const auto before = saved();
     mac->attaching = ScriptedMac::Attaching::fails;
     EXPECT_EQ(textOf([&] { archiver.save(saving(), {}); }),
-              "The disk image holds no volume that can be read.");
+              "The disk image holds no volume that can be read: hdiutil: hdiutil: attach failed - no "
+              "mountable file systems");
     EXPECT_THAT(ran(), Contains("hdiutil detach -quiet -force mounts/RamDisk-"));
     mac->attaching = ScriptedMac::Attaching::mountsNothing;
-    EXPECT_EQ(textOf([&] { archiver.save(saving(), {}); }),
-              "The disk image holds no volume that can be read.");
+    EXPECT_EQ(
+        textOf([&] { archiver.save(saving(), {}); }),
+        "The disk image holds no volume that can be read: hdiutil attached it, and no volume was mounted.");
     mac->attaching = ScriptedMac::Attaching::works;
     mac->detachingOfImages = ScriptedMac::Detaching::busy;
     EXPECT_EQ(
@@ -252,8 +254,10 @@ TEST_F(HDIUtilContentArchiverTest, ARestoreSaysWhyItFailed) {
     encrypt();
 
     mac->script("/usr/bin/hdiutil info -plist", {1, "", "hdiutil: info failed\n"});
-    EXPECT_EQ(textOf(open),
-              "Whether the disk image is open already could not be told. Try again in a moment.");
+    EXPECT_EQ(
+        textOf(open),
+        "Whether the disk image is open already could not be told: hdiutil: hdiutil: info failed. Try again "
+        "in a moment.");
     auto& foreign = mac->attachForeign(files.latest.string(), "Work");
     EXPECT_EQ(textOf(open), "The disk image is open already. Eject it, then try again.");
     EXPECT_EQ(archiver.describe(files.latest, protection).openAt, foreign.volume->mountPoint);
@@ -263,7 +267,8 @@ TEST_F(HDIUtilContentArchiverTest, ARestoreSaysWhyItFailed) {
     EXPECT_EQ(textOf(open), "The disk image was ejected before all its files were copied.");
     mac->whileCopying = {};
     write(files.latest, "no image");
-    EXPECT_EQ(textOf(open), "The disk image holds no volume that can be read.");
+    EXPECT_EQ(textOf(open), "The disk image holds no volume that can be read: hdiutil: hdiutil: isencrypted "
+                            "failed - image not recognized");
     fs::remove(files.latest);
     EXPECT_EQ(textOf(open), "The disk image was ejected before all its files were copied.");
 }

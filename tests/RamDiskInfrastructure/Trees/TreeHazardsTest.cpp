@@ -1,8 +1,9 @@
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
-#include "tests/support/Linux/TreeDescription.h"
+#include "RamDiskInfrastructure/Trees/TreeContents.h"
 #include "tests/support/Linux/TestMachine.h"
 #include "tests/support/Linux/TestMount.h"
+#include "tests/support/Linux/TreeDescription.h"
 #include "tests/support/ScratchFolder.h"
 
 #include <gmock/gmock.h>
@@ -255,9 +256,16 @@ TEST(TreeManifestTest, AFileThatIsDamagedIsAbsentAndNeverACrash) {
     fs::create_directory(scratch.path() / "tree");
     makeOddTree(scratch.path() / "tree");
     fs::remove(scratch.path() / "tree/big");
-    const auto manifest = scanTree(scratch.path() / "tree");
+    auto manifest = scanTree(scratch.path() / "tree");
     const FileDescriptor file(open((scratch.path() / "file").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
     manifest.write(file);
+    EXPECT_THAT(scratch.read("file"), testing::StartsWith("RAMDISK TREES 1\n"))
+        << "as former versions read it";
+    EXPECT_TRUE(TreeManifest::read(file));
+    manifest.contents().items.front().flags = immutableFlag;
+    manifest.contents().items[1].flags = noDumpFlag;
+    manifest.write(file);
+    EXPECT_THAT(scratch.read("file"), testing::StartsWith("RAMDISK TREES 2\n"));
     const auto whole = scratch.read("file");
     const auto again = TreeManifest::read(file);
     ASSERT_TRUE(again);

@@ -5,10 +5,13 @@
 #include <atomic>
 #include <chrono>
 #include <deque>
+#include <fstream>
 #include <functional>
 #include <thread>
 
 #include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
@@ -165,6 +168,100 @@ TEST(SavedDisk, KeepsDatesThatItsImageCannotHold) {
     EXPECT_EQ(SavingMachine::difference(disk, onto), "");
 }
 
+/// Gives an item attributes with names of 200 characters.
+void addAttributes(const fs::path& item, int count, const std::string& value) {
+    for (int number = 0; number < count; ++number) {
+        const auto name = "user." + std::string(195, 'n') + std::to_string(number);
+        ASSERT_EQ(setxattr(item.c_str(), name.c_str(), value.data(), value.size(), 0), 0);
+    }
+}
+
+int flagsOf(const fs::path& item) {
+    const FileDescriptor open(::open(item.c_str(), O_RDONLY | O_CLOEXEC));
+    int flags = 0;
+    EXPECT_EQ(ioctl(open.get(), FS_IOC_GETFLAGS, &flags), 0) << item;
+    return flags & (FS_IMMUTABLE_FL | FS_APPEND_FL | FS_NODUMP_FL);
+}
+
+void setFlags(const fs::path& item, int wanted) {
+    const FileDescriptor open(::open(item.c_str(), O_RDONLY | O_CLOEXEC));
+    int flags = 0;
+    ASSERT_EQ(ioctl(open.get(), FS_IOC_GETFLAGS, &flags), 0) << item;
+    flags = (flags & ~(FS_IMMUTABLE_FL | FS_APPEND_FL | FS_NODUMP_FL)) | wanted;
+    ASSERT_EQ(ioctl(open.get(), FS_IOC_SETFLAGS, &flags), 0) << item;
+}
+
+TEST(SavedDisk, KeepsFlagsAndIsReplacedAsAWholeInSpiteOfThem) {
+    SKIP_UNLESS_ROOT();
+    for (const char* format : {"hfs+", "jhfs+"}) {
+        SCOPED_TRACE(format);
+        SavedDisk world;
+        const auto disk = world.disk("A", format, "48M");
+        const auto onto = world.disk("B", format, "48M");
+        const auto tree = *disk.mountPoint / "tree";
+        const std::pair<const char*, int> flagged[] = {
+            {"sealed/inner", FS_IMMUTABLE_FL},           {"sealed", FS_IMMUTABLE_FL}, {"log", FS_APPEND_FL},
+            {"log folder", FS_APPEND_FL | FS_NODUMP_FL}, {"unsaved", FS_NODUMP_FL},   {".", FS_IMMUTABLE_FL}};
+        fs::create_directories(tree / "sealed");
+        fs::create_directories(tree / "log folder");
+        for (const char* name : {"sealed/inner", "log", "log folder/file", "unsaved"}) {
+            writeFile(tree / name, std::string(5000, 'x') + name);
+        }
+        fs::create_hard_link(tree / "sealed/inner", tree / "second name");
+        EXPECT_EQ(world.keep(disk), SaveOutcome::saved);
+        for (const auto& [name, flags] : flagged) {
+            setFlags(tree / name, flags);
+        }
+        EXPECT_EQ(world.keep(disk, 1), SaveOutcome::saved) << "flags are a change";
+        EXPECT_EQ(world.keep(disk, 1), SaveOutcome::nothingChanged);
+        world.restore(onto);
+        EXPECT_EQ(SavingMachine::difference(disk, onto), "");
+        for (const auto& [name, flags] : flagged) {
+            EXPECT_EQ(flagsOf(*onto.mountPoint / "tree" / name), flags) << name;
+        }
+        // What is not in the copy goes, and what is gets its place, whatever flags it had.
+        setFlags(*onto.mountPoint / "tree", 0);
+        fs::create_directories(*onto.mountPoint / "tree/more/below");
+        for (const char* name : {"tree/more/below", "tree/more", "tree/unsaved", "tree"}) {
+            setFlags(*onto.mountPoint / name, FS_IMMUTABLE_FL | FS_APPEND_FL);
+        }
+        const auto restore = [&](const fs::path& image) {
+            world.archiver.restore({image, world.files, onto, {}, RestoreMode::replace}, {});
+        };
+        restore(world.files.latest);
+        EXPECT_EQ(SavingMachine::difference(disk, onto), "");
+        restore(world.archiver.copies(world.files).at(1).image);
+        for (const auto& [name, flags] : flagged) {
+            EXPECT_EQ(flagsOf(*onto.mountPoint / "tree" / name), 0) << name;
+        }
+        fs::remove(*onto.mountPoint / "tree/second name");
+    }
+}
+
+TEST(SavedDisk, KeepsAttributesThatItsImageCannotHold) {
+    SKIP_UNLESS_ROOT();
+    SavedDisk world;
+    const auto disk = world.disk("A", "hfs+", "48M");
+    const auto onto = world.disk("B", "hfs+", "48M");
+    const auto tree = *disk.mountPoint / "tree";
+    fs::create_directories(tree / "folder");
+    for (const char* name : {"folder", "file", "few"}) {
+        std::ofstream(tree / name) << name;
+        addAttributes(tree / name, 100, "value");
+    }
+    fs::create_hard_link(tree / "file", tree / "second name");
+    EXPECT_EQ(world.keep(disk), SaveOutcome::saved) << "verified";
+    EXPECT_EQ(world.keep(disk), SaveOutcome::nothingChanged);
+    for (int number = 1; number < 100; ++number) {
+        const auto name = "user." + std::string(195, 'n') + std::to_string(number);
+        ASSERT_EQ(removexattr((tree / "few").c_str(), name.c_str()), 0);
+    }
+    addAttributes(tree / "file", 150, std::string(3000, 'v'));
+    EXPECT_EQ(world.keep(disk), SaveOutcome::saved) << "in an image that held others";
+    world.restore(onto);
+    EXPECT_EQ(SavingMachine::difference(disk, onto), "");
+}
+
 TEST(SavedDisk, KeepsTheRestOfWhatNoImageCanHold) {
     SKIP_UNLESS_ROOT();
     struct Row {
@@ -174,14 +271,17 @@ TEST(SavedDisk, KeepsTheRestOfWhatNoImageCanHold) {
     const Row rows[] = {
         {"tree/big",
          [](const fs::path& tree) { ASSERT_EQ(truncate((tree / "big").c_str(), off_t{20} << 40), 0); }},
-        {"tree/names", [](const fs::path& tree) {
+        {"tree/names",
+         [](const fs::path& tree) {
              fs::create_directory(tree / "names");
              for (int number = 0; number < 65001; ++number) {
                  ASSERT_EQ(link((tree / "big").c_str(), (tree / "names" / std::to_string(number)).c_str()),
                            0);
              }
-         }}};
+         }},
+        {"tree/big", [](const fs::path& tree) { addAttributes(tree / "big", 400, "too many to list"); }}};
     for (const auto& row : rows) {
+        const bool hasAttributes = &row == std::end(rows) - 1;
         for (const bool wasSaved : {false, true}) {
             if (wasSaved && row.name[5] == 'n') {
                 continue;
@@ -195,6 +295,7 @@ TEST(SavedDisk, KeepsTheRestOfWhatNoImageCanHold) {
             writeFile(tree / "rest", "precious");
             if (wasSaved) {
                 writeFile(tree / "big", "small");
+                addAttributes(tree / "big", 1, "kept");
                 world.keep(disk);
             }
             writeFile(tree / "big", "small");
@@ -204,11 +305,19 @@ TEST(SavedDisk, KeepsTheRestOfWhatNoImageCanHold) {
             for (int time = 0; time < 2; ++time) {
                 const auto failure = failureOf([&] { world.keep(disk); });
                 EXPECT_THAT(failure, HasSubstr(isLost ? "and the latest copy holds it as it was" : row.name));
-                EXPECT_EQ(failure.find("All other files are saved.") == std::string::npos, isLost);
+                EXPECT_EQ(
+                    failure.find(hasAttributes ? "Everything else is saved." : "All other files are saved.")
+                        == std::string::npos,
+                    isLost);
             }
             world.restore(onto);
             EXPECT_EQ(readFile(*onto.mountPoint / "tree/rest"), isLost ? "precious" : "newer");
-            EXPECT_EQ(fs::exists(*onto.mountPoint / "tree/big"), isLost || row.name[5] == 'n');
+            EXPECT_EQ(fs::exists(*onto.mountPoint / "tree/big"),
+                      isLost || hasAttributes || row.name[5] == 'n');
+            if (hasAttributes) {
+                world.archiver.restore({world.files.latest, world.files, disk, {}, RestoreMode::replace}, {});
+                EXPECT_EQ(SavingMachine::difference(disk, onto), "") << "put back over what none can list";
+            }
         }
     }
 }

@@ -420,9 +420,11 @@ ReleaseOutcome SessionLifecycleUseCase::eject(const RamDisk& disk, const std::op
 /// Takes the tools' folders off the disk. One that a program uses would keep the disk.
 void SessionLifecycleUseCase::leaveFolders(const RamDisk& disk, Force force, LeaveResult& result) {
     for (auto& failure : redirects_->undo(disk.name, force)) {
-        if (failure.kind == RedirectFailure::Kind::inUse && force == Force::no && !result.ejectError) {
-            result.ejectError = RamDiskError(RamDiskError::EjectFailed{
-                disk.device, std::get<std::string>(failure.message), EjectObstacle::busy});
+        if (failure.kind == RedirectFailure::Kind::inUse && !result.ejectError) {
+            // Forced, only what force does not help against is left.
+            result.ejectError = RamDiskError(
+                RamDiskError::EjectFailed{disk.device, std::get<std::string>(failure.message),
+                                          force == Force::yes ? EjectObstacle::other : EjectObstacle::busy});
         } else {
             result.redirectFailures.push_back(std::move(failure));
         }

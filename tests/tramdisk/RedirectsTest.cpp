@@ -47,6 +47,18 @@ TEST_F(Redirects, AFolderInUseKeepsTheDiskUntilItIsForced) {
         expectTold(redirects({}), 0, "covered by another mount");
         expectTold(machine->run({"eject", "Dev"}), 1, "The disk is in use: Something else is mounted over");
     }
+    {
+        const TmpfsMount inner(folder / "inner");
+        writeFile(folder / "inner/file", "precious");
+        for (const std::vector<std::string>& command :
+             {std::vector<std::string>{"eject", "Dev"},
+              {"eject", "Dev", "--force"},
+              {"redirects", "remove", "Dev", "folder:p/target", "--discard"}}) {
+            expectTold(machine->run(command), 1,
+                       "another volume is mounted on it, at “" + (folder / "inner").string() + "”.");
+            EXPECT_EQ(readFile(folder / "inner/file"), "precious");
+        }
+    }
     const FileDescriptor user(open((folder / "new").c_str(), O_RDONLY | O_CLOEXEC));
     expectTold(machine->run({"eject", "Dev"}), 1, "p/target” is kept busy by ");
     EXPECT_EQ(readFile(folder / "new"), "new");

@@ -308,6 +308,11 @@ ShutdownReport SessionLifecycleUseCase::quit(Force force, const Observer& observ
         traceCaught("redirects", "the list is made anew before the disks go");
         report.redirectFailures = repaired(*redirects_);
     }
+    if (redirects_->notUnderstood() > 0) {
+        report.redirectFailures.push_back({{.id = UUID::random(), .diskName = ""},
+                                           "The list of folders that are kept on disks has entries that are "
+                                           "not understood. See `tramdisk redirects`."});
+    }
     auto disks = services_.list->listOwn();
     // One without a mount point was ejected before, and only its memory is not back yet.
     std::erase_if(disks, [this, known = profiles_->list()](const RamDisk& disk) {

@@ -119,5 +119,49 @@ TEST_F(Redirects, ADamagedListIsToldEverywhereAndRepaired) {
     EXPECT_EQ(machine->run({"eject", "Dev"}).status, 0);
 }
 
+TEST_F(Redirects, WhatStandsWithoutAnUnderstoodEntryComesBack) {
+    const auto file = machine->folder() / "home/data/Tavrin RamDisk/Folder Redirects.json";
+    for (const auto* const rung : {"kernel", "folder"}) {
+        for (const auto* const damage : {"misspelt", "[]", "missing"}) {
+            for (const auto* const command : {"eject", "repair"}) {
+                SCOPED_TRACE(std::string(rung) + " " + damage + " " + command);
+                machine->environment["TRAMDISK_HOST"] = rung;
+                add();
+                machine->environment.erase("TRAMDISK_HOST");
+                auto text = readFile(file);
+                fs::remove(file);
+                if (const std::string kind = damage; kind == "misspelt") {
+                    writeFile(file, text.replace(text.find("diskName"), 8, "diskNme"));
+                } else if (kind == "[]") {
+                    writeFile(file, damage);
+                }
+                const bool isEject = std::string(command) == "eject";
+                const auto outcome = isEject ? machine->run({"eject", "Dev"}) : redirects({command});
+                EXPECT_THAT(outcome.err, HasSubstr("“p/target” was still on a disk"));
+                EXPECT_FALSE(fs::is_symlink(folder));
+                EXPECT_EQ(readFile(folder / "mine"), "old");
+                fs::remove(file);
+                if (isEject) {
+                    EXPECT_EQ(outcome.status, 0) << outcome.err;
+                    mountPoint = machine->create("Dev", {"--size", "8M"}).at("mountPoint").get<std::string>();
+                }
+            }
+        }
+    }
+}
+
+TEST_F(Redirects, AnEjectThatDoesNotFindALinkFails) {
+    machine->environment["TRAMDISK_HOST"] = "folder";
+    add();
+    machine->environment.erase("TRAMDISK_HOST");
+    const auto parent = folder.parent_path();
+    fs::rename(parent, machine->folder() / "home/moved");
+    fs::create_directories(folder);
+    const auto outcome = machine->run({"eject", "Dev"});
+    EXPECT_EQ(outcome.status, 1) << outcome.err;
+    EXPECT_THAT(outcome.err, HasSubstr("p/target"));
+    EXPECT_THAT(machine->list(), IsEmpty());
+}
+
 } // namespace
 } // namespace ramdisk::test

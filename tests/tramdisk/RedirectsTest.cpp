@@ -80,6 +80,7 @@ TEST_F(Redirects, FilesOnTheDiskGoOnlyWhereTheyAreToldTo) {
     add();
     writeFile(folder / "new", std::string(5000, 'x'));
     expectTold(redirects({"remove", "Dev", "folder:p/target"}), 1, "--keep-files");
+    expectTold(redirects({"add", "Dev", "folder:p/target"}), 0, "It has files on the disk already");
     expectTold(redirects({"remove", "Dev", "folder:p/target", "--discard", "--forget"}), 2, "Give one of");
     expectTold(redirects({"remove", "Dev", "folder:p/target", "--keep-files"}), 0,
                "p/target.ramdisk-original”.");
@@ -93,6 +94,9 @@ TEST_F(Redirects, FilesOnTheDiskGoOnlyWhereTheyAreToldTo) {
                                 {"redirects", "add", "Dev", "folder:../x"}}) {
         expectTold(machine->run(command), 1, "“../x” is not a folder to make on the disk.");
     }
+    expectTold(redirects({"add", "Dev", "folder:p/target"}), 0, "Starts empty");
+    EXPECT_EQ(machine->run({"eject", "Dev"}).status, 0);
+    expectTold(redirects({"remove", "Dev", "folder:p/target"}), 0, "“Dev” is not mounted.");
 }
 
 TEST_F(Redirects, ADamagedListIsToldEverywhereAndRepaired) {

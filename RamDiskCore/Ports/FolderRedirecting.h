@@ -26,6 +26,10 @@ struct RedirectPlace {
 /// What a folder on a disk begins with, if there is none yet.
 enum class RedirectStart { empty, copyOfOriginal };
 
+/// Where redirects that stand are looked for: among the mounts and on the disks, or below the home folder
+/// too, which takes seconds.
+enum class StandingSearch { disks, homeFolder };
+
 /// Neither the link nor the original of a redirect is where it was recorded. The text says where to look.
 class OriginalNotFound : public std::runtime_error {
 public:
@@ -141,7 +145,7 @@ public:
     /// machine shows it. Looks for a few seconds at most. The disk of each has the name of its mount folder.
     /// @param mountPoints of the disks that are there.
     [[nodiscard]] virtual std::vector<FolderRedirect>
-    standing(const std::vector<std::filesystem::path>& /*mountPoints*/) const {
+    standing(const std::vector<std::filesystem::path>& /*mountPoints*/, StandingSearch /*search*/) const {
         return {};
     }
 

@@ -30,6 +30,16 @@ auto isOneOf(const FolderRedirecting& redirecting, const Targets& targets) {
     };
 }
 
+std::vector<std::filesystem::path> mountPointsOf(const std::vector<RamDisk>& disks) {
+    std::vector<std::filesystem::path> found;
+    for (const auto& disk : disks) {
+        if (disk.mountPoint) {
+            found.push_back(*disk.mountPoint);
+        }
+    }
+    return found;
+}
+
 void requireMounted(const RamDisk& disk) {
     if (!disk.mountPoint) {
         throw RamDiskError(RamDiskError::NotMounted{disk.device});
@@ -317,16 +327,33 @@ FolderRedirectsUseCase::Failures FolderRedirectsUseCase::apply(const RamDisk& di
 }
 
 FolderRedirectsUseCase::Failures FolderRedirectsUseCase::undo(const std::string& diskName, Force force) {
-    const auto stored = redirects(diskName);
-    if (std::none_of(stored.begin(), stored.end(), mayBeInPlace)) {
+    const auto mountPoint = whereMounted(diskName);
+    const auto strays = [&](const RedirectRepository::List& known) {
+        auto found = mountPoint ? unlisted(*redirecting_, known, {*mountPoint},
+                                           repository_->notUnderstood() > 0 ? StandingSearch::homeFolder
+                                                                            : StandingSearch::disks)
+                                : std::vector<FolderRedirect>();
+        std::erase_if(found, [&](const FolderRedirect& stray) {
+            return linkOf(stray).parent_path().parent_path() != *mountPoint;
+        });
+        return found;
+    };
+    const auto stored = readList();
+    if (std::none_of(stored.begin(), stored.end(),
+                     [&](const auto& one) { return isOf(diskName)(one) && mayBeInPlace(one); })
+        && strays(stored).empty()) {
         return {};
     }
     return inSession([&](RedirectSession& session) {
+        const auto notListed = strays(session.list());
         if (force == Force::yes) {
             session.useForce();
         }
         for (auto* const redirect : session.inReverse(isOf(diskName))) {
             session.undo(*redirect);
+        }
+        for (const auto& stray : notListed) {
+            session.takeAway(stray);
         }
     });
 }
@@ -356,18 +383,13 @@ FolderRedirectsUseCase::Failures FolderRedirectsUseCase::undoLost() {
 FolderRedirectsUseCase::Failures FolderRedirectsUseCase::rebuildList() {
     Failures told;
     const auto disks = inventory_->list();
-    std::vector<std::filesystem::path> mountPoints;
-    for (const auto& disk : disks) {
-        if (disk.mountPoint) {
-            mountPoints.push_back(*disk.mountPoint);
-        }
-    }
+    const auto mountPoints = mountPointsOf(disks);
     repository_
         ->update([&] {
             if (repository_->isReadable()) {
                 return;
             }
-            auto found = redirecting_->standing(mountPoints);
+            auto found = redirecting_->standing(mountPoints, StandingSearch::homeFolder);
             for (auto& redirect : found) {
                 for (const auto& disk : disks) {
                     if (disk.mountPoint && disk.mountPoint->filename() == redirect.diskName) {
@@ -391,8 +413,14 @@ FolderRedirectsUseCase::Failures FolderRedirectsUseCase::repair() {
     for (auto& failure : undoLost()) {
         failures.push_back(std::move(failure));
     }
-    if (!redirecting_->strayMounts(list()).empty()) {
+    const auto mountPoints = mountPointsOf(inventory_->list());
+    const auto search = repository_->notUnderstood() > 0 ? StandingSearch::homeFolder : StandingSearch::disks;
+    if (!unlisted(*redirecting_, list(), mountPoints, search).empty()
+        || !redirecting_->strayMounts(list()).empty()) {
         const auto strays = inSession([&](RedirectSession& session) {
+            for (const auto& stray : unlisted(*redirecting_, session.list(), mountPoints, search)) {
+                session.takeAway(stray);
+            }
             for (const auto& stray : redirecting_->strayMounts(session.list())) {
                 session.takeAway(stray);
             }

@@ -103,4 +103,28 @@ std::vector<FolderRedirect> dropWhatGivesWay(const FolderRedirecting& redirectin
     return dropped;
 }
 
+std::filesystem::path linkOf(const FolderRedirect& redirect) {
+    const auto* const linked =
+        redirect.restoreState ? std::get_if<RedirectRestoreState::LinkedFolder>(&redirect.restoreState->value)
+                              : nullptr;
+    return linked != nullptr ? std::filesystem::path(linked->link) : std::filesystem::path();
+}
+
+std::vector<FolderRedirect> unlisted(const FolderRedirecting& redirecting,
+                                     const std::vector<FolderRedirect>& list,
+                                     const std::vector<std::filesystem::path>& mountPoints,
+                                     StandingSearch search) {
+    auto found = redirecting.standing(mountPoints, search);
+    std::erase_if(found, [&](const FolderRedirect& one) {
+        const auto name = linkOf(one).filename();
+        return redirecting.place(one.target).nameOnDisk != name
+               || std::any_of(list.begin(), list.end(), [&](const FolderRedirect& known) {
+                      return mayBeInPlace(known)
+                             && (linkOf(known).filename() == name
+                                 || overlap(redirecting, known.target, one.target));
+                  });
+    });
+    return found;
+}
+
 } // namespace ramdisk

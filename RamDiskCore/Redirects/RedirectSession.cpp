@@ -174,7 +174,8 @@ void RedirectSession::takeAway(const FolderRedirect& stray) {
              "“" + shownName(redirecting_.place(stray.target))
                  + "” was still on a disk, although no redirect is stored for it. The original is back.");
     } catch (const std::exception& error) {
-        fail(stray, error);
+        // No later start would know of it, so its disk has to stay.
+        fail(stray, FolderInUse(error.what()));
     }
 }
 

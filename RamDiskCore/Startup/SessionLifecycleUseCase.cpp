@@ -308,6 +308,11 @@ ShutdownReport SessionLifecycleUseCase::quit(Force force, const Observer& observ
         traceCaught("redirects", "the list is made anew before the disks go");
         report.redirectFailures = repaired(*redirects_);
     }
+    if (redirects_->notUnderstood() > 0) {
+        report.redirectFailures.push_back({{.id = UUID::random(), .diskName = ""},
+                                           "The list of folders that are kept on disks has entries that are "
+                                           "not understood. See `tramdisk redirects`."});
+    }
     auto disks = services_.list->listOwn();
     // One without a mount point was ejected before, and only its memory is not back yet.
     std::erase_if(disks, [this, known = profiles_->list()](const RamDisk& disk) {
@@ -420,9 +425,11 @@ ReleaseOutcome SessionLifecycleUseCase::eject(const RamDisk& disk, const std::op
 /// Takes the tools' folders off the disk. One that a program uses would keep the disk.
 void SessionLifecycleUseCase::leaveFolders(const RamDisk& disk, Force force, LeaveResult& result) {
     for (auto& failure : redirects_->undo(disk.name, force)) {
-        if (failure.kind == RedirectFailure::Kind::inUse && force == Force::no && !result.ejectError) {
-            result.ejectError = RamDiskError(RamDiskError::EjectFailed{
-                disk.device, std::get<std::string>(failure.message), EjectObstacle::busy});
+        if (failure.kind == RedirectFailure::Kind::inUse && !result.ejectError) {
+            // Forced, only what force does not help against is left.
+            result.ejectError = RamDiskError(
+                RamDiskError::EjectFailed{disk.device, std::get<std::string>(failure.message),
+                                          force == Force::yes ? EjectObstacle::other : EjectObstacle::busy});
         } else {
             result.redirectFailures.push_back(std::move(failure));
         }

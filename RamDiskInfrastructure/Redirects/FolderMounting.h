@@ -36,7 +36,8 @@ public:
 
     /// Takes away what is mounted on the folder at `place`, which is looked up by its name in `parent` and no
     /// link followed. Nothing is done if nothing is mounted.
-    /// @throws FolderInUse when that is refused; if forced, not because a program uses the folder.
+    /// @throws FolderInUse when that is refused; if forced, not because a program uses the folder,
+    ///         but when something else is mounted in it.
     virtual void unmount(const FileDescriptor& parent, const std::filesystem::path& place, Force force) = 0;
 };
 

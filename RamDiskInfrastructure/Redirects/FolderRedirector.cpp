@@ -337,9 +337,9 @@ void FolderRedirector::tidyOnDisk(const FolderRedirect& redirect, const std::fil
     removeEmptyFolderOnDisk(mountPoint, nameOnDisk(redirect.target));
 }
 
-std::vector<FolderRedirect>
-FolderRedirector::standing(const std::vector<std::filesystem::path>& mountPoints) const {
-    return findStandingRedirects(home_, mounted_.mounts(), mountPoints,
+std::vector<FolderRedirect> FolderRedirector::standing(const std::vector<std::filesystem::path>& mountPoints,
+                                                       StandingSearch search) const {
+    return findStandingRedirects(home_, mounted_.mounts(), mountPoints, search,
                                  [](const std::filesystem::path& folder) { return nameOfFolder(folder); });
 }
 

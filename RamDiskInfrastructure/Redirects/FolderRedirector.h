@@ -62,8 +62,8 @@ public:
                                                     const RedirectTarget& target,
                                                     const std::filesystem::path& mountPoint) override;
     void tidyOnDisk(const FolderRedirect& redirect, const std::filesystem::path& mountPoint) override;
-    [[nodiscard]] std::vector<FolderRedirect>
-    standing(const std::vector<std::filesystem::path>& mountPoints) const override;
+    [[nodiscard]] std::vector<FolderRedirect> standing(const std::vector<std::filesystem::path>& mountPoints,
+                                                       StandingSearch search) const override;
     [[nodiscard]] std::vector<FolderRedirect>
     strayMounts(const std::vector<FolderRedirect>& known) const override;
     [[nodiscard]] std::vector<std::filesystem::path>

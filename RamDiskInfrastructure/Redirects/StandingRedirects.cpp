@@ -142,7 +142,7 @@ private:
 
 std::vector<FolderRedirect>
 findStandingRedirects(const fs::path& home, const std::vector<FolderMounting::Mounted>& mounts,
-                      const std::vector<fs::path>& mountPoints,
+                      const std::vector<fs::path>& mountPoints, StandingSearch reach,
                       const std::function<std::string(const fs::path&)>& nameOnDisk) {
     std::error_code error;
     const auto root = fs::canonical(home, error);
@@ -160,7 +160,9 @@ findStandingRedirects(const fs::path& home, const std::vector<FolderMounting::Mo
             search.takeLink(root / folderOfName(entry->path().filename().string()));
         }
     }
-    search.searchHome();
+    if (reach == StandingSearch::homeFolder) {
+        search.searchHome();
+    }
     return search.found();
 }
 

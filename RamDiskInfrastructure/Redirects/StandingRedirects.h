@@ -1,5 +1,6 @@
 #pragma once
 
+#include "RamDiskCore/Ports/FolderRedirecting.h"
 #include "RamDiskCore/Values/FolderRedirect.h"
 #include "RamDiskInfrastructure/Redirects/FolderMounting.h"
 
@@ -17,7 +18,7 @@ namespace ramdisk {
 /// disks at `mountPoints` hold is found however deep it lies.
 [[nodiscard]] std::vector<FolderRedirect>
 findStandingRedirects(const std::filesystem::path& home, const std::vector<FolderMounting::Mounted>& mounts,
-                      const std::vector<std::filesystem::path>& mountPoints,
+                      const std::vector<std::filesystem::path>& mountPoints, StandingSearch reach,
                       const std::function<std::string(const std::filesystem::path&)>& nameOnDisk);
 
 } // namespace ramdisk

@@ -55,9 +55,15 @@ RamDiskError asUserCallsIt(const RamDiskError& error, const RamDiskReference& re
                : error;
 }
 
+bool hasFailure(const std::vector<RedirectFailure>& told) {
+    return std::any_of(told.begin(), told.end(),
+                       [](const RedirectFailure& one) { return one.kind != RedirectFailure::Kind::note; });
+}
+
 /// Ejects the disks one after another; one disk's failure never stops the others.
+/// @param areFoldersBack set to false when something went wrong with a disk's redirects.
 BatchEjectResult ejectEach(std::vector<NamedDisk> disks, SaveBeforeEject saving, Force force,
-                           const CommandContext& context) {
+                           bool& areFoldersBack, const CommandContext& context) {
     BatchEjectResult result;
     for (auto& [disk, reference] : disks) {
         auto left = [&] {
@@ -65,6 +71,7 @@ BatchEjectResult ejectEach(std::vector<NamedDisk> disks, SaveBeforeEject saving,
             return context.session.lifecycle->leave(disk, saving, force, progress.observer(disk.name));
         }();
         tellRedirectFailures(left.redirectFailures, context);
+        areFoldersBack = areFoldersBack && !hasFailure(left.redirectFailures);
         if (left.saveError || left.ejectError) {
             const auto error = asUserCallsIt(left.saveError ? *left.saveError : *left.ejectError, reference);
             result.failures.push_back({std::move(disk), error});
@@ -141,10 +148,11 @@ struct EjectCommand {
     }
 
     ExitStatus run(const CommandContext& context) const {
+        bool areFoldersBack = true;
         const auto result =
             ejectEach(isAll ? allDisks(context.services) : resolveAll(references, context.services),
                       isDiscarded ? SaveBeforeEject::no : SaveBeforeEject::yes,
-                      isForced ? Force::yes : Force::no, context);
+                      isForced ? Force::yes : Force::no, areFoldersBack, context);
         if (context.console.wantsJSON()) {
             context.console.printDocument(compactText(resultJSON(result)));
         }
@@ -152,7 +160,7 @@ struct EjectCommand {
         if (isAll && result.ejected.empty() && result.failures.empty()) {
             context.console.confirm("No RAM disks to eject.");
         }
-        return result.failures.empty() ? succeeded : failed;
+        return result.failures.empty() && areFoldersBack ? succeeded : failed;
     }
 };
 

@@ -110,6 +110,27 @@ struct RedirectsListCommand {
     }
 };
 
+/// How the redirect stands that is stored for the target; absent when there is none.
+std::optional<RedirectStatus> statusOf(const std::string& name, const RedirectTarget& target,
+                                       const CommandContext& context) {
+    for (const auto& redirect : context.session.redirects->redirects(name)) {
+        if (isMeantBy(*context.platform.redirecting, redirect, target)) {
+            return context.session.redirects->statuses({redirect}).front();
+        }
+    }
+    return std::nullopt;
+}
+
+/// What to know about a folder that was just redirected.
+std::string noteOf(const RamDisk& disk, const RedirectTarget& target, const CommandContext& context) {
+    const auto status = statusOf(disk.name, target, context);
+    if (std::holds_alternative<RedirectTarget::Folder>(target.value) && status && status->used
+        && status->used->bytes > 0) {
+        return "It has files on the disk already; the original is put back when the disk goes away.";
+    }
+    return redirectNote(target, context.platform.redirecting->settled(target));
+}
+
 struct RedirectsAddCommand {
     RamDiskReference reference{RamDiskReference::Name{}};
     RedirectTarget target{};
@@ -131,25 +152,11 @@ struct RedirectsAddCommand {
                      disk, {target}, copies ? RedirectStart::copyOfOriginal : RedirectStart::empty),
                  fmt::format("{} is kept on “{}”.", targetText(target), printable(disk.name)), context);
         if (status == succeeded && !copies && !context.console.wantsJSON()) {
-            context.console.note(
-                printable(redirectNote(target, context.platform.redirecting->settled(target))));
+            context.console.note(printable(noteOf(disk, target, context)));
         }
         return status;
     }
 };
-
-/// What the target has on the disk of this name; absent when it has no folder there, or the disk is away.
-std::optional<RedirectStatus> onDisk(const std::string& name, const RedirectTarget& target,
-                                     const CommandContext& context) {
-    const auto& redirecting = *context.platform.redirecting;
-    for (const auto& redirect : context.session.redirects->redirects(name)) {
-        if (isMeantBy(redirecting, redirect, target)) {
-            const auto statuses = context.session.redirects->statuses({redirect});
-            return statuses.front().used ? std::optional(statuses.front()) : std::nullopt;
-        }
-    }
-    return std::nullopt;
-}
 
 struct RedirectsRemoveCommand {
     RamDiskReference reference{RamDiskReference::Name{}};
@@ -178,26 +185,32 @@ struct RedirectsRemoveCommand {
         const auto name = diskNameOf(reference, context);
         const auto lost = givesUp ? Lost::givenUp : Lost::keptListed;
         const auto files = keepsFiles ? Files::putBack : isDiscarded ? Files::discarded : Files::guarded;
-        const auto held = onDisk(name, target, context);
-        return tell(context.session.redirects->remove(name, {target}, lost, files), textOf(name, held),
+        const auto before = statusOf(name, target, context);
+        return tell(context.session.redirects->remove(name, {target}, lost, files), textOf(name, before),
                     context);
     }
 
 private:
     [[nodiscard]] std::string textOf(const std::string& name,
-                                     const std::optional<RedirectStatus>& held) const {
+                                     const std::optional<RedirectStatus>& before) const {
         const auto text = targetText(target);
+        const bool hasFolder = before && before->used;
         if (givesUp) {
             return fmt::format("{} is no longer listed.", text);
         }
-        if (keepsFiles && held) {
+        if (keepsFiles && hasFolder) {
             return fmt::format("{} is in its place, with the files that it had on “{}”.", text,
                                printable(name));
         }
+        if (before && before->condition == RedirectStatus::Condition::diskNotMounted) {
+            return fmt::format("{} is back in its place. “{}” is not mounted. If it keeps its files, the "
+                               "folder on it stays.",
+                               text, printable(name));
+        }
         return fmt::format(
             "{} is back in its place. {}", text,
-            held ? fmt::format("Its files on “{}” are deleted ({}).", printable(name), usedText(*held))
-                 : fmt::format("It had no files on “{}”.", printable(name)));
+            hasFolder ? fmt::format("Its files on “{}” are deleted ({}).", printable(name), usedText(*before))
+                      : fmt::format("It had no files on “{}”.", printable(name)));
     }
 };
 

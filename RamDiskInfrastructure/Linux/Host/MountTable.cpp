@@ -125,9 +125,20 @@ const MountEntry* MountTable::below(const std::filesystem::path& folder) const {
     return found == entries_.end() ? nullptr : &*found;
 }
 
+const MountEntry* MountTable::on(const MountEntry& mount) const {
+    const auto found = std::find_if(entries_.begin(), entries_.end(), [&mount](const MountEntry& entry) {
+        return entry.parent == mount.id && entry.id != mount.id;
+    });
+    return found == entries_.end() ? nullptr : &*found;
+}
+
 bool MountTable::shows(dev_t device) const {
     return std::any_of(entries_.begin(), entries_.end(),
                        [device](const MountEntry& entry) { return entry.device == device; });
+}
+
+std::string mountedOnText(const MountEntry& inner) {
+    return "another volume is mounted on it, at “" + inner.mountPoint.string() + "”. Unmount that one first.";
 }
 
 } // namespace ramdisk

@@ -46,11 +46,17 @@ public:
     /// A mount somewhere below the folder, not at it. Null when there is none.
     [[nodiscard]] const MountEntry* below(const std::filesystem::path& folder) const;
 
+    /// A mount that was made on a folder of this mount. Null when there is none.
+    [[nodiscard]] const MountEntry* on(const MountEntry& mount) const;
+
     /// Whether any mount shows this file system.
     [[nodiscard]] bool shows(dev_t device) const;
 
 private:
     std::vector<MountEntry> entries_;
 };
+
+/// Why a volume cannot go that another one is mounted on.
+[[nodiscard]] std::string mountedOnText(const MountEntry& inner);
 
 } // namespace ramdisk

@@ -24,6 +24,16 @@ std::string busyText(const std::filesystem::path& proc, const std::filesystem::p
                        names.empty() ? "open files" : fmt::format("{}", fmt::join(names, ", ")));
 }
 
+/// What is mounted in the folder would go with it, and only its own programs could reach it from then on.
+void requireNothingInside(const std::filesystem::path& proc, const std::filesystem::path& place) {
+    const auto table = MountTable::read(proc);
+    const auto* const top = table.topmostAt(place);
+    const auto* const inner = top == nullptr ? nullptr : table.on(*top);
+    if (inner != nullptr) {
+        throw FolderInUse(fmt::format("“{}” stays: {}", place.string(), mountedOnText(*inner)));
+    }
+}
+
 } // namespace
 
 bool BindMounting::isAllowed() const {
@@ -76,6 +86,7 @@ void BindMounting::unmount(const FileDescriptor& parent, const std::filesystem::
     if (errno != EBUSY) {
         throw FolderInUse(SystemCallError("unmount", place).what());
     }
+    requireNothingInside(host_.proc, place);
     if (force == Force::no) {
         throw FolderInUse(busyText(host_.proc, place));
     }

@@ -46,8 +46,7 @@ std::optional<Detached> LinuxVolume::refuseMountBelow(const std::filesystem::pat
     if (inner == nullptr) {
         return std::nullopt;
     }
-    return Detached{Detached::Refused{fmt::format(
-        "another volume is mounted on it, at “{}”. Unmount that one first.", inner->mountPoint.string())}};
+    return Detached{Detached::Refused{mountedOnText(*inner)}};
 }
 
 Detached LinuxVolume::busy(const DiskRecord& record, const std::vector<VolumeUser>& users) {

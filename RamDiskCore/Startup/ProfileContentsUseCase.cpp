@@ -106,10 +106,18 @@ void ProfileContentsUseCase::tidy(const RamDiskProfile& profile) {
     ports_.archiver->tidy(files(profile));
 }
 
-void ProfileContentsUseCase::announceDisk(const RamDiskProfile& profile) {
+void ProfileContentsUseCase::announceDisk(const RamDiskProfile& profile,
+                                          const std::optional<std::string>& replacement) {
     if (!copies(profile).empty()) {
-        ports_.storage->setFilling(profile.id, Filling{profile.id});
+        ports_.storage->setFilling(profile.id, Filling{profile.id, replacement});
     }
+}
+
+std::optional<std::string> ProfileContentsUseCase::interruptedLoad(const KeptDisk& kept) const {
+    const auto filling = ports_.storage->filling(kept.profile.id);
+    const bool isOfDisk =
+        filling && (filling->instance == kept.disk.instance || filling->instance == kept.profile.id);
+    return isOfDisk ? filling->replacement : std::nullopt;
 }
 
 void ProfileContentsUseCase::withdrawDisk(const RamDiskProfile& profile) {
@@ -258,14 +266,14 @@ bool ProfileContentsUseCase::restore(const KeptDisk& kept, const ProgressObserve
         // Earlier copies alone are not what the disk held last; which one is wanted is the user's to say.
         throw RamDiskError(RamDiskError::ImageEjected{});
     }
-    const auto interrupted = ports_.storage->filling(kept.profile.id);
-    if (!interrupted || interrupted->instance != kept.disk.instance || !interrupted->replacement) {
+    const auto interrupted = interruptedLoad(kept);
+    if (!interrupted) {
         fill(kept, saved.front().image, RestoreMode::fill, observer);
         return true;
     }
     // A copy that has lost its name since has become the latest.
     const auto wanted = std::find_if(saved.begin(), saved.end(), [&interrupted](const SavedCopy& copy) {
-        return copy.image.filename() == *interrupted->replacement;
+        return copy.image.filename() == *interrupted;
     });
     fill(kept, (wanted == saved.end() ? saved.front() : *wanted).image, RestoreMode::replace, observer);
     return true;

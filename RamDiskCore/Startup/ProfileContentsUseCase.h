@@ -11,6 +11,8 @@
 #include <cstddef>
 #include <functional>
 #include <memory>
+#include <optional>
+#include <string>
 #include <vector>
 
 namespace ramdisk {
@@ -73,7 +75,12 @@ public:
     /// Notes that a disk is about to be made and filled with the profile's files. If this process dies before
     /// it begins to fill the disk, the note shows that the disk still has to be filled. The caller holds the
     /// profile's lock.
-    void announceDisk(const RamDiskProfile& profile);
+    /// @param replacement the file name of the copy that replaces everything on the disk, where it is not
+    /// just
+    ///        filled with the latest.
+    void announceDisk(const RamDiskProfile& profile, const std::optional<std::string>& replacement = {});
+    /// The file name of the copy that an interrupted `load` was putting onto the disk.
+    [[nodiscard]] std::optional<std::string> interruptedLoad(const KeptDisk& kept) const;
     /// Removes this note: no disk was made after all.
     void withdrawDisk(const RamDiskProfile& profile);
 

@@ -153,6 +153,42 @@ TEST_F(KeptFiles, OfAFullDiskFitAgainAndOnlyADiskThatNeedsMoreRoomGetsIt) {
     }
 }
 
+TEST_F(KeptFiles, OfASeedThatDoesNotFitLeaveNoCutOffFile) {
+    for (const char* format : {"jhfs+", "hfs+"}) {
+        SCOPED_TRACE(format);
+        const auto seed = machine->folder() / "seed";
+        fs::create_directories(seed);
+        writeFile(seed / "huge", std::string(20 * mebibyte, 'x'));
+        writeFile(seed / "small", "small");
+        const auto made = machine->run({"create", "--name", format, "--size", "16M", "--format", format,
+                                        "--seed", seed.string(), "--at-launch", "--keep-files", "--json"});
+        EXPECT_EQ(made.status, 1);
+        EXPECT_THAT(made.err, HasSubstr("The initial contents could not be copied:"));
+        const auto root = mountPointOf(made.json().at("ramDisk"));
+        EXPECT_FALSE(fs::exists(root / "huge"));
+        EXPECT_EQ(machine->run({"eject", format}).status, 0);
+    }
+}
+
+TEST_F(KeptFiles, OfAnInterruptedRestoreOfAFullDiskAreAllPutBackByTheNext) {
+    const auto root = mountPointOf(
+        machine->create("Full", {"--size", "16M", "--format", "apfs", "--at-launch", "--keep-files"}));
+    fillUp(root / "tree", 2000);
+    const auto tree = TreeManifest::scan(requireFolder(root / "tree"), {});
+    ASSERT_EQ(machine->run({"eject", "Full"}).status, 0);
+    for (int pause = 40; pause <= 240; pause += 50) {
+        SCOPED_TRACE(pause);
+        const auto child = machine->start({"startup", "create", "Full"});
+        std::this_thread::sleep_for(std::chrono::milliseconds(pause));
+        kill(child, SIGKILL);
+        waitFor(child);
+        EXPECT_EQ(machine->run({"startup", "create", "Full"}).err, "");
+        EXPECT_EQ(TreeManifest::scan(requireFolder(root / "tree"), {}).firstDifference(tree).value_or(""),
+                  "");
+        ASSERT_EQ(machine->run({"eject", "Full", "--discard"}).status, 0);
+    }
+}
+
 TEST_F(KeptFiles, ThatAreLostWhileASessionRunsAreTold) {
     const auto root = makeKept("Work");
     writeFile(root / "file", "saved");

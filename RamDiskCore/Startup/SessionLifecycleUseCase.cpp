@@ -195,7 +195,7 @@ bool SessionLifecycleUseCase::restoreOnto(std::optional<KeptDisk>& fresh, const 
     const auto replacement = contents_->interruptedLoad(*fresh);
     services_.eject->eject(fresh->disk, Force::no);
     const auto former = *std::exchange(fresh, std::nullopt);
-    contents_->noteLeft(former);
+    contents_->noteLeft(former, ProfileContentsUseCase::LeftFiles::givenUp);
     fresh = KeptDisk{make(former.profile, RestoreRoom::yes, replacement), former.profile};
     return contents_->restore(*fresh, observer);
 }
@@ -386,7 +386,11 @@ LeaveResult SessionLifecycleUseCase::leave(const RamDisk& disk, SaveBeforeEject 
             blockWriting(disk, force);
         }
         if (!saves || saveForGood(*startupDisk, result, observer)) {
-            result.outcome = eject(disk, startupDisk, force);
+            // One without a mount point was left before.
+            const bool isSaved = result.isSaved || !disk.mountPoint;
+            result.outcome = eject(disk, startupDisk, force,
+                                   isSaved ? ProfileContentsUseCase::LeftFiles::saved
+                                           : ProfileContentsUseCase::LeftFiles::givenUp);
             return result;
         }
     } catch (const std::exception& error) {
@@ -416,14 +420,14 @@ LeaveResult SessionLifecycleUseCase::leave(const RamDisk& disk, SaveBeforeEject 
 
 /// With the lock of its saved copies, so that nobody takes a disk that is on its way for one that was lost.
 ReleaseOutcome SessionLifecycleUseCase::eject(const RamDisk& disk, const std::optional<KeptDisk>& startupDisk,
-                                              Force force) {
+                                              Force force, ProfileContentsUseCase::LeftFiles files) {
     if (!startupDisk) {
         return services_.eject->eject(disk, force);
     }
     ReleaseOutcome outcome;
     contents_->whileLocked(startupDisk->profile, [&] {
         outcome = services_.eject->eject(disk, force);
-        contents_->noteLeft(*startupDisk);
+        contents_->noteLeft(*startupDisk, files);
     });
     return outcome;
 }

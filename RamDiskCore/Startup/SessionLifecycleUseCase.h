@@ -116,7 +116,7 @@ private:
     void blockWriting(const RamDisk& disk, Force force) const;
     bool saveForGood(const KeptDisk& kept, LeaveResult& result, const ProgressObserver& observer);
     [[nodiscard]] ReleaseOutcome eject(const RamDisk& disk, const std::optional<KeptDisk>& startupDisk,
-                                       Force force);
+                                       Force force, ProfileContentsUseCase::LeftFiles files);
 
     RamDiskServices services_;
     std::shared_ptr<ManageProfilesUseCase> profiles_;

@@ -381,6 +381,28 @@ TEST(SessionLifecycleTest, AnInterruptedFillingThatLacksRoomGoesOnOnADiskWithRoo
     }
 }
 
+TEST(SessionLifecycleTest, ASaveThatAnEjectForestallsTellsWhatBecameOfTheFiles) {
+    for (const auto saving : {SaveBeforeEject::yes, SaveBeforeEject::no}) {
+        for (const bool isOld : {false, true}) {
+            Session session;
+            session.addWork();
+            session.launchOne();
+            if (isOld) {
+                session.write("Work", "saved");
+                session.lifecycle().quit(Force::no, {});
+                session.launchOne();
+            }
+            session.write("Work", "last");
+            EXPECT_EQ(isOld ? session.saveCase() : "", "");
+            const auto kept = session.kept();
+            session.lifecycle().leave(kept.disk, saving, Force::no, {});
+            const auto* told = saving == SaveBeforeEject::yes ? "contentsTransferFailed" : "diskEjected";
+            EXPECT_EQ(caseOf([&] { session.contents()->save(kept, Verification::no, {}); }), told);
+            EXPECT_EQ(caseOf([&] { session.contents()->load(kept, 1, {}); }), told);
+        }
+    }
+}
+
 TEST(SessionLifecycleTest, LoadingChoosesACopyByItsNumber) {
     Session session;
     session.saveEarlier(session.addWork(), {"old", "new"});

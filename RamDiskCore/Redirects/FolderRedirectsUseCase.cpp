@@ -277,6 +277,12 @@ std::vector<FolderRedirect> FolderRedirectsUseCase::redirects(const std::string&
     return list;
 }
 
+void FolderRedirectsUseCase::requirePlaces(const Targets& targets) const {
+    for (const auto& target : targets) {
+        static_cast<void>(redirecting_->place(target));
+    }
+}
+
 FolderRedirectsUseCase::Failures FolderRedirectsUseCase::add(const RamDisk& disk, const Targets& targets,
                                                              RedirectStart start) {
     requireMounted(disk);

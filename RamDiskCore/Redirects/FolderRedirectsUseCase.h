@@ -64,6 +64,10 @@ public:
     /// @throws RamDiskError `inventoryUnavailable`
     [[nodiscard]] std::vector<RedirectStatus> statuses(const std::vector<FolderRedirect>& redirects) const;
 
+    /// Refuses targets that name no folder below the home folder, before there is a disk for them.
+    /// @throws RamDiskError `invalidSpecification`
+    void requirePlaces(const std::vector<RedirectTarget>& targets) const;
+
     /// Stores the targets for the disk and puts them in place. A target that fails is not stored, unless it
     /// could not be undone. A target that the disk has already is put in place if it is not in force.
     Failures add(const RamDisk& disk, const std::vector<RedirectTarget>& targets,

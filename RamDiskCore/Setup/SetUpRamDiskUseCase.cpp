@@ -16,6 +16,7 @@ void SetUpRamDiskUseCase::check(RamDiskSetup& setup) const {
     if (setup.seedFolder) {
         services_.folderCopier->requireSource(*setup.seedFolder);
     }
+    redirects_->requirePlaces(setup.redirects);
     if (setup.createsAtLaunch) {
         profiles_->requireReadable();
     }

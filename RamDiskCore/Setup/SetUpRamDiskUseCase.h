@@ -19,7 +19,7 @@ public:
                         std::shared_ptr<FolderRedirectsUseCase> redirects);
 
     /// Refuses what `execute` refuses besides the disk itself, and brings the folders into their form.
-    /// @throws RamDiskError `invalidSpecification` when the list of folders is invalid,
+    /// @throws RamDiskError `invalidSpecification` when the list of folders or a redirect is invalid,
     ///         `contentsTransferFailed` when there is no folder to copy from; std::exception when the list of
     ///         startup disks is needed and cannot be read.
     void check(RamDiskSetup& setup) const;

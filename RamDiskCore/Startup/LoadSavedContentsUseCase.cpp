@@ -58,7 +58,7 @@ void LoadSavedContentsUseCase::makeAnew(std::optional<KeptDisk>& kept) {
         wanted.hasRestoreRoom = true;
         services_.eject->eject(former.disk, Force::no);
         kept.reset();
-        contents_->noteLeft(former);
+        contents_->noteLeft(former, ProfileContentsUseCase::LeftFiles::givenUp);
         kept = KeptDisk{
             services_.create->execute(std::move(wanted), CreateRamDiskUseCase::Purpose::startupDisk).ramDisk,
             former.profile};

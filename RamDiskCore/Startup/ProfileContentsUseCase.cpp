@@ -58,12 +58,14 @@ void ProfileContentsUseCase::noteUnsaved(const KeptDisk& kept) {
     }
 }
 
-void ProfileContentsUseCase::noteLeft(const KeptDisk& kept) {
+void ProfileContentsUseCase::noteLeft(const KeptDisk& kept, LeftFiles files) {
     auto& storage = *ports_.storage;
     const auto& profile = kept.profile.id;
     const auto& instance = kept.disk.instance;
-    if (isBound(kept)) {
-        // No disk's, so that copies that are gone later are still missed.
+    // Neither is any disk's, so that copies that are gone later are still missed.
+    if (files == LeftFiles::givenUp && storage.boundInstance(profile)) {
+        storage.bind(profile, UUID::random());
+    } else if (isBound(kept)) {
         storage.bind(profile, profile);
     }
     if (instance && storage.unsavedInstance(profile) == instance) {
@@ -106,10 +108,18 @@ void ProfileContentsUseCase::tidy(const RamDiskProfile& profile) {
     ports_.archiver->tidy(files(profile));
 }
 
-void ProfileContentsUseCase::announceDisk(const RamDiskProfile& profile) {
+void ProfileContentsUseCase::announceDisk(const RamDiskProfile& profile,
+                                          const std::optional<std::string>& replacement) {
     if (!copies(profile).empty()) {
-        ports_.storage->setFilling(profile.id, Filling{profile.id});
+        ports_.storage->setFilling(profile.id, Filling{profile.id, replacement});
     }
+}
+
+std::optional<std::string> ProfileContentsUseCase::interruptedLoad(const KeptDisk& kept) const {
+    const auto filling = ports_.storage->filling(kept.profile.id);
+    const bool isOfDisk =
+        filling && (filling->instance == kept.disk.instance || filling->instance == kept.profile.id);
+    return isOfDisk ? filling->replacement : std::nullopt;
 }
 
 void ProfileContentsUseCase::withdrawDisk(const RamDiskProfile& profile) {
@@ -139,11 +149,31 @@ void ProfileContentsUseCase::requireBound(const KeptDisk& kept) const {
     }
 }
 
-void ProfileContentsUseCase::requireListed(const RamDisk& disk) const {
+void ProfileContentsUseCase::requireNotFilling(const KeptDisk& kept) const {
+    const auto now = state(kept);
+    if (now != RestoreState::restored) {
+        // Of a disk that is gone since it was looked up, the notes tell nothing any more.
+        requireListed(kept);
+    }
+    if (now == RestoreState::restoring) {
+        throw RamDiskError(RamDiskError::BeingFilled{kept.disk.name});
+    }
+}
+
+bool ProfileContentsUseCase::wasLeftSaved(const KeptDisk& kept) const {
+    return ports_.storage->boundInstance(kept.profile.id) == kept.profile.id;
+}
+
+void ProfileContentsUseCase::requireListed(const KeptDisk& kept) const {
+    const auto& disk = kept.disk;
     const auto listed = ports_.list->list();
     const bool stands = std::any_of(listed.begin(), listed.end(), [&disk](const RamDisk& candidate) {
         return candidate.device == disk.device && candidate.instance == disk.instance && candidate.mountPoint;
     });
+    if (!stands && wasLeftSaved(kept)) {
+        throw RamDiskError(RamDiskError::ContentsTransferFailed{
+            "“" + disk.name + "” was ejected meanwhile. Its files were saved then."});
+    }
     if (!stands) {
         throw RamDiskError(RamDiskError::DiskEjected{});
     }
@@ -194,15 +224,13 @@ void ProfileContentsUseCase::refuseUnrestored(const KeptDisk& kept, Unrestored u
 
 SaveOutcome ProfileContentsUseCase::save(const KeptDisk& kept, Verification verification,
                                          const ProgressObserver& observer, Unrestored unrestored) {
-    if (state(kept) == RestoreState::restoring) {
-        throw RamDiskError(RamDiskError::BeingFilled{kept.disk.name});
-    }
+    requireNotFilling(kept);
     refuseUnrestored(kept, unrestored);
     auto outcome = SaveOutcome::saved;
     whileLocked(kept.profile, [&] {
         // What was waited for may have been another filling, the eject of the disk, or the removal of its
         // record.
-        requireListed(kept.disk);
+        requireListed(kept);
         const auto profile = currentProfile(kept);
         refuseUnrestored(kept, unrestored);
         auto& storage = *ports_.storage;
@@ -258,14 +286,14 @@ bool ProfileContentsUseCase::restore(const KeptDisk& kept, const ProgressObserve
         // Earlier copies alone are not what the disk held last; which one is wanted is the user's to say.
         throw RamDiskError(RamDiskError::ImageEjected{});
     }
-    const auto interrupted = ports_.storage->filling(kept.profile.id);
-    if (!interrupted || interrupted->instance != kept.disk.instance || !interrupted->replacement) {
+    const auto interrupted = interruptedLoad(kept);
+    if (!interrupted) {
         fill(kept, saved.front().image, RestoreMode::fill, observer);
         return true;
     }
     // A copy that has lost its name since has become the latest.
     const auto wanted = std::find_if(saved.begin(), saved.end(), [&interrupted](const SavedCopy& copy) {
-        return copy.image.filename() == *interrupted->replacement;
+        return copy.image.filename() == *interrupted;
     });
     fill(kept, (wanted == saved.end() ? saved.front() : *wanted).image, RestoreMode::replace, observer);
     return true;
@@ -274,11 +302,9 @@ bool ProfileContentsUseCase::restore(const KeptDisk& kept, const ProgressObserve
 RestoredVolume ProfileContentsUseCase::load(const KeptDisk& kept, std::size_t number,
                                             const ProgressObserver& observer) {
     std::optional<RestoredVolume> restored;
-    if (state(kept) == RestoreState::restoring) {
-        throw RamDiskError(RamDiskError::BeingFilled{kept.disk.name});
-    }
+    requireNotFilling(kept);
     whileLocked(kept.profile, [&] {
-        requireListed(kept.disk);
+        requireListed(kept);
         const auto saved = copies(kept.profile);
         if (saved.empty()) {
             throw RamDiskError(
@@ -323,7 +349,7 @@ RestoredVolume ProfileContentsUseCase::fill(const KeptDisk& kept, const std::fil
     } catch (const SomeFilesDamaged&) {
         // Nothing is left to put back, and yet the disk must not be saved over copies that may be better.
         if (isBound(kept)) {
-            ports_.storage->bind(profile, profile);
+            ports_.storage->bind(profile, UUID::random());
         }
         ports_.storage->setFilling(profile, std::nullopt);
         throw;

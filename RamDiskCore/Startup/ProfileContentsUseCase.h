@@ -11,6 +11,8 @@
 #include <cstddef>
 #include <functional>
 #include <memory>
+#include <optional>
+#include <string>
 #include <vector>
 
 namespace ramdisk {
@@ -57,9 +59,12 @@ public:
     /// Notes that the disk keeps files of which there is no copy yet. Does nothing once there is one.
     void noteUnsaved(const KeptDisk& kept);
 
+    /// What became of the files of a disk that goes.
+    enum class LeftFiles { saved, givenUp };
+
     /// Notes that the disk goes because somebody wants it to, with its files saved or given up. The caller
     /// holds the profile's lock from before the disk is gone.
-    void noteLeft(const KeptDisk& kept);
+    void noteLeft(const KeptDisk& kept, LeftFiles files);
 
     /// Whether a disk that is gone was not left by `noteLeft` and still is to keep its files. Waits for an
     /// eject that is under way.
@@ -73,7 +78,12 @@ public:
     /// Notes that a disk is about to be made and filled with the profile's files. If this process dies before
     /// it begins to fill the disk, the note shows that the disk still has to be filled. The caller holds the
     /// profile's lock.
-    void announceDisk(const RamDiskProfile& profile);
+    /// @param replacement the file name of the copy that replaces everything on the disk, where it is not
+    /// just
+    ///        filled with the latest.
+    void announceDisk(const RamDiskProfile& profile, const std::optional<std::string>& replacement = {});
+    /// The file name of the copy that an interrupted `load` was putting onto the disk.
+    [[nodiscard]] std::optional<std::string> interruptedLoad(const KeptDisk& kept) const;
     /// Removes this note: no disk was made after all.
     void withdrawDisk(const RamDiskProfile& profile);
 
@@ -117,7 +127,10 @@ private:
 
     [[nodiscard]] SavedCopyFiles files(const RamDiskProfile& profile) const;
     [[nodiscard]] VolumeProtection protection(const RamDiskProfile& profile, KeyUse use) const;
-    void requireListed(const RamDisk& disk) const;
+    void requireListed(const KeptDisk& kept) const;
+    void requireNotFilling(const KeptDisk& kept) const;
+    /// Whether the latest of the profile's disks was ejected with its files saved.
+    [[nodiscard]] bool wasLeftSaved(const KeptDisk& kept) const;
     /// Whether files were saved once. If no copy is there, they are lost.
     [[nodiscard]] bool hadCopies(const RamDiskProfile& profile) const;
     /// The record as it is now.

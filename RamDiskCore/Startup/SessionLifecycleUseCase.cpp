@@ -192,15 +192,18 @@ bool SessionLifecycleUseCase::restoreOnto(std::optional<KeptDisk>& fresh, const 
     } catch (const CopyNeedsRoom&) {
         traceCaught("session", "the disk is made anew with room that only a restore may use");
     }
+    const auto replacement = contents_->interruptedLoad(*fresh);
     services_.eject->eject(fresh->disk, Force::no);
-    const auto profile = std::exchange(fresh, std::nullopt)->profile;
-    fresh = KeptDisk{make(profile, RestoreRoom::yes), profile};
+    const auto former = *std::exchange(fresh, std::nullopt);
+    contents_->noteLeft(former, ProfileContentsUseCase::LeftFiles::givenUp);
+    fresh = KeptDisk{make(former.profile, RestoreRoom::yes, replacement), former.profile};
     return contents_->restore(*fresh, observer);
 }
 
-RamDisk SessionLifecycleUseCase::make(const RamDiskProfile& profile, RestoreRoom room) {
+RamDisk SessionLifecycleUseCase::make(const RamDiskProfile& profile, RestoreRoom room,
+                                      const std::optional<std::string>& replacement) {
     if (profile.keepsContents) {
-        contents_->announceDisk(profile);
+        contents_->announceDisk(profile, replacement);
     }
     auto wanted = specificationOf(profile);
     wanted.hasRestoreRoom = room == RestoreRoom::yes;
@@ -220,14 +223,22 @@ StartupOutcome SessionLifecycleUseCase::takeUp(const KeptDisk& kept, const Progr
     if (!kept.profile.keepsContents) {
         return {StartupOutcome::AlreadyMounted{kept.disk}};
     }
+    std::optional<KeptDisk> disk = kept;
     try {
         if (contents_->isPartlyFilled(kept)) {
-            return addInitialContents(kept, contents_->restore(kept, observer));
+            const bool isRestored = restoreOnto(disk, observer);
+            return addInitialContents(*disk, isRestored);
         }
         contents_->requireBound(kept);
         contents_->noteUnsaved(kept);
         return {StartupOutcome::AlreadyMounted{kept.disk}};
     } catch (const std::exception& error) {
+        if (!disk) {
+            return {StartupOutcome::Failed{kept.profile, transferError(error)}};
+        }
+        if (disk->disk.instance != kept.disk.instance) {
+            return afterFailedRestore(*disk, error);
+        }
         return {StartupOutcome::RestoreFailed{kept.disk, transferError(error)}};
     }
 }
@@ -380,7 +391,11 @@ LeaveResult SessionLifecycleUseCase::leave(const RamDisk& disk, SaveBeforeEject 
             blockWriting(disk, force);
         }
         if (!saves || saveForGood(*startupDisk, result, observer)) {
-            result.outcome = eject(disk, startupDisk, force);
+            // One without a mount point was left before.
+            const bool isSaved = result.isSaved || !disk.mountPoint;
+            result.outcome = eject(disk, startupDisk, force,
+                                   isSaved ? ProfileContentsUseCase::LeftFiles::saved
+                                           : ProfileContentsUseCase::LeftFiles::givenUp);
             return result;
         }
     } catch (const std::exception& error) {
@@ -410,14 +425,14 @@ LeaveResult SessionLifecycleUseCase::leave(const RamDisk& disk, SaveBeforeEject 
 
 /// With the lock of its saved copies, so that nobody takes a disk that is on its way for one that was lost.
 ReleaseOutcome SessionLifecycleUseCase::eject(const RamDisk& disk, const std::optional<KeptDisk>& startupDisk,
-                                              Force force) {
+                                              Force force, ProfileContentsUseCase::LeftFiles files) {
     if (!startupDisk) {
         return services_.eject->eject(disk, force);
     }
     ReleaseOutcome outcome;
     contents_->whileLocked(startupDisk->profile, [&] {
         outcome = services_.eject->eject(disk, force);
-        contents_->noteLeft(*startupDisk);
+        contents_->noteLeft(*startupDisk, files);
     });
     return outcome;
 }

@@ -100,7 +100,10 @@ public:
 private:
     StartupOutcome createLocked(const RamDiskProfile& profile, const ProgressObserver& observer);
     enum class RestoreRoom { no, yes };
-    RamDisk make(const RamDiskProfile& profile, RestoreRoom room = RestoreRoom::no);
+    /// @param replacement the copy that an interrupted load had chosen, which the disk gets.
+    RamDisk make(const RamDiskProfile& profile, RestoreRoom room = RestoreRoom::no,
+                 const std::optional<std::string>& replacement = {});
+    /// Makes the disk anew if it has no room for what fitted onto its like.
     /// @throws as `ProfileContentsUseCase::restore`; without a disk then, if it could not be made anew.
     [[nodiscard]] bool restoreOnto(std::optional<KeptDisk>& fresh, const ProgressObserver& observer);
     StartupOutcome takeUp(const KeptDisk& kept, const ProgressObserver& observer);
@@ -113,7 +116,7 @@ private:
     void blockWriting(const RamDisk& disk, Force force) const;
     bool saveForGood(const KeptDisk& kept, LeaveResult& result, const ProgressObserver& observer);
     [[nodiscard]] ReleaseOutcome eject(const RamDisk& disk, const std::optional<KeptDisk>& startupDisk,
-                                       Force force);
+                                       Force force, ProfileContentsUseCase::LeftFiles files);
 
     RamDiskServices services_;
     std::shared_ptr<ManageProfilesUseCase> profiles_;

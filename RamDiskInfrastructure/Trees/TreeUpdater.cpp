@@ -73,7 +73,8 @@ TreeUpdater::TreeUpdater(const TreeUpdate& update, const ProgressObserver& obser
       target_(update.targetManifest.contents()),
       plan_(source_, target_, update.extras),
       meter_(observer),
-      gone_(source_.items.size()) {}
+      gone_(source_.items.size()),
+      unfinished_(source_.items.size()) {}
 
 void TreeUpdater::perform() {
     if (update_.flags == Flags::apply) {
@@ -82,7 +83,12 @@ void TreeUpdater::perform() {
     openSealedFolders();
     removeItems();
     makeFolders();
-    writeItems();
+    try {
+        writeItems();
+    } catch (...) {
+        removeUnfinished();
+        throw;
+    }
     makeLinks();
     finishFolders();
     if (update_.flags == Flags::apply) {
@@ -125,6 +131,22 @@ void TreeUpdater::setFlags() {
             throw SystemCallError("set the flags of", source_.path(item));
         }
         traceRefused("restore", "FS_IOC_SETFLAGS", "“" + source_.path(item) + "” has no flags");
+    }
+}
+
+/// A file that is cut off looks like a whole one to who does not know.
+void TreeUpdater::removeUnfinished() noexcept {
+    try {
+        FolderCursor cursor(update_.target, source_);
+        for (std::uint32_t item = 0; item < source_.items.size(); ++item) {
+            const int folder = unfinished_[item] != 0 ? cursor.open(source_.items[item].parent) : -1;
+            if (folder >= 0) {
+                static_cast<void>(::unlinkat(folder, std::string(source_.name(item)).c_str(), 0));
+            }
+        }
+    } catch (const std::exception&) {
+        // Why the files could not be written is what the caller must hear.
+        traceCaught("update", "files that are cut off stay");
     }
 }
 
@@ -296,6 +318,7 @@ void TreeUpdater::finishLargeFile(std::uint32_t item, Places& places) {
     const auto open =
         openTarget(targetFolder(places.target, source_.items[item].parent), item, O_RDONLY | O_NONBLOCK);
     apply(open.get(), item);
+    unfinished_[item] = 0;
 }
 
 bool TreeUpdater::writeItem(std::uint32_t item, Places& places, FileWriter& writer) {
@@ -326,6 +349,7 @@ bool TreeUpdater::writeFile(std::uint32_t item, Places& places, FileWriter& writ
         const auto made = makeFile(item, places);
         isAsListed = writer.copyWhole(file, made, {source_, item});
         apply(made.get(), item);
+        unfinished_[item] = 0;
     } else {
         const int folder = targetFolder(places.target, source_.items[item].parent);
         const auto open = openTarget(folder, item, O_RDWR | O_NONBLOCK);
@@ -360,13 +384,14 @@ FileDescriptor TreeUpdater::openSource(std::uint32_t item, Places& places) const
     return file;
 }
 
-FileDescriptor TreeUpdater::makeFile(std::uint32_t item, Places& places) const {
+FileDescriptor TreeUpdater::makeFile(std::uint32_t item, Places& places) {
     const int folder = targetFolder(places.target, source_.items[item].parent);
     auto made =
         openItem(folder, std::string(source_.name(item)).c_str(), O_WRONLY | O_CREAT | O_EXCL, ownerOnly);
     if (!made) {
         failToMake(source_.path(item));
     }
+    unfinished_[item] = 1;
     return made;
 }
 

@@ -29,6 +29,7 @@ private:
     void removeItems();
     void makeFolders();
     void writeItems();
+    void removeUnfinished() noexcept;
     /// One item, or a part of a large file.
     struct Job {
         std::uint32_t item;
@@ -57,7 +58,7 @@ private:
     void apply(int target, std::uint32_t item) const;
     /// No descriptor when the file is gone.
     [[nodiscard]] FileDescriptor openSource(std::uint32_t item, Places& places) const;
-    [[nodiscard]] FileDescriptor makeFile(std::uint32_t item, Places& places) const;
+    [[nodiscard]] FileDescriptor makeFile(std::uint32_t item, Places& places);
     void leaveOut(std::uint32_t item, Places& places);
     [[nodiscard]] int targetFolder(FolderCursor& cursor, std::uint32_t folder) const;
     [[nodiscard]] FileDescriptor openTarget(int folder, std::uint32_t item, int flags) const;
@@ -70,6 +71,8 @@ private:
     Renewals renewals_;
     /// Items of the source that are gone by now. A byte each: several threads write to it.
     std::vector<char> gone_;
+    /// Files that this update made and has not filled yet, in the same way.
+    std::vector<char> unfinished_;
 };
 
 } // namespace ramdisk

@@ -59,6 +59,14 @@ TEST_F(CommandLine, ToldWrongSaysWhatAndDoesNothing) {
          1,
          "“../x” is not a folder to make on the disk. Give a path below its top folder, like Temp or "
          "Cache/Chrome."},
+        {{"create", "--size", "8M", "--redirect", "folder:../x"},
+         1,
+         "“../x” is not a folder to make on the disk. Give a path below its top folder, like Temp or "
+         "Cache/Chrome."},
+        {{"create", "--dry-run", "--size", "8M", "--redirect", "folder:../x"},
+         1,
+         "“../x” is not a folder to make on the disk. Give a path below its top folder, like Temp or "
+         "Cache/Chrome."},
         {{"create", "--size", "8M", "--seed", "/nope"},
          1,
          "Could not copy the contents: could not open “/nope”: No such file or directory"},

@@ -153,6 +153,95 @@ TEST_F(KeptFiles, OfAFullDiskFitAgainAndOnlyADiskThatNeedsMoreRoomGetsIt) {
     }
 }
 
+TEST_F(KeptFiles, OfASeedThatDoesNotFitLeaveNoCutOffFile) {
+    for (const char* format : {"jhfs+", "hfs+"}) {
+        SCOPED_TRACE(format);
+        const auto seed = machine->folder() / "seed";
+        fs::create_directories(seed);
+        writeFile(seed / "huge", std::string(20 * mebibyte, 'x'));
+        writeFile(seed / "small", "small");
+        const auto made = machine->run({"create", "--name", format, "--size", "16M", "--format", format,
+                                        "--seed", seed.string(), "--at-launch", "--keep-files", "--json"});
+        EXPECT_EQ(made.status, 1);
+        EXPECT_THAT(made.err, HasSubstr("The initial contents could not be copied:"));
+        const auto root = mountPointOf(made.json().at("ramDisk"));
+        EXPECT_FALSE(fs::exists(root / "huge"));
+        EXPECT_EQ(machine->run({"eject", format}).status, 0);
+    }
+}
+
+TEST_F(KeptFiles, OfAnInterruptedRestoreOfAFullDiskAreAllPutBackByTheNext) {
+    const auto root = mountPointOf(
+        machine->create("Full", {"--size", "16M", "--format", "apfs", "--at-launch", "--keep-files"}));
+    fillUp(root / "tree", 2000);
+    const auto tree = TreeManifest::scan(requireFolder(root / "tree"), {});
+    ASSERT_EQ(machine->run({"eject", "Full"}).status, 0);
+    for (int pause = 40; pause <= 240; pause += 50) {
+        SCOPED_TRACE(pause);
+        const auto child = machine->start({"startup", "create", "Full"});
+        std::this_thread::sleep_for(std::chrono::milliseconds(pause));
+        kill(child, SIGKILL);
+        waitFor(child);
+        EXPECT_EQ(machine->run({"startup", "create", "Full"}).err, "");
+        EXPECT_EQ(TreeManifest::scan(requireFolder(root / "tree"), {}).firstDifference(tree).value_or(""),
+                  "");
+        ASSERT_EQ(machine->run({"eject", "Full", "--discard"}).status, 0);
+    }
+}
+
+TEST_F(KeptFiles, OfRootStayOnADiskEvenWhereItsPlaceIsRefused) {
+    fs::create_directories(machine->privateMounts());
+    ASSERT_EQ(chown(machine->privateMounts().c_str(), nobody, nobody), 0);
+    for (const std::vector<std::string>& more :
+         {std::vector<std::string>{}, {"--at-launch", "--keep-files"}}) {
+        std::vector<std::string> arguments{"create", "--name", "Mine", "--size", "16M", "--access", "onlyMe"};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        const auto made = machine->run(arguments);
+        EXPECT_EQ(made.status, 1);
+        EXPECT_THAT(made.err, HasSubstr("could not keep private the folder"));
+        EXPECT_THAT(made.err, Not(AnyOf(HasSubstr("may not mount"), HasSubstr("at launch"))));
+    }
+    EXPECT_THAT(machine->traces(), testing::IsEmpty());
+    EXPECT_TRUE(machine->run({"startup", "list", "--json"}).json().empty());
+}
+
+TEST_F(KeptFiles, AreNotLoadedBelowAnotherMount) {
+    const auto root = makeKept("Work");
+    fs::create_directory(root / "sub");
+    writeFile(root / "sub/file", "saved");
+    ASSERT_EQ(machine->run({"save", "Work"}).status, 0);
+    writeFile(root / "newer", "newer");
+    ASSERT_EQ(mount("inner", (root / "sub").c_str(), "tmpfs", 0, nullptr), 0);
+    const auto loaded = machine->run({"load", "Work"});
+    EXPECT_EQ(loaded.status, 1);
+    EXPECT_THAT(loaded.err,
+                HasSubstr("another volume is mounted on it, at “" + (root / "sub").string() + "”. Unmount"));
+    EXPECT_EQ(readFile(root / "newer"), "newer");
+    ASSERT_EQ(umount((root / "sub").c_str()), 0);
+    EXPECT_EQ(machine->run({"save", "Work"}).err, "");
+}
+
+TEST_F(KeptFiles, ThatCannotBeReadAreKeptAsideWhenOthersAreTaken) {
+    const auto root = makeKept("Work");
+    writeFile(root / "file", std::string(5000, 's') + "precious");
+    ASSERT_EQ(machine->run({"eject", "Work"}).status, 0);
+    {
+        const FileDescriptor image(open(latest().c_str(), O_WRONLY | O_CLOEXEC));
+        const std::string zeros(1024, '\0');
+        ASSERT_EQ(pwrite(image.get(), zeros.data(), zeros.size(), 1024), 1024);
+    }
+    EXPECT_EQ(machine->run({"startup", "create", "Work"}).status, 1);
+    EXPECT_EQ(machine->run({"save", "Work", "--keep-current"}).err, "");
+    writeFile(root / "file", "another");
+    EXPECT_EQ(machine->run({"eject", "Work"}).err, "");
+    int keptAside = 0;
+    for (const auto& entry : fs::directory_iterator(savedContents())) {
+        const bool isAside = entry.path().string().find(".damaged-") != std::string::npos;
+        keptAside += isAside && readFile(entry.path()).find("precious") != std::string::npos ? 1 : 0;
+    }
+    EXPECT_EQ(keptAside, 1);
+}
+
 TEST_F(KeptFiles, ThatAreLostWhileASessionRunsAreTold) {
     const auto root = makeKept("Work");
     writeFile(root / "file", "saved");

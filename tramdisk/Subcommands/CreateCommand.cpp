@@ -143,7 +143,7 @@ struct CreateCommand {
                 context.console.warn(printable(problemText(problem)));
             }
         }
-        return succeeded;
+        return result.problems.empty() ? succeeded : failed;
     }
 };
 

@@ -12,6 +12,7 @@
 #include <fmt/format.h>
 
 #include <fcntl.h>
+#include <unistd.h>
 
 namespace ramdisk {
 
@@ -72,7 +73,15 @@ void LinuxVolumeFormatter::make(RecordHold& hold, const RamDiskSpecification& sp
     const auto& store = context_->ownStore();
     const auto makeFolder = [&] {
         const auto lock = store.lockNames();
-        return makeMountFolder(context_->host, store, hold, context_->notice);
+        try {
+            return makeMountFolder(context_->host, store, hold, context_->notice);
+        } catch (const SystemCallError& error) {
+            if (geteuid() != 0) {
+                throw;
+            }
+            // Root may mount: a place that is refused is no reason to make another kind of disk.
+            throw RamDiskError(RamDiskError::FormattingFailed{error.what()});
+        }
     };
     VolumeRequest making{hold, specification, protection, [&] { store.update(hold); }, makeFolder};
     perform(context_->volumes.of(hold.record.kind).makingSteps(making), context_->observer);

@@ -38,9 +38,7 @@ DamagedFiles::DamagedFiles(const RestoreRequest& request, const TreeManifest& sa
     : request_(request),
       saved_(saved),
       files_(std::move(files)),
-      host_(host),
-      kept_(SavedCopyNames{request.files}.damaged(
-          SavedCopyNames::Earlier::savedAt(std::chrono::system_clock::now()))) {
+      host_(host) {
     for (const auto file : files_) {
         trace("restore", "“{}” in {} is not what was saved", saved_.contents().path(file),
               request_.image.native());
@@ -48,15 +46,21 @@ DamagedFiles::DamagedFiles(const RestoreRequest& request, const TreeManifest& sa
 }
 
 void DamagedFiles::keepImage() {
+    kept_ = keepImage(request_);
+}
+
+std::filesystem::path DamagedFiles::keepImage(const RestoreRequest& request) {
     const SavedCopyFolder::StepObserver unobserved;
-    const SavedCopyFolder folder(request_.files, HardLinks::whereSupported, unobserved);
-    if (auto former = folder.damagedName(request_.image)) {
-        kept_ = *std::move(former);
-        return;
+    const SavedCopyFolder folder(request.files, HardLinks::whereSupported, unobserved);
+    if (auto former = folder.damagedName(request.image)) {
+        return *std::move(former);
     }
-    if (::link(request_.image.c_str(), kept_.c_str()) != 0 && errno != EEXIST) {
-        throw SystemCallError("keep the damaged copy", request_.image);
+    auto kept = SavedCopyNames{request.files}.damaged(
+        SavedCopyNames::Earlier::savedAt(std::chrono::system_clock::now()));
+    if (::link(request.image.c_str(), kept.c_str()) != 0 && errno != EEXIST) {
+        throw SystemCallError("keep the damaged copy", request.image);
     }
+    return kept;
 }
 
 void DamagedFiles::repairFromOtherCopies(const FileDescriptor& disk) {

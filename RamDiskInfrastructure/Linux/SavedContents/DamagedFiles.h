@@ -6,6 +6,7 @@
 #include "RamDiskInfrastructure/Trees/TreeManifest.h"
 
 #include <cstdint>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -23,6 +24,8 @@ public:
     /// copies. It is never taken for a sound copy again.
     /// @throws SystemCallError
     void keepImage();
+    /// The same for an image of which nothing can be read. @returns the name.
+    static std::filesystem::path keepImage(const RestoreRequest& request);
 
     /// Puts the files onto the disk anew, from whichever other copy holds just what was saved. An image that
     /// cannot be read is passed over.

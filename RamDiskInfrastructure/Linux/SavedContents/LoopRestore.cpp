@@ -2,6 +2,7 @@
 
 #include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskCore/Values/RamDiskError.h"
+#include "RamDiskInfrastructure/Archive/FileIdentity.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/Host/ProcSystemMemoryProvider.h"
 #include "RamDiskInfrastructure/Linux/SavedContents/DamagedFiles.h"
@@ -10,6 +11,8 @@
 #include "RamDiskInfrastructure/Trees/ParallelJobs.h"
 #include "RamDiskInfrastructure/Trees/TreeContents.h"
 #include "RamDiskInfrastructure/Trees/TreeUpdate.h"
+
+#include <fmt/format.h>
 
 #include <utility>
 
@@ -91,6 +94,34 @@ ByteCount readAheadLimit(const LinuxHost& host) {
 
 SavedImageTool::Closing LoopRestore::perform(const ProgressObserver& observer) const {
     const auto disk = MountedDisk::open(request_.disk, host_);
+    // Its folders could neither be filled nor removed.
+    if (const auto inner = disk.mountBelow(host_)) {
+        throw RamDiskError(RamDiskError::ContentsTransferFailed{fmt::format(
+            "another volume is mounted on it, at “{}”. Unmount that one first.", inner->string())});
+    }
+    try {
+        return putBack(disk, observer);
+    } catch (const RamDiskError& error) {
+        if (std::holds_alternative<RamDiskError::ImageUnreadable>(error.value())) {
+            keepUnreadable();
+        }
+        throw;
+    }
+}
+
+/// The user may decide for other files than these. That is no reason to give up what may be rescued.
+void LoopRestore::keepUnreadable() const noexcept {
+    try {
+        if (FileIdentity::of(request_.image)) {
+            static_cast<void>(DamagedFiles::keepImage(request_));
+        }
+    } catch (const std::exception&) {
+        traceCaught("restore", "a copy that cannot be read gets no name of its own");
+    }
+}
+
+SavedImageTool::Closing LoopRestore::putBack(const MountedDisk& disk,
+                                             const ProgressObserver& observer) const {
     auto image = OpenImage::open(ImageFile::open(request_.image, LoopAccess::readOnly, host_),
                                  LoopAccess::readOnly, request_.protection, host_);
     try {

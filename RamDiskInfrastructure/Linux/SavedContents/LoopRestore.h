@@ -33,6 +33,8 @@ public:
     SavedImageTool::Closing perform(const ProgressObserver& observer) const;
 
 private:
+    SavedImageTool::Closing putBack(const MountedDisk& disk, const ProgressObserver& observer) const;
+    void keepUnreadable() const noexcept;
     void copy(const OpenImage& image, const MountedDisk& disk, const ProgressObserver& observer) const;
     /// Whether the disk is full only because it was made without room for a restore.
     [[nodiscard]] bool couldHaveHadRoom(const OpenImage& image, const MountedDisk& disk) const;

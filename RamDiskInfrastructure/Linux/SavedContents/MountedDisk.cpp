@@ -81,6 +81,12 @@ MountedDisk MountedDisk::open(const RamDisk& disk, const LinuxHost& host) {
     return mounted;
 }
 
+std::optional<std::filesystem::path> MountedDisk::mountBelow(const LinuxHost& host) const {
+    const auto mounts = MountTable::read(host.proc);
+    const auto* inner = mounts.below(mountPoint_);
+    return inner != nullptr ? std::optional(inner->mountPoint) : std::nullopt;
+}
+
 bool MountedDisk::isPresent() const {
     struct stat now {};
     struct stat held {};

@@ -11,6 +11,7 @@
 
 #include <filesystem>
 #include <future>
+#include <optional>
 
 #include <sys/types.h>
 
@@ -27,6 +28,9 @@ public:
     [[nodiscard]] const FileDescriptor& root() const noexcept { return root_; }
     /// Whether the mount point still leads to this volume.
     [[nodiscard]] bool isPresent() const;
+    /// Where another volume is mounted on one of its folders, if one is.
+    /// @throws SystemCallError
+    [[nodiscard]] std::optional<std::filesystem::path> mountBelow(const LinuxHost& host) const;
     /// Whether the volume ignores letter case in names. This is tried with a file.
     /// @throws SystemCallError
     [[nodiscard]] bool mergesNames() const;

@@ -353,6 +353,56 @@ TEST(SessionLifecycleTest, ADiskGetsRoomForARestoreOnlyWhenTheRestoreNeedsIt) {
     }
 }
 
+TEST(SessionLifecycleTest, AnInterruptedFillingThatLacksRoomGoesOnOnADiskWithRoom) {
+    for (const std::size_t number : {std::size_t{0}, std::size_t{2}}) {
+        for (const int lacks : {1, 2}) {
+            SCOPED_TRACE(std::to_string(number) + ", lacks room " + std::to_string(lacks));
+            Session session;
+            const auto id = session.addWork();
+            session.saveEarlier(id, {"old", "new"});
+            session.launchOne();
+            if (number > 0) {
+                session.images->restoreFailure = RamDiskError::ImageEjected{};
+                session.images->failsHalfWay = true;
+                EXPECT_EQ(session.loadCase(number), "imageEjected");
+                session.images->restoreFailure.reset();
+            } else {
+                session.storage->setFilling(id, Filling{*session.kept().disk.instance});
+            }
+            session.machine->steps.clear();
+            session.images->lacksRoom = lacks;
+            EXPECT_EQ(session.launchOne().caseName(), lacks == 1 ? "created" : "restoreFailed");
+            EXPECT_THAT(session.machine->steps, Contains("room for a restore"));
+            EXPECT_EQ(session.copies(id).size(), 2U);
+            const auto* wanted = number > 0 ? "old" : "new";
+            EXPECT_EQ(session.read("Work"), lacks == 1 ? wanted : "");
+            EXPECT_EQ(session.saveCase(), lacks == 1 ? "" : "savedContentsNotRestored");
+        }
+    }
+}
+
+TEST(SessionLifecycleTest, ASaveThatAnEjectForestallsTellsWhatBecameOfTheFiles) {
+    for (const auto saving : {SaveBeforeEject::yes, SaveBeforeEject::no}) {
+        for (const bool isOld : {false, true}) {
+            Session session;
+            session.addWork();
+            session.launchOne();
+            if (isOld) {
+                session.write("Work", "saved");
+                session.lifecycle().quit(Force::no, {});
+                session.launchOne();
+            }
+            session.write("Work", "last");
+            EXPECT_EQ(isOld ? session.saveCase() : "", "");
+            const auto kept = session.kept();
+            session.lifecycle().leave(kept.disk, saving, Force::no, {});
+            const auto* told = saving == SaveBeforeEject::yes ? "contentsTransferFailed" : "diskEjected";
+            EXPECT_EQ(caseOf([&] { session.contents()->save(kept, Verification::no, {}); }), told);
+            EXPECT_EQ(caseOf([&] { session.contents()->load(kept, 1, {}); }), told);
+        }
+    }
+}
+
 TEST(SessionLifecycleTest, LoadingChoosesACopyByItsNumber) {
     Session session;
     session.saveEarlier(session.addWork(), {"old", "new"});

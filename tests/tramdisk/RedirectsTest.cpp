@@ -1,3 +1,4 @@
+#include "RamDiskInfrastructure/Commands/FileDescriptor.h"
 #include "tests/support/Linux/TestMachine.h"
 #include "tests/support/Linux/TestMount.h"
 
@@ -5,6 +6,7 @@
 
 #include <functional>
 
+#include <fcntl.h>
 #include <sys/mount.h>
 
 namespace ramdisk::test {

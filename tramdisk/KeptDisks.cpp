@@ -41,12 +41,10 @@ RamDiskProfile startupDiskNamed(const std::string& name, const CommandContext& c
 }
 
 std::string unrestoredHint(const std::string& disk) {
-    return printable(fmt::format(
-        "`tramdisk load {0}` puts the saved files on the disk, and with `--copy N` an earlier copy. "
-        "`tramdisk "
-        "save {0} --keep-current` makes what is on it now the saved files. `tramdisk eject {0} --discard` "
-        "gives up what is on it.",
-        disk));
+    return fmt::format("`tramdisk load {0}` puts the saved files on the disk, and with `--copy N` an earlier "
+                       "copy. `tramdisk save {0} --keep-current` makes what is on it now the saved files. "
+                       "`tramdisk eject {0} --discard` gives up what is on it.",
+                       disk);
 }
 
 std::string atLaunchText(const std::string& disk, bool keepsFiles) {
@@ -60,18 +58,18 @@ std::optional<std::string> savingHint(const std::string& disk, const RamDiskErro
         return unrestoredHint(disk);
     }
     if (std::holds_alternative<RamDiskError::PartlyFilled>(error.value())) {
-        return printable(fmt::format("`tramdisk load {0}` puts all of the saved files on the disk. `tramdisk "
-                                     "eject {0} --discard` gives up what is on it.",
-                                     disk));
+        return fmt::format("`tramdisk load {0}` puts all of the saved files on the disk. `tramdisk eject {0} "
+                           "--discard` gives up what is on it.",
+                           disk);
     }
     return std::nullopt;
 }
 
 void noteStorageInMemory(const CommandContext& context) {
     if (context.platform.isFolderInMemory(context.stores.applicationSupport)) {
-        context.console.note(printable(
+        context.console.note(
             fmt::format("The folder “{}” lies in memory itself: saved files in it do not outlive a restart.",
-                        context.stores.applicationSupport.string())));
+                        context.stores.applicationSupport.string()));
     }
 }
 
@@ -84,7 +82,7 @@ void tellLostCopies(const CommandContext& context) {
 
 void tellRedirectFailures(const std::vector<RedirectFailure>& failures, const CommandContext& context) {
     for (const auto& failure : failures) {
-        context.console.warn(printable(failureText(failure)));
+        context.console.warn(failureText(failure));
     }
 }
 

@@ -21,7 +21,7 @@ RamDiskSetup baseSetup(const std::optional<std::string>& templateTitle, const Co
     try {
         context.stores.defaults->requireReadable();
     } catch (const std::exception& error) {
-        context.console.warn(printable(fmt::format("{} Until then, the defaults count.", error.what())));
+        context.console.warn(fmt::format("{} Until then, the defaults count.", error.what()));
     }
     const auto preferences = context.stores.preferences->load();
     RamDiskSetup setup;

@@ -1,5 +1,7 @@
 #include "tramdisk/SetupOptions.h"
 
+#include "RamDiskUI/DiskText.h"
+
 #include <fmt/format.h>
 
 namespace ramdisk::cli {
@@ -49,7 +51,8 @@ void SetupOptions::declareForExistingDisk(Syntax& syntax) {
 
 void SetupOptions::declareAdditions(Syntax& syntax) {
     syntax.value("--seed", seedFolder, "Copy the contents of this folder onto the disk each time it is made");
-    syntax.value("--folder", folders, "Make this folder on the disk (may be given several times)");
+    syntax.value("--folder", folders,
+                 fmt::format("Make this folder on the disk (may be given several times). {}", foldersText));
     syntax.value(
         "--redirect", redirects,
         fmt::format("Keep a tool's folder on the disk (may be given several times): {}", targetHelp()));

@@ -74,7 +74,15 @@ RedirectTarget valueFrom(const std::string& text) {
 
 template <>
 std::filesystem::path valueFrom(const std::string& text) {
-    return std::filesystem::absolute(text);
+    if (text.empty()) {
+        throw UsageError("A folder has no name. Give its path.");
+    }
+    std::error_code error;
+    const auto path = std::filesystem::absolute(text, error);
+    if (error) {
+        throw UsageError(fmt::format("“{}” cannot be found from here: {}.", text, error.message()));
+    }
+    return path;
 }
 
 std::string formatHelp() {

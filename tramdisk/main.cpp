@@ -128,5 +128,10 @@ int main(int argumentCount, char** arguments) {
         printErrorDocument(console, "wrongCommandLine", error.what());
         console.fail(error.what());
         return finish(wrongCommandLine);
+    } catch (const std::exception& error) {
+        const auto console = consoleOf(argumentCount, arguments);
+        printErrorDocument(console, "failed", errorText(error));
+        console.fail(errorText(error));
+        return finish(failed);
     }
 }

@@ -2,6 +2,7 @@
 
 #include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskCore/Values/RamDiskError.h"
+#include "RamDiskCore/Values/ReasonText.h"
 #include "RamDiskCore/Values/Text.h"
 
 #include <algorithm>
@@ -9,16 +10,34 @@
 
 namespace ramdisk {
 
+namespace {
+
+/// Does one step of a creation. Whatever it throws leaves as one of our errors, of the step's own case.
+template <typename Case, typename Step>
+auto failingAs(const Step& step) {
+    try {
+        return step();
+    } catch (const RamDiskError&) {
+        throw;
+    } catch (const std::exception& error) {
+        throw RamDiskError(Case{error.what()});
+    }
+}
+
+} // namespace
+
 CreateRamDiskUseCase::CreateRamDiskUseCase(Ports ports) : ports_(std::move(ports)) {}
 
 CreateRamDiskResult CreateRamDiskUseCase::execute(RamDiskSpecification specification, Purpose purpose) {
     auto warnings = requireValid(specification, purpose);
-    ports_.formatter->prepare(specification);
+    failingAs<RamDiskError::FormattingFailed>([&] { ports_.formatter->prepare(specification); });
     VolumeProtection protection;
-    if (specification.isEncrypted) {
-        protection.value = VolumeProtection::Encrypted{ports_.passphrases->generate()};
-    }
-    const auto device = ports_.allocator->allocate(specification.size);
+    const auto device = failingAs<RamDiskError::AllocationFailed>([&] {
+        if (specification.isEncrypted) {
+            protection.value = VolumeProtection::Encrypted{ports_.passphrases->generate()};
+        }
+        return ports_.allocator->allocate(specification.size);
+    });
     try {
         return fill(device, specification, protection, std::move(warnings));
     } catch (...) {
@@ -50,7 +69,8 @@ CreateRamDiskUseCase::Plan CreateRamDiskUseCase::plan(RamDiskSpecification speci
 std::vector<CreationWarning> CreateRamDiskUseCase::requireValid(RamDiskSpecification& specification,
                                                                 Purpose purpose) const {
     specification.name = std::string(trimmed(specification.name));
-    auto context = ports_.contextProvider.current();
+    auto context =
+        failingAs<RamDiskError::AllocationFailed>([this] { return ports_.contextProvider.current(); });
     if (purpose == Purpose::startupDisk) {
         context.startupDiskNames.clear();
     }
@@ -58,7 +78,7 @@ std::vector<CreationWarning> CreateRamDiskUseCase::requireValid(RamDiskSpecifica
     if (!report.isValid()) {
         throw RamDiskError(RamDiskError::InvalidSpecification{report.errors()});
     }
-    ports_.formatter->requireSupport(specification);
+    failingAs<RamDiskError::FormattingFailed>([&] { ports_.formatter->requireSupport(specification); });
     std::vector<CreationWarning> warnings;
     for (const auto& issue : report.warnings()) {
         warnings.push_back({CreationWarning::Validation{issue}});
@@ -70,21 +90,23 @@ CreateRamDiskResult CreateRamDiskUseCase::fill(const DeviceIdentifier& device,
                                                const RamDiskSpecification& specification,
                                                const VolumeProtection& protection,
                                                std::vector<CreationWarning> warnings) {
-    const auto volume = ports_.formatter->format(device, specification, protection);
+    const auto volume = failingAs<RamDiskError::FormattingFailed>(
+        [&] { return ports_.formatter->format(device, specification, protection); });
     if (!specification.isIndexingEnabled) {
         try {
             ports_.indexing->set(SearchIndexing::off, volume);
         } catch (const std::exception& error) {
-            warnings.push_back({CreationWarning::IndexingNotDisabled{error.what()}});
+            warnings.push_back({CreationWarning::IndexingNotDisabled{reasonText(error)}});
         }
     }
-    const auto disks = ports_.inventory->list();
+    const auto disks =
+        failingAs<RamDiskError::InventoryUnavailable>([this] { return ports_.inventory->list(); });
     const auto made = std::find_if(disks.begin(), disks.end(),
                                    [&device](const RamDisk& disk) { return disk.device == device; });
     if (made == disks.end()) {
         throw RamDiskError(RamDiskError::NotFound{RamDiskReference{RamDiskReference::Device{device}}});
     }
-    ports_.allocator->settle(device);
+    failingAs<RamDiskError::AllocationFailed>([&] { ports_.allocator->settle(device); });
     return {*made, std::move(warnings)};
 }
 

@@ -46,7 +46,7 @@ public:
     explicit CreateRamDiskUseCase(Ports ports);
 
     /// @throws RamDiskError `invalidSpecification`, `allocationFailed`, `formattingFailed`,
-    ///         `inventoryUnavailable`, and `notFound` when the finished disk is not listed.
+    ///         `inventoryUnavailable`, and `notFound` when the finished disk is not listed. Nothing else.
     CreateRamDiskResult execute(RamDiskSpecification specification, Purpose purpose = Purpose::requested);
 
     /// Checks everything that `execute` checks before it changes the machine, then describes the rest.

@@ -1,41 +1,23 @@
 #include "RamDiskCore/Ports/Tracing.h"
 
 #include "RamDiskCore/Values/RamDiskError.h"
+#include "RamDiskCore/Values/ReasonText.h"
 
 #include <fmt/format.h>
 
 #include <exception>
 #include <string>
 #include <system_error>
-#include <type_traits>
-#include <variant>
 
 namespace ramdisk {
 
 namespace {
 
-/// "filesKeptChanging" as people write it: “files kept changing”.
-std::string wordsOf(std::string_view caseName) {
-    std::string words;
-    for (const auto character : caseName) {
-        const bool begins = character >= 'A' && character <= 'Z';
-        words += begins ? " " : "";
-        words += begins ? static_cast<char>(character - 'A' + 'a') : character;
-    }
-    return words;
-}
-
 /// The name of the case, and the reason where it has one.
 std::string textOf(const RamDiskError& error) {
-    return std::visit(
-        [&error](const auto& value) {
-            if constexpr (requires { std::string(value.reason); }) {
-                return fmt::format("{}: {}", wordsOf(error.caseName()), value.reason);
-            } else {
-                return wordsOf(error.caseName());
-            }
-        },
-        error.value());
+    const auto words = wordsOf(error.caseName());
+    const auto reason = reasonText(error);
+    return reason == words ? words : fmt::format("{}: {}", words, reason);
 }
 
 std::string currentExceptionText() {

@@ -279,7 +279,7 @@ std::vector<FolderRedirect> FolderRedirectsUseCase::redirects(const std::string&
 
 void FolderRedirectsUseCase::requirePlaces(const Targets& targets) const {
     for (const auto& target : targets) {
-        static_cast<void>(redirecting_->place(target));
+        static_cast<void>(redirecting_->place(redirecting_->settled(target)));
     }
 }
 

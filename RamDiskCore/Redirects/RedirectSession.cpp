@@ -2,6 +2,7 @@
 
 #include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskCore/Redirects/RedirectConflicts.h"
+#include "RamDiskCore/Values/ReasonText.h"
 
 #include <algorithm>
 #include <exception>
@@ -175,7 +176,7 @@ void RedirectSession::takeAway(const FolderRedirect& stray) {
                  + "” was still on a disk, although no redirect is stored for it. The original is back.");
     } catch (const std::exception& error) {
         // No later start would know of it, so its disk has to stay.
-        fail(stray, FolderInUse(error.what()));
+        fail(stray, FolderInUse(reasonText(error)));
     }
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "RamDiskCore/Ports/DiskOrderStoring.h"
 #include "RamDiskCore/Setup/DiskTemplatesUseCase.h"
 #include "RamDiskCore/Setup/SetUpRamDiskUseCase.h"
 #include "RamDiskCore/Startup/LoadSavedContentsUseCase.h"
@@ -18,6 +19,7 @@ struct RamDiskSessionServices {
     std::shared_ptr<SessionLifecycleUseCase> lifecycle;
     std::shared_ptr<ConfigureRamDiskUseCase> configure;
     std::shared_ptr<FolderRedirectsUseCase> redirects;
+    std::shared_ptr<DiskOrderStoring> diskOrder;
     std::shared_ptr<SetUpRamDiskUseCase> setUp;
     std::shared_ptr<LoadSavedContentsUseCase> loadSaved;
     std::shared_ptr<DiskTemplatesUseCase> templates;

@@ -74,27 +74,29 @@ RamDiskServices makeLinuxServices(const std::shared_ptr<const LinuxContext>& con
         memory, std::make_shared<LinuxMountedVolumeListing>(context),
         std::make_shared<FileProfileRepository>(context->host.applicationSupport)};
     const auto passphrases = std::make_shared<SecureRandomPassphraseGenerator>();
+    const auto formatter = std::make_shared<LinuxVolumeFormatter>(context, making);
+    const auto renamer = std::make_shared<LinuxVolumeRenamer>(context);
     RamDiskServices services;
-    services.create = std::make_shared<CreateRamDiskUseCase>(
-        CreateRamDiskUseCase::Ports{allocator, std::make_shared<LinuxVolumeFormatter>(context, making),
-                                    inventory, indexing, passphrases, validationContext, services.validator});
+    services.create = std::make_shared<CreateRamDiskUseCase>(CreateRamDiskUseCase::Ports{
+        allocator, formatter, inventory, indexing, passphrases, validationContext, services.validator});
     services.list = std::make_shared<ListRamDisksUseCase>(inventory);
     services.eject = std::make_shared<EjectRamDiskUseCase>(allocator, inventory);
-    const auto renamer = std::make_shared<LinuxVolumeRenamer>(context);
+    services.memoryOverview = std::make_shared<GetMemoryOverviewUseCase>(memory, inventory);
+    services.volumeUsers = std::make_shared<LinuxVolumeUsers>(context->runner, context->host.proc);
+    services.folderCopier = std::make_shared<TreeFolderCopier>();
+    services.folderMaker = std::make_shared<FileManagerFolderMaker>();
+    services.validationContext = validationContext;
+    services.archiver = std::make_shared<SavedContentsArchiver>(
+        std::make_shared<LoopImageTool>(context->host, context->runner));
+    services.renamer = renamer;
+    services.indexing = indexing;
+    services.marker = formatter;
     services.inventory = inventory;
     services.rename = std::make_shared<RenameRamDiskUseCase>(renamer, inventory, validationContext);
     services.access = renamer;
-    services.folderCopier = std::make_shared<TreeFolderCopier>();
-    services.folderMaker = std::make_shared<FileManagerFolderMaker>();
-    services.archiver = std::make_shared<SavedContentsArchiver>(
-        std::make_shared<LoopImageTool>(context->host, context->runner));
     services.passphrases = passphrases;
     services.writeBlocking = std::make_shared<LinuxWriteBlocking>();
     services.memoryTrimming = std::make_shared<FreeSpaceTrimming>();
-    services.indexing = indexing;
-    services.memoryOverview = std::make_shared<GetMemoryOverviewUseCase>(memory, inventory);
-    services.volumeUsers = std::make_shared<LinuxVolumeUsers>(context->runner, context->host.proc);
-    services.validationContext = validationContext;
     return services;
 }
 

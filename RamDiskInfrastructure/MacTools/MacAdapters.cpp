@@ -62,21 +62,23 @@ RamDiskServices makeMacServices(const MacAdapters& adapters) {
                                     .passphrases = adapters.passphrases,
                                     .contextProvider = services.validationContext,
                                     .validator = services.validator});
-    services.inventory = inventory;
-    services.passphrases = adapters.passphrases;
+    services.list = std::make_shared<ListRamDisksUseCase>(inventory);
+    services.eject = std::make_shared<EjectRamDiskUseCase>(allocator, inventory);
+    services.memoryOverview = std::make_shared<GetMemoryOverviewUseCase>(adapters.memory, inventory);
+    services.volumeUsers = std::make_shared<LsofVolumeUsers>(adapters.runner, toolPaths::lsof);
     services.folderCopier = std::make_shared<DittoFolderCopier>(adapters.runner);
     services.folderMaker = std::make_shared<FileManagerFolderMaker>();
     services.archiver = makeMacContentArchiver(adapters);
+    services.renamer = std::make_shared<DiskUtilVolumeRenamer>(adapters.runner);
+    services.indexing = indexing;
+    services.marker = formatter;
+    services.inventory = inventory;
+    services.rename =
+        std::make_shared<RenameRamDiskUseCase>(services.renamer, inventory, services.validationContext);
+    services.access = std::make_shared<FixedVolumeAccess>();
+    services.passphrases = adapters.passphrases;
     services.writeBlocking = std::make_shared<NoWriteBlocking>();
     services.memoryTrimming = std::make_shared<NoMemoryTrimming>();
-    services.access = std::make_shared<FixedVolumeAccess>();
-    services.list = std::make_shared<ListRamDisksUseCase>(inventory);
-    services.eject = std::make_shared<EjectRamDiskUseCase>(allocator, inventory);
-    services.rename = std::make_shared<RenameRamDiskUseCase>(
-        std::make_shared<DiskUtilVolumeRenamer>(adapters.runner), inventory, services.validationContext);
-    services.indexing = indexing;
-    services.memoryOverview = std::make_shared<GetMemoryOverviewUseCase>(adapters.memory, inventory);
-    services.volumeUsers = std::make_shared<LsofVolumeUsers>(adapters.runner, toolPaths::lsof);
     return services;
 }
 

@@ -13,6 +13,7 @@ RamDiskSessionServices makeSessionServices(const RamDiskServices& services, cons
                                       services.passphrases, services.list, stores.profiles});
     session.redirects = std::make_shared<FolderRedirectsUseCase>(
         stores.redirects, redirecting, services.inventory, services.validationContext.profiles);
+    session.diskOrder = stores.diskOrder;
     session.configure =
         std::make_shared<ConfigureRamDiskUseCase>(services, session.profiles, session.redirects);
     session.lifecycle = std::make_shared<SessionLifecycleUseCase>(services, session.profiles,

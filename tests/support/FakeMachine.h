@@ -8,6 +8,7 @@
 #include "RamDiskCore/Ports/FolderRedirecting.h"
 #include "RamDiskCore/Ports/WriteBlocking.h"
 #include "RamDiskCore/Values/RamDiskError.h"
+#include "RamDiskCore/Values/ReasonText.h"
 
 #include <algorithm>
 #include <functional>
@@ -48,6 +49,8 @@ public:
     // What each step throws, where it is set.
     std::optional<RamDiskError> unsupported, preparationFailure, allocationFailure, formattingFailure,
         indexingFailure, listingFailure, settlingFailure, passphraseFailure;
+    /// Whether those are thrown as somebody else's errors.
+    bool throwsForeignErrors = false;
     std::map<DeviceIdentifier, RamDiskError> releaseFailures;
     /// Folders that can be neither copied, made nor redirected.
     std::set<std::string> failingFolders;
@@ -225,7 +228,10 @@ public:
     }
 
 private:
-    static void throwIfSet(const std::optional<RamDiskError>& failure) {
+    void throwIfSet(const std::optional<RamDiskError>& failure) const {
+        if (failure && throwsForeignErrors) {
+            throw std::runtime_error(reasonText(*failure));
+        }
         if (failure) {
             throw RamDiskError(*failure);
         }

@@ -73,6 +73,7 @@ TEST_F(CommandLine, ToldWrongSaysWhatAndDoesNothing) {
         {{"create", "--dry-run", "--size", "8M", "--seed", "/nope"},
          1,
          "Could not copy the contents: could not open “/nope”: No such file or directory"},
+        {{"create", "--size", "8M", "--seed", ""}, 2, "A folder has no name. Give its path."},
         {{"create", "--name", ""}, 1, "Enter a name for the RAM disk."},
         {{"create", "--name="}, 1, "Enter a name for the RAM disk."},
         {{"create", "--name", " \n "}, 1, "Enter a name for the RAM disk."},

@@ -80,7 +80,7 @@ struct ConfigureCommand {
             context.console.fail(problemText(problem));
         }
         if (result.problems.empty()) {
-            context.console.confirm(fmt::format("“{}” is changed.", printable(result.ramDisk.name)));
+            context.console.confirm(fmt::format("“{}” is changed.", result.ramDisk.name));
             if (changes.previousCopies) {
                 tellCopies(*changes.previousCopies, result.ramDisk.name, context);
             }

@@ -1,5 +1,6 @@
 #include "RamDiskCore/Values/ByteCountFormat.h"
 #include "RamDiskInfrastructure/Stores/ValueJSON.h"
+#include "RamDiskUI/DiskText.h"
 #include "RamDiskUI/ErrorText.h"
 #include "RamDiskUI/SessionText.h"
 #include "tramdisk/KeptDisks.h"
@@ -13,6 +14,7 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <filesystem>
 
 namespace ramdisk::cli {
 
@@ -83,9 +85,6 @@ std::vector<std::string> plannedAdditions(const RamDiskSetup& setup) {
 ExitStatus printPlan(const SetupOptions& options, const CommandContext& context) {
     auto setup = setupFrom(options, context);
     context.session.setUp->check(setup);
-    for (const auto& target : setup.redirects) {
-        static_cast<void>(context.platform.redirecting->place(context.platform.redirecting->settled(target)));
-    }
     auto plan = context.services.create->plan(setup.specification);
     const auto additions = plannedAdditions(setup);
     plan.steps.insert(plan.steps.end(), additions.begin(), additions.end());
@@ -103,9 +102,22 @@ ExitStatus printPlan(const SetupOptions& options, const CommandContext& context)
 
 std::string readyText(const RamDisk& disk) {
     const auto where = disk.mountPoint ? disk.mountPoint->string() : std::string("nowhere");
-    return fmt::format("“{}” is ready at {} ({}, {}, {}).", printable(disk.name), printable(where),
-                       disk.device.bsdName(), format(disk.capacity),
-                       disk.fileSystemName.value_or("unknown format"));
+    return fmt::format("“{}” is ready at {} ({}, {}, {}).", disk.name, where, disk.device.bsdName(),
+                       format(disk.capacity), disk.fileSystemName.value_or("unknown format"));
+}
+
+/// Where only the owner can go, the folder itself tells.
+void tellPrivateFolder(const RamDisk& disk, const Console& console) {
+    namespace fs = std::filesystem;
+    if (disk.access != VolumeAccess::onlyMe || !disk.mountPoint) {
+        return;
+    }
+    const auto folder = disk.mountPoint->parent_path();
+    std::error_code error;
+    const auto mode = fs::status(folder, error).permissions();
+    if (!error && (mode & (fs::perms::group_all | fs::perms::others_all)) == fs::perms::none) {
+        console.confirm(privateAccessText(folder.string()));
+    }
 }
 
 struct CreateCommand {
@@ -133,14 +145,15 @@ struct CreateCommand {
                                                        {"problems", toJSON(result.problems)}}));
         }
         context.console.confirm(readyText(disk));
+        tellPrivateFolder(disk, context.console);
         if (made.createsAtLaunch && context.session.profiles->named(disk.name)) {
             context.console.confirm(atLaunchText(disk.name, made.keepsFiles));
             tellLostCopies(context);
         }
         if (!result.problems.empty()) {
-            context.console.warn(printable(setupProblemsTitle(disk.name)));
+            context.console.warn(setupProblemsTitle(disk.name));
             for (const auto& problem : result.problems) {
-                context.console.warn(printable(problemText(problem)));
+                context.console.warn(problemText(problem));
             }
         }
         return result.problems.empty() ? succeeded : failed;

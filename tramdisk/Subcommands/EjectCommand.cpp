@@ -1,5 +1,6 @@
 #include "RamDiskCore/Values/ByteCountFormat.h"
 #include "RamDiskInfrastructure/Stores/ValueJSON.h"
+#include "RamDiskUI/DiskText.h"
 #include "RamDiskUI/ErrorText.h"
 #include "tramdisk/KeptDisks.h"
 #include "tramdisk/ProgressLine.h"
@@ -36,14 +37,20 @@ std::vector<NamedDisk> resolveAll(const std::vector<RamDiskReference>& reference
     return disks;
 }
 
-/// All of the caller's disks that this system made.
-std::vector<NamedDisk> allDisks(const RamDiskServices& services) {
+/// All of the caller's disks that this system made. Tells it when there are others.
+std::vector<NamedDisk> allDisks(const CommandContext& context) {
     std::vector<NamedDisk> disks;
-    for (auto& disk : services.list->listOwn()) {
+    bool hasOthers = false;
+    for (auto& disk : context.services.list->listOwn()) {
         if (disk.isCreatedByRamDisk) {
             RamDiskReference reference{RamDiskReference::Name{disk.name}};
             disks.push_back({std::move(disk), std::move(reference)});
+        } else {
+            hasOthers = true;
         }
+    }
+    if (hasOthers) {
+        context.console.note(onlyOwnDisksText);
     }
     return disks;
 }
@@ -88,9 +95,8 @@ std::optional<std::string> heldText(const RamDisk& disk, const ReleaseOutcome& o
         return std::nullopt;
     }
     return fmt::format(
-        "“{}” is ejected, but {} of its memory stays in use until its last file is closed{}{}.",
-        printable(disk.name), format(*outcome.stillHeld), outcome.holders.empty() ? "" : ": ",
-        fmt::join(outcome.holders, ", "));
+        "“{}” is ejected, but {} of its memory stays in use until its last file is closed{}{}.", disk.name,
+        format(*outcome.stillHeld), outcome.holders.empty() ? "" : ": ", fmt::join(outcome.holders, ", "));
 }
 
 Json resultJSON(const BatchEjectResult& result) {
@@ -114,7 +120,7 @@ Json resultJSON(const BatchEjectResult& result) {
 
 void tell(const BatchEjectResult& result, const Console& console) {
     for (std::size_t index = 0; index < result.ejected.size(); ++index) {
-        console.confirm(fmt::format("“{}” is ejected.", printable(result.ejected[index].name)));
+        console.confirm(fmt::format("“{}” is ejected.", result.ejected[index].name));
         if (const auto text = heldText(result.ejected[index], result.outcomes[index])) {
             console.note(*text);
         }
@@ -149,10 +155,9 @@ struct EjectCommand {
 
     ExitStatus run(const CommandContext& context) const {
         bool areFoldersBack = true;
-        const auto result =
-            ejectEach(isAll ? allDisks(context.services) : resolveAll(references, context.services),
-                      isDiscarded ? SaveBeforeEject::no : SaveBeforeEject::yes,
-                      isForced ? Force::yes : Force::no, areFoldersBack, context);
+        const auto result = ejectEach(isAll ? allDisks(context) : resolveAll(references, context.services),
+                                      isDiscarded ? SaveBeforeEject::no : SaveBeforeEject::yes,
+                                      isForced ? Force::yes : Force::no, areFoldersBack, context);
         if (context.console.wantsJSON()) {
             context.console.printDocument(compactText(resultJSON(result)));
         }

@@ -36,7 +36,7 @@ struct LoadCommand {
         if (result.restored.isImageLeftOpen) {
             context.console.warn(errorText(RamDiskError(RamDiskError::ImageLeftOpen{})));
         }
-        context.console.confirm(fmt::format("Copy {} is on “{}”.", copy, printable(kept.disk.name)));
+        context.console.confirm(fmt::format("Copy {} is on “{}”.", copy, kept.disk.name));
         return succeeded;
     }
 };

@@ -27,9 +27,8 @@ struct RenameCommand {
         if (context.console.wantsJSON()) {
             context.console.printDocument(compactText(toJSON(renamed)));
         }
-        context.console.confirm(fmt::format("“{}” is now “{}”, at {}.", printable(disk.name),
-                                            printable(renamed.name),
-                                            printable(renamed.mountPoint.value_or("").string())));
+        context.console.confirm(fmt::format("“{}” is now “{}”, at {}.", disk.name, renamed.name,
+                                            renamed.mountPoint.value_or("").string()));
         for (const auto& problem : result.problems) {
             context.console.fail(problemText(problem));
         }

@@ -65,7 +65,7 @@ struct SaveCommand {
         Json json{{"saved", Json::array()}, {"unchanged", Json::array()}, {"failures", Json::array()}};
         auto status = succeeded;
         for (const auto& kept : disks) {
-            const auto name = printable(kept.disk.name);
+            const auto& name = kept.disk.name;
             try {
                 const auto outcome = [&] {
                     ProgressLine progress(console.options(), "Saving");

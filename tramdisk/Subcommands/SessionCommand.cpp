@@ -41,7 +41,7 @@ LaunchReport launch(const CommandContext& context) {
     tellNotUnderstood(report.notUnderstood, "startup disk", context);
     for (const auto& outcome : report.outcomes) {
         if (!outcome.needsAttention()) {
-            context.console.confirm(printable(outcomeText(outcome)));
+            context.console.confirm(outcomeText(outcome));
             continue;
         }
         if (!isTitleTold) {
@@ -84,8 +84,8 @@ void leaveLostDisks(const CommandContext& context) {
             return redirect.id == former.id && !redirect.restoreState;
         });
         if (former.restoreState && isUndone) {
-            context.console.warn(fmt::format("“{}” is gone. {} is back in its place.",
-                                             printable(former.diskName), targetText(former.target)));
+            context.console.warn(fmt::format("“{}” is gone. {} is back in its place.", former.diskName,
+                                             targetText(former.target)));
         }
     }
     static_cast<void>(std::fflush(stdout));
@@ -157,7 +157,7 @@ ShutdownReport quit(const CommandContext& context) {
         return context.session.lifecycle->quit(Force::no, progress.observer());
     }();
     for (const auto& disk : report.ejected) {
-        context.console.confirm(fmt::format("“{}” is ejected.", printable(disk.name)));
+        context.console.confirm(fmt::format("“{}” is ejected.", disk.name));
     }
     if (report.needsAttention()) {
         context.console.fail(quitAttentionTitle);

@@ -27,7 +27,7 @@ ExitStatus change(const Setting& setting, std::optional<DefaultsValue> value, co
     if (context.console.wantsJSON()) {
         context.console.printDocument(setting.jsonText(stored));
     }
-    context.console.confirm(fmt::format("{} is now {}.", setting.name(), printable(setting.text(stored))));
+    context.console.confirm(fmt::format("{} is now {}.", setting.name(), setting.text(stored)));
     if (!setting.hasEffect()) {
         context.console.note(fmt::format("{} has no effect on this platform yet.", setting.name()));
     }

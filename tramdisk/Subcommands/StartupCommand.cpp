@@ -120,7 +120,7 @@ struct StartupRemoveCommand {
         if (context.console.wantsJSON()) {
             context.console.printDocument(compactText(toJSON(profile)));
         }
-        context.console.confirm(fmt::format("“{}” is no longer a startup disk.", printable(profile.name)));
+        context.console.confirm(fmt::format("“{}” is no longer a startup disk.", profile.name));
         return failures.empty() ? succeeded : failed;
     }
 };
@@ -148,7 +148,7 @@ struct StartupCreateCommand {
             }
             return failed;
         }
-        context.console.confirm(printable(outcomeText(outcome)));
+        context.console.confirm(outcomeText(outcome));
         return succeeded;
     }
 };

@@ -1,4 +1,5 @@
 #include "RamDiskCore/Values/ByteCountFormat.h"
+#include "RamDiskUI/DiskText.h"
 #include "tramdisk/KeptDisks.h"
 #include "tramdisk/ListJSON.h"
 #include "tramdisk/RedirectTargetText.h"
@@ -37,6 +38,10 @@ struct TemplatesListCommand {
         }
         context.console.printTable(
             {"TITLE", "NAME", "SIZE", "FORMAT", "AT LAUNCH", "FILES", "REDIRECTS", "COMMAND"}, rows);
+        if (templates.size() == builtInTemplates().size()) {
+            context.console.note(
+                fmt::format("{} `tramdisk templates save TITLE --from DISK` makes one.", noTemplatesText));
+        }
         return told;
     }
 };
@@ -56,8 +61,8 @@ struct TemplatesSaveCommand {
         if (context.console.wantsJSON()) {
             context.console.printDocument(compactText(toJSON(saved)));
         }
-        context.console.confirm(fmt::format("“{}” is saved. Use it with: {}", printable(saved.title()),
-                                            printable(saved.commandLine())));
+        context.console.confirm(
+            fmt::format("“{}” is saved. Use it with: {}", saved.title(), saved.commandLine()));
         return succeeded;
     }
 };
@@ -73,7 +78,7 @@ struct TemplatesRemoveCommand {
         if (context.console.wantsJSON()) {
             context.console.printDocument(compactText(toJSON(found)));
         }
-        context.console.confirm(fmt::format("“{}” is removed.", printable(found.title())));
+        context.console.confirm(fmt::format("“{}” is removed.", found.title()));
         return succeeded;
     }
 };

@@ -26,7 +26,7 @@ struct UsersCommand {
             return succeeded;
         }
         if (users.empty()) {
-            context.console.confirm(fmt::format("No process uses “{}”.", printable(disk.name)));
+            context.console.confirm(fmt::format("No process uses “{}”.", disk.name));
             return succeeded;
         }
         std::vector<std::vector<std::string>> rows;

@@ -62,7 +62,7 @@ TEST_F(CreateRamDiskUseCaseTest, TellsWarningsOfValidationBeforeThatOfTheIndex) 
     ASSERT_EQ(result.warnings.size(), 2U);
     EXPECT_EQ(result.warnings[0],
               CreationWarning{CreationWarning::Validation{{Issue::ExceedsAvailableMemory{ByteCount{1}}}}});
-    EXPECT_EQ(result.warnings[1].caseName(), "indexingNotDisabled");
+    EXPECT_EQ(result.warnings[1], CreationWarning{CreationWarning::IndexingNotDisabled{"not this one"}});
     EXPECT_EQ(machine->disks.size(), 1U);
 }
 
@@ -74,13 +74,17 @@ TEST_F(CreateRamDiskUseCaseTest, AStepThatFailsIsReportedAndLeavesNoDevice) {
                 {&FakeMachine::allocationFailure, RamDiskError::AllocationFailed{"no memory"}},
                 {&FakeMachine::formattingFailure, RamDiskError::FormattingFailed{"no format"}},
                 {&FakeMachine::listingFailure, RamDiskError::InventoryUnavailable{"no list"}},
+                {&FakeMachine::preparationFailure, RamDiskError::FormattingFailed{"no driver"}},
                 {&FakeMachine::settlingFailure, RamDiskError::AllocationFailed{"not settled"}}};
     for (const auto& row : rows) {
-        machine = std::make_shared<FakeMachine>();
-        machine->attach(4, "Bystander");
-        (*machine).*row.step = row.error;
-        EXPECT_EQ(failureOf(encrypted), row.error);
-        EXPECT_THAT(machine->attachedDevices(), ElementsAre("disk4"));
+        for (const bool isForeign : {false, true}) {
+            machine = std::make_shared<FakeMachine>();
+            machine->attach(4, "Bystander");
+            machine->throwsForeignErrors = isForeign;
+            (*machine).*row.step = row.error;
+            EXPECT_EQ(failureOf(encrypted), row.error);
+            EXPECT_THAT(machine->attachedDevices(), ElementsAre("disk4"));
+        }
     }
 }
 

@@ -9,12 +9,6 @@ namespace ramdisk {
 
 namespace {
 
-/// The path without ".", "..", redundant separators and a trailing one.
-std::filesystem::path standardized(const std::filesystem::path& path) {
-    auto normal = path.lexically_normal();
-    return normal.has_filename() || !normal.has_relative_path() ? normal : normal.parent_path();
-}
-
 struct Matches {
     const RamDisk& disk;
 

@@ -33,6 +33,8 @@ TEST_F(ListAndEjectTest, AReferenceNamesOneDisk) {
                 {"disk4s1", nullptr},
                 {" CAFE ", "disk4"},
                 {"unmounted", "disk6"},
+                {"disk9s1", "disk7"},
+                {"/Volumes/Cafe\u0301", "disk4"},
                 {"Buil", nullptr},
                 {"/Volumes/Café", "disk4"},
                 {"/Volumes/cafe", nullptr},

@@ -133,8 +133,50 @@ TEST_F(MacVolumeTest, IndexingIsReadFromTheToolsSentence) {
         EXPECT_EQ(runner->commands.back().timeout, 30.0);
     }
     EXPECT_THAT(indexing.plan(SearchIndexing::off), ElementsAre("/usr/bin/mdutil -i off MOUNT-POINT"));
-    runner->once("/usr/bin/mdutil -i on /Volumes/A", test::fails(1, "Error: Operation not permitted.\n"));
-    EXPECT_THROW(indexing.set(SearchIndexing::on, "/Volumes/A"), CommandFailure);
+}
+
+TEST_F(MacVolumeTest, WhetherIndexingWasSwitchedIsAskedForWhereTheToolSpeaksOfAnError) {
+    const auto log =
+        std::string("mdutil[5:9] mdutil disabling Spotlight: /Volumes/A -> kMDConfigSearchLevelOff\n");
+    const auto error = "Error: Operation not permitted.\n";
+    const test::ScriptedRunner::Answer off = [](const auto&) {
+        return test::succeeds("/Volumes/A:\n\tIndexing and searching disabled.\n");
+    };
+    const test::ScriptedRunner::Answer on = [](const auto&) {
+        return test::succeeds("/Volumes/A:\n\tIndexing enabled.\n");
+    };
+    const test::ScriptedRunner::Answer unknown = [](const auto&) {
+        return test::fails(1, "Error: unknown indexing state.\n");
+    };
+    const struct {
+        CommandOutput output;
+        test::ScriptedRunner::Answer state; ///< Absent when it is not asked for.
+        std::string text;
+    } rows[] = {
+        {test::succeeds("/Volumes/A:\n", log), {}, ""},
+        {test::succeeds("/Volumes/A:\n\tIndexing and searching disabled.\n", log), {}, ""},
+        {test::fails(1, log), off, ""},
+        {test::fails(1, log, error), on, "mdutil: Error: Operation not permitted."},
+        {test::succeeds(error, log), off, ""},
+        {test::succeeds(error, log), on, "mdutil: Error: Operation not permitted."},
+        {test::succeeds("", error), unknown, "mdutil: Error: Operation not permitted."},
+        {test::succeeds("", error), test::ScriptedRunner::hangs(), "mdutil: Error: Operation not permitted."},
+        {test::fails(2, "mdutil: no such volume\n"), on, "mdutil: mdutil: no such volume"},
+    };
+    for (const auto& row : rows) {
+        const auto runner = std::make_shared<test::ScriptedRunner>();
+        runner->once("/usr/bin/mdutil -i off /Volumes/A", row.output);
+        if (row.state) {
+            runner->once("/usr/bin/mdutil -s /Volumes/A", row.state);
+        }
+        std::string text;
+        try {
+            MDUtilIndexController(runner).set(SearchIndexing::off, "/Volumes/A");
+        } catch (const CommandFailure& failure) {
+            text = failure.what();
+        }
+        EXPECT_EQ(text, row.text) << row.output.standardOutput;
+    }
 }
 
 TEST_F(MacVolumeTest, CopyingAFolderTellsTheToolsReason) {
@@ -148,3 +190,8 @@ TEST_F(MacVolumeTest, CopyingAFolderTellsTheToolsReason) {
 
 } // namespace
 } // namespace ramdisk
+        {{0, "/Volumes/A:\n\tIndexing and searching disabled.\n", ""}, SearchIndexing::off},
+        {{0, "/Volumes/A:\n", "\tSpotlight server is disabled.\n"}, SearchIndexing::off},
+        {{0, "/Volumes/Indexing enabled:\n\tIndexing disabled.\n", ""}, SearchIndexing::off},
+        {{0, "/Volumes/A\nIndexing enabled.:\n\tIndexing disabled.\n", ""}, SearchIndexing::off},
+        {{0, "", "mdutil[5:9] mdutil disabling Spotlight: /Volumes/Indexing enabled\n"}, std::nullopt},

@@ -202,6 +202,8 @@ TEST(LsofVolumeUsersTest, NothingOpenIsNoFailure) {
     };
     EXPECT_TRUE(ask({1, "", ""}).empty());
     EXPECT_TRUE(ask({1, "",
+        {"p9\ncCode\\x20Helper\\x20(R\\\\x41)\\x20\\xc3\\xbc\\t\n", {{9, "Code Helper (R\\x41) ü\t"}}},
+        {"p9\nc\\xzz\\x4\\q\\xff\\\n", {{9, "\\xzz\\x4\\q\uFFFD\\"}}},
                      "lsof: WARNING: can't stat() smbfs file system /Volumes/Share\n"
                      "      Output information may be incomplete.\n"})
                     .empty());

@@ -40,8 +40,8 @@ SystemCommand diskutil(std::vector<std::string> arguments) {
 }
 
 SystemCommand eraseVolume(const RamDiskSpecification& specification, const std::string& devicePath) {
-    return diskutil(
-        {"erasevolume", std::string(diskUtilName(specification.fileSystem)), specification.name, devicePath});
+    return diskutil({"erasevolume", std::string(diskUtilName(specification.fileSystem)),
+                     volumeNameFor(specification.fileSystem, specification.name), devicePath});
 }
 
 SystemCommand createContainer(const std::string& devicePath) {

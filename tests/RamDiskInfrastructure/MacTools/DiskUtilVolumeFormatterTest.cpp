@@ -27,9 +27,12 @@ TEST_F(MacVolumeTest, EveryFormatHasItsToolNameAndAPlanRunsNothing) {
         {FileSystem::exFAT, "ExFAT"},  {FileSystem::fat32, "FAT32"},
     };
     for (const auto& [fileSystem, name] : rows) {
-        EXPECT_THAT(formatter().plan({.name = "B", .fileSystem = fileSystem}),
-                    ElementsAre(std::string("/usr/sbin/diskutil erasevolume ") + name + " B /dev/DEVICE",
-                                "set com.tavrin.ramdisk.created on the volume"));
+        // FAT32 has no small letters, and the tool refuses them.
+        const auto* volume = fileSystem == FileSystem::fat32 ? " BÜRO" : " Büro";
+        EXPECT_THAT(
+            formatter().plan({.name = "Büro", .fileSystem = fileSystem}),
+            ElementsAre(std::string("/usr/sbin/diskutil erasevolume ") + name + volume + " /dev/DEVICE",
+                        "set com.tavrin.ramdisk.created on the volume"));
     }
     const auto plan = services().create->plan(
         {.fileSystem = FileSystem::apfs, .isEncrypted = true, .access = VolumeAccess::onlyMe});
@@ -115,6 +118,23 @@ TEST_F(MacVolumeTest, RenamingNamesTheVolumeByItsMountPoint) {
               formatFailed + "diskutil: Failed to rename volume");
 }
 
+    disk.fileSystem = FileSystem::fat32;
+    mac->script("/usr/sbin/diskutil rename /Volumes/Old NEW", {});
+    renamer.rename(disk, "New");
+}
+
+TEST_F(MacVolumeTest, AContainerIsFoundInTheListWhereTheToolSpeaksAnotherLanguage) {
+    mac->containerPhrase = "Volume von APFS-Vorgang: ";
+    for (const bool isContainerFirst : {false, true}) {
+        mac->listsContainersFirst = isContainerFirst;
+        const auto disk = services()
+                              .create
+                              ->execute({.name = isContainerFirst ? "A" : "B",
+                                         .fileSystem = FileSystem::apfs,
+                                         .isEncrypted = true})
+                              .ramDisk;
+        EXPECT_TRUE(disk.isEncrypted.value());
+    }
 TEST_F(MacVolumeTest, IndexingIsReadFromTheToolsSentence) {
     const auto runner = std::make_shared<test::ScriptedRunner>();
     MDUtilIndexController indexing(runner);

@@ -9,18 +9,10 @@ namespace ramdisk {
 
 namespace {
 
-/// The path without ".", "..", redundant separators and a trailing one.
-std::filesystem::path standardized(const std::filesystem::path& path) {
-    auto normal = path.lexically_normal();
-    return normal.has_filename() || !normal.has_relative_path() ? normal : normal.parent_path();
-}
-
 struct Matches {
     const RamDisk& disk;
 
-    bool operator()(const RamDiskReference::Device& reference) const {
-        return disk.device == reference.device;
-    }
+    bool operator()(const RamDiskReference::Device& reference) const { return disk.has(reference.device); }
     bool operator()(const RamDiskReference::MountPoint& reference) const {
         return disk.mountPoint && standardized(*disk.mountPoint) == standardized(reference.path);
     }

@@ -5,7 +5,9 @@
 #include <utf8proc.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <utility>
@@ -239,6 +241,34 @@ std::string foldedName(std::string_view name) {
 std::string caseFolded(std::string_view name) {
     auto folded = mapped(name, UTF8PROC_STABLE | UTF8PROC_DECOMPOSE | UTF8PROC_CASEFOLD | UTF8PROC_IGNORE);
     return folded ? *std::move(folded) : std::string(name);
+}
+
+std::string upperCased(std::string_view text) {
+    std::string upper;
+    while (!text.empty()) {
+        const auto codePoint = firstCodePoint(text);
+        if (codePoint) {
+            std::array<utf8proc_uint8_t, 4> encoded{};
+            const auto length = utf8proc_encode_char(utf8proc_toupper(codePoint->value), encoded.data());
+            upper.append(encoded.begin(), std::next(encoded.begin(), length));
+        } else {
+            upper += text.front();
+        }
+        text.remove_prefix(codePoint ? codePoint->length : 1);
+    }
+    return upper;
+}
+
+std::string standardized(const std::filesystem::path& path) {
+    auto text = path.lexically_normal().string();
+    if (text.size() > 1 && text.back() == '/') {
+        text.pop_back();
+    }
+    if (isASCII(text)) {
+        return text;
+    }
+    auto composed = mapped(text, UTF8PROC_STABLE | UTF8PROC_COMPOSE);
+    return composed ? *std::move(composed) : text;
 }
 
 bool namesEqual(std::string_view left, std::string_view right) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <filesystem>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -36,6 +37,13 @@ namespace ramdisk {
 /// Two names that a volume without letter case would take for the same have the same form: case folded and
 /// decomposed, with every accent and all white space kept.
 [[nodiscard]] std::string caseFolded(std::string_view name);
+
+/// `text` with its letters large, one by one and the same in every locale.
+[[nodiscard]] std::string upperCased(std::string_view text);
+
+/// `path` without ".", "..", redundant separators and a trailing one, and with its letters composed, since
+/// the same path comes decomposed from some tools and file systems.
+[[nodiscard]] std::string standardized(const std::filesystem::path& path);
 
 /// The one comparison of names, used by validation, suggestion, look-up by name and templates.
 [[nodiscard]] bool namesEqual(std::string_view left, std::string_view right);

@@ -1,5 +1,6 @@
 #include "RamDiskInfrastructure/MacServices/FileManagerMountedVolumeListing.h"
 
+#include "RamDiskCore/Values/Text.h"
 #include "RamDiskInfrastructure/MacServices/CoreFoundationValue.h"
 
 #include <array>
@@ -13,6 +14,10 @@ FileManagerMountedVolumeListing::volumeNames(const std::optional<std::filesystem
         CFArrayCreate(nullptr, keys.data(), static_cast<CFIndex>(keys.size()), &kCFTypeArrayCallBacks));
     const CoreFoundationValue<CFURLEnumeratorRef> volumes(
         CFURLEnumeratorCreateForMountedVolumes(nullptr, kCFURLEnumeratorDefaultBehavior, wanted.get()));
+    const auto isExcluded = [excluded = standardized(excluding.value_or(""))](CFURLRef volume) {
+        const auto path = pathOfURL(volume);
+        return path && standardized(*path) == excluded;
+    };
     std::set<std::string> names;
     if (!volumes) {
         return names;
@@ -21,7 +26,7 @@ FileManagerMountedVolumeListing::volumeNames(const std::optional<std::filesystem
     CFURLRef url = nullptr;
     for (auto result = kCFURLEnumeratorSuccess; result != kCFURLEnumeratorEnd;) {
         result = CFURLEnumeratorGetNextURL(volumes.get(), &url, nullptr);
-        if (result != kCFURLEnumeratorSuccess || (excluding && pathOfURL(url) == excluding->native())) {
+        if (result != kCFURLEnumeratorSuccess || (excluding && isExcluded(url))) {
             continue;
         }
         if (auto name = stringResource(url, kCFURLVolumeNameKey)) {

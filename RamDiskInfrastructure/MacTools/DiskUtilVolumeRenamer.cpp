@@ -1,6 +1,7 @@
 #include "RamDiskInfrastructure/MacTools/DiskUtilVolumeRenamer.h"
 
 #include "RamDiskCore/Values/RamDiskError.h"
+#include "RamDiskInfrastructure/MacTools/MacFormat.h"
 #include "RamDiskInfrastructure/MacTools/ToolPaths.h"
 
 #include <utility>
@@ -16,10 +17,9 @@ void DiskUtilVolumeRenamer::rename(const RamDisk& volume, const std::string& new
         throw RamDiskError(RamDiskError::NotMounted{volume.device});
     }
     try {
-        runner_->runChecked({toolPaths::diskutil,
-                             {"rename", volume.mountPoint->string(), newName},
-                             std::nullopt,
-                             std::nullopt});
+        const auto name = volume.fileSystem ? volumeNameFor(*volume.fileSystem, newName) : newName;
+        runner_->runChecked(
+            {toolPaths::diskutil, {"rename", volume.mountPoint->string(), name}, std::nullopt, std::nullopt});
     } catch (const std::exception& error) {
         throw RamDiskError(RamDiskError::FormattingFailed{error.what()});
     }

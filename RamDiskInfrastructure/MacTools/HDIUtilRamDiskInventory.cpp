@@ -28,6 +28,7 @@ std::vector<RamDisk> HDIUtilRamDiskInventory::list() {
 
 RamDisk HDIUtilRamDiskInventory::ramDisk(const AttachedRamImage& image) const {
     RamDisk disk{.device = image.device,
+                 .devices = image.devices(),
                  .name = "Unmounted " + image.device.bsdName(),
                  .capacity = image.capacity,
                  .mountPoint = image.mountPoint,

@@ -12,6 +12,7 @@ class MDUtilIndexController final : public SearchIndexControlling {
 public:
     explicit MDUtilIndexController(std::shared_ptr<CommandRunning> runner);
 
+    /// Where the tool speaks of an error, the volume's state decides.
     /// @throws CommandFailure, CommandTimeout, or std::system_error when the tool cannot be started.
     void set(SearchIndexing indexing, const std::filesystem::path& volume) override;
 
@@ -21,6 +22,8 @@ public:
     [[nodiscard]] std::vector<std::string> plan(SearchIndexing indexing) const override;
 
 private:
+    [[nodiscard]] bool isSwitched(SearchIndexing indexing, const std::filesystem::path& volume);
+
     std::shared_ptr<CommandRunning> runner_;
 };
 

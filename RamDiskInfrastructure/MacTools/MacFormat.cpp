@@ -1,5 +1,7 @@
 #include "RamDiskInfrastructure/MacTools/MacFormat.h"
 
+#include "RamDiskCore/Values/Text.h"
+
 #include <algorithm>
 
 namespace ramdisk {
@@ -29,6 +31,10 @@ constexpr auto macFormats = enumerationTable<MacFormat>({
 
 std::string_view diskUtilName(FileSystem fileSystem) {
     return rowOf(macFormats, fileSystem).name;
+}
+
+std::string volumeNameFor(FileSystem fileSystem, const std::string& name) {
+    return fileSystem == FileSystem::fat32 ? upperCased(name) : name;
 }
 
 std::optional<FileSystem> fileSystemOfMountType(std::string_view type, CaseSensitivity names,

@@ -42,14 +42,6 @@ std::string folderName(std::string_view volumeName) {
     return visible == std::string::npos ? "RAMDisk" : name.substr(visible);
 }
 
-std::string standardized(const std::filesystem::path& path) {
-    auto text = path.lexically_normal().string();
-    while (text.size() > 1 && text.back() == '/') {
-        text.pop_back();
-    }
-    return text;
-}
-
 } // namespace
 
 PrivateMounts::MountPoint::MountPoint(std::filesystem::path path, FileDescriptor directoryLock)
@@ -73,7 +65,11 @@ PrivateMounts::PrivateMounts(std::filesystem::path directory, CloseDevice closeD
 
 bool PrivateMounts::contains(const std::filesystem::path& mountPoint) const {
     const auto folder = standardized(directory_) + "/";
-    return standardized(mountPoint).compare(0, folder.size(), folder) == 0;
+    const auto path = standardized(mountPoint);
+    // The tools resolve links in the paths that they list, such as one to the home folder.
+    std::error_code ignored;
+    return path.starts_with(folder)
+           || std::filesystem::equivalent(std::filesystem::path(path).parent_path(), directory_, ignored);
 }
 
 PrivateMounts::MountPoint PrivateMounts::makeMountPoint(std::string_view volumeName) const {

@@ -1,5 +1,7 @@
 #include "RamDiskInfrastructure/Unix/LsofVolumeUsers.h"
 
+#include "RamDiskCore/Values/Text.h"
+
 #include <algorithm>
 #include <charconv>
 #include <utility>
@@ -27,6 +29,30 @@ std::optional<std::int32_t> processID(std::string_view digits) {
         return std::nullopt;
     }
     return value;
+}
+
+/// The byte that two hexadecimal digits stand for.
+std::optional<char> byteOf(std::string_view digits) {
+    unsigned value = 0;
+    const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value, 16);
+    const bool isByte = digits.size() == 2 && error == std::errc() && end == digits.data() + digits.size();
+    return isByte ? std::optional(static_cast<char>(value)) : std::nullopt;
+}
+
+/// The name as it is: the tool writes a backslash before what it takes for unprintable, such as \x20 for a
+/// blank.
+std::string withoutEscapes(std::string_view text) {
+    constexpr std::string_view letters = "\\bfnrt";
+    constexpr std::string_view characters = "\\\b\f\n\r\t";
+    std::string name;
+    while (!text.empty()) {
+        const auto letter = text.size() > 1 ? letters.find(text[1]) : std::string_view::npos;
+        const auto byte = text.substr(0, 2) == "\\x" ? byteOf(text.substr(2, 2)) : std::nullopt;
+        const bool isEscape = text.front() == '\\' && letter != std::string_view::npos;
+        name += byte ? *byte : isEscape ? characters[letter] : text.front();
+        text.remove_prefix(byte ? 4 : isEscape ? 2 : 1);
+    }
+    return replacingInvalidUTF8(name);
 }
 
 /// The tool exits with 1 also when nothing is open, and warns of file systems that it cannot see.
@@ -76,7 +102,7 @@ std::vector<VolumeUser> parseLsofFields(std::string_view text) {
                 current = users.insert(users.end(), VolumeUser{*id, {}});
             }
         } else if (line.front() == 'c' && current != users.end() && current->name.empty()) {
-            current->name = value;
+            current->name = withoutEscapes(value);
         }
     });
     return users;

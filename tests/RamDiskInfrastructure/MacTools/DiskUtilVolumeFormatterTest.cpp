@@ -27,9 +27,12 @@ TEST_F(MacVolumeTest, EveryFormatHasItsToolNameAndAPlanRunsNothing) {
         {FileSystem::exFAT, "ExFAT"},  {FileSystem::fat32, "FAT32"},
     };
     for (const auto& [fileSystem, name] : rows) {
-        EXPECT_THAT(formatter().plan({.name = "B", .fileSystem = fileSystem}),
-                    ElementsAre(std::string("/usr/sbin/diskutil erasevolume ") + name + " B /dev/DEVICE",
-                                "set com.tavrin.ramdisk.created on the volume"));
+        // FAT32 has no small letters, and the tool refuses them.
+        const auto* volume = fileSystem == FileSystem::fat32 ? " BÜRO" : " Büro";
+        EXPECT_THAT(
+            formatter().plan({.name = "Büro", .fileSystem = fileSystem}),
+            ElementsAre(std::string("/usr/sbin/diskutil erasevolume ") + name + volume + " /dev/DEVICE",
+                        "set com.tavrin.ramdisk.created on the volume"));
     }
     const auto plan = services().create->plan(
         {.fileSystem = FileSystem::apfs, .isEncrypted = true, .access = VolumeAccess::onlyMe});
@@ -57,6 +60,7 @@ TEST_F(MacVolumeTest, EveryFailedStepTellsTheToolsReasonAndLeavesNothing) {
         std::string command;
         CommandOutput output;
         const char* reason;
+        const char* open = "";
     } rows[] = {
         {false, erase, failure("Error: -69877: no device\n"), "diskutil: Error: -69877: no device"},
         {false, erase, test::succeeds("Finished erase\n"), "The new volume was not mounted."},
@@ -70,11 +74,12 @@ TEST_F(MacVolumeTest, EveryFailedStepTellsTheToolsReasonAndLeavesNothing) {
          "diskutil: open"},
         {true, "diskutil apfs unlockVolume /dev/disk5s1 -stdinpassphrase -mountpoint " + mountPoint,
          failure("Error unlocking\n"), "diskutil: Error unlocking"},
-        {false, "", {}, "Other accounts could still read /dev/disk4."},
+        {false, "", {}, "Other accounts could still read /dev/disk4.", "disk4"},
+        {true, "", {}, "Other accounts could still read /dev/disk5s1.", "disk5s1"},
     };
     for (const auto& row : rows) {
-        mac->canCloseDevices = !row.command.empty();
-        if (mac->canCloseDevices) {
+        mac->openDevices = {row.open};
+        if (!row.command.empty()) {
             mac->script((row.command.front() == 'd' ? "/usr/sbin/" : "/usr/bin/") + row.command, row.output);
         }
         mac->images.clear();
@@ -91,7 +96,7 @@ TEST_F(MacVolumeTest, EveryFailedStepTellsTheToolsReasonAndLeavesNothing) {
         }
         EXPECT_EQ(textOf([&] { (void)formatter().format(device, wanted, protection); }),
                   formatFailed + row.reason);
-        if (mac->canCloseDevices) {
+        if (!row.command.empty()) {
             expectNoMountPoints();
         }
     }
@@ -113,6 +118,23 @@ TEST_F(MacVolumeTest, RenamingNamesTheVolumeByItsMountPoint) {
     mac->script("/usr/sbin/diskutil rename /Volumes/Old New", {1, "", "Failed to rename volume\n"});
     EXPECT_EQ(textOf([&] { renamer.rename(disk, "New"); }),
               formatFailed + "diskutil: Failed to rename volume");
+    disk.fileSystem = FileSystem::fat32;
+    mac->script("/usr/sbin/diskutil rename /Volumes/Old NEW", {});
+    renamer.rename(disk, "New");
+}
+
+TEST_F(MacVolumeTest, AContainerIsFoundInTheListWhereTheToolSpeaksAnotherLanguage) {
+    mac->containerPhrase = "Volume von APFS-Vorgang: ";
+    for (const bool isContainerFirst : {false, true}) {
+        mac->listsContainersFirst = isContainerFirst;
+        const auto disk = services()
+                              .create
+                              ->execute({.name = isContainerFirst ? "A" : "B",
+                                         .fileSystem = FileSystem::apfs,
+                                         .isEncrypted = true})
+                              .ramDisk;
+        EXPECT_TRUE(disk.isEncrypted.value());
+    }
 }
 
 TEST_F(MacVolumeTest, IndexingIsReadFromTheToolsSentence) {
@@ -126,6 +148,11 @@ TEST_F(MacVolumeTest, IndexingIsReadFromTheToolsSentence) {
         {{0, "/Volumes/A:\n\tIndexing disabled.\n", ""}, SearchIndexing::off},
         {{0, "/Volumes/A:\n\tServer search enabled.\n", ""}, std::nullopt},
         {{1, "Error: unknown indexing state.\n", ""}, std::nullopt},
+        {{0, "/Volumes/A:\n\tIndexing and searching disabled.\n", ""}, SearchIndexing::off},
+        {{0, "/Volumes/A:\n", "\tSpotlight server is disabled.\n"}, SearchIndexing::off},
+        {{0, "/Volumes/Indexing enabled:\n\tIndexing disabled.\n", ""}, SearchIndexing::off},
+        {{0, "/Volumes/A\nIndexing enabled.:\n\tIndexing disabled.\n", ""}, SearchIndexing::off},
+        {{0, "", "mdutil[5:9] mdutil disabling Spotlight: /Volumes/Indexing enabled\n"}, std::nullopt},
     };
     for (const auto& row : rows) {
         runner->once("/usr/bin/mdutil -s /Volumes/A", row.output);
@@ -133,8 +160,50 @@ TEST_F(MacVolumeTest, IndexingIsReadFromTheToolsSentence) {
         EXPECT_EQ(runner->commands.back().timeout, 30.0);
     }
     EXPECT_THAT(indexing.plan(SearchIndexing::off), ElementsAre("/usr/bin/mdutil -i off MOUNT-POINT"));
-    runner->once("/usr/bin/mdutil -i on /Volumes/A", test::fails(1, "Error: Operation not permitted.\n"));
-    EXPECT_THROW(indexing.set(SearchIndexing::on, "/Volumes/A"), CommandFailure);
+}
+
+TEST_F(MacVolumeTest, WhetherIndexingWasSwitchedIsAskedForWhereTheToolSpeaksOfAnError) {
+    const auto log =
+        std::string("mdutil[5:9] mdutil disabling Spotlight: /Volumes/A -> kMDConfigSearchLevelOff\n");
+    const auto error = "Error: Operation not permitted.\n";
+    const test::ScriptedRunner::Answer off = [](const auto&) {
+        return test::succeeds("/Volumes/A:\n\tIndexing and searching disabled.\n");
+    };
+    const test::ScriptedRunner::Answer on = [](const auto&) {
+        return test::succeeds("/Volumes/A:\n\tIndexing enabled.\n");
+    };
+    const test::ScriptedRunner::Answer unknown = [](const auto&) {
+        return test::fails(1, "Error: unknown indexing state.\n");
+    };
+    const struct {
+        CommandOutput output;
+        test::ScriptedRunner::Answer state; ///< Absent when it is not asked for.
+        std::string text;
+    } rows[] = {
+        {test::succeeds("/Volumes/A:\n", log), {}, ""},
+        {test::succeeds("/Volumes/A:\n\tIndexing and searching disabled.\n", log), {}, ""},
+        {test::fails(1, log), off, ""},
+        {test::fails(1, log, error), on, "mdutil: Error: Operation not permitted."},
+        {test::succeeds(error, log), off, ""},
+        {test::succeeds(error, log), on, "mdutil: Error: Operation not permitted."},
+        {test::succeeds("", error), unknown, "mdutil: Error: Operation not permitted."},
+        {test::succeeds("", error), test::ScriptedRunner::hangs(), "mdutil: Error: Operation not permitted."},
+        {test::fails(2, "mdutil: no such volume\n"), on, "mdutil: mdutil: no such volume"},
+    };
+    for (const auto& row : rows) {
+        const auto runner = std::make_shared<test::ScriptedRunner>();
+        runner->once("/usr/bin/mdutil -i off /Volumes/A", row.output);
+        if (row.state) {
+            runner->once("/usr/bin/mdutil -s /Volumes/A", row.state);
+        }
+        std::string text;
+        try {
+            MDUtilIndexController(runner).set(SearchIndexing::off, "/Volumes/A");
+        } catch (const CommandFailure& failure) {
+            text = failure.what();
+        }
+        EXPECT_EQ(text, row.text) << row.output.standardOutput;
+    }
 }
 
 TEST_F(MacVolumeTest, CopyingAFolderTellsTheToolsReason) {

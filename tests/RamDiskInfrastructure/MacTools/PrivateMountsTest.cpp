@@ -69,6 +69,14 @@ TEST_F(PrivateMountsTest, WhatLiesInsideIsToldByWholeComponents) {
     EXPECT_TRUE(mounts.contains(directory / "Build"));
     EXPECT_TRUE(mounts.contains(directory / "." / "Build/"));
     EXPECT_TRUE(mounts.contains(folder.path() / "Library" / "Other" / ".." / "RamDisks" / "Build"));
+    // The tools spell the letters of a path in their own way.
+    const PrivateMounts accented{"/Users/Ju\u0308rgen/RamDisks",
+                                 [](const DeviceIdentifier&) { return true; }};
+    EXPECT_TRUE(accented.contains("/Users/J\u00fcrgen/RamDisks/Build"));
+    fs::create_directories(directory);
+    fs::create_directory_symlink(folder.path() / "Library", folder.path() / "link");
+    const PrivateMounts linked{folder.path() / "link/RamDisks", [](const DeviceIdentifier&) { return true; }};
+    EXPECT_TRUE(linked.contains(directory / "Build"));
     EXPECT_FALSE(mounts.contains(directory));
     EXPECT_FALSE(mounts.contains(directory.string() + "2/Build"));
     EXPECT_FALSE(mounts.contains(directory / ".." / "Build"));

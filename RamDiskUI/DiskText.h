@@ -10,6 +10,7 @@ inline constexpr std::string_view onlyOwnDisksText =
     "Only disks RamDisk created are ejected all at once. Eject other apps’ disks one by one.";
 /// A window says beside it where its menu makes a template; a shell has a command for that.
 inline constexpr std::string_view noTemplatesText = "No templates of your own yet.";
+inline constexpr std::string_view templateReplacedText = "A template with this name is replaced.";
 inline constexpr std::string_view foldersText =
     "Made each time the disk is created, after its files, if they are missing.";
 

@@ -89,7 +89,8 @@ void Console::print(std::string_view text) const {
 }
 
 void Console::printDocument(std::string_view document) const {
-    write(stdout, document);
+    // Others chose the names in it.
+    write(stdout, escapingControls(document));
 }
 
 void Console::confirm(std::string_view text) const {

@@ -22,16 +22,10 @@ RamDisk RenameRamDiskUseCase::execute(const RamDisk& disk, std::string_view newN
     if (!disk.mountPoint) {
         throw RamDiskError(RamDiskError::NotMounted{disk.device});
     }
-    RamDiskSpecification specification;
-    specification.name = std::string(trimmed(newName));
-    specification.fileSystem = disk.fileSystem.value_or(specification.fileSystem);
-    const RamDiskSpecificationValidator nameRules(
-        {std::make_shared<const VolumeNameRule>(), std::make_shared<const UniqueNameRule>()});
-    const auto report = nameRules.validate(specification, contextProvider_.current(disk.mountPoint));
-    if (!report.isValid()) {
-        throw RamDiskError(RamDiskError::InvalidSpecification{report.errors()});
+    if (auto found = issues(disk, newName); !found.empty()) {
+        throw RamDiskError(RamDiskError::InvalidSpecification{std::move(found)});
     }
-    renamer_->rename(disk, specification.name);
+    renamer_->rename(disk, std::string(trimmed(newName)));
     const auto listed = inventory_->list();
     const auto found = std::find_if(listed.begin(), listed.end(),
                                     [&disk](const RamDisk& candidate) { return candidate.has(disk.device); });
@@ -39,6 +33,16 @@ RamDisk RenameRamDiskUseCase::execute(const RamDisk& disk, std::string_view newN
         throw RamDiskError(RamDiskError::NotFound{RamDiskReference{RamDiskReference::Device{disk.device}}});
     }
     return *found;
+}
+
+std::vector<ValidationIssue> RenameRamDiskUseCase::issues(const RamDisk& disk,
+                                                          std::string_view newName) const {
+    RamDiskSpecification specification;
+    specification.name = std::string(trimmed(newName));
+    specification.fileSystem = disk.fileSystem.value_or(specification.fileSystem);
+    const RamDiskSpecificationValidator nameRules(
+        {std::make_shared<const VolumeNameRule>(), std::make_shared<const UniqueNameRule>()});
+    return nameRules.validate(specification, contextProvider_.currentFor(disk)).errors();
 }
 
 } // namespace ramdisk

@@ -3,9 +3,11 @@
 #include "RamDiskCore/Ports/RamDiskInventory.h"
 #include "RamDiskCore/Ports/VolumeRenaming.h"
 #include "RamDiskCore/Validation/ValidationContextProvider.h"
+#include "RamDiskCore/Values/ValidationIssue.h"
 
 #include <memory>
 #include <string_view>
+#include <vector>
 
 namespace ramdisk {
 
@@ -19,6 +21,9 @@ public:
     /// @throws RamDiskError `notMounted`, `invalidSpecification`, `formattingFailed`, `notFound`,
     ///         `inventoryUnavailable`. Unless it is one of the last two, the disk keeps its name.
     RamDisk execute(const RamDisk& disk, std::string_view newName);
+
+    /// What is wrong with the new name; empty when nothing is.
+    [[nodiscard]] std::vector<ValidationIssue> issues(const RamDisk& disk, std::string_view newName) const;
 
 private:
     std::shared_ptr<VolumeRenaming> renamer_;

@@ -54,6 +54,13 @@ RamDiskSetup ConfigureRamDiskUseCase::setup(const RamDisk& disk) const {
     return setup;
 }
 
+RamDiskSetup ConfigureRamDiskUseCase::validSetup(const RamDisk& disk) const {
+    auto valid = setup(disk);
+    const auto context = services_.validationContext.currentFor(disk);
+    requireFolders(valid.folders, services_.validator.validate(valid.specification, context).errors());
+    return valid;
+}
+
 RamDiskProfile ConfigureRamDiskUseCase::makeProfile(const RamDisk& disk) const {
     const auto described = setup(disk).specification;
     RamDiskProfile profile{.id = UUID::random(),
@@ -71,8 +78,9 @@ ConfigureRamDiskResult ConfigureRamDiskUseCase::execute(const RamDisk& disk, Ram
     if (!disk.mountPoint) {
         throw RamDiskError(RamDiskError::NotMounted{disk.device});
     }
-    changes.folders = checkedFolders(changes.folders);
     profiles_->requireReadable();
+    requireValid(disk, changes);
+    changes.folders = checkedFolders(changes.folders);
     if (changes.seedFolder) {
         services_.folderCopier->requireSource(*changes.seedFolder);
     }
@@ -94,6 +102,19 @@ ConfigureRamDiskResult ConfigureRamDiskUseCase::execute(const RamDisk& disk, Ram
         addRedirects(*redirects_, changes.redirects, result.ramDisk, result.problems);
     }
     return result;
+}
+
+/// Tells all that is wrong with what was asked for at once, before any of it is done.
+void ConfigureRamDiskUseCase::requireValid(const RamDisk& disk, const RamDiskChanges& changes) const {
+    std::vector<ValidationIssue> issues;
+    if (changes.name && trimmed(*changes.name) != disk.name) {
+        issues = services_.rename->issues(disk, *changes.name);
+    }
+    auto folders = changes.folders;
+    if (const auto profile = profiles_->named(disk.name); profile && !folders.empty()) {
+        folders.insert(folders.begin(), profile->folders.begin(), profile->folders.end());
+    }
+    requireFolders(folders, std::move(issues));
 }
 
 RamDisk ConfigureRamDiskUseCase::setAccess(const RamDisk& disk, VolumeAccess access,
@@ -138,33 +159,36 @@ RamDisk ConfigureRamDiskUseCase::rename(const RamDisk& disk, const std::string& 
 
 void ConfigureRamDiskUseCase::changeProfile(const RamDisk& disk, const RamDiskChanges& changes,
                                             std::vector<RamDiskSetupProblem>& problems) {
+    const auto stored = profiles_->named(disk.name);
+    if (!stored && !changes.becomesStartupDisk) {
+        return;
+    }
     try {
-        auto profile = profiles_->named(disk.name);
-        if (!profile && changes.becomesStartupDisk) {
-            profile = makeProfile(disk);
-        }
-        if (!profile) {
-            return;
-        }
+        auto profile = stored ? *stored : makeProfile(disk);
         if (changes.keepsFiles.value_or(false)) {
             services_.archiver->requireSupport(disk);
         }
-        const auto former = *profile;
-        assign(changes.keepsFiles, profile->keepsContents);
-        assign(changes.previousCopies, profile->previousCopies);
-        assign(changes.access, profile->access);
+        assign(changes.keepsFiles, profile.keepsContents);
+        assign(changes.previousCopies, profile.previousCopies);
+        assign(changes.access, profile.access);
         if (changes.indexing) {
-            profile->isIndexingEnabled = *changes.indexing == SearchIndexing::on;
+            profile.isIndexingEnabled = *changes.indexing == SearchIndexing::on;
         }
         if (changes.seedFolder) {
-            profile->seedFolder = changes.seedFolder;
+            profile.seedFolder = changes.seedFolder;
         }
-        profile->folders.insert(profile->folders.end(), changes.folders.begin(), changes.folders.end());
-        profile->folders = checkedFolders(profile->folders);
-        if (*profile != former || changes.becomesStartupDisk) {
-            profiles_->store(*profile, disk);
+        if (!changes.folders.empty()) {
+            profile.folders.insert(profile.folders.end(), changes.folders.begin(), changes.folders.end());
+            profile.folders = checkedFolders(profile.folders);
+        }
+        if (profile != stored || changes.becomesStartupDisk) {
+            profiles_->store(profile, disk);
         }
     } catch (const std::exception&) {
+        if (stored) {
+            // The disk is made at every launch, as before.
+            throw;
+        }
         problems.push_back({RamDiskSetupProblem::ProfileNotSaved{std::current_exception()}});
     }
 }

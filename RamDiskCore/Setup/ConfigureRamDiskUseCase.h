@@ -52,17 +52,22 @@ public:
     /// @throws RamDiskError `notMounted`; `formattingFailed` when its format is none that a user can ask for.
     [[nodiscard]] RamDiskSetup setup(const RamDisk& disk) const;
 
+    /// The same for a set-up that is kept.
+    /// @throws as `setup`; RamDiskError `invalidSpecification` when no disk could be made of it.
+    [[nodiscard]] RamDiskSetup validSetup(const RamDisk& disk) const;
+
     /// A new profile that makes this disk at every launch.
     /// @throws as `setup`
     [[nodiscard]] RamDiskProfile makeProfile(const RamDisk& disk) const;
 
     /// Makes the changes in the order of their fields. The profile of a startup disk is changed along with
     /// it. A failure up to and including the change of the profile ends the run and is thrown. Later failures
-    /// are returned as problems.
+    /// are returned as problems, as is a profile that a disk could not get.
     /// @throws RamDiskError `invalidSpecification`, `notMounted`, `formattingFailed`; std::exception
     ConfigureRamDiskResult execute(const RamDisk& disk, RamDiskChanges changes);
 
 private:
+    void requireValid(const RamDisk& disk, const RamDiskChanges& changes) const;
     RamDisk rename(const RamDisk& disk, const std::string& newName,
                    std::vector<RamDiskSetupProblem>& problems);
     RamDisk setAccess(const RamDisk& disk, VolumeAccess access, std::vector<RamDiskSetupProblem>& problems);

@@ -19,6 +19,24 @@ DiskTemplate builtIn(std::string_view identifier, std::string_view title, std::s
     return {UUID::parse(identifier).value(), title, std::move(setup)};
 }
 
+/// The first of these templates with the title.
+std::optional<DiskTemplate> find(const std::vector<DiskTemplate>& templates, std::string_view title) {
+    const auto found = std::find_if(templates.begin(), templates.end(), [title](const DiskTemplate& one) {
+        return namesEqual(one.title(), title);
+    });
+    return found == templates.end() ? std::nullopt : std::optional(*found);
+}
+
+/// Refuses a title that cannot be shown as it is: nobody could type it, and a list cannot hold it.
+void requireShowable(std::string_view title) {
+    for (const auto character : graphemes(title)) {
+        if (replacingInvalidUTF8(character) != character || replacingControls(character, "") != character) {
+            throw RamDiskError(RamDiskError::InvalidSpecification{
+                {{ValidationIssue::ForbiddenCharacter{std::string(character)}}}});
+        }
+    }
+}
+
 } // namespace
 
 const std::vector<DiskTemplate>& builtInTemplates() {
@@ -43,33 +61,52 @@ std::vector<DiskTemplate> DiskTemplatesUseCase::templates() const {
 }
 
 DiskTemplate DiskTemplatesUseCase::named(std::string_view title) const {
-    for (auto& one : templates()) {
-        if (namesEqual(one.title(), title)) {
-            return std::move(one);
-        }
+    const auto all = templates();
+    auto found = find(builtInTemplates(), title);
+    if (!found) {
+        found = find(all, title);
     }
-    throw RamDiskError(RamDiskError::TemplateNotFound{std::string(trimmed(title))});
+    if (!found) {
+        throw RamDiskError(RamDiskError::TemplateNotFound{std::string(trimmed(title))});
+    }
+    return *std::move(found);
 }
 
-DiskTemplate DiskTemplatesUseCase::save(std::string_view title, const RamDisk& disk) {
+DiskTemplatesUseCase::Saved DiskTemplatesUseCase::save(std::string_view title, const RamDisk& disk) {
     const auto name = trimmed(title);
     if (name.empty()) {
         throw RamDiskError(RamDiskError::TemplateNameMissing{});
     }
+    requireShowable(name);
+    if (const auto builtIn = find(builtInTemplates(), name)) {
+        throw RamDiskError(RamDiskError::BuiltInTemplate{builtIn->title()});
+    }
     repository_->requireReadable();
-    const DiskTemplate fresh(UUID::random(), name, configure_->setup(disk));
-    repository_->update([&fresh](TemplateRepository::List list) {
+    Saved saved{DiskTemplate(UUID::random(), name, configure_->validSetup(disk)), false};
+    const auto& fresh = saved.stored;
+    repository_->update([&saved, &fresh](TemplateRepository::List list) {
         const auto former = std::find_if(list.begin(), list.end(), [&fresh](const DiskTemplate& other) {
             return namesEqual(other.title(), fresh.title());
         });
-        if (former == list.end()) {
+        saved.hasReplaced = former != list.end();
+        if (!saved.hasReplaced) {
             list.push_back(fresh);
         } else {
             *former = fresh;
         }
         return list;
     });
-    return fresh;
+    return saved;
+}
+
+DiskTemplate DiskTemplatesUseCase::remove(std::string_view title) {
+    // The user's own come first.
+    auto found = find(templates(), title);
+    if (!found) {
+        throw RamDiskError(RamDiskError::TemplateNotFound{std::string(trimmed(title))});
+    }
+    remove(found->id);
+    return *std::move(found);
 }
 
 void DiskTemplatesUseCase::remove(const UUID& id) {

@@ -25,20 +25,32 @@ public:
     /// How many stored entries this version does not understand; they are kept as they are.
     [[nodiscard]] std::size_t notUnderstood() const { return repository_->notUnderstood(); }
 
-    /// The first template with this title, whatever its case and accents. A built-in one hides the user's own
-    /// of the same title.
+    /// The template with this title, whatever its case and accents. A built-in one hides the user's own of
+    /// the same title, which an earlier version may have stored.
     /// @throws RamDiskError `templateNotFound`
     [[nodiscard]] DiskTemplate named(std::string_view title) const;
 
+    struct Saved {
+        DiskTemplate stored;
+        /// Whether a template of the same title made way for it.
+        bool hasReplaced;
+    };
+
     /// Saves how the disk is set up now. A template of the user's with the same title is replaced.
-    /// @throws RamDiskError `templateNameMissing`, `builtInTemplate` when a built-in template has the title,
-    ///         since the new one could never be reached; as `ConfigureRamDiskUseCase::setup`;
-    ///         std::system_error when it could not be stored.
-    DiskTemplate save(std::string_view title, const RamDisk& disk);
+    /// @throws RamDiskError `templateNameMissing`; `invalidSpecification` when the title has a character that
+    ///         cannot be shown and so not be typed after what is shown; `builtInTemplate` when a built-in
+    ///         template has the title, since the new one could never be reached; as
+    ///         `ConfigureRamDiskUseCase::validSetup`; std::system_error when it could not be stored.
+    Saved save(std::string_view title, const RamDisk& disk);
 
     /// @throws RamDiskError `builtInTemplate`; std::system_error. It is no failure when there is no such
     ///         template.
     void remove(const UUID& id);
+
+    /// The same by title. Of the user's own and a built-in one with the same title, the user's goes.
+    /// @returns what is removed.
+    /// @throws RamDiskError `templateNotFound` as well
+    DiskTemplate remove(std::string_view title);
 
 private:
     std::shared_ptr<TemplateRepository> repository_;

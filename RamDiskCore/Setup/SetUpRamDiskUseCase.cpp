@@ -1,6 +1,7 @@
 #include "RamDiskCore/Setup/SetUpRamDiskUseCase.h"
 
 #include "RamDiskCore/Setup/SetupSteps.h"
+#include "RamDiskCore/Validation/DiskFolders.h"
 
 namespace ramdisk {
 
@@ -12,6 +13,10 @@ SetUpRamDiskUseCase::SetUpRamDiskUseCase(RamDiskServices services,
       redirects_(std::move(redirects)) {}
 
 void SetUpRamDiskUseCase::check(RamDiskSetup& setup) const {
+    if (!DiskFolders::check(setup.folders).issues.empty()) {
+        const auto context = services_.validationContext.current();
+        requireFolders(setup.folders, services_.validator.validate(setup.specification, context).errors());
+    }
     setup.folders = checkedFolders(setup.folders);
     if (setup.seedFolder) {
         services_.folderCopier->requireSource(*setup.seedFolder);

@@ -18,7 +18,8 @@ public:
     SetUpRamDiskUseCase(RamDiskServices services, std::shared_ptr<ManageProfilesUseCase> profiles,
                         std::shared_ptr<FolderRedirectsUseCase> redirects);
 
-    /// Refuses what `execute` refuses besides the disk itself, and brings the folders into their form.
+    /// Refuses what `execute` refuses besides the disk itself, and brings the folders into their form. What
+    /// is wrong with the specification is told along with the folders.
     /// @throws RamDiskError `invalidSpecification` when the list of folders or a redirect is invalid,
     ///         `contentsTransferFailed` when there is no folder to copy from; std::exception when the list of
     ///         startup disks is needed and cannot be read.

@@ -3,6 +3,8 @@
 #include "RamDiskCore/Disks/MakeFolders.h"
 #include "RamDiskCore/Validation/DiskFolders.h"
 
+#include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace ramdisk {
@@ -13,6 +15,14 @@ std::vector<std::string> checkedFolders(const std::vector<std::string>& entries)
         throw RamDiskError(RamDiskError::InvalidSpecification{std::move(checked.issues)});
     }
     return std::move(checked.folders);
+}
+
+void requireFolders(const std::vector<std::string>& entries, std::vector<ValidationIssue> otherIssues) {
+    auto checked = DiskFolders::check(entries);
+    std::move(checked.issues.begin(), checked.issues.end(), std::back_inserter(otherIssues));
+    if (!otherIssues.empty()) {
+        throw RamDiskError(RamDiskError::InvalidSpecification{std::move(otherIssues)});
+    }
 }
 
 void makeFolders(FolderMaking& maker, const std::vector<std::string>& folders, const RamDisk& disk,

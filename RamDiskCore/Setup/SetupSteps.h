@@ -15,6 +15,10 @@ namespace ramdisk {
 /// @throws RamDiskError `invalidSpecification`
 [[nodiscard]] std::vector<std::string> checkedFolders(const std::vector<std::string>& entries);
 
+/// Refuses a list of folders that is invalid, along with what else is wrong.
+/// @throws RamDiskError `invalidSpecification` when there is either
+void requireFolders(const std::vector<std::string>& entries, std::vector<ValidationIssue> otherIssues);
+
 /// Makes the folders on a mounted disk. Each that fails becomes a problem.
 void makeFolders(FolderMaking& maker, const std::vector<std::string>& folders, const RamDisk& disk,
                  std::vector<RamDiskSetupProblem>& problems);

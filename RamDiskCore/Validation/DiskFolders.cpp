@@ -17,7 +17,8 @@ std::optional<std::string> normalized(std::string_view entry) {
         if (part.empty() || part == ".") {
             continue;
         }
-        if (part == ".." || part.find('\0') != std::string_view::npos) {
+        if (part == ".." || part.size() > DiskFolders::longestName
+            || part.find('\0') != std::string_view::npos) {
             return std::nullopt;
         }
         path.append(path.empty() ? "" : "/").append(part);
@@ -42,7 +43,7 @@ DiskFolders DiskFolders::check(const std::vector<std::string>& entries) {
             result.folders.push_back(std::move(*path));
         }
     }
-    if (entries.size() > maximumCount) {
+    if (result.folders.size() > maximumCount) {
         result.issues.push_back({ValidationIssue::TooManyFolders{maximumCount}});
     }
     return result;

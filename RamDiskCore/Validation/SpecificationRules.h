@@ -2,11 +2,17 @@
 
 #include "RamDiskCore/Validation/SpecificationRule.h"
 
+#include <cstdint>
+
 namespace ramdisk {
 
 /// The name must work with every format and every shell. Reports only the first fault.
 class VolumeNameRule final : public SpecificationRule {
 public:
+    /// How many bytes a character may have on average: one can have any number of marks, but what is kept of
+    /// a disk has an end. No character that people write is longer.
+    static constexpr std::int64_t bytesPerCharacter = 32;
+
     [[nodiscard]] std::vector<ValidationIssue> check(const RamDiskSpecification& specification,
                                                      const ValidationContext& context) const override;
 };

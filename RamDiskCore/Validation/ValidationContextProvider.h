@@ -4,6 +4,7 @@
 #include "RamDiskCore/Ports/StartupDiskNaming.h"
 #include "RamDiskCore/Ports/SystemMemoryProviding.h"
 #include "RamDiskCore/Validation/ValidationContext.h"
+#include "RamDiskCore/Values/RamDisk.h"
 
 #include <filesystem>
 #include <memory>
@@ -22,6 +23,10 @@ struct ValidationContextProvider {
     /// changed does not collide with its own name.
     [[nodiscard]] ValidationContext
     current(const std::optional<std::filesystem::path>& excluding = std::nullopt) const;
+
+    /// The machine as it is now for changes to `disk`: neither its volume nor its own record as a startup
+    /// disk counts.
+    [[nodiscard]] ValidationContext currentFor(const RamDisk& disk) const;
 };
 
 } // namespace ramdisk

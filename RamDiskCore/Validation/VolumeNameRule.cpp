@@ -23,7 +23,8 @@ std::vector<ValidationIssue> VolumeNameRule::check(const RamDiskSpecification& s
         }
     }
     const auto limit = maximumNameLength(specification.fileSystem);
-    if (static_cast<std::int64_t>(characters.size()) > limit) {
+    if (static_cast<std::int64_t>(characters.size()) > limit
+        || static_cast<std::int64_t>(name.size()) > limit * bytesPerCharacter) {
         return {{ValidationIssue::NameTooLong{limit, specification.fileSystem}}};
     }
     return {};

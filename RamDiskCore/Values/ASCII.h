@@ -8,9 +8,6 @@ namespace ramdisk {
 [[nodiscard]] constexpr bool isDigit(char character) noexcept {
     return character >= '0' && character <= '9';
 }
-[[nodiscard]] constexpr bool isSpace(char character) noexcept {
-    return character == ' ' || (character >= '\t' && character <= '\r');
-}
 [[nodiscard]] constexpr char lowered(char character) noexcept {
     return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a') : character;
 }

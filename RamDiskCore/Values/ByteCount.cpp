@@ -1,6 +1,7 @@
 #include "RamDiskCore/Values/ByteCount.h"
 
 #include "RamDiskCore/Values/ASCII.h"
+#include "RamDiskCore/Values/Text.h"
 
 #include <algorithm>
 #include <array>
@@ -45,7 +46,7 @@ std::optional<WrittenSize> takeApart(std::string_view text) {
         }
         size.number.append(".").append(fraction);
     }
-    takeWhile(text, isSpace);
+    text = trimmed(text);
     size.unit = takeWhile(text, isLetter);
     return text.empty() ? std::optional(std::move(size)) : std::nullopt;
 }
@@ -82,11 +83,11 @@ double numberIn(const std::string& digits) {
 } // namespace
 
 ByteCount ByteCount::parse(std::string_view text, Unit defaultUnit) {
-    const auto first = text.find_first_not_of(" \t");
-    if (first == std::string_view::npos) {
+    // Also of the kinds that programs put between a number and its unit.
+    text = trimmed(text);
+    if (text.empty()) {
         throw ByteCountParsingError(ByteCountParsingError::Empty{});
     }
-    text = text.substr(first, text.find_last_not_of(" \t") - first + 1);
     const auto size = takeApart(text);
     if (!size) {
         throw ByteCountParsingError(ByteCountParsingError::Malformed{std::string(text)});

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdio>
 #include <cstdlib>
 #include <iterator>
 #include <memory>
@@ -68,6 +69,44 @@ bool isWhiteSpace(utf8proc_int32_t codePoint) {
     const auto category = utf8proc_category(codePoint);
     return codePoint == 0x85 || category == UTF8PROC_CATEGORY_ZS || category == UTF8PROC_CATEGORY_ZL
            || category == UTF8PROC_CATEGORY_ZP;
+}
+
+bool isWithin(utf8proc_int32_t codePoint, utf8proc_int32_t first, utf8proc_int32_t last) {
+    return codePoint >= first && codePoint <= last;
+}
+
+/// A letter of a script whose letters have diacritics that people leave out. Of decomposed text.
+bool takesDiacritics(utf8proc_int32_t codePoint) {
+    const auto category = utf8proc_category(codePoint);
+    const bool isLetter = category >= UTF8PROC_CATEGORY_LU && category <= UTF8PROC_CATEGORY_LO;
+    const bool isLatin = codePoint < 0x2b0 || isWithin(codePoint, 0x1d00, 0x1eff)
+                         || isWithin(codePoint, 0x2c60, 0x2c7f) || isWithin(codePoint, 0xa720, 0xa7ff)
+                         || isWithin(codePoint, 0xab30, 0xab6f);
+    const bool isGreek = isWithin(codePoint, 0x370, 0x3ff) || isWithin(codePoint, 0x1f00, 0x1fff);
+    const bool isCyrillic = isWithin(codePoint, 0x400, 0x52f) || isWithin(codePoint, 0x1c80, 0x1c8f)
+                            || isWithin(codePoint, 0xa640, 0xa69f);
+    return isLetter && (isLatin || isGreek || isCyrillic);
+}
+
+bool isMark(utf8proc_int32_t codePoint) {
+    const auto category = utf8proc_category(codePoint);
+    return category >= UTF8PROC_CATEGORY_MN && category <= UTF8PROC_CATEGORY_ME;
+}
+
+/// `text`, which is valid and decomposed, without the marks that people leave out.
+std::string withoutDiacritics(std::string_view text) {
+    std::string plain;
+    bool isAfterLetter = false;
+    while (!text.empty()) {
+        const auto codePoint = *firstCodePoint(text);
+        const bool isOneMark = isMark(codePoint.value);
+        isAfterLetter = isOneMark ? isAfterLetter : takesDiacritics(codePoint.value);
+        if (!isOneMark || !isAfterLetter) {
+            plain += text.substr(0, codePoint.length);
+        }
+        text.remove_prefix(codePoint.length);
+    }
+    return plain;
 }
 
 /// Where the last code point of `text` starts; `text` is valid and not empty.
@@ -221,6 +260,24 @@ std::string replacingControls(std::string_view text, std::string_view replacemen
     return result;
 }
 
+std::string escapingControls(std::string_view json) {
+    std::string result;
+    while (!json.empty()) {
+        const auto codePoint = firstCodePoint(json);
+        const auto length = codePoint ? codePoint->length : 1;
+        // Those of ASCII are escaped already, or stand between values.
+        if (codePoint && codePoint->value >= 0x7f && isControl(codePoint->value)) {
+            std::array<char, 16> escape{};
+            std::snprintf(escape.data(), escape.size(), "\\u%04x", static_cast<unsigned>(codePoint->value));
+            result += escape.data();
+        } else {
+            result += json.substr(0, length);
+        }
+        json.remove_prefix(length);
+    }
+    return result;
+}
+
 std::string foldedName(std::string_view name) {
     name = trimmed(name);
     if (isASCII(name)) {
@@ -228,14 +285,18 @@ std::string foldedName(std::string_view name) {
         std::transform(folded.begin(), folded.end(), folded.begin(), lowered);
         return folded;
     }
-    // Decomposed first: folding turns a composed "ᾳ" into two letters, but its mark alone would be stripped.
-    const auto decomposed = mapped(name, UTF8PROC_STABLE | UTF8PROC_DECOMPOSE);
-    if (!decomposed) {
+    // Stripped before it is folded: folding turns a composed "ᾳ" into two letters.
+    const auto apart = mapped(name, UTF8PROC_STABLE | UTF8PROC_DECOMPOSE);
+    if (!apart) {
         return std::string(name);
     }
-    auto folded =
-        mapped(*decomposed, UTF8PROC_STABLE | UTF8PROC_COMPOSE | UTF8PROC_CASEFOLD | UTF8PROC_STRIPMARK);
+    auto folded = mapped(withoutDiacritics(*apart), UTF8PROC_STABLE | UTF8PROC_COMPOSE | UTF8PROC_CASEFOLD);
     return folded ? *std::move(folded) : std::string(name);
+}
+
+std::string decomposed(std::string_view text) {
+    auto apart = mapped(text, UTF8PROC_STABLE | UTF8PROC_DECOMPOSE);
+    return apart ? *std::move(apart) : std::string(text);
 }
 
 std::string caseFolded(std::string_view name) {
@@ -272,9 +333,12 @@ std::string standardized(const std::filesystem::path& path) {
 }
 
 bool namesEqual(std::string_view left, std::string_view right) {
+    left = trimmed(left);
+    right = trimmed(right);
+    if (left.empty() || right.empty()) {
+        return false;
+    }
     if (isASCII(left) && isASCII(right)) {
-        left = trimmed(left);
-        right = trimmed(right);
         return std::equal(left.begin(), left.end(), right.begin(), right.end(),
                           [](char one, char other) { return lowered(one) == lowered(other); });
     }

@@ -30,8 +30,12 @@ namespace ramdisk {
 /// writing around. What is not valid UTF-8 stays.
 [[nodiscard]] std::string replacingControls(std::string_view text, std::string_view replacement);
 
-/// Two names that people would take for the same have the same form: trimmed, case folded, without
-/// diacritics, composed. The form is the same in every locale.
+/// A JSON document that means the same with an escape for each such character.
+[[nodiscard]] std::string escapingControls(std::string_view json);
+
+/// Two names that people would take for the same have the same form: trimmed, case folded, composed, and
+/// without the diacritics of Latin, Greek and Cyrillic letters. Elsewhere marks are letters, or all there is
+/// of a name. The form is the same in every locale.
 [[nodiscard]] std::string foldedName(std::string_view name);
 
 /// Two names that a volume without letter case would take for the same have the same form: case folded and
@@ -45,7 +49,11 @@ namespace ramdisk {
 /// the same path comes decomposed from some tools and file systems.
 [[nodiscard]] std::string standardized(const std::filesystem::path& path);
 
-/// The one comparison of names, used by validation, suggestion, look-up by name and templates.
+/// Two texts that differ only in whether accents are composed with their letters have the same form.
+[[nodiscard]] std::string decomposed(std::string_view text);
+
+/// The one comparison of names, used by validation, suggestion, look-up by name and templates. An empty name
+/// equals none.
 [[nodiscard]] bool namesEqual(std::string_view left, std::string_view right);
 
 } // namespace ramdisk

@@ -8,6 +8,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace ramdisk {
 
@@ -19,12 +20,24 @@ RamDiskError notCreated(const std::string& folder, int code) {
     return RamDiskError::Case(RamDiskError::FolderNotCreated{folder, std::generic_category().message(code)});
 }
 
+/// What root makes on a user's disk is the user's, who could not write into it otherwise.
+bool giveToOwnerOf(const FileDescriptor& volume, const FileDescriptor& made) {
+    struct stat around {};
+    struct stat own {};
+    if (::fstat(volume.get(), &around) != 0 || ::fstat(made.get(), &own) != 0) {
+        return false;
+    }
+    return around.st_uid == own.st_uid || ::geteuid() != 0
+           || ::fchown(made.get(), around.st_uid, around.st_gid) == 0;
+}
+
 } // namespace
 
 void FileManagerFolderMaker::make(const std::string& relativePath, const std::filesystem::path& volume) {
     const std::filesystem::path path(relativePath);
-    FileDescriptor parent(::open(volume.c_str(), folderFlags));
-    if (parent.get() < 0) {
+    const FileDescriptor root(::open(volume.c_str(), folderFlags));
+    FileDescriptor parent(::openat(root.get(), ".", folderFlags));
+    if (!root || !parent) {
         throw notCreated(relativePath, errno);
     }
     for (const auto& component : path) {
@@ -34,11 +47,12 @@ void FileManagerFolderMaker::make(const std::string& relativePath, const std::fi
         if (component.empty() || component == ".") {
             continue;
         }
-        if (::mkdirat(parent.get(), component.c_str(), S_IRWXU | S_IRWXG | S_IRWXO) != 0 && errno != EEXIST) {
+        const bool isNew = ::mkdirat(parent.get(), component.c_str(), S_IRWXU | S_IRWXG | S_IRWXO) == 0;
+        if (!isNew && errno != EEXIST) {
             throw notCreated(relativePath, errno);
         }
         FileDescriptor folder(::openat(parent.get(), component.c_str(), folderFlags | O_NOFOLLOW));
-        if (folder.get() < 0) {
+        if (!folder || (isNew && !giveToOwnerOf(root, folder))) {
             throw notCreated(relativePath, errno);
         }
         parent = std::move(folder);

@@ -48,7 +48,7 @@ public:
             }
         }
     }
-    [[nodiscard]] std::string described() const { return fmt::format("tramdisk_tests ({})", pid_); }
+    [[nodiscard]] std::string described() const { return fmt::format("a\uFFFDb ({})", pid_); }
 
 private:
     [[nodiscard]] bool isAnswered() const {
@@ -61,6 +61,7 @@ private:
             _exit(1);
         }
         prctl(PR_SET_DUMPABLE, 1);
+        prctl(PR_SET_NAME, "a\nb");
         const int held = open(file.c_str(), O_CREAT | O_RDWR, 0600);
         bool isFine = posix_fallocate(held, 0, mebibyte) == 0;
         for (char order = 0;
@@ -142,7 +143,7 @@ TEST_P(Disks, InUseStayUnlessForcedAndTellTheMemoryStillHeld) {
     EXPECT_EQ(chmod(mountPointOf(disk).c_str(), 0777), 0);
     FileHolder holder(kind.user, file);
 
-    EXPECT_THAT(machine->run({"users", "Busy"}).out, HasSubstr("tramdisk_tests"));
+    EXPECT_THAT(machine->run({"users", "Busy"}).out, testing::ContainsRegex("[0-9]+ +a[^ \n]+b\n"));
     const auto refused = machine->run({"eject", "Busy"});
     EXPECT_EQ(refused.status, 1);
     EXPECT_EQ(refused.err,

@@ -71,6 +71,28 @@ TEST_P(EjectHazards, WhatIsWrittenTooLateIsRefusedOrToldAndKept) {
     expectNoTraces();
 }
 
+TEST_P(EjectHazards, ADiskNamedTwiceIsEjectedOnceHoweverFullItGetsMeanwhile) {
+    const auto root = mountPointOf(create("Work"));
+    const pid_t writer = fork();
+    if (writer == 0) {
+        const int file = open((root / "file").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+        for (unsigned turn = 0;; ++turn) {
+            // Another size each time.
+            const auto end = static_cast<off_t>(turn * 7919 % 1000) * 4096;
+            if (ftruncate(file, 0) != 0 || posix_fallocate(file, 0, end + 4096) != 0) {
+                _exit(1);
+            }
+        }
+    }
+    const auto outcome = machine->run({"eject", "Work", "disk1", "--force"});
+    kill(writer, SIGKILL);
+    waitFor(writer);
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.out, "“Work” is ejected.\n");
+    EXPECT_EQ(machine->list().size(), 0U);
+    expectNoTraces();
+}
+
 TEST_P(EjectHazards, FilesInAnUncoveredMountFolderDoNotCostTheNextDiskItsPlace) {
     const auto root = mountPointOf(create("Work"));
     ASSERT_EQ(umount2(root.c_str(), MNT_DETACH), 0);

@@ -71,6 +71,11 @@ TEST_P(Renaming, ChangesTheNameTheFolderAndTheLabel) {
     // Its own name in other letters is not taken.
     EXPECT_EQ(machine->run({"rename", "disk1", "NEW NAME OF IT"}).status, 0);
     EXPECT_THAT(folders(), ElementsAre("NEW NAME OF IT"));
+    // Nor is it when the disk has a record of its own as a startup disk.
+    ASSERT_EQ(machine->run({"startup", "add", "disk1"}).status, 0);
+    EXPECT_EQ(machine->run({"rename", "disk1", "Néw name of it"}).err, "");
+    EXPECT_EQ(machine->run({"configure", "disk1", "--name", "NEW NAME OF IT"}).err, "");
+    EXPECT_EQ(machine->run({"startup", "list", "--json"}).json()[0].at("name"), "NEW NAME OF IT");
 
     const auto before = machine->list();
     create("Other");

@@ -29,8 +29,9 @@ std::vector<NamedDisk> resolveAll(const std::vector<RamDiskReference>& reference
     std::vector<NamedDisk> disks;
     for (const auto& reference : references) {
         auto disk = services.list->resolve(reference);
+        // Not by all that is known of it: programs write to it meanwhile.
         if (std::none_of(disks.begin(), disks.end(),
-                         [&disk](const NamedDisk& former) { return former.disk == disk; })) {
+                         [&disk](const NamedDisk& former) { return former.disk.device == disk.device; })) {
             disks.push_back({std::move(disk), reference});
         }
     }

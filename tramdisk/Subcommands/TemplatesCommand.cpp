@@ -57,12 +57,15 @@ struct TemplatesSaveCommand {
 
     ExitStatus run(const CommandContext& context) const {
         const auto disk = context.services.list->resolve(reference);
-        const auto saved = context.session.templates->save(title, disk);
+        const auto [saved, hasReplaced] = context.session.templates->save(title, disk);
         if (context.console.wantsJSON()) {
             context.console.printDocument(compactText(toJSON(saved)));
         }
         context.console.confirm(
             fmt::format("“{}” is saved. Use it with: {}", saved.title(), saved.commandLine()));
+        if (hasReplaced) {
+            context.console.note(templateReplacedText);
+        }
         return succeeded;
     }
 };
@@ -73,8 +76,7 @@ struct TemplatesRemoveCommand {
     void declare(Syntax& syntax) { syntax.value("TITLE", title, titleHelp); }
 
     ExitStatus run(const CommandContext& context) const {
-        const auto found = context.session.templates->named(title);
-        context.session.templates->remove(found.id);
+        const auto found = context.session.templates->remove(title);
         if (context.console.wantsJSON()) {
             context.console.printDocument(compactText(toJSON(found)));
         }

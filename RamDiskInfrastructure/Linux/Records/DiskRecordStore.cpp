@@ -62,8 +62,8 @@ bool isSameFile(const FileDescriptor& file, const std::filesystem::path& path) {
            && held.st_ino == named.st_ino;
 }
 
-/// No record comes near this size; a hostile one could be larger than the memory.
-constexpr off_t largestRecord = 1 << 16;
+/// None larger is written; a hostile one could be larger than the memory.
+constexpr std::size_t largestRecord = 1 << 16;
 
 /// The record in an open file, if its writer can be believed.
 std::optional<DiskRecord> recordIn(const FileDescriptor& file, const DeviceIdentifier& device,
@@ -76,7 +76,7 @@ std::optional<DiskRecord> recordIn(const FileDescriptor& file, const DeviceIdent
     if (!file || fstat(file.get(), &status) != 0) {
         return dropped(errno == ENOENT ? "its record is gone by now" : "its record cannot be opened");
     }
-    if (!S_ISREG(status.st_mode) || status.st_size > largestRecord) {
+    if (!S_ISREG(status.st_mode) || static_cast<std::size_t>(status.st_size) > largestRecord) {
         return dropped("what has the name of its record is none");
     }
     if (status.st_uid != 0 && status.st_uid != folderOwner) {
@@ -177,11 +177,15 @@ void DiskRecordStore::makeFolder() const {
 }
 
 FileDescriptor DiskRecordStore::writeUnnamed(const DiskRecord& record) const {
+    const auto text = encodeRecord(record);
+    if (text.size() > largestRecord || !decodeRecord(text, record.device)) {
+        // Nobody would find the disk again.
+        throw SystemCallError("write a record into", folder_, text.size() > largestRecord ? EFBIG : EINVAL);
+    }
     FileDescriptor file(open(folder_.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, recordMode));
     if (!file) {
         throw SystemCallError("write a record into", folder_);
     }
-    const auto text = encodeRecord(record);
     const auto written = write(file.get(), text.data(), text.size());
     if (written != static_cast<ssize_t>(text.size())) {
         throw SystemCallError("write a record into", folder_, written < 0 ? errno : ENOSPC);

@@ -107,16 +107,25 @@ std::vector<MachineStep> FolderVolume::makingSteps(VolumeRequest& request) const
     const auto outer = outerFolder(record);
     const auto inner = preferredMountPoint(record);
     const bool isPrivate = request.specification.access == VolumeAccess::onlyMe;
-    const auto make = [isPrivate](const fs::path& path, mode_t modeForEveryone) {
-        const mode_t mode = isPrivate ? 0700 : modeForEveryone;
+    const auto make = [](const fs::path& path, mode_t mode) {
         // chmod, since the user's umask takes bits away from what mkdir is asked for.
         if (mkdir(path.c_str(), 0700) != 0 || chmod(path.c_str(), mode) != 0) {
             throw SystemCallError("make the folder", path);
         }
     };
+    // The outer folder stays ours, so that the user for whom root makes the disk can put nothing in place of
+    // the inner one; he has to get through it.
+    const bool isForAnother = host().owner != geteuid();
+    const auto makeInner = [this, inner, isPrivate, make, isForAnother] {
+        make(inner, isPrivate ? 0700 : 0755);
+        if (isForAnother && lchown(inner.c_str(), host().owner, host().ownerGroup) != 0) {
+            throw SystemCallError("hand over", inner);
+        }
+    };
     return {
-        {fmt::format("mkdir {}", outer.string()), [=] { make(outer, 0711); }},
-        {fmt::format("mkdir {}", inner.string()), [=] { make(inner, 0755); }},
+        {fmt::format("mkdir {}", outer.string()),
+         [=] { make(outer, isPrivate && !isForAnother ? 0700 : 0711); }},
+        {fmt::format("mkdir {}", inner.string()), makeInner},
         {fmt::format("setxattr user.{} on it", VolumeMark::attribute),
          [&record, inner] { writeVolumeMark(requireFolder(inner).get(), record.instance); }},
     };
@@ -190,7 +199,10 @@ std::optional<fs::path> FolderVolume::removeRemains(const DiskRecord& record) co
         std::error_code error;
         fs::remove_all(outerFolder(record), error);
         if (error) {
-            letOwnerIn(outerFolder(record));
+            if (geteuid() != 0) {
+                // Root needs no such rights, and a user could lead him elsewhere meanwhile.
+                letOwnerIn(outerFolder(record));
+            }
             fs::remove_all(outerFolder(record), error);
         }
     }

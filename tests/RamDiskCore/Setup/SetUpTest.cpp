@@ -82,7 +82,10 @@ TEST_F(SetUpTest, StoredRedirectsComeBackWithTheDiskAndGoWhenTheyAreReplaced) {
 
 TEST_F(SetUpTest, FoldersThatCannotBeMeantStopItBeforeAnythingIsMade) {
     whole.folders = {"../escape"};
-    EXPECT_EQ(caseOf([&] { setUp(whole); }), "invalidSpecification");
+    whole.specification.name = "a/b";
+    EXPECT_EQ(test::failureOf([&] { setUp(whole); }), RamDiskError(RamDiskError::InvalidSpecification{
+                                                          {{ValidationIssue::ForbiddenCharacter{"/"}},
+                                                           {ValidationIssue::InvalidFolder{"../escape"}}}}));
     EXPECT_THAT(session.machine->steps, IsEmpty());
 }
 
@@ -91,36 +94,63 @@ TEST(DiskFoldersTest, EntriesBecomePathsBelowTheTop) {
         std::string entry;
         std::string path;
     };
-    const std::vector<Row> rows{{"Temp", "Temp"}, {" Cache/Chrome ", "Cache/Chrome"},
-                                {"/top", "top"},  {"./a//b/./", "a/b"},
-                                {"..", ""},       {"a/../b", ""},
-                                {"", ""},         {" / ", ""},
-                                {"...", "..."},   {".hidden", ".hidden"},
-                                {"a\tb", "a\tb"}};
+    const std::vector<Row> rows{{"Temp", "Temp"},
+                                {" Cache/Chrome ", "Cache/Chrome"},
+                                {"/top", "top"},
+                                {"./a//b/./", "a/b"},
+                                {"..", ""},
+                                {"a/../b", ""},
+                                {"", ""},
+                                {" / ", ""},
+                                {"...", "..."},
+                                {".hidden", ".hidden"},
+                                {"a\tb", "a\tb"},
+                                {"a/" + std::string(255, 'b'), "a/" + std::string(255, 'b')},
+                                {"a/" + std::string(256, 'b'), ""}};
     for (const auto& row : rows) {
         const auto checked = DiskFolders::check({row.entry});
         EXPECT_EQ(checked.folders.empty() ? "" : checked.folders.front(), row.path) << row.entry;
         EXPECT_EQ(checked.issues.size(), row.path.empty() ? 1U : 0U) << row.entry;
     }
-    std::vector<std::string> many(33, "..");
+    std::vector<std::string> many{"..", "..", "f1", "f1/"};
+    for (int number = 1; number <= 32; ++number) {
+        many.push_back("f" + std::to_string(number));
+    }
+    const ValidationIssue invalid{ValidationIssue::InvalidFolder{".."}};
+    EXPECT_THAT(DiskFolders::check(many).issues, ElementsAre(invalid)) << "equal ones count once";
+    many.emplace_back("one more");
     EXPECT_THAT(DiskFolders::check(many).issues,
-                ElementsAre(ValidationIssue{ValidationIssue::InvalidFolder{".."}},
-                            ValidationIssue{ValidationIssue::TooManyFolders{32}}));
+                ElementsAre(invalid, ValidationIssue{ValidationIssue::TooManyFolders{32}}));
     EXPECT_THAT(DiskFolders::check({"a", "a/", "./a"}).folders, ElementsAre("a"));
 }
 
 TEST_F(SetUpTest, ATemplateIsTheDiskThatItWasSavedFrom) {
     const auto made = setUp(whole).creation.ramDisk;
     EXPECT_EQ(caseOf([&] { templates().save(" \t", made); }), "templateNameMissing");
-    templates().save(" Web ", made);
-    templates().save("WEB", made);
+    EXPECT_EQ(caseOf([&] { templates().save("Npm", made); }), "builtInTemplate");
+    for (const auto* const title : {"bell\a", "gpj\u202e", "\xff"}) {
+        EXPECT_EQ(caseOf([&] { templates().save(title, made); }), "invalidSpecification") << title;
+    }
+    EXPECT_FALSE(templates().save(" Web ", made).hasReplaced);
+    EXPECT_TRUE(templates().save("WEB", made).hasReplaced);
     ASSERT_THAT(repository->load(), SizeIs(1));
+    // Of a disk that could not be made now.
+    session.machine->memory.physical = made.capacity;
+    EXPECT_EQ(caseOf([&] { templates().save("Large", made); }), "invalidSpecification");
     whole.folders = {"Temp", "Cache/Chrome"};
     EXPECT_EQ(templates().named("web").setup, whole);
     EXPECT_EQ(templates().named("xcode").setup.specification.name, "DerivedData");
     EXPECT_EQ(caseOf([&] { static_cast<void>(templates().named("none")); }), "templateNotFound");
     EXPECT_EQ(caseOf([&] { templates().remove(templates().named("npm").id); }), "builtInTemplate");
-    templates().remove(templates().named("Web").id);
+    repository->update([](TemplateRepository::List list) {
+        // As an earlier version stored it.
+        list.emplace_back(UUID::random(), "NPM", RamDiskSetup{});
+        return list;
+    });
+    EXPECT_EQ(templates().named("NPM").title(), "npm");
+    EXPECT_EQ(templates().remove("npm").title(), "NPM");
+    EXPECT_EQ(caseOf([&] { templates().remove("npm"); }), "builtInTemplate");
+    EXPECT_EQ(templates().remove("Web").title(), "WEB");
     EXPECT_THAT(repository->load(), IsEmpty());
     EXPECT_THAT(templates().templates(), SizeIs(2));
 }

@@ -51,8 +51,12 @@ TEST(SpecificationRulesTest, Names) {
         return std::vector<Issue>{{Issue::ForbiddenCharacter{character}}};
     };
     std::string accents;
+    std::string marks;
     for (int count = 0; count < 11; ++count) {
         accents += "e\u0301";
+    }
+    while (marks.size() < std::size_t{255} * 32) {
+        marks += "\u0301";
     }
     for (const auto& row : {
              Row{"Build 2", FileSystem::apfs, {}},
@@ -70,6 +74,9 @@ TEST(SpecificationRulesTest, Names) {
              Row{std::string(16, 'a'), FileSystem::exFAT, tooLong(FileSystem::exFAT, 15)},
              Row{std::string(255, 'a'), FileSystem::hfsPlus, {}},
              Row{std::string(256, 'a'), FileSystem::hfsPlus, tooLong(FileSystem::hfsPlus, 255)},
+             Row{marks, FileSystem::hfsPlus, {}},
+             Row{marks + "x", FileSystem::hfsPlus, tooLong(FileSystem::hfsPlus, 255)},
+             Row{"a" + marks, FileSystem::fat32, tooLong(FileSystem::fat32, 11)}, // one character
              Row{" ramdisk ", FileSystem::apfs, {{Issue::NameInUse{"ramdisk"}}}},
              Row{"cafe", FileSystem::apfsCaseSensitive, {{Issue::NameInUse{"cafe"}}}},
              Row{"BOTH", FileSystem::apfs, {{Issue::NameInUse{"BOTH"}}}},

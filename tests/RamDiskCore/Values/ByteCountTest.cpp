@@ -22,6 +22,7 @@ TEST(ByteCountTest, ReadsSizesAsPeopleWriteThem) {
              Row{"2 gib", 2147483648},
              Row{"2\tGIB", 2147483648},
              Row{" \t2G\t ", 2147483648},
+             Row{"\u00A02\u202FGB\u00A0\n", 2147483648},
              Row{"1.5G", 1610612736},
              Row{"1,5G", 1610612736},
              Row{"512 bytes", 512},
@@ -49,6 +50,7 @@ TEST(ByteCountTest, RefusesWhatIsNoSizeInWordsThatSayWhy) {
     for (const auto& row : {
              Row{"", "Size must not be empty."},
              Row{" \t ", "Size must not be empty."},
+             Row{"\u00A0", "Size must not be empty."},
              Row{"12X", "Unknown size unit “X”. Use K, M, G or T."},
              Row{"12 Mbit", "Unknown size unit “Mbit”. Use K, M, G or T."},
              Row{"20000000T", "“20000000T” is too large."},

@@ -70,11 +70,23 @@ TEST(TextTest, TakesNamesForOneAnotherAsPeopleDo) {
              Row{"a\xFF", "a\xFF ", true},
              Row{"a\xFF", "a\xFE", false},
              Row{"a", "a\xFF", false},
+             Row{"กิน", "กัน", false}, // where marks are vowels
+             Row{"が", "か", false},
+             Row{"\u0301", "\u0301", true}, // a mark alone is all there is of a name
+             Row{"\u0301", "\u0302", false},
+             Row{"\u0301", "x", false},
          }) {
         EXPECT_EQ(namesEqual(row.left, row.right), row.equal) << row.left << " and " << row.right;
         EXPECT_EQ(namesEqual(row.right, row.left), row.equal) << row.right << " and " << row.left;
         EXPECT_EQ(foldedName(row.left) == foldedName(row.right), row.equal)
             << row.left << " and " << row.right;
+    }
+}
+
+TEST(TextTest, AnEmptyNameEqualsNone) {
+    for (const std::string_view name : {"", " \u00A0", "\u0301", "a"}) {
+        EXPECT_FALSE(namesEqual("", name)) << name;
+        EXPECT_FALSE(namesEqual(name, " ")) << name;
     }
 }
 

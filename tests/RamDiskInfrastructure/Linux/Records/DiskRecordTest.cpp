@@ -1,3 +1,4 @@
+#include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/Records/DiskRecordStore.h"
 #include "tests/support/Linux/KillLoop.h"
 #include "tests/support/Linux/TestMachine.h"
@@ -107,6 +108,14 @@ TEST(DiskRecordStore, ReadsOnlyRegularFilesOfTheRightSizeAndWriter) {
     ASSERT_THAT(records, SizeIs(1));
     EXPECT_EQ(records[0].device.bsdName(), "disk4");
     EXPECT_THAT(DiskRecordStore(machine.folder() / "missing").readAll(), IsEmpty());
+    // What could not be read is not written either.
+    const auto used = store.usedNumbers();
+    for (const auto& name : {std::string(40000, '\xff'), std::string("..")}) {
+        auto record = sample();
+        record.name = name;
+        EXPECT_THROW(static_cast<void>(store.claim(record, {}, getegid())), SystemCallError);
+        EXPECT_EQ(store.usedNumbers(), used);
+    }
 }
 
 TEST(DiskRecordStore, ThreadsAndProcessesNeverShareANumberNorLoseAnUpdate) {

@@ -81,6 +81,7 @@ SessionLifecycleUseCase::SessionLifecycleUseCase(RamDiskServices services,
       profiles_(std::move(profiles)),
       contents_(std::move(contents)),
       redirects_(std::move(redirects)),
+      making_(services_, contents_),
       saveAndEject_(services_, profiles_, contents_, redirects_) {}
 
 std::optional<KeptDisk> SessionLifecycleUseCase::kept(const RamDisk& disk) const {
@@ -168,7 +169,7 @@ StartupOutcome SessionLifecycleUseCase::createLocked(const RamDiskProfile& profi
             return takeUp(standing, observer);
         }
     }
-    std::optional<KeptDisk> fresh = KeptDisk{make(profile), profile};
+    std::optional<KeptDisk> fresh = KeptDisk{making_.make(profile), profile};
     if (!profile.keepsContents) {
         return addInitialContents(*fresh, false);
     }
@@ -187,28 +188,8 @@ bool SessionLifecycleUseCase::restoreOnto(std::optional<KeptDisk>& fresh, const 
     } catch (const CopyNeedsRoom&) {
         traceCaught("session", "the disk is made anew with room that only a restore may use");
     }
-    const auto replacement = contents_->interruptedLoad(*fresh);
-    services_.eject->eject(fresh->disk, Force::no);
-    const auto former = *std::exchange(fresh, std::nullopt);
-    contents_->noteLeft(former, ProfileContentsUseCase::LeftFiles::givenUp);
-    fresh = KeptDisk{make(former.profile, RestoreRoom::yes, replacement), former.profile};
+    making_.makeAnewWithRoom(fresh);
     return contents_->restore(*fresh, observer);
-}
-
-RamDisk SessionLifecycleUseCase::make(const RamDiskProfile& profile, RestoreRoom room,
-                                      const std::optional<std::string>& replacement) {
-    if (profile.keepsContents) {
-        contents_->announceDisk(profile, replacement);
-    }
-    auto wanted = specificationOf(profile);
-    wanted.hasRestoreRoom = room == RestoreRoom::yes;
-    try {
-        return services_.create->execute(std::move(wanted), CreateRamDiskUseCase::Purpose::startupDisk)
-            .ramDisk;
-    } catch (...) {
-        contents_->withdrawDisk(profile);
-        throw;
-    }
 }
 
 /// A disk that stands when the session starts: complete, or left half filled by one that was killed.
@@ -253,7 +234,7 @@ StartupOutcome SessionLifecycleUseCase::afterFailedRestore(const KeptDisk& kept,
         return {StartupOutcome::RestoreFailed{kept.disk, std::move(reason)}};
     }
     try {
-        auto empty = make(kept.profile);
+        auto empty = making_.make(kept.profile);
         contents_->withdrawDisk(kept.profile);
         return {StartupOutcome::RestoreFailed{std::move(empty), std::move(reason)}};
     } catch (const std::exception&) {

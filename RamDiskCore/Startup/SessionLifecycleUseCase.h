@@ -6,6 +6,7 @@
 #include "RamDiskCore/Startup/ProfileContentsUseCase.h"
 #include "RamDiskCore/Startup/SaveAndEjectUseCase.h"
 #include "RamDiskCore/Startup/ShutdownReport.h"
+#include "RamDiskCore/Startup/StartupDiskMaking.h"
 #include "RamDiskCore/Startup/StartupOutcome.h"
 
 #include <chrono>
@@ -87,10 +88,6 @@ public:
 
 private:
     StartupOutcome createLocked(const RamDiskProfile& profile, const ProgressObserver& observer);
-    enum class RestoreRoom { no, yes };
-    /// @param replacement the copy that an interrupted load had chosen, which the disk gets.
-    RamDisk make(const RamDiskProfile& profile, RestoreRoom room = RestoreRoom::no,
-                 const std::optional<std::string>& replacement = {});
     /// Makes the disk anew if it has no room for what fitted onto its like.
     /// @throws as `ProfileContentsUseCase::restore`; without a disk then, if it could not be made anew.
     [[nodiscard]] bool restoreOnto(std::optional<KeptDisk>& fresh, const ProgressObserver& observer);
@@ -102,6 +99,7 @@ private:
     std::shared_ptr<ManageProfilesUseCase> profiles_;
     std::shared_ptr<ProfileContentsUseCase> contents_;
     std::shared_ptr<FolderRedirectsUseCase> redirects_;
+    StartupDiskMaking making_;
     SaveAndEjectUseCase saveAndEject_;
     /// The profiles of the launch, for the quit.
     std::vector<RamDiskProfile> launched_;

@@ -121,6 +121,41 @@ TEST(SavedDisk, IsCopiedAsItsManifestSaysWhateverIsWrittenMeanwhile) {
     world.tool.verify(world.files.latest, {});
 }
 
+/// Changes one byte of the file that holds "known contents".
+void damageFileIn(const fs::path& image) {
+    const auto place = readFile(image).find("known contents");
+    ASSERT_NE(place, std::string::npos);
+    const FileDescriptor file(open(image.c_str(), O_WRONLY | O_CLOEXEC));
+    ASSERT_EQ(pwrite(file.get(), "K", 1, static_cast<off_t>(place)), 1);
+}
+
+TEST(SavedDisk, KeepsEveryCopyThatIsDamaged) {
+    SKIP_UNLESS_ROOT();
+    SavedAndPutBack world;
+    for (const char* text : {"1", "2"}) {
+        writeFile(world.tree / "text", std::string(5000, 'x') + "known contents");
+        writeFile(world.tree / "other", text);
+        world.keep(world.disk, 1);
+    }
+    for (const auto& copy : world.archiver.copies(world.files)) {
+        damageFileIn(copy.image);
+    }
+    for (const auto& copy : world.archiver.copies(world.files)) {
+        EXPECT_THAT(
+            failureOf([&] {
+                world.archiver.restore({copy.image, world.files, world.onto, {}, RestoreMode::replace}, {});
+            }),
+            HasSubstr("the copy is damaged"));
+    }
+    const auto entries = fs::directory_iterator(world.images);
+    EXPECT_EQ(std::count_if(begin(entries), end(entries),
+                            [](const auto& entry) {
+                                return entry.path().string().find(".damaged-") != std::string::npos;
+                            }),
+              2)
+        << "found within one second";
+}
+
 TEST(SavedDisk, IsNotPutBackWithDamageThatNobodyIsToldOf) {
     SKIP_UNLESS_ROOT();
     for (const bool hasEarlier : {true, false}) {
@@ -133,12 +168,7 @@ TEST(SavedDisk, IsNotPutBackWithDamageThatNobodyIsToldOf) {
         world.keep(disk, 1);
         writeFile(world.tree / "other", "2");
         world.keep(disk, hasEarlier ? 1 : 0);
-        const auto place = readFile(world.files.latest).find("known contents");
-        ASSERT_NE(place, std::string::npos);
-        {
-            const FileDescriptor file(open(world.files.latest.c_str(), O_WRONLY | O_CLOEXEC));
-            ASSERT_EQ(pwrite(file.get(), "K", 1, static_cast<off_t>(place)), 1);
-        }
+        damageFileIn(world.files.latest);
         const auto damaged = readFile(world.files.latest);
         const auto failure = failureOf([&] {
             world.archiver.restore({world.files.latest, world.files, onto, {}, RestoreMode::fill}, {});

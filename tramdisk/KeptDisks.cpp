@@ -74,9 +74,11 @@ void noteStorageInMemory(const CommandContext& context) {
 }
 
 void tellLostCopies(const CommandContext& context) {
-    for (const auto& image : context.session.profiles->lostCopies()) {
+    for (const auto& owner : context.session.profiles->lostCopies()) {
         context.console.note(
-            fmt::format("The saved files “{}” belong to no startup disk in the list.", image.string()));
+            fmt::format("The saved files “{}” belong to no startup disk in the list. `tramdisk startup add "
+                        "--from-copies {}` makes one of them.",
+                        context.stores.contentStorage->imageLocation(owner).string(), owner.text()));
     }
 }
 

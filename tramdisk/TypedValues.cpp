@@ -73,6 +73,14 @@ RedirectTarget valueFrom(const std::string& text) {
 }
 
 template <>
+UUID valueFrom(const std::string& text) {
+    if (const auto identifier = UUID::parse(text)) {
+        return *identifier;
+    }
+    throw UsageError(fmt::format("“{}” is not an identifier of saved files.", text));
+}
+
+template <>
 std::filesystem::path valueFrom(const std::string& text) {
     if (text.empty()) {
         throw UsageError("A folder has no name. Give its path.");

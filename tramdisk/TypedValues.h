@@ -4,6 +4,7 @@
 #include "RamDiskCore/Values/FileSystem.h"
 #include "RamDiskCore/Values/RamDiskReference.h"
 #include "RamDiskCore/Values/RedirectTarget.h"
+#include "RamDiskCore/Values/UUID.h"
 #include "RamDiskCore/Values/VolumeAccess.h"
 
 #include <filesystem>
@@ -31,6 +32,8 @@ template <>
 [[nodiscard]] RamDiskReference valueFrom(const std::string& text);
 template <>
 [[nodiscard]] RedirectTarget valueFrom(const std::string& text);
+template <>
+[[nodiscard]] UUID valueFrom(const std::string& text);
 /// Absolute: the path may be used again by a process that runs elsewhere.
 template <>
 [[nodiscard]] std::filesystem::path valueFrom(const std::string& text);

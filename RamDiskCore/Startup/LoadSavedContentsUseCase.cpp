@@ -11,7 +11,7 @@ namespace ramdisk {
 LoadSavedContentsUseCase::LoadSavedContentsUseCase(RamDiskServices services,
                                                    std::shared_ptr<ProfileContentsUseCase> contents,
                                                    std::shared_ptr<FolderRedirectsUseCase> redirects)
-    : services_(std::move(services)),
+    : making_(std::move(services), contents),
       contents_(std::move(contents)),
       redirects_(std::move(redirects)) {}
 
@@ -36,7 +36,8 @@ LoadSavedContentsUseCase::Result LoadSavedContentsUseCase::load(const KeptDisk& 
     try {
         auto restored = loadOnce();
         if (!restored) {
-            makeAnew(onto);
+            // Under the lock nobody takes the disk for one that was lost.
+            contents_->whileLocked(kept.profile, [&] { making_.makeAnewWithRoom(onto); });
             restored = contents_->load(*onto, number, observer);
         }
         reapply();
@@ -50,24 +51,6 @@ LoadSavedContentsUseCase::Result LoadSavedContentsUseCase::load(const KeptDisk& 
         }
         throw;
     }
-}
-
-/// What is on the disk was to be replaced. Under the lock nobody takes the disk for one that was lost.
-void LoadSavedContentsUseCase::makeAnew(std::optional<KeptDisk>& kept) {
-    const auto former = *kept;
-    contents_->whileLocked(former.profile, [&] {
-        auto wanted = specificationOf(former.profile);
-        wanted.name = former.disk.name;
-        wanted.size = former.disk.capacity;
-        wanted.access = former.disk.access;
-        wanted.hasRestoreRoom = true;
-        services_.eject->eject(former.disk, Force::no);
-        kept.reset();
-        contents_->noteLeft(former, ProfileContentsUseCase::LeftFiles::givenUp);
-        kept = KeptDisk{
-            services_.create->execute(std::move(wanted), CreateRamDiskUseCase::Purpose::startupDisk).ramDisk,
-            former.profile};
-    });
 }
 
 } // namespace ramdisk

@@ -3,6 +3,7 @@
 #include "RamDiskCore/Disks/RamDiskServices.h"
 #include "RamDiskCore/Redirects/FolderRedirectsUseCase.h"
 #include "RamDiskCore/Startup/ProfileContentsUseCase.h"
+#include "RamDiskCore/Startup/StartupDiskMaking.h"
 
 #include <cstddef>
 #include <memory>
@@ -31,9 +32,7 @@ public:
     Result load(const KeptDisk& kept, std::size_t number, const ProgressObserver& observer);
 
 private:
-    void makeAnew(std::optional<KeptDisk>& kept);
-
-    RamDiskServices services_;
+    StartupDiskMaking making_;
     std::shared_ptr<ProfileContentsUseCase> contents_;
     std::shared_ptr<FolderRedirectsUseCase> redirects_;
 };

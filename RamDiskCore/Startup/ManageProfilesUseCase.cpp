@@ -4,7 +4,9 @@
 #include "RamDiskCore/Values/Text.h"
 
 #include <algorithm>
-#include <iterator>
+#include <stdexcept>
+#include <utility>
+#include <variant>
 
 namespace ramdisk {
 
@@ -96,17 +98,59 @@ void ManageProfilesUseCase::takeUpCopies(RamDiskProfile& profile, const RamDisk&
     profile.previousCopies = std::max(profile.previousCopies, static_cast<std::uint32_t>(copies));
 }
 
-std::vector<std::filesystem::path> ManageProfilesUseCase::lostCopies() const {
-    std::vector<std::filesystem::path> images;
+std::vector<UUID> ManageProfilesUseCase::lostCopies() const {
     // A record that is not understood may be the one that they belong to.
     if (!isReadable() || notUnderstood() > 0) {
-        return images;
+        return {};
     }
     auto owners = storage_->savedProfiles();
     eraseListed(owners, repository_->load());
-    std::transform(owners.begin(), owners.end(), std::back_inserter(images),
-                   [this](const UUID& owner) { return storage_->imageLocation(owner); });
-    return images;
+    return owners;
+}
+
+RamDiskProfile ManageProfilesUseCase::profileForLostCopies(const UUID& owner, RamDiskProfile defaults,
+                                                           const std::vector<RamDisk>& standing) const {
+    requireReadable();
+    const auto lost = lostCopies();
+    if (std::find(lost.begin(), lost.end(), owner) == lost.end()) {
+        throw std::runtime_error("There are no saved files “" + owner.text() + "” without a startup disk.");
+    }
+    for (const auto& disk : standing) {
+        const auto owners = disk.instance ? storage_->ownersOf(*disk.instance) : std::vector<UUID>{};
+        if (std::find(owners.begin(), owners.end(), owner) != owners.end()) {
+            throw std::runtime_error("“" + disk.name
+                                     + "” is mounted and keeps these files. Make that disk a startup disk.");
+        }
+    }
+    const auto copies = archiver_->copies({storage_->imageLocation(owner)});
+    if (copies.empty()) {
+        throw std::runtime_error("Of the saved files “" + owner.text() + "” only damaged copies are left.");
+    }
+    auto key = secrets_->read(owner.text());
+    defaults.id = owner;
+    defaults.keepsContents = true;
+    defaults.isEncrypted = key.has_value();
+    if (defaults.isEncrypted && !supportsEncryption(defaults.fileSystem)) {
+        defaults.fileSystem = FileSystem::apfs;
+    }
+    defaults.previousCopies = std::max(defaults.previousCopies, static_cast<std::uint32_t>(copies.size()));
+    try {
+        const auto saved = archiver_->describe(
+            copies.front().image,
+            key ? VolumeProtection{VolumeProtection::Encrypted{std::move(*key)}} : VolumeProtection{});
+        if (saved.openAt) {
+            throw RamDiskError(RamDiskError::ImageOpenAlready{});
+        }
+        defaults.name = saved.name;
+        defaults.size = saved.capacity;
+    } catch (const RamDiskError& error) {
+        if (std::holds_alternative<RamDiskError::IncorrectPassphrase>(error.value())
+            && !defaults.isEncrypted) {
+            throw RamDiskError(RamDiskError::SavedContentsKeyMissing{owner.text()});
+        }
+        throw;
+    }
+    return defaults;
 }
 
 bool ManageProfilesUseCase::hasCopies(const RamDiskProfile& profile) const {

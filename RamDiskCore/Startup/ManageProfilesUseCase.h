@@ -47,8 +47,16 @@ public:
     /// @throws RamDiskError `contentsTransferFailed` when its record is one that is not understood.
     void takeUpCopies(RamDiskProfile& profile, const RamDisk& disk) const;
 
-    /// The latest copies of startup disks whose record was lost. Empty while the list cannot tell.
-    [[nodiscard]] std::vector<std::filesystem::path> lostCopies() const;
+    /// The startup disks that have saved copies and no record any more. Empty while the list cannot tell.
+    [[nodiscard]] std::vector<UUID> lostCopies() const;
+
+    /// A record for such copies, with the name and the size of the disk that was saved, and everything else
+    /// as `defaults` says. It is not stored. No disk that stands may keep these files.
+    /// @throws std::runtime_error when there are no such copies or such a disk stands; RamDiskError
+    ///         `savedContentsKeyMissing`, and as `ContentArchiving::describe`; std::exception of the key's
+    ///         store.
+    [[nodiscard]] RamDiskProfile profileForLostCopies(const UUID& owner, RamDiskProfile defaults,
+                                                      const std::vector<RamDisk>& standing) const;
 
     /// Whether any copy of the profile's files is stored, also a damaged one.
     [[nodiscard]] bool hasCopies(const RamDiskProfile& profile) const;

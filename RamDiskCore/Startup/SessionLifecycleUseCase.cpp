@@ -6,20 +6,14 @@
 #include "RamDiskCore/Values/Text.h"
 
 #include <algorithm>
-#include <chrono>
 #include <future>
 #include <iterator>
 #include <mutex>
-#include <thread>
 #include <utility>
 
 namespace ramdisk {
 
 namespace {
-
-/// A program that opens and closes its file again and again leaves a gap within this time.
-constexpr int blockingAttempts = 30;
-constexpr std::chrono::milliseconds blockingPause{15};
 
 /// An observer of one disk's copying, out of one for all.
 ProgressObserver observerFor(const std::string& name, const SessionLifecycleUseCase::Observer& observer) {
@@ -86,7 +80,9 @@ SessionLifecycleUseCase::SessionLifecycleUseCase(RamDiskServices services,
     : services_(std::move(services)),
       profiles_(std::move(profiles)),
       contents_(std::move(contents)),
-      redirects_(std::move(redirects)) {}
+      redirects_(std::move(redirects)),
+      making_(services_, contents_),
+      saveAndEject_(services_, profiles_, contents_, redirects_) {}
 
 std::optional<KeptDisk> SessionLifecycleUseCase::kept(const RamDisk& disk) const {
     if (!disk.isCreatedByRamDisk) {
@@ -173,7 +169,7 @@ StartupOutcome SessionLifecycleUseCase::createLocked(const RamDiskProfile& profi
             return takeUp(standing, observer);
         }
     }
-    std::optional<KeptDisk> fresh = KeptDisk{make(profile), profile};
+    std::optional<KeptDisk> fresh = KeptDisk{making_.make(profile), profile};
     if (!profile.keepsContents) {
         return addInitialContents(*fresh, false);
     }
@@ -192,28 +188,8 @@ bool SessionLifecycleUseCase::restoreOnto(std::optional<KeptDisk>& fresh, const 
     } catch (const CopyNeedsRoom&) {
         traceCaught("session", "the disk is made anew with room that only a restore may use");
     }
-    const auto replacement = contents_->interruptedLoad(*fresh);
-    services_.eject->eject(fresh->disk, Force::no);
-    const auto former = *std::exchange(fresh, std::nullopt);
-    contents_->noteLeft(former, ProfileContentsUseCase::LeftFiles::givenUp);
-    fresh = KeptDisk{make(former.profile, RestoreRoom::yes, replacement), former.profile};
+    making_.makeAnewWithRoom(fresh);
     return contents_->restore(*fresh, observer);
-}
-
-RamDisk SessionLifecycleUseCase::make(const RamDiskProfile& profile, RestoreRoom room,
-                                      const std::optional<std::string>& replacement) {
-    if (profile.keepsContents) {
-        contents_->announceDisk(profile, replacement);
-    }
-    auto wanted = specificationOf(profile);
-    wanted.hasRestoreRoom = room == RestoreRoom::yes;
-    try {
-        return services_.create->execute(std::move(wanted), CreateRamDiskUseCase::Purpose::startupDisk)
-            .ramDisk;
-    } catch (...) {
-        contents_->withdrawDisk(profile);
-        throw;
-    }
 }
 
 /// A disk that stands when the session starts: complete, or left half filled by one that was killed.
@@ -258,7 +234,7 @@ StartupOutcome SessionLifecycleUseCase::afterFailedRestore(const KeptDisk& kept,
         return {StartupOutcome::RestoreFailed{kept.disk, std::move(reason)}};
     }
     try {
-        auto empty = make(kept.profile);
+        auto empty = making_.make(kept.profile);
         contents_->withdrawDisk(kept.profile);
         return {StartupOutcome::RestoreFailed{std::move(empty), std::move(reason)}};
     } catch (const std::exception&) {
@@ -363,139 +339,9 @@ ShutdownReport SessionLifecycleUseCase::quit(Force force, const Observer& observ
     return report;
 }
 
-LeaveResult SessionLifecycleUseCase::leave(const RamDisk& disk, SaveBeforeEject saving, Force force,
-                                           const ProgressObserver& observer) {
-    LeaveResult result;
-    const auto startupDisk = kept(disk);
-    // One without a mount point was unmounted before. Nothing of it can be saved any more, but its memory may
-    // still come back.
-    const bool saves = saving == SaveBeforeEject::yes && startupDisk && startupDisk->profile.keepsContents
-                       && disk.mountPoint;
-    try {
-        if (saving == SaveBeforeEject::yes && !saves && disk.mountPoint
-            && contents_->isOrphan(disk, profiles_->list())) {
-            throw RamDiskError(RamDiskError::ContentsTransferFailed{
-                "“" + disk.name
-                + "” keeps its files, but the list of startup disks cannot be read or has lost it."});
-        }
-        if (saves) {
-            result.isSaved = saveWhileInUse(*startupDisk, observer);
-        }
-    } catch (const std::exception& error) {
-        result.saveError = transferError(error);
-        return result;
-    }
-    try {
-        leaveFolders(disk, force, result);
-        if (saves) {
-            blockWriting(disk, force);
-        }
-        if (!saves || saveForGood(*startupDisk, result, observer)) {
-            // One without a mount point was left before.
-            const bool isSaved = result.isSaved || !disk.mountPoint;
-            result.outcome = eject(disk, startupDisk, force,
-                                   isSaved ? ProfileContentsUseCase::LeftFiles::saved
-                                           : ProfileContentsUseCase::LeftFiles::givenUp);
-            return result;
-        }
-    } catch (const std::exception& error) {
-        const auto* ours = dynamic_cast<const RamDiskError*>(&error);
-        result.ejectError =
-            ours != nullptr
-                ? *ours
-                : RamDiskError(RamDiskError::EjectFailed{disk.device, error.what(), EjectObstacle::other});
-    }
-    if (!disk.mountPoint) {
-        return result;
-    }
-    services_.writeBlocking->allow(disk);
-    try {
-        auto failures = redirects_->apply(disk);
-        // One that is in use is why the disk stays.
-        std::erase_if(failures, [](const RedirectFailure& failure) {
-            return failure.kind == RedirectFailure::Kind::inUse;
-        });
-        append(result.redirectFailures, std::move(failures));
-    } catch (const std::exception&) {
-        // Why the disk stays is what the user must see; the redirects are undone and lose nothing.
-        traceCaught("redirects", "the redirects of a disk that stays are not put back");
-    }
-    return result;
-}
-
-/// With the lock of its saved copies, so that nobody takes a disk that is on its way for one that was lost.
-ReleaseOutcome SessionLifecycleUseCase::eject(const RamDisk& disk, const std::optional<KeptDisk>& startupDisk,
-                                              Force force, ProfileContentsUseCase::LeftFiles files) {
-    if (!startupDisk) {
-        return services_.eject->eject(disk, force);
-    }
-    ReleaseOutcome outcome;
-    contents_->whileLocked(startupDisk->profile, [&] {
-        outcome = services_.eject->eject(disk, force);
-        contents_->noteLeft(*startupDisk, files);
-    });
-    return outcome;
-}
-
-/// Takes the tools' folders off the disk. One that a program uses would keep the disk.
-void SessionLifecycleUseCase::leaveFolders(const RamDisk& disk, Force force, LeaveResult& result) {
-    for (auto& failure : redirects_->undo(disk.name, force)) {
-        if (failure.kind == RedirectFailure::Kind::inUse && !result.ejectError) {
-            // Forced, only what force does not help against is left.
-            result.ejectError = RamDiskError(
-                RamDiskError::EjectFailed{disk.device, std::get<std::string>(failure.message),
-                                          force == Force::yes ? EjectObstacle::other : EjectObstacle::busy});
-        } else {
-            result.redirectFailures.push_back(std::move(failure));
-        }
-    }
-    if (result.ejectError) {
-        throw RamDiskError(*result.ejectError);
-    }
-}
-
-/// Saves while everything is still in its place, since this takes longest. A disk that keeps changing is
-/// saved once nobody can write to it any more.
-bool SessionLifecycleUseCase::saveWhileInUse(const KeptDisk& kept, const ProgressObserver& observer) {
-    try {
-        contents_->save(kept, Verification::no, observer);
-        return true;
-    } catch (const RamDiskError& error) {
-        if (!std::holds_alternative<RamDiskError::FilesKeptChanging>(error.value())) {
-            throw;
-        }
-        traceCaught("save", "the disk is saved when writing to it is blocked");
-        return false;
-    }
-}
-
-void SessionLifecycleUseCase::blockWriting(const RamDisk& disk, Force force) const {
-    for (int attempt = 1; services_.writeBlocking->block(disk) == WriteBlocking::Outcome::busy; ++attempt) {
-        if (attempt == blockingAttempts) {
-            if (force == Force::yes) {
-                return;
-            }
-            // What it writes after the last look would be lost.
-            throw RamDiskError(
-                RamDiskError::EjectFailed{disk.device, "a program is writing to it.", EjectObstacle::busy});
-        }
-        std::this_thread::sleep_for(blockingPause);
-    }
-}
-
-/// Saves what changed since the last save, with writing barred where that is possible, so that nothing can
-/// change any more before the disk goes.
-bool SessionLifecycleUseCase::saveForGood(const KeptDisk& kept, LeaveResult& result,
-                                          const ProgressObserver& observer) {
-    try {
-        contents_->save(kept, Verification::no, observer);
-        result.isSaved = true;
-        return true;
-    } catch (const std::exception& error) {
-        result.isSaved = false;
-        result.saveError = transferError(error);
-        return false;
-    }
+SaveAndEjectUseCase::Result SessionLifecycleUseCase::leave(const RamDisk& disk, SaveBeforeEject saving,
+                                                           Force force, const ProgressObserver& observer) {
+    return saveAndEject_.execute(disk, kept(disk), saving, force, observer);
 }
 
 } // namespace ramdisk

@@ -4,8 +4,9 @@
 #include "RamDiskCore/Redirects/FolderRedirectsUseCase.h"
 #include "RamDiskCore/Startup/ManageProfilesUseCase.h"
 #include "RamDiskCore/Startup/ProfileContentsUseCase.h"
-#include "RamDiskCore/Startup/SaveBeforeEject.h"
+#include "RamDiskCore/Startup/SaveAndEjectUseCase.h"
 #include "RamDiskCore/Startup/ShutdownReport.h"
+#include "RamDiskCore/Startup/StartupDiskMaking.h"
 #include "RamDiskCore/Startup/StartupOutcome.h"
 
 #include <chrono>
@@ -37,16 +38,6 @@ struct LostDisk {
     std::string name;
     /// When its files were last saved. Absent when they never were.
     std::optional<std::chrono::system_clock::time_point> savedAt;
-};
-
-/// What happened to one disk that was to be removed. Without an error it is gone.
-struct LeaveResult {
-    /// Whether the disk keeps files and they are in its saved copy now.
-    bool isSaved = false;
-    std::optional<RamDiskError> saveError;
-    std::optional<RamDiskError> ejectError;
-    ReleaseOutcome outcome;
-    std::vector<RedirectFailure> redirectFailures;
 };
 
 /// Makes the startup disks at launch and removes them at quit, with everything that belongs to them: saved
@@ -83,12 +74,10 @@ public:
     /// never those that could not be saved.
     ShutdownReport quit(Force force, const Observer& observer);
 
-    /// Removes a disk, whether it is a startup disk or not: saves its files if it keeps them, undoes its
-    /// redirects, then ejects it. Fails when the disk keeps files and the record of that is lost, and, where
-    /// writing can be blocked, unless forced, when programs do not let it be blocked. A disk that could not
-    /// be saved is left as it is. One that could not be ejected gets its redirects back while it is mounted.
-    LeaveResult leave(const RamDisk& disk, SaveBeforeEject saving, Force force,
-                      const ProgressObserver& observer);
+    /// Removes a disk as `SaveAndEjectUseCase::execute` does, also one of which only this object has the
+    /// profile.
+    SaveAndEjectUseCase::Result leave(const RamDisk& disk, SaveBeforeEject saving, Force force,
+                                      const ProgressObserver& observer);
 
     /// The mounted disks that were made from a profile.
     /// @throws RamDiskError `inventoryUnavailable`
@@ -99,29 +88,19 @@ public:
 
 private:
     StartupOutcome createLocked(const RamDiskProfile& profile, const ProgressObserver& observer);
-    enum class RestoreRoom { no, yes };
-    /// @param replacement the copy that an interrupted load had chosen, which the disk gets.
-    RamDisk make(const RamDiskProfile& profile, RestoreRoom room = RestoreRoom::no,
-                 const std::optional<std::string>& replacement = {});
     /// Makes the disk anew if it has no room for what fitted onto its like.
     /// @throws as `ProfileContentsUseCase::restore`; without a disk then, if it could not be made anew.
     [[nodiscard]] bool restoreOnto(std::optional<KeptDisk>& fresh, const ProgressObserver& observer);
     StartupOutcome takeUp(const KeptDisk& kept, const ProgressObserver& observer);
     StartupOutcome addInitialContents(const KeptDisk& kept, bool restoredContents);
     StartupOutcome afterFailedRestore(const KeptDisk& kept, const std::exception& error);
-    /// @returns false for a disk that kept changing.
-    [[nodiscard]] bool saveWhileInUse(const KeptDisk& kept, const ProgressObserver& observer);
-    /// @throws RamDiskError `ejectFailed` when programs go on writing.
-    void leaveFolders(const RamDisk& disk, Force force, LeaveResult& result);
-    void blockWriting(const RamDisk& disk, Force force) const;
-    bool saveForGood(const KeptDisk& kept, LeaveResult& result, const ProgressObserver& observer);
-    [[nodiscard]] ReleaseOutcome eject(const RamDisk& disk, const std::optional<KeptDisk>& startupDisk,
-                                       Force force, ProfileContentsUseCase::LeftFiles files);
 
     RamDiskServices services_;
     std::shared_ptr<ManageProfilesUseCase> profiles_;
     std::shared_ptr<ProfileContentsUseCase> contents_;
     std::shared_ptr<FolderRedirectsUseCase> redirects_;
+    StartupDiskMaking making_;
+    SaveAndEjectUseCase saveAndEject_;
     /// The profiles of the launch, for the quit.
     std::vector<RamDiskProfile> launched_;
     /// The disks that keep their files, as they were seen last.

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "RamDiskInfrastructure/Stores/StoreFiles.h"
+
 #include <filesystem>
 #include <optional>
 
@@ -14,9 +16,10 @@ struct FileIdentity {
 
     /// The regular file under a name. Absent for a symbolic link and anything else, and when there is
     /// nothing.
-    [[nodiscard]] static std::optional<FileIdentity> of(const std::filesystem::path& file) noexcept {
+    /// @throws std::runtime_error as `openStoreFolder`.
+    [[nodiscard]] static std::optional<FileIdentity> of(const std::filesystem::path& file) {
         struct stat status {};
-        if (::lstat(file.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
+        if (stored::status(file, status) != 0 || !S_ISREG(status.st_mode)) {
             return std::nullopt;
         }
         return FileIdentity{status.st_dev, status.st_ino};

@@ -4,14 +4,12 @@
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/Archive/FileIdentity.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
+#include "RamDiskInfrastructure/Stores/StoreFiles.h"
 #include "RamDiskInfrastructure/Stores/StoredFile.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cstdio>
-
-#include <unistd.h>
 
 namespace ramdisk {
 
@@ -21,7 +19,7 @@ constexpr std::uint64_t statusBlockSize = 512;
 
 struct stat statusOf(const std::filesystem::path& image) {
     struct stat status {};
-    if (lstat(image.c_str(), &status) != 0) {
+    if (stored::status(image, status) != 0) {
         throw SystemCallError("read", image);
     }
     return status;
@@ -37,17 +35,17 @@ ByteCount allocated(const std::filesystem::path& image) {
 
 bool isMissing(const std::filesystem::path& file) {
     struct stat status {};
-    return lstat(file.c_str(), &status) != 0 && errno == ENOENT;
+    return stored::status(file, status) != 0 && errno == ENOENT;
 }
 
 void renameFile(const std::filesystem::path& from, const std::filesystem::path& to) {
-    if (std::rename(from.c_str(), to.c_str()) != 0) {
+    if (stored::rename(from, to) != 0) {
         throw SystemCallError("replace", to);
     }
 }
 
 void removeFile(const std::filesystem::path& file) {
-    if (unlink(file.c_str()) != 0 && errno != ENOENT) {
+    if (stored::remove(file) != 0 && errno != ENOENT) {
         throw SystemCallError("remove", file);
     }
 }
@@ -221,22 +219,14 @@ std::vector<SavedCopyFolder::Earlier> SavedCopyFolder::earlierCopies() const {
 }
 
 std::vector<std::filesystem::path> SavedCopyFolder::entries() const {
-    const auto folder = names_.files.latest.parent_path();
-    std::vector<std::filesystem::path> found;
-    if (isMissing(folder)) {
-        return found;
-    }
-    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-        found.push_back(entry.path());
-    }
-    return found;
+    return stored::entries(names_.files.latest.parent_path());
 }
 
 bool SavedCopyFolder::linkTo(const std::filesystem::path& image, const std::filesystem::path& name) const {
     if (hardLinks_ == HardLinks::never) {
         return false;
     }
-    if (::link(image.c_str(), name.c_str()) == 0) {
+    if (stored::link(image, name) == 0) {
         return true;
     }
     if (knowsNoHardLinks(errno)) {
@@ -259,8 +249,8 @@ std::filesystem::path SavedCopyFolder::freeEarlierName() const {
 
 void SavedCopyFolder::removePartials(SavedImageTool& tool) const {
     for (const auto& entry : entries()) {
-        if (names_.isPartial(entry)
-            && !std::filesystem::is_directory(std::filesystem::symlink_status(entry))) {
+        struct stat status {};
+        if (names_.isPartial(entry) && stored::status(entry, status) == 0 && !S_ISDIR(status.st_mode)) {
             trace("save", "tidying: {} was being filled by a save that is gone", entry.native());
             tool.abandon(entry);
             removeFile(entry);

@@ -1,7 +1,9 @@
 #include "RamDiskInfrastructure/Stores/ApplicationSupportContentStorage.h"
 
 #include "RamDiskCore/Values/Text.h"
+#include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Stores/FileLock.h"
+#include "RamDiskInfrastructure/Stores/StoreFiles.h"
 #include "RamDiskInfrastructure/Stores/StoredFile.h"
 
 #include <set>
@@ -35,7 +37,9 @@ std::optional<std::string> textOf(const std::optional<UUID>& identifier) {
 /// Without a text the note is removed.
 void storeNote(const std::filesystem::path& file, const std::optional<std::string>& text) {
     if (!text) {
-        std::filesystem::remove(file);
+        if (stored::remove(file) != 0 && errno != ENOENT) {
+            throw SystemCallError("remove", file);
+        }
         return;
     }
     makeFolders(file.parent_path());
@@ -120,11 +124,7 @@ void ApplicationSupportContentStorage::setUnsavedInstance(const UUID& profile,
 
 std::vector<UUID> ApplicationSupportContentStorage::ownersOf(const UUID& instance) const {
     std::vector<UUID> owners;
-    if (!std::filesystem::exists(directory_)) {
-        return owners;
-    }
-    for (const auto& entry : std::filesystem::directory_iterator(directory_)) {
-        const auto& file = entry.path();
+    for (const auto& file : stored::entries(directory_)) {
         const auto profile = UUID::parse(file.stem().string());
         const bool isNote = file.extension() == boundExtension || file.extension() == fillingExtension
                             || file.extension() == unsavedExtension;
@@ -138,12 +138,10 @@ std::vector<UUID> ApplicationSupportContentStorage::ownersOf(const UUID& instanc
 
 std::vector<UUID> ApplicationSupportContentStorage::savedProfiles() const {
     std::set<UUID> profiles;
-    std::error_code error;
-    for (std::filesystem::directory_iterator entry(directory_, error), end; !error && entry != end;
-         entry.increment(error)) {
-        const auto name = entry->path().filename().string();
+    for (const auto& file : stored::entries(directory_)) {
+        const auto name = file.filename().string();
         const auto profile = UUID::parse(name.substr(0, name.find('.')));
-        if (profile && entry->path().extension() == imageExtension) {
+        if (profile && file.extension() == imageExtension) {
             profiles.insert(*profile);
         }
     }

@@ -1,11 +1,10 @@
 #include "RamDiskInfrastructure/Stores/LockedFile.h"
 
 #include "RamDiskCore/Ports/Tracing.h"
+#include "RamDiskInfrastructure/Stores/StoreFiles.h"
 #include "RamDiskInfrastructure/Stores/StoredFile.h"
 
 #include <fmt/format.h>
-
-#include <cstdio>
 
 #include <sys/stat.h>
 
@@ -17,7 +16,7 @@ constexpr int mostNamesTried = 100;
 
 bool somethingStandsAt(const std::filesystem::path& path) {
     struct stat status {};
-    return lstat(path.c_str(), &status) == 0;
+    return stored::status(path, status) == 0;
 }
 
 } // namespace
@@ -56,7 +55,7 @@ void LockedFile::setAside() const {
         const auto aside =
             file_.parent_path() / fmt::format("{}.unreadable-{}.json", file_.stem().string(), now + later);
         // A second name rather than a move, so that the list's own name never stands for nothing.
-        if (link(file_.c_str(), aside.c_str()) == 0) {
+        if (stored::link(file_, aside) == 0) {
             trace("stores", "{} cannot be read and is kept as {}", file_.native(), aside.native());
             return;
         }
@@ -64,7 +63,7 @@ void LockedFile::setAside() const {
             continue;
         }
         // Not every file system has second names, and not every file may be given one.
-        const bool isMoved = std::rename(file_.c_str(), aside.c_str()) == 0;
+        const bool isMoved = stored::rename(file_, aside) == 0;
         trace("stores", "{} cannot be read and {} {}", file_.native(),
               isMoved ? "is moved to" : "could not be kept as", aside.native());
         return;

@@ -2,6 +2,7 @@
 
 #include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskInfrastructure/Stores/FileLock.h"
+#include "RamDiskInfrastructure/Stores/StoreFiles.h"
 #include "RamDiskInfrastructure/Stores/StoredFile.h"
 
 #include <nlohmann/json.hpp>
@@ -73,8 +74,11 @@ RunningSession::RunningSession(std::filesystem::path file, FileDescriptor lock)
 
 RunningSession::~RunningSession() {
     if (lock_) {
-        std::error_code ignored;
-        std::filesystem::remove(file_, ignored);
+        try {
+            static_cast<void>(stored::remove(file_));
+        } catch (const std::exception&) {
+            traceCaught("session", "what this session told last stays");
+        }
     }
 }
 

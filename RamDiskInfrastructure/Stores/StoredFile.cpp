@@ -3,6 +3,7 @@
 #include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Stores/FlushToDisk.h"
+#include "RamDiskInfrastructure/Stores/StoreFiles.h"
 
 #include <fmt/format.h>
 
@@ -76,14 +77,13 @@ void flush(const FileDescriptor& folder, const std::filesystem::path& path) {
     }
 }
 
-void removeIfAbandoned(const std::filesystem::path& path) noexcept {
-    const FileDescriptor file(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+void removeIfAbandoned(const std::filesystem::path& path) {
+    const auto file = stored::open(path, O_RDONLY | O_NONBLOCK);
     struct stat held {};
     struct stat named {};
     // Its writer may have put it in its place between the two calls; the name is then nobody's, or another's.
     if (file && flock(file.get(), LOCK_EX | LOCK_NB) == 0 && fstat(file.get(), &held) == 0
-        && lstat(path.c_str(), &named) == 0 && held.st_ino == named.st_ino) {
-        unlink(path.c_str());
+        && stored::status(path, named) == 0 && held.st_ino == named.st_ino && stored::remove(path) == 0) {
         trace("stores", "removed {}, whose writer is gone", path.native());
     }
 }
@@ -121,7 +121,7 @@ std::optional<std::string> readStoredFile(const std::filesystem::path& path) {
 }
 
 void flushFolder(const std::filesystem::path& folder) {
-    flush(FileDescriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)), folder);
+    flush(openStoreFolder(folder), folder);
 }
 
 PreparedFile::PreparedFile(std::filesystem::path target, std::string_view content)
@@ -170,21 +170,15 @@ void PreparedFile::takePlace() {
 
 void removeAbandonedVersions(const std::filesystem::path& target) noexcept {
     try {
-        if (!openStoreFolder(target.parent_path())) {
-            return;
+        const auto prefix = preparedPrefix(target);
+        for (const auto& entry : stored::entries(target.parent_path())) {
+            const auto name = entry.filename().string();
+            if (name.starts_with(prefix) && name.ends_with(preparedSuffix)) {
+                removeIfAbandoned(entry);
+            }
         }
     } catch (const std::exception&) {
         traceCaught("stores", "nothing is tidied up there");
-        return;
-    }
-    const auto prefix = preparedPrefix(target);
-    std::error_code error;
-    for (std::filesystem::directory_iterator entry(target.parent_path(), error), end; !error && entry != end;
-         entry.increment(error)) {
-        const auto name = entry->path().filename().string();
-        if (name.starts_with(prefix) && name.ends_with(preparedSuffix)) {
-            removeIfAbandoned(entry->path());
-        }
     }
 }
 

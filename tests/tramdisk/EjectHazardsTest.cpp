@@ -1,9 +1,14 @@
+#include "RamDiskInfrastructure/Linux/Mounting/LoopDevice.h"
 #include "tests/tramdisk/Disks.h"
 
+#include <array>
 #include <atomic>
 #include <csignal>
+#include <functional>
+#include <optional>
 #include <thread>
 
+#include <sched.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 
@@ -114,6 +119,75 @@ TEST_P(EjectHazards, FilesInAnUncoveredMountFolderDoNotCostTheNextDiskItsPlace) 
     eject("Work");
     fs::remove(root);
     expectNoTraces();
+}
+
+/// A process with a mount namespace of its own, in which the disk is mounted elsewhere as well: its usual
+/// place goes with the mount folder.
+pid_t startInNamespace(const fs::path& disk, const fs::path& elsewhere) {
+    std::array<int, 2> ready{};
+    EXPECT_EQ(pipe2(ready.data(), O_CLOEXEC), 0);
+    const pid_t child = fork();
+    if (child == 0) {
+        const bool isAlone = unshare(CLONE_NEWNS) == 0
+                             && mount("", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0
+                             && mount(disk.c_str(), elsewhere.c_str(), nullptr, MS_BIND, nullptr) == 0;
+        static_cast<void>(write(ready[1], isAlone ? "y" : "n", 1));
+        pause();
+        _exit(0);
+    }
+    char answer = 'n';
+    EXPECT_EQ(read(ready[0], &answer, 1), 1);
+    EXPECT_EQ(answer, 'y');
+    close(ready[0]);
+    close(ready[1]);
+    return child;
+}
+
+TEST_P(EjectHazards, WhatKeepsTheMemoryOutOfSightIsToldAndListedUntilItIsGone) {
+    const auto elsewhere = machine->folder() / "elsewhere";
+    fs::create_directory(elsewhere);
+    pid_t viewer = 0;
+    std::optional<LoopDevice> loop;
+    struct Row {
+        const char* told;
+        std::function<void(const fs::path& disk)> hold;
+        std::function<void()> release;
+    };
+    const std::array<Row, 3> rows{
+        {{"a second mount at",
+          [&](const fs::path& disk) {
+              ASSERT_EQ(mount((disk / "folder").c_str(), elsewhere.c_str(), nullptr, MS_BIND, nullptr), 0);
+          },
+          [&] { EXPECT_EQ(umount2(elsewhere.c_str(), 0), 0); }},
+         {"a mount at", [&](const fs::path& disk) { viewer = startInNamespace(disk, elsewhere); },
+          [&] {
+              kill(viewer, SIGKILL);
+              waitFor(viewer);
+          }},
+         {"upon its file image",
+          [&](const fs::path& disk) {
+              const FileDescriptor file(open((disk / "folder/image").c_str(), O_RDWR | O_CLOEXEC));
+              loop = LoopDevice::attach(file, "test", ByteCount{mebibyte});
+          },
+          [&] { loop.reset(); }}}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.told);
+        const auto root = mountPointOf(create("Work"));
+        fs::create_directory(root / "folder");
+        writeFile(root / "folder/image", std::string(mebibyte, 'x'));
+        row.hold(root);
+        const auto ejected = machine->run({"eject", "--force", "Work"});
+        EXPECT_EQ(ejected.status, 0);
+        EXPECT_THAT(ejected.err, HasSubstr(row.told));
+        const auto listed = machine->list();
+        ASSERT_EQ(listed.count("Work"), 1U);
+        EXPECT_FALSE(listed.at("Work").contains("mountPoint"));
+        EXPECT_GE(listed.at("Work").at("memoryFootprint").at("bytes").get<std::uint64_t>(), mebibyte);
+        EXPECT_THAT(machine->run({"eject", "Work"}).err, HasSubstr(row.told));
+        row.release();
+        EXPECT_THAT(machine->list(), IsEmpty());
+        expectNoTraces();
+    }
 }
 
 TEST_P(EjectHazards, AVolumeMountedOnTheDiskIsNamedAndNeverLost) {

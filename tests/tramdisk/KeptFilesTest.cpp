@@ -44,6 +44,35 @@ protected:
     }
 };
 
+TEST_F(KeptFiles, OfADiskWhoseRecordIsDamagedAreStillSaved) {
+    const auto record = machine->records() / "disk1.json";
+    for (const char* format : {"hfs+", "jhfs+"}) {
+        const auto root = makeKept("Work", {"--format", format, "--access", "onlyMe"});
+        const auto before = machine->list().at("Work");
+        const auto intact = readFile(record);
+        for (const auto& remains : {std::string(), std::string("x"), intact.substr(0, intact.size() / 2)}) {
+            writeFile(record, remains);
+            const auto told = machine->run({"list"});
+            EXPECT_THAT(told.err, HasSubstr("The record of “Work” (disk1) was damaged"));
+            EXPECT_EQ(machine->run({"list"}).err, "");
+            auto after = machine->list().at("Work");
+            after["fileSystem"] = before.at("fileSystem");
+            after["attachment"] = before.at("attachment");
+            EXPECT_EQ(after, before) << format;
+        }
+        writeFile(root / "file", "precious");
+        writeFile(record, "");
+        EXPECT_EQ(machine->run({"save", "Work"}).status, 0);
+        EXPECT_EQ(machine->run({"eject", "Work"}).status, 0);
+        EXPECT_EQ(machine->run({"startup", "create", "Work"}).status, 0);
+        EXPECT_EQ(readFile(root / "file"), "precious");
+        EXPECT_EQ(machine->run({"eject", "Work"}).status, 0);
+        EXPECT_EQ(machine->run({"startup", "remove", "Work", "--force"}).status, 0);
+    }
+    writeFile(record, "x");
+    EXPECT_THAT(machine->run({"list"}).err, HasSubstr("so nothing of it can be saved."));
+}
+
 TEST_F(KeptFiles, ADamagedCopyCostsNoDiskAndIsNotSavedOver) {
     const auto root = makeKept("Work");
     ASSERT_EQ(machine->run({"configure", "Work", "--copies", "1"}).status, 0);

@@ -1,3 +1,4 @@
+#include "RamDiskInfrastructure/Commands/FileDescriptor.h"
 #include "tests/support/Linux/KillLoop.h"
 #include "tests/support/Linux/TreeDescription.h"
 #include "tests/tramdisk/KeptDisks.h"
@@ -7,10 +8,12 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <set>
 #include <thread>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -53,6 +56,19 @@ void changeThroughMapping(const fs::path& file) {
 
 class Session : public KeptDisks {
 protected:
+    /// Looks again at every change of the mount table. Gives up when the session has ended, or hangs.
+    bool awaitMounts(const std::function<bool()>& isSo) {
+        const FileDescriptor table(open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC));
+        for (int changes = 0; !isSo(); ++changes) {
+            pollfd change{table.get(), POLLPRI, 0};
+            if (changes == 1000 || poll(&change, 1, 120'000) == 0
+                || session.wait_for(std::chrono::seconds(0)) == std::future_status::ready) {
+                return isSo();
+            }
+        }
+        return true;
+    }
+
     /// Files of saves that are not over.
     [[nodiscard]] std::vector<std::string> partialFiles() const {
         std::vector<std::string> found;
@@ -82,10 +98,7 @@ TEST_F(Session, PutsFoldersBackWhenADiskGoesAndTellsWhatItMetAtQuit) {
     ASSERT_FALSE(fs::exists(home / "Gone/mine"));
     startSession();
     ASSERT_EQ(umount2(gone.c_str(), MNT_DETACH), 0);
-    for (int attempt = 0; attempt < 500 && !fs::exists(home / "Gone/mine"); ++attempt) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    ASSERT_TRUE(fs::exists(home / "Gone/mine")) << "nobody noticed";
+    ASSERT_TRUE(awaitMounts([&] { return fs::exists(home / "Gone/mine"); })) << "nobody noticed";
 
     fs::remove(home / "Here");
     fs::create_directory(home / "Here");

@@ -88,9 +88,16 @@ TEST_F(StoredLists, OfStartupDisksThatCannotBeReadAreToldAndCopiesFindTheirDiskA
     fs::rename(list, list.string() + ".away");
     const auto told = machine->run({"startup", "list"});
     EXPECT_THAT(told.err, HasSubstr(".sparseimage” belong to no startup disk in the list."));
+    const auto id = nlohmann::json::parse(readFile(list.string() + ".away"))[0].at("id").get<std::string>();
+    const auto fromCopies = [&](const std::vector<std::string>& more) {
+        std::vector<std::string> arguments{"startup", "add", "--from-copies", id, "--json"};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        return machine->run(arguments);
+    };
+    EXPECT_THAT(fromCopies({}).err, HasSubstr("“Work” is mounted and keeps these files."));
     const auto added = machine->run({"startup", "add", "Work", "--json"});
     ASSERT_EQ(added.status, 0) << added.err;
-    EXPECT_EQ(added.json().at("id"), nlohmann::json::parse(readFile(list.string() + ".away"))[0].at("id"));
+    EXPECT_EQ(added.json().at("id"), id);
     EXPECT_EQ(added.json().at("keepsContents"), true);
     EXPECT_THAT(machine->run({"startup", "list"}).err, IsEmpty());
     writeFile(root / "file", "newer");
@@ -98,6 +105,17 @@ TEST_F(StoredLists, OfStartupDisksThatCannotBeReadAreToldAndCopiesFindTheirDiskA
     EXPECT_EQ(machine->run({"copies", "Work", "--json"}).json().size(), 2U);
     ASSERT_EQ(machine->run({"startup", "create", "Work"}).status, 0);
     EXPECT_EQ(readFile(root / "file"), "newer");
+
+    // Nor need the disk stand.
+    EXPECT_THAT(fromCopies({}).err, HasSubstr("There are no saved files “" + id + "” without"));
+    EXPECT_EQ(machine->run({"eject", "Work"}).status, 0);
+    fs::remove(list);
+    EXPECT_THAT(machine->run({"startup"}).err, HasSubstr("`tramdisk startup add --from-copies " + id + "`"));
+    EXPECT_EQ(fromCopies({"--name", "a/b"}).status, 1);
+    EXPECT_EQ(fromCopies({"--name", "Work 2"}).status, 0);
+    ASSERT_EQ(machine->run({"startup", "create", "Work 2"}).status, 0);
+    EXPECT_EQ(readFile(mountPointOf(machine->list().at("Work 2")) / "file"), "newer");
+    EXPECT_EQ(machine->run({"copies", "Work 2", "--json"}).json().size(), 2U);
 }
 
 TEST_F(StoredLists, OfTemplatesAndSettingsThatCannotBeReadAreToldToo) {
@@ -199,6 +217,21 @@ TEST_F(StoredLists, LeadRootNowhereThroughLinksOfAnotherUser) {
         EXPECT_EQ(outcome.status, 1) << link << " " << outcome.out;
         EXPECT_THAT(outcome.err, HasSubstr("“" + link.string() + "” is a link that another user can change"));
         EXPECT_TRUE(fs::is_empty(elsewhere)) << link;
+    }
+    // What root read through one would be somebody else's files.
+    fs::remove_all(home / "data");
+    fs::remove_all(elsewhere);
+    const auto added = machine->run({"startup", "add", "Work", "--json"});
+    const auto saved = home / "data/Tavrin RamDisk/Saved Contents";
+    fs::remove_all(saved);
+    plant(saved);
+    writeFile(elsewhere / (added.json().at("id").get<std::string>() + ".sparseimage"), "not the user's");
+    for (const auto& command : std::vector<std::vector<std::string>>{
+             {"copies", "Work"}, {"startup"}, {"startup", "remove", "Work"}, {"load", "Work"}}) {
+        const auto outcome = machine->run(command);
+        EXPECT_EQ(outcome.status, 1) << command[0] << " " << outcome.out;
+        EXPECT_THAT(outcome.err, HasSubstr("is a link that another user can change")) << command[0];
+        EXPECT_THAT(outcome.out, IsEmpty());
     }
 }
 

@@ -1,9 +1,11 @@
 #include "RamDiskCore/Values/ByteCountFormat.h"
+#include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskUI/SessionText.h"
 #include "tramdisk/KeptDisks.h"
 #include "tramdisk/ListJSON.h"
 #include "tramdisk/ProgressLine.h"
 #include "tramdisk/Subcommand.h"
+#include "tramdisk/UsageError.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -54,7 +56,9 @@ struct StartupListCommand {
 };
 
 struct StartupAddCommand {
-    RamDiskReference reference{RamDiskReference::Name{}};
+    std::optional<RamDiskReference> reference;
+    std::optional<UUID> lostCopies;
+    std::optional<std::string> name;
     bool keepsFiles = false;
     std::uint32_t previousCopies = 0;
 
@@ -62,10 +66,57 @@ struct StartupAddCommand {
         syntax.value("REF", reference, referenceHelp);
         syntax.flag("--keep-files", keepsFiles, "Save the disk's files and put them back at the next launch");
         syntax.number("--copies", previousCopies, "Number of earlier saved copies to keep (default: 0)");
+        syntax.value("--from-copies", lostCopies,
+                     "Instead of a disk: saved files that belong to no startup disk, by their identifier in "
+                     "`tramdisk startup`");
+        syntax.value("--name", name,
+                     "The new startup disk's name (default: that of the disk that was saved)");
+    }
+
+    void check() const {
+        if (reference.has_value() == lostCopies.has_value()) {
+            throw UsageError("Name a disk, or saved files with --from-copies.");
+        }
+        if (name && !lostCopies) {
+            throw UsageError("A disk has a name: give --name only with --from-copies.");
+        }
     }
 
     ExitStatus run(const CommandContext& context) const {
-        const auto disk = context.services.list->resolve(reference);
+        return lostCopies ? addLostCopies(context) : addDisk(context);
+    }
+
+private:
+    ExitStatus addLostCopies(const CommandContext& context) const {
+        const auto preferences = context.stores.preferences->load();
+        auto profile = context.session.profiles->profileForLostCopies(
+            *lostCopies,
+            {.id = *lostCopies,
+             .name = {},
+             .size = {},
+             .fileSystem = preferences.defaultFileSystem,
+             .isIndexingEnabled = preferences.isIndexingEnabledByDefault,
+             .access = preferences.newDiskAccess,
+             .previousCopies = previousCopies},
+            context.services.list->listOwn());
+        profile.name = name.value_or(profile.name);
+        // What every launch would refuse is told now.
+        const auto report = context.services.validator.validate(specificationOf(profile),
+                                                                context.services.validationContext.current());
+        if (!report.isValid()) {
+            throw RamDiskError(RamDiskError::InvalidSpecification{report.errors()});
+        }
+        context.session.profiles->store(profile);
+        if (context.console.wantsJSON()) {
+            context.console.printDocument(compactText(toJSON(profile)));
+        }
+        context.console.confirm(printable(
+            fmt::format("{} `tramdisk startup create` makes it now.", atLaunchText(profile.name, true))));
+        return succeeded;
+    }
+
+    ExitStatus addDisk(const CommandContext& context) const {
+        const auto disk = context.services.list->resolve(*reference);
         if (const auto former = context.session.profiles->named(disk.name)) {
             throw std::runtime_error(fmt::format("“{}” is already a startup disk.", former->name));
         }

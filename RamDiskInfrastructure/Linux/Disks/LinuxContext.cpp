@@ -26,10 +26,10 @@ const DiskRecordStore& LinuxContext::storeOf(const DiskRecord& record) const {
     return found == stores.end() ? ownStore() : *found;
 }
 
-std::vector<DiskRecord> LinuxContext::visibleRecords() const {
+std::vector<DiskRecord> LinuxContext::visibleRecords(std::vector<DamagedRecord>* damaged) const {
     std::vector<DiskRecord> records;
     for (const auto& store : stores) {
-        auto more = store.readAll();
+        auto more = store.readAll(damaged);
         std::copy_if(std::make_move_iterator(more.begin()), std::make_move_iterator(more.end()),
                      std::back_inserter(records),
                      [this](const DiskRecord& record) { return host.isRoot || record.owner == host.owner; });

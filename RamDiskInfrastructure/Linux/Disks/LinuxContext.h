@@ -25,7 +25,8 @@ struct LinuxContext {
     [[nodiscard]] const DiskRecordStore& storeOf(const DiskRecord& record) const;
 
     /// Every record that this process may see, ordered by store and device.
-    [[nodiscard]] std::vector<DiskRecord> visibleRecords() const;
+    /// @param damaged gets the records that are damaged, whoever's they are.
+    [[nodiscard]] std::vector<DiskRecord> visibleRecords(std::vector<DamagedRecord>* damaged = nullptr) const;
 
     LinuxHost host;
     std::shared_ptr<CommandRunning> runner;

@@ -6,6 +6,7 @@
 #include "RamDiskInfrastructure/Linux/Disks/RecordHealer.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 namespace ramdisk {
 
@@ -139,7 +140,10 @@ ReleaseOutcome LinuxDeviceAllocator::releaseHeld(RecordHold hold, Force force) c
                 return *held;
             }
             throw RamDiskError(RamDiskError::EjectFailed{
-                device, "it is ejected, but programs have its files open and keep its memory.",
+                device,
+                fmt::format("it is ejected, but its memory is kept by {}.",
+                            held->holders.empty() ? "open files"
+                                                  : fmt::format("{}", fmt::join(held->holders, ", "))),
                 EjectObstacle::busy});
         }
         healer.discard(std::move(hold));

@@ -1,6 +1,7 @@
 #include "RamDiskInfrastructure/Linux/Disks/LinuxRamDiskInventory.h"
 
 #include "RamDiskInfrastructure/Linux/Disks/RecordHealer.h"
+#include "RamDiskInfrastructure/Linux/Disks/RecordRecovery.h"
 
 #include <algorithm>
 
@@ -29,7 +30,12 @@ std::vector<RamDisk> LinuxRamDiskInventory::listOwn() {
 std::vector<RamDisk> LinuxRamDiskInventory::list(Whose whose) const {
     try {
         // The records first: whatever they call complete was mounted before, so the later mounts show it.
-        const auto records = context_->visibleRecords();
+        std::vector<DamagedRecord> damaged;
+        auto records = context_->visibleRecords(&damaged);
+        if (!damaged.empty()) {
+            RecordRecovery(*context_).recover(damaged, records);
+            records = context_->visibleRecords();
+        }
         if (records.empty()) {
             return {};
         }

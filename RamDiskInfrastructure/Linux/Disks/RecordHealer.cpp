@@ -84,6 +84,11 @@ void RecordHealer::healHeld(RecordHold hold) const {
         return;
     }
     if (!volume.isLive(hold.record, mounts)) {
+        const auto held = volume.heldMemory(hold.record, mounts);
+        if (held && hold.record.state == RecordState::settled) {
+            noteHeld(std::move(hold), *held);
+            return;
+        }
         tell(hold.record, hold.record.state == RecordState::making
                               ? "healed: its maker is gone (process ended) and has made no volume"
                               : "healed: its volume is gone");
@@ -144,11 +149,15 @@ void RecordHealer::healSettled(RecordHold hold, const MountTable& mounts) const 
             discard(std::move(hold));
             return;
         }
-        tell(hold.record, "healed: it was unmounted by other means while in use; its memory is still held");
-        hold.record.heldBytes = held->stillHeld.value_or(hold.record.heldBytes);
-        hold.record.state = RecordState::detaching;
-        context_.storeOf(hold.record).update(hold);
+        noteHeld(std::move(hold), *held);
     }
+}
+
+void RecordHealer::noteHeld(RecordHold hold, const ReleaseOutcome& held) const {
+    tell(hold.record, "healed: it was unmounted by other means while in use; its memory is still held");
+    hold.record.heldBytes = held.stillHeld.value_or(hold.record.heldBytes);
+    hold.record.state = RecordState::detaching;
+    context_.storeOf(hold.record).update(hold);
 }
 
 void RecordHealer::finishRenaming(RecordHold hold, const MountTable& mounts) const {

@@ -38,6 +38,7 @@ public:
 
 private:
     void healHeld(RecordHold hold) const;
+    void noteHeld(RecordHold hold, const ReleaseOutcome& held) const;
     void healSettled(RecordHold hold, const MountTable& mounts) const;
     void finishRenaming(RecordHold hold, const MountTable& mounts) const;
 

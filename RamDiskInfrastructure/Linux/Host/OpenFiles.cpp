@@ -108,6 +108,22 @@ private:
     std::map<std::pair<dev_t, ino_t>, std::uint64_t> heldFiles_;
 };
 
+} // namespace
+
+std::vector<std::int32_t> processesIn(const fs::path& proc) {
+    std::vector<std::int32_t> processes;
+    std::error_code ignored;
+    for (const auto& entry : fs::directory_iterator(proc, ignored)) {
+        const auto digits = entry.path().filename().string();
+        std::int32_t processID = 0;
+        const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), processID);
+        if (error == std::errc{} && end == digits.data() + digits.size()) {
+            processes.push_back(processID);
+        }
+    }
+    return processes;
+}
+
 std::string commandName(const fs::path& process) {
     auto name = tryReadSmallFile(process / "comm").value_or("?");
     while (!name.empty() && name.back() == '\n') {
@@ -116,18 +132,13 @@ std::string commandName(const fs::path& process) {
     return name;
 }
 
-} // namespace
-
 OpenFiles OpenFiles::find(const fs::path& proc, const FilesPlace& place) {
     OpenFiles result;
     Search search(place);
-    std::error_code ignored;
-    for (const auto& entry : fs::directory_iterator(proc, ignored)) {
-        const auto digits = entry.path().filename().string();
-        std::int32_t processID = 0;
-        const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), processID);
-        if (error == std::errc{} && end == digits.data() + digits.size() && search.uses(entry.path())) {
-            result.users.push_back({processID, commandName(entry.path())});
+    for (const auto processID : processesIn(proc)) {
+        const auto process = proc / std::to_string(processID);
+        if (search.uses(process)) {
+            result.users.push_back({processID, commandName(process)});
         }
     }
     std::sort(result.users.begin(), result.users.end(), [](const VolumeUser& left, const VolumeUser& right) {

@@ -3,8 +3,10 @@
 #include "RamDiskCore/Ports/VolumeUsersListing.h"
 #include "RamDiskCore/Values/ByteCount.h"
 
+#include <cstdint>
 #include <filesystem>
 #include <optional>
+#include <string>
 #include <variant>
 #include <vector>
 
@@ -35,6 +37,12 @@ struct OpenFiles {
     /// Checks every process that the caller may look into.
     [[nodiscard]] static OpenFiles find(const std::filesystem::path& proc, const FilesPlace& place);
 };
+
+/// The processes that run now, in no order.
+[[nodiscard]] std::vector<std::int32_t> processesIn(const std::filesystem::path& proc);
+
+/// The name of the process whose folder below /proc is given; "?" when it has ended.
+[[nodiscard]] std::string commandName(const std::filesystem::path& process);
 
 /// The processes as a message names them, such as "vim (4711)".
 [[nodiscard]] std::vector<std::string> describe(const std::vector<VolumeUser>& users);

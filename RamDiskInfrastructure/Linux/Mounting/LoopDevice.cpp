@@ -107,6 +107,15 @@ std::vector<std::pair<unsigned, std::filesystem::path>> LoopDevices::backingFile
     return files;
 }
 
+std::optional<LoopDevices::Backing> LoopDevices::backing(unsigned number) noexcept {
+    const FileDescriptor node(open(LoopDevice::pathOf(number).c_str(), O_RDONLY | O_CLOEXEC));
+    loop_info64 info{};
+    if (node && ioctl(node.get(), LOOP_GET_STATUS64, &info) == 0) {
+        return Backing{info.lo_device, info.lo_inode};
+    }
+    return node && errno == ENXIO ? std::optional(Backing{}) : std::nullopt;
+}
+
 bool LoopDevices::isReleased(unsigned number, const std::string& tag) const {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(1);
     while (carries(number, tag)) {

@@ -9,6 +9,8 @@
 #include <utility>
 #include <vector>
 
+#include <sys/types.h>
+
 namespace ramdisk {
 
 /// A file in memory that has no name in any folder. The kernel shows it as "/memfd:TAG (deleted)".
@@ -59,6 +61,14 @@ struct LoopDevices {
     /// Every device that has a file behind it now, with the file's path as the kernel shows it.
     /// @throws SystemCallError when the devices cannot be listed.
     [[nodiscard]] std::vector<std::pair<unsigned, std::filesystem::path>> backingFiles() const;
+
+    /// The file system and the file that lie behind the device, zeros when nothing does. Absent when the
+    /// device does not tell, as it does to few but root.
+    struct Backing {
+        dev_t device = 0;
+        ino_t file = 0;
+    };
+    [[nodiscard]] static std::optional<Backing> backing(unsigned number) noexcept;
 
     /// Waits up to a second until `carries` is false. The kernel clears a device a moment after its last
     /// user, and programs that look at new devices may hold it a little longer.

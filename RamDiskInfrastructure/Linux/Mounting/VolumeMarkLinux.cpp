@@ -9,9 +9,14 @@
 
 namespace ramdisk {
 
+namespace {
+
+/// Linux lets users set attributes in one namespace only.
 std::string volumeMarkAttribute() {
     return std::string("user.") + VolumeMark::attribute;
 }
+
+} // namespace
 
 void writeVolumeMark(int rootDescriptor, const UUID& instance) {
     const auto text = instance.text();

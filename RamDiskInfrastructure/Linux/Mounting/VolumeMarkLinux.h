@@ -3,13 +3,8 @@
 #include "RamDiskCore/Values/VolumeMark.h"
 
 #include <filesystem>
-#include <string>
 
 namespace ramdisk {
-
-/// The name of the attribute that is the mark. Linux lets users set attributes in one namespace only,
-/// `user.`.
-[[nodiscard]] std::string volumeMarkAttribute();
 
 /// Writes the mark with this identifier on an open root folder. If the file system keeps no user attributes,
 /// nothing is written. The disk's record, with the identifier that the kernel shows, is the mark then.

@@ -66,8 +66,9 @@ bool isSameFile(const FileDescriptor& file, const std::filesystem::path& path) {
 constexpr std::size_t largestRecord = 1 << 16;
 
 /// The record in an open file, if its writer can be believed.
+/// @param damaged gets what is in the file when it is believed and cannot be understood.
 std::optional<DiskRecord> recordIn(const FileDescriptor& file, const DeviceIdentifier& device,
-                                   uid_t folderOwner) {
+                                   uid_t folderOwner, std::optional<std::string>* damaged = nullptr) {
     const auto dropped = [&device](const char* why) {
         trace("records", [&] { return fmt::format("{} is not counted: {}", device.bsdName(), why); });
         return std::nullopt;
@@ -88,6 +89,9 @@ std::optional<DiskRecord> recordIn(const FileDescriptor& file, const DeviceIdent
     }
     auto record = decodeRecord(text, device);
     if (!record) {
+        if (damaged != nullptr) {
+            *damaged = std::move(text);
+        }
         return dropped("its record is damaged");
     }
     if (folderOwner != 0) {
@@ -124,7 +128,7 @@ std::vector<unsigned> DiskRecordStore::usedNumbers() const {
     return numbers;
 }
 
-std::vector<DiskRecord> DiskRecordStore::readAll() const {
+std::vector<DiskRecord> DiskRecordStore::readAll(std::vector<DamagedRecord>* damaged) const {
     const auto owner = folderOwner();
     if (!owner) {
         return {};
@@ -135,9 +139,12 @@ std::vector<DiskRecord> DiskRecordStore::readAll() const {
     records.reserve(numbers.size());
     for (const unsigned number : numbers) {
         const auto device = DeviceIdentifier::wholeDisk(number);
-        if (auto record = recordIn(openRecord(device), device, *owner)) {
+        std::optional<std::string> remains;
+        if (auto record = recordIn(openRecord(device), device, *owner, &remains)) {
             record->folder = folder_;
             records.push_back(std::move(*record));
+        } else if (remains && damaged != nullptr) {
+            damaged->push_back({device, *std::move(remains), folder_});
         }
     }
     return records;
@@ -281,6 +288,20 @@ void DiskRecordStore::update(RecordHold& hold) const {
         throw SystemCallError("replace the record", pathOf(hold.record.device), error);
     }
     hold.lock = std::move(file);
+}
+
+bool DiskRecordStore::replaceDamaged(DiskRecord record) const {
+    auto file = openRecord(record.device);
+    const auto owner = folderOwner();
+    std::optional<std::string> remains;
+    if (!file || !owner || flock(file.get(), LOCK_EX | LOCK_NB) != 0
+        || !isSameFile(file, pathOf(record.device)) || recordIn(file, record.device, *owner, &remains)
+        || !remains) {
+        return false;
+    }
+    RecordHold hold{std::move(record), std::move(file)};
+    update(hold);
+    return true;
 }
 
 void DiskRecordStore::remove(RecordHold hold) const {

@@ -5,6 +5,7 @@
 
 #include <filesystem>
 #include <optional>
+#include <string>
 #include <vector>
 
 namespace ramdisk {
@@ -14,6 +15,15 @@ namespace ramdisk {
 struct RecordHold {
     DiskRecord record;
     FileDescriptor lock;
+};
+
+/// A record that cannot be read although nobody else wrote it: its disk may still stand.
+struct DamagedRecord {
+    DeviceIdentifier device;
+    /// What is left of it.
+    std::string text;
+    /// The folder that it was read from.
+    std::filesystem::path folder;
 };
 
 /// The folder of records of attached disks.
@@ -30,7 +40,8 @@ public:
     /// All records, ordered by device; none when the folder does not exist. Files are skipped if they are not
     /// records, or if anybody but root and the folder's owner wrote them. A record of a user other than root
     /// is believed only about folders of this user.
-    [[nodiscard]] std::vector<DiskRecord> readAll() const;
+    /// @param damaged gets the records that are damaged.
+    [[nodiscard]] std::vector<DiskRecord> readAll(std::vector<DamagedRecord>* damaged = nullptr) const;
 
     /// The numbers of all records, readable or not.
     [[nodiscard]] std::vector<unsigned> usedNumbers() const;
@@ -52,6 +63,11 @@ public:
     /// Replaces the stored record by `hold.record`.
     /// @throws SystemCallError with the former record still in place.
     void update(RecordHold& hold) const;
+
+    /// Stores `record` in place of the damaged record of its device.
+    /// @returns false when that is not damaged any more, or another process is at work on it.
+    /// @throws SystemCallError with the damaged record still in place.
+    bool replaceDamaged(DiskRecord record) const;
 
     /// Removes the record; its number is free again.
     void remove(RecordHold hold) const;

@@ -6,6 +6,7 @@
 #include "RamDiskInfrastructure/Archive/SavedCopyFolder.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/SavedContents/OpenImage.h"
+#include "RamDiskInfrastructure/Stores/StoreFiles.h"
 #include "RamDiskInfrastructure/Trees/FileWriter.h"
 #include "RamDiskInfrastructure/Trees/FolderCursor.h"
 #include "RamDiskInfrastructure/Trees/ItemMetadata.h"
@@ -55,12 +56,17 @@ std::filesystem::path DamagedFiles::keepImage(const RestoreRequest& request) {
     if (auto former = folder.damagedName(request.image)) {
         return *std::move(former);
     }
-    auto kept = SavedCopyNames{request.files}.damaged(
-        SavedCopyNames::Earlier::savedAt(std::chrono::system_clock::now()));
-    if (::link(request.image.c_str(), kept.c_str()) != 0 && errno != EEXIST) {
-        throw SystemCallError("keep the damaged copy", request.image);
+    // Two copies may be found to be damaged within one second.
+    for (auto foundAt = SavedCopyNames::Earlier::savedAt(std::chrono::system_clock::now());;
+         ++foundAt.secondsSince1970) {
+        auto kept = SavedCopyNames{request.files}.damaged(foundAt);
+        if (stored::link(request.image, kept) == 0) {
+            return kept;
+        }
+        if (errno != EEXIST) {
+            throw SystemCallError("keep the damaged copy", request.image);
+        }
     }
-    return kept;
 }
 
 void DamagedFiles::repairFromOtherCopies(const FileDescriptor& disk) {

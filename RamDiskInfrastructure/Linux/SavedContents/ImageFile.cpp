@@ -3,12 +3,13 @@
 #include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
+#include "RamDiskInfrastructure/Stores/StoreFiles.h"
+#include "RamDiskInfrastructure/Stores/StoreFolder.h"
 
 #include <fmt/format.h>
 
 #include <fcntl.h>
 #include <linux/fs.h>
-#include <linux/loop.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
@@ -27,27 +28,16 @@ struct stat statusOf(const FileDescriptor& file, const std::filesystem::path& pa
 }
 
 FileDescriptor makeFile(const std::filesystem::path& path, const LinuxHost& host) {
-    FileDescriptor file(::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+    auto file = stored::open(path, O_RDWR | O_CREAT | O_EXCL, 0600);
     if (!file) {
         throw SystemCallError("make", path);
     }
     if (host.owner != geteuid() && fchown(file.get(), host.owner, host.ownerGroup) != 0) {
         const SystemCallError error("hand over", path);
-        unlink(path.c_str());
+        static_cast<void>(stored::remove(path));
         throw error;
     }
     return file;
-}
-
-/// Whether this file lies behind the device; absent when the device does not tell.
-std::optional<bool> liesBehind(unsigned loop, dev_t device, ino_t inode) {
-    const FileDescriptor node(::open(LoopDevice::pathOf(loop).c_str(), O_RDONLY | O_CLOEXEC));
-    loop_info64 info{};
-    if (!node || ioctl(node.get(), LOOP_GET_STATUS64, &info) != 0) {
-        // Nothing is behind it any more.
-        return node && errno == ENXIO ? std::optional(false) : std::nullopt;
-    }
-    return info.lo_device == device && info.lo_inode == inode;
 }
 
 } // namespace
@@ -63,7 +53,7 @@ ImageFile::ImageFile(std::filesystem::path path, FileDescriptor file)
 ImageFile ImageFile::open(const std::filesystem::path& path, LoopAccess access, const LinuxHost& host) {
     const int mode = access == LoopAccess::readOnly ? O_RDONLY : O_RDWR;
     // Not waiting for a writer, should somebody have put a pipe there.
-    FileDescriptor file(::open(path.c_str(), mode | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    auto file = stored::open(path, mode | O_NONBLOCK | O_NOCTTY);
     if (!file) {
         if (errno == ENOENT || errno == ENOTDIR) {
             throw RamDiskError(RamDiskError::ImageEjected{});
@@ -85,7 +75,7 @@ ImageFile ImageFile::create(const std::filesystem::path& path, ByteCount size, c
     ImageFile made(path, makeFile(path, host));
     if (ftruncate(made.file_.get(), static_cast<off_t>(size.bytes)) != 0) {
         const SystemCallError error("give its size to", path);
-        unlink(path.c_str());
+        static_cast<void>(stored::remove(path));
         throw error;
     }
     return made;
@@ -96,15 +86,15 @@ std::optional<ImageFile> ImageFile::clone(const ImageFile& original, const std::
     ImageFile made(path, makeFile(path, host));
     if (ioctl(made.file_.get(), FICLONE, original.file_.get()) != 0) {
         traceRefused("save", "FICLONE", "the latest copy cannot be the start of the next one");
-        unlink(path.c_str());
+        static_cast<void>(stored::remove(path));
         return std::nullopt;
     }
     return made;
 }
 
 bool ImageFile::canBeCloned() const {
-    const auto folder = path_.parent_path();
-    const FileDescriptor trial(::open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
+    const auto folder = openStoreFolder(path_.parent_path());
+    const FileDescriptor trial(folder ? openat(folder.get(), ".", O_TMPFILE | O_RDWR | O_CLOEXEC, 0600) : -1);
     return trial && ioctl(trial.get(), FICLONE, file_.get()) == 0;
 }
 
@@ -116,9 +106,14 @@ ByteCount ImageFile::allocated() const {
     return {static_cast<std::uint64_t>(statusOf(file_, path_).st_blocks) * 512};
 }
 
+bool ImageFile::hasOneName() const noexcept {
+    struct stat status {};
+    return fstat(file_.get(), &status) == 0 && status.st_nlink == 1;
+}
+
 bool ImageFile::isStillThere() const {
     struct stat status {};
-    return lstat(path_.c_str(), &status) == 0 && status.st_dev == device_ && status.st_ino == inode_;
+    return stored::status(path_, status) == 0 && status.st_dev == device_ && status.st_ino == inode_;
 }
 
 std::vector<unsigned> ImageFile::loops(const std::filesystem::path& sys) const {
@@ -131,11 +126,11 @@ std::vector<unsigned> ImageFile::loops(const std::filesystem::path& sys) const {
                 found.push_back(number);
                 continue;
             }
-            const auto lies = liesBehind(number, device_, inode_);
-            if (!lies && path.filename() == path_.filename()) {
+            const auto backing = LoopDevices::backing(number);
+            if (!backing && path.filename() == path_.filename()) {
                 throw RamDiskError(RamDiskError::ImageStateUnknown{});
             }
-            if (lies.value_or(false)) {
+            if (backing && backing->device == device_ && backing->file == inode_) {
                 found.push_back(number);
             }
         }
@@ -164,9 +159,9 @@ void ImageFile::dropCache() const noexcept {
 
 ByteCount roomBeside(const std::filesystem::path& path) {
     struct statvfs status {};
-    const auto folder = path.parent_path();
-    if (statvfs(folder.c_str(), &status) != 0) {
-        throw SystemCallError("look at", folder);
+    const auto folder = openStoreFolder(path.parent_path());
+    if (!folder || fstatvfs(folder.get(), &status) != 0) {
+        throw SystemCallError("look at", path.parent_path());
     }
     return {std::uint64_t{status.f_bavail} * status.f_frsize};
 }

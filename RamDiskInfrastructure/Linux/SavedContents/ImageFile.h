@@ -44,6 +44,9 @@ public:
     /// @throws SystemCallError
     [[nodiscard]] ByteCount allocated() const;
 
+    /// Whether the file has no other name, so that nobody else has it as a copy.
+    [[nodiscard]] bool hasOneName() const noexcept;
+
     /// Whether the file still has its name.
     [[nodiscard]] bool isStillThere() const;
 

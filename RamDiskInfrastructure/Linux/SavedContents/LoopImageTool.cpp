@@ -7,6 +7,7 @@
 #include "RamDiskInfrastructure/Linux/Host/MountTable.h"
 #include "RamDiskInfrastructure/Linux/SavedContents/LoopPartialImage.h"
 #include "RamDiskInfrastructure/Linux/SavedContents/LoopRestore.h"
+#include "RamDiskInfrastructure/Stores/StoreFiles.h"
 #include "RamDiskInfrastructure/Trees/ItemMetadata.h"
 #include "RamDiskInfrastructure/Trees/TreeComparison.h"
 #include "RamDiskInfrastructure/Trees/TreeContents.h"
@@ -163,11 +164,9 @@ void LoopImageTool::verify(const std::filesystem::path& path, const VolumeProtec
 void LoopImageTool::retire(const std::filesystem::path& image, const SavedCopyFiles& files) noexcept {
     try {
         const auto file = ImageFile::open(image, LoopAccess::readOnly, host_);
-        struct stat status {};
-        // A file with another name is a copy still: only this name is given up.
-        const bool isLastName = fstat(file.descriptor().get(), &status) == 0 && status.st_nlink == 1;
         const auto spare = SavedCopyNames{files}.spare();
-        if (isLastName && !file.canBeCloned() && rename(image.c_str(), spare.c_str()) == 0) {
+        // A file with another name is a copy still: only this name is given up.
+        if (file.hasOneName() && !file.canBeCloned() && stored::rename(image, spare) == 0) {
             return;
         }
     } catch (const std::exception&) {
@@ -175,8 +174,12 @@ void LoopImageTool::retire(const std::filesystem::path& image, const SavedCopyFi
         traceCaught("save", "a copy to give up is not kept as a spare");
     }
     trace("save", "giving up the copy {}", image.native());
-    if (unlink(image.c_str()) != 0) {
-        traceRefused("save", "removing a copy", "it stays");
+    try {
+        if (stored::remove(image) != 0) {
+            traceRefused("save", "removing a copy", "it stays");
+        }
+    } catch (const std::exception&) {
+        traceCaught("save", "a copy to give up stays");
     }
 }
 

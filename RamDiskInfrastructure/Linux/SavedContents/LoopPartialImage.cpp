@@ -5,6 +5,7 @@
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/Archive/SavedCopyNames.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
+#include "RamDiskInfrastructure/Stores/StoreFiles.h"
 #include "RamDiskInfrastructure/Trees/TreeContents.h"
 #include "RamDiskInfrastructure/Trees/TreeUpdate.h"
 
@@ -12,9 +13,6 @@
 
 #include <algorithm>
 #include <utility>
-
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace ramdisk {
 
@@ -27,12 +25,6 @@ constexpr std::uint64_t bytesPerItem = 256;
 
 std::string onlyLeft(ByteCount room) {
     return fmt::format("the system disk has only {} left.", format(room));
-}
-
-/// A file that also has another name is somebody's copy still.
-bool hasOneName(const ImageFile& file) {
-    struct stat status {};
-    return fstat(file.descriptor().get(), &status) == 0 && status.st_nlink == 1;
 }
 
 } // namespace
@@ -68,7 +60,7 @@ std::optional<ImageFile> LoopPartialImage::takeEarlierFile() {
         const auto latest = ImageFile::open(request_.files.latest, LoopAccess::readOnly, host_);
         latest.requireClosed(host_.sys);
         // What has a second name was found to be damaged.
-        if (auto clone = !hasOneName(latest) ? std::nullopt : ImageFile::clone(latest, partial_, host_)) {
+        if (auto clone = !latest.hasOneName() ? std::nullopt : ImageFile::clone(latest, partial_, host_)) {
             return clone;
         }
     } catch (const RamDiskError&) {
@@ -79,14 +71,14 @@ std::optional<ImageFile> LoopPartialImage::takeEarlierFile() {
     try {
         const auto file = ImageFile::open(spare, LoopAccess::readWrite, host_);
         file.requireClosed(host_.sys);
-        if (hasOneName(file) && rename(spare.c_str(), partial_.c_str()) == 0) {
+        if (file.hasOneName() && stored::rename(spare, partial_) == 0) {
             return ImageFile::open(partial_, LoopAccess::readWrite, host_);
         }
     } catch (const RamDiskError&) {
         // There is no spare, or it cannot be a start.
         traceCaught("save", "there is no spare image to start from");
     }
-    unlink(spare.c_str());
+    static_cast<void>(stored::remove(spare));
     return std::nullopt;
 }
 
@@ -116,7 +108,7 @@ std::optional<OpenImage> LoopPartialImage::startFromEarlier(const TreeManifest& 
         // Whatever is wrong with the earlier image, a new one is not made from it.
         traceCaught("save", "the earlier image is no start for the new one");
     }
-    unlink(partial_.c_str());
+    static_cast<void>(stored::remove(partial_));
     return std::nullopt;
 }
 
@@ -140,7 +132,7 @@ void LoopPartialImage::fill(const ProgressObserver& observer) {
         if (finishing_.valid()) {
             finishing_.get();
             if (isOfNoUse_) {
-                unlink(partial_.c_str());
+                static_cast<void>(stored::remove(partial_));
                 image_ = startFromNothing(geometry_, source_.manifest());
             } else {
                 reopen();
@@ -161,7 +153,7 @@ void LoopPartialImage::fill(const ProgressObserver& observer) {
             trace("save", "the image is too small and is made anew, larger");
             image_.reset();
             held_.reset();
-            unlink(partial_.c_str());
+            static_cast<void>(stored::remove(partial_));
             const auto& wanted = source_.manifest();
             geometry_ = std::max(geometry_.doubled(), geometryFor(wanted));
             image_ = startFromNothing(geometry_, wanted);

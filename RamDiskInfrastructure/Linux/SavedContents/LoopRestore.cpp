@@ -6,8 +6,8 @@
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/Host/ProcSystemMemoryProvider.h"
 #include "RamDiskInfrastructure/Linux/SavedContents/DamagedFiles.h"
-#include "RamDiskInfrastructure/Linux/SavedContents/SavedRoot.h"
 #include "RamDiskInfrastructure/Linux/Volumes/LoopVolumeRoot.h"
+#include "RamDiskInfrastructure/Trees/ItemMetadata.h"
 #include "RamDiskInfrastructure/Trees/ParallelJobs.h"
 #include "RamDiskInfrastructure/Trees/TreeContents.h"
 #include "RamDiskInfrastructure/Trees/TreeUpdate.h"
@@ -51,6 +51,19 @@ bool isMostlyLarge(const TreeManifest::Contents& tree) {
         smallFiles += !isLarge && tree.hasOwnContents(item) ? 1 : 0;
     }
     return smallFiles < largeBytes / bytesWorthAFile;
+}
+
+/// The disk keeps what is its own: its mark and, if it was made so, that nobody else may open it.
+void keepDisksOwn(TreeManifest::Contents& saved, VolumeAccess access) {
+    auto attributes = saved.attributes(0);
+    leaveOutVolumeMark(attributes);
+    // Other items may share the root's set.
+    saved.items.front().attributes = static_cast<std::uint32_t>(saved.attributeSets.size());
+    saved.attributeSets.push_back(std::move(attributes));
+    if (access == VolumeAccess::onlyMe) {
+        auto& root = saved.items.front();
+        root.mode = static_cast<std::uint16_t>(root.mode & ~077U);
+    }
 }
 
 /// Whether so much memory lies idle that no pages must be freed, nor moved together, to make huge ones: that
@@ -184,7 +197,7 @@ void LoopRestore::copy(const OpenImage& image, const MountedDisk& disk,
         throw RamDiskError(RamDiskError::NamesMerged{});
     }
     const auto present = TreeManifest::scan(disk.root(), {});
-    keepDisksOwn(*saved, present, request_.disk.access);
+    keepDisksOwn(saved->contents(), request_.disk.access);
     if (observer) {
         observer({0, saved->byteCount(), 0, saved->itemCount()});
     }

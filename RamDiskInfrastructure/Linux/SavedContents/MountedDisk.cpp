@@ -6,7 +6,6 @@
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/Host/MountTable.h"
 #include "RamDiskInfrastructure/Linux/Mounting/VolumeMarkLinux.h"
-#include "RamDiskInfrastructure/Linux/SavedContents/SavedRoot.h"
 
 #include <fmt/format.h>
 
@@ -141,7 +140,6 @@ SaveSource::Status MountedSource::takeStatus(const ProgressObserver& observer) {
     auto now = !watch_     ? TreeManifest::scan(root(), observer)
                : manifest_ ? TreeManifest::scanAgain(*watch_, *manifest_, observer)
                            : TreeManifest::scan(*watch_, observer);
-    forgetMark(now);
     // A second look at a watched disk takes unchanged folders from the first, without what was left out.
     auto unsavable = UnsavableFiles::takeFrom(now);
     if (watch_ && manifest_) {

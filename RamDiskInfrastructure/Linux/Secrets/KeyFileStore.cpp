@@ -2,7 +2,7 @@
 
 #include "RamDiskCore/Values/ASCII.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
-#include "RamDiskInfrastructure/Stores/FlushToDisk.h"
+#include "RamDiskInfrastructure/Stores/StoreFiles.h"
 #include "RamDiskInfrastructure/Stores/StoredFile.h"
 
 #include <fmt/format.h>
@@ -62,7 +62,7 @@ std::optional<std::string> accountOf(std::string_view name) {
 bool isOwnedByUs(const struct stat& status, const std::filesystem::path& parent) {
     struct stat around {};
     return status.st_uid == geteuid()
-           || (geteuid() == 0 && stat(parent.c_str(), &around) == 0 && status.st_uid == around.st_uid);
+           || (geteuid() == 0 && stored::status(parent, around) == 0 && status.st_uid == around.st_uid);
 }
 
 void requirePrivate(const FileDescriptor& file, const std::filesystem::path& path, mode_t type) {
@@ -116,7 +116,7 @@ std::optional<VolumePassphrase> KeyFileStore::read(const std::string& account) {
         return std::nullopt;
     }
     const auto path = fileOf(account, keySuffix);
-    const FileDescriptor file(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    const auto file = stored::open(path, O_RDONLY | O_NONBLOCK);
     if (!file && errno == ENOENT) {
         return std::nullopt;
     }
@@ -194,8 +194,8 @@ std::vector<std::string> KeyFileStore::accountsWith(std::string_view suffix) {
     if (!isFolderThere()) {
         return accounts;
     }
-    for (const auto& entry : std::filesystem::directory_iterator(folder_)) {
-        const auto name = entry.path().filename().string();
+    for (const auto& entry : stored::entries(folder_)) {
+        const auto name = entry.filename().string();
         if (!name.ends_with(suffix)) {
             continue;
         }
@@ -209,17 +209,13 @@ std::vector<std::string> KeyFileStore::accountsWith(std::string_view suffix) {
 
 void KeyFileStore::forget(const std::string& account, std::string_view suffix) const {
     const auto path = fileOf(account, suffix);
-    if (unlink(path.c_str()) != 0) {
+    if (stored::remove(path) != 0) {
         if (errno != ENOENT) {
             throw SystemCallError("remove", path);
         }
         return;
     }
-    const auto folder = openFolder(AT_FDCWD, folder_.c_str());
-    const int error = folder ? flushToDisk(folder) : errno;
-    if (error != 0 && error != EINVAL) {
-        throw SystemCallError("flush the folder", folder_, error);
-    }
+    flushFolder(folder_);
 }
 
 } // namespace ramdisk

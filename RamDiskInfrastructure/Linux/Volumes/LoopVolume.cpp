@@ -262,11 +262,10 @@ std::optional<ReleaseOutcome> LoopVolume::heldMemory(const DiskRecord& record,
         return std::nullopt;
     }
     // A volume that somebody else took out of sight told nobody its number.
-    const auto device = record.heldDevice != 0 ? record.heldDevice : makedev(loopMajor, *record.loop);
-    const auto files = OpenFiles::find(host().proc, {FilesPlace::Device{device}});
-    // What keeps it may be out of our sight, such as a process in a container.
-    return ReleaseOutcome{files.users.empty() ? record.heldBytes : files.held.value_or(record.heldBytes),
-                          ramdisk::describe(files.users)};
+    auto known = record;
+    known.heldDevice = record.heldDevice != 0 ? record.heldDevice : makedev(loopMajor, *record.loop);
+    // What keeps it may be hidden from us.
+    return heldOutOfSight(known).value_or(ReleaseOutcome{record.heldBytes, {}});
 }
 
 std::optional<std::filesystem::path> LoopVolume::removeRemains(const DiskRecord& record) const {

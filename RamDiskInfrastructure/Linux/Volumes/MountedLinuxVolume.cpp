@@ -2,7 +2,9 @@
 
 #include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
+#include "RamDiskInfrastructure/Linux/Host/ForeignMounts.h"
 #include "RamDiskInfrastructure/Linux/Host/MediaIDs.h"
+#include "RamDiskInfrastructure/Linux/Mounting/LoopDevice.h"
 #include "RamDiskInfrastructure/Redirects/FolderOnDisk.h"
 
 #include <fmt/format.h>
@@ -82,11 +84,16 @@ std::optional<std::filesystem::path> MountedLinuxVolume::visibleAt(const DiskRec
         return record.mountPoint;
     }
     // Somebody moved the mount, or was killed while renaming the disk: where its only mount is, it is.
+    // An eject that was cut short left it at its place; any other mount only keeps its memory.
+    if (record.state == RecordState::detaching) {
+        return std::nullopt;
+    }
     auto entries = mountsOf(record, mounts);
-    // A tool's folder that outlived it is not the disk.
-    std::erase_if(entries, [](const MountEntry& entry) {
+    // A folder of it that somebody mounted elsewhere, such as a tool's, is not the disk. Only an encrypted
+    // one may be a folder itself.
+    std::erase_if(entries, [&record](const MountEntry& entry) {
         const std::filesystem::path root(entry.root);
-        return isFolderOnDisk(root, root.filename().string());
+        return record.isEncrypted ? isFolderOnDisk(root, root.filename().string()) : entry.root != "/";
     });
     if (entries.size() == 1 && isVisible(entries.front().mountPoint)) {
         return entries.front().mountPoint;
@@ -136,6 +143,7 @@ Detached MountedLinuxVolume::detach(RecordHold& hold, const DiskRecordStore& sto
     }
     hold.record.mountPoint = *visible;
     hold.record.heldDevice = mounts.topmostAt(*visible)->device;
+    hold.record.heldBytes = usedBytes(*visible).value_or(ByteCount{});
     std::optional<CoveredFolder> covered(*visible);
     if (umount2(visible->c_str(), UMOUNT_NOFOLLOW) != 0) {
         if (errno != EBUSY) {
@@ -147,7 +155,6 @@ Detached MountedLinuxVolume::detach(RecordHold& hold, const DiskRecordStore& sto
         }
         // The record must know before the volume is out of sight: afterwards little else tells of its memory.
         hold.record.state = RecordState::detaching;
-        hold.record.heldBytes = usedBytes(*visible).value_or(ByteCount{});
         store.update(hold);
         stopWriters(*visible);
         if (umount2(visible->c_str(), MNT_DETACH | UMOUNT_NOFOLLOW) != 0) {
@@ -167,6 +174,28 @@ Detached MountedLinuxVolume::detach(RecordHold& hold, const DiskRecordStore& sto
         return {Detached::Held{std::move(*held)}, std::move(movedAside)};
     }
     return {Detached::Gone{}, std::move(movedAside)};
+}
+
+std::optional<ReleaseOutcome> MountedLinuxVolume::heldOutOfSight(const DiskRecord& record) const {
+    ReleaseOutcome outcome{record.heldBytes, {}};
+    if (record.heldDevice != 0) {
+        const auto files = OpenFiles::find(host().proc, {FilesPlace::Device{record.heldDevice}});
+        outcome.stillHeld = files.users.empty() ? record.heldBytes : files.held.value_or(record.heldBytes);
+        outcome.holders = ramdisk::describe(files.users);
+        for (const auto& [number, file] : LoopDevices{host().sys}.backingFiles()) {
+            const auto backing = LoopDevices::backing(number);
+            if (backing && backing->device == record.heldDevice) {
+                outcome.holders.push_back(fmt::format(
+                    "{} upon its file {}", LoopDevice::pathOf(number).string(), file.filename().string()));
+            }
+        }
+    }
+    for (const auto& [entry, viewer] :
+         foreignMounts(host().proc, [&](const MountEntry& mount) { return isOurs(record, mount); })) {
+        outcome.holders.push_back(fmt::format("a mount at {} that {} ({}) sees", entry.mountPoint.string(),
+                                              viewer.name, viewer.processID));
+    }
+    return outcome.holders.empty() ? std::nullopt : std::optional(std::move(outcome));
 }
 
 ReleaseOutcome MountedLinuxVolume::heldByMount(const MountEntry& other, const DiskRecord& record) {

@@ -32,6 +32,11 @@ protected:
     /// All mounts of the volume.
     [[nodiscard]] std::vector<MountEntry> mountsOf(const DiskRecord& record, const MountTable& mounts) const;
 
+    /// What keeps the memory of a volume that has no mount in sight: open files, mounts in other namespaces,
+    /// and loop devices upon its files. Absent when nothing does. Without a `heldDevice` in the record, only
+    /// mounts are found.
+    [[nodiscard]] std::optional<ReleaseOutcome> heldOutOfSight(const DiskRecord& record) const;
+
     /// Memory that a second mount of a volume keeps after the first one is gone.
     [[nodiscard]] static ReleaseOutcome heldByMount(const MountEntry& other, const DiskRecord& record);
 };

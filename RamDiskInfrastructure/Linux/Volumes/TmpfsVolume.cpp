@@ -93,10 +93,11 @@ std::optional<ReleaseOutcome> TmpfsVolume::heldMemory(const DiskRecord& record,
     }
     // The kernel gives the number of a file system that is gone to the next one. Of a volume that somebody
     // else unmounted, and of which a folder stayed mounted elsewhere, no number is known.
-    if (record.heldDevice == 0 || record.state != RecordState::detaching || mounts.shows(record.heldDevice)) {
-        return std::nullopt;
+    auto known = record;
+    if (record.state != RecordState::detaching || mounts.shows(record.heldDevice)) {
+        known.heldDevice = 0;
     }
-    return outcomeOf(OpenFiles::find(host().proc, {FilesPlace::Device{record.heldDevice}}));
+    return heldOutOfSight(known);
 }
 
 } // namespace ramdisk

@@ -21,7 +21,6 @@ namespace ramdisk::test {
 namespace {
 
 namespace fs = std::filesystem;
-using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
@@ -35,6 +34,24 @@ struct SavedDisk : SavingMachine {
         wanted.verification = Verification::yes;
         return archiver.save(wanted, {});
     }
+};
+
+/// A disk to save, and another of its kind for what was saved.
+struct SavedAndPutBack : SavedDisk {
+    explicit SavedAndPutBack(const std::string& format = "hfs+", const std::string& size = "48M")
+        : disk(SavedDisk::disk("A", format, size)),
+          onto(SavedDisk::disk("B", format, size)) {
+        fs::create_directory(tree);
+    }
+    /// Puts the latest copy onto the other disk, which then holds the same.
+    void expectSame() {
+        restore(onto);
+        EXPECT_EQ(difference(disk, onto), "");
+    }
+
+    RamDisk disk;
+    RamDisk onto;
+    fs::path tree = *disk.mountPoint / "tree";
 };
 
 TEST(SavedDisk, KeepsWhatAProgramWritesThroughAMappingAndEveryCopyThatIsToBeKept) {
@@ -104,25 +121,54 @@ TEST(SavedDisk, IsCopiedAsItsManifestSaysWhateverIsWrittenMeanwhile) {
     world.tool.verify(world.files.latest, {});
 }
 
+/// Changes one byte of the file that holds "known contents".
+void damageFileIn(const fs::path& image) {
+    const auto place = readFile(image).find("known contents");
+    ASSERT_NE(place, std::string::npos);
+    const FileDescriptor file(open(image.c_str(), O_WRONLY | O_CLOEXEC));
+    ASSERT_EQ(pwrite(file.get(), "K", 1, static_cast<off_t>(place)), 1);
+}
+
+TEST(SavedDisk, KeepsEveryCopyThatIsDamaged) {
+    SKIP_UNLESS_ROOT();
+    SavedAndPutBack world;
+    for (const char* text : {"1", "2"}) {
+        writeFile(world.tree / "text", std::string(5000, 'x') + "known contents");
+        writeFile(world.tree / "other", text);
+        world.keep(world.disk, 1);
+    }
+    for (const auto& copy : world.archiver.copies(world.files)) {
+        damageFileIn(copy.image);
+    }
+    for (const auto& copy : world.archiver.copies(world.files)) {
+        EXPECT_THAT(
+            failureOf([&] {
+                world.archiver.restore({copy.image, world.files, world.onto, {}, RestoreMode::replace}, {});
+            }),
+            HasSubstr("the copy is damaged"));
+    }
+    const auto entries = fs::directory_iterator(world.images);
+    EXPECT_EQ(std::count_if(begin(entries), end(entries),
+                            [](const auto& entry) {
+                                return entry.path().string().find(".damaged-") != std::string::npos;
+                            }),
+              2)
+        << "found within one second";
+}
+
 TEST(SavedDisk, IsNotPutBackWithDamageThatNobodyIsToldOf) {
     SKIP_UNLESS_ROOT();
     for (const bool hasEarlier : {true, false}) {
         SCOPED_TRACE(hasEarlier);
-        SavedDisk world;
-        const auto disk = world.disk("A");
-        const auto onto = world.disk("B");
-        fs::create_directory(*disk.mountPoint / "tree");
-        writeFile(*disk.mountPoint / "tree/text", std::string(5000, 'x') + "known contents");
-        writeFile(*disk.mountPoint / "tree/other", "1");
+        SavedAndPutBack world;
+        const auto& disk = world.disk;
+        const auto& onto = world.onto;
+        writeFile(world.tree / "text", std::string(5000, 'x') + "known contents");
+        writeFile(world.tree / "other", "1");
         world.keep(disk, 1);
-        writeFile(*disk.mountPoint / "tree/other", "2");
+        writeFile(world.tree / "other", "2");
         world.keep(disk, hasEarlier ? 1 : 0);
-        const auto place = readFile(world.files.latest).find("known contents");
-        ASSERT_NE(place, std::string::npos);
-        {
-            const FileDescriptor file(open(world.files.latest.c_str(), O_WRONLY | O_CLOEXEC));
-            ASSERT_EQ(pwrite(file.get(), "K", 1, static_cast<off_t>(place)), 1);
-        }
+        damageFileIn(world.files.latest);
         const auto damaged = readFile(world.files.latest);
         const auto failure = failureOf([&] {
             world.archiver.restore({world.files.latest, world.files, onto, {}, RestoreMode::fill}, {});
@@ -151,21 +197,17 @@ TEST(SavedDisk, IsNotPutBackWithDamageThatNobodyIsToldOf) {
 
 TEST(SavedDisk, KeepsDatesThatItsImageCannotHold) {
     SKIP_UNLESS_ROOT();
-    SavedDisk world;
-    const auto disk = world.disk("A");
-    const auto onto = world.disk("B");
-    fs::create_directory(*disk.mountPoint / "tree");
+    SavedAndPutBack world;
     for (const time_t seconds :
          {time_t{19880899200}, time_t{15032385535}, time_t{-3000000000}, time_t{-2147483648}}) {
-        const auto file = *disk.mountPoint / "tree" / std::to_string(seconds);
+        const auto file = world.tree / std::to_string(seconds);
         writeFile(file, "");
         const timespec times[] = {{0, 0}, {seconds, 500}};
         ASSERT_EQ(utimensat(AT_FDCWD, file.c_str(), times, 0), 0);
     }
-    EXPECT_EQ(world.keep(disk), SaveOutcome::saved) << "verified";
-    EXPECT_EQ(world.keep(disk), SaveOutcome::nothingChanged);
-    world.restore(onto);
-    EXPECT_EQ(SavingMachine::difference(disk, onto), "");
+    EXPECT_EQ(world.keep(world.disk), SaveOutcome::saved) << "verified";
+    EXPECT_EQ(world.keep(world.disk), SaveOutcome::nothingChanged);
+    world.expectSame();
 }
 
 /// Gives an item attributes with names of 200 characters.
@@ -195,10 +237,10 @@ TEST(SavedDisk, KeepsFlagsAndIsReplacedAsAWholeInSpiteOfThem) {
     SKIP_UNLESS_ROOT();
     for (const char* format : {"hfs+", "jhfs+"}) {
         SCOPED_TRACE(format);
-        SavedDisk world;
-        const auto disk = world.disk("A", format, "48M");
-        const auto onto = world.disk("B", format, "48M");
-        const auto tree = *disk.mountPoint / "tree";
+        SavedAndPutBack world(format);
+        const auto& disk = world.disk;
+        const auto& onto = world.onto;
+        const auto& tree = world.tree;
         const std::pair<const char*, int> flagged[] = {
             {"sealed/inner", FS_IMMUTABLE_FL},           {"sealed", FS_IMMUTABLE_FL}, {"log", FS_APPEND_FL},
             {"log folder", FS_APPEND_FL | FS_NODUMP_FL}, {"unsaved", FS_NODUMP_FL},   {".", FS_IMMUTABLE_FL}};
@@ -214,8 +256,7 @@ TEST(SavedDisk, KeepsFlagsAndIsReplacedAsAWholeInSpiteOfThem) {
         }
         EXPECT_EQ(world.keep(disk, 1), SaveOutcome::saved) << "flags are a change";
         EXPECT_EQ(world.keep(disk, 1), SaveOutcome::nothingChanged);
-        world.restore(onto);
-        EXPECT_EQ(SavingMachine::difference(disk, onto), "");
+        world.expectSame();
         for (const auto& [name, flags] : flagged) {
             EXPECT_EQ(flagsOf(*onto.mountPoint / "tree" / name), flags) << name;
         }
@@ -240,11 +281,10 @@ TEST(SavedDisk, KeepsFlagsAndIsReplacedAsAWholeInSpiteOfThem) {
 
 TEST(SavedDisk, KeepsAttributesThatItsImageCannotHold) {
     SKIP_UNLESS_ROOT();
-    SavedDisk world;
-    const auto disk = world.disk("A", "hfs+", "48M");
-    const auto onto = world.disk("B", "hfs+", "48M");
-    const auto tree = *disk.mountPoint / "tree";
-    fs::create_directories(tree / "folder");
+    SavedAndPutBack world;
+    const auto& disk = world.disk;
+    const auto& tree = world.tree;
+    fs::create_directory(tree / "folder");
     for (const char* name : {"folder", "file", "few"}) {
         std::ofstream(tree / name) << name;
         addAttributes(tree / name, 100, "value");
@@ -258,8 +298,7 @@ TEST(SavedDisk, KeepsAttributesThatItsImageCannotHold) {
     }
     addAttributes(tree / "file", 150, std::string(3000, 'v'));
     EXPECT_EQ(world.keep(disk), SaveOutcome::saved) << "in an image that held others";
-    world.restore(onto);
-    EXPECT_EQ(SavingMachine::difference(disk, onto), "");
+    world.expectSame();
 }
 
 TEST(SavedDisk, KeepsTheRestOfWhatNoImageCanHold) {
@@ -287,11 +326,10 @@ TEST(SavedDisk, KeepsTheRestOfWhatNoImageCanHold) {
                 continue;
             }
             SCOPED_TRACE(std::string(row.name) + (wasSaved ? ", saved before" : ""));
-            SavedDisk world;
-            const auto disk = world.disk("A", "hfs+", "160M");
-            const auto onto = world.disk("B", "hfs+", "160M");
-            const auto tree = *disk.mountPoint / "tree";
-            fs::create_directory(tree);
+            SavedAndPutBack world("hfs+", "160M");
+            const auto& disk = world.disk;
+            const auto& onto = world.onto;
+            const auto& tree = world.tree;
             writeFile(tree / "rest", "precious");
             if (wasSaved) {
                 writeFile(tree / "big", "small");
@@ -326,18 +364,15 @@ TEST(SavedDisk, KeepsWhatAMountHides) {
     SKIP_UNLESS_ROOT();
     for (const char* format : {"hfs+", "jhfs+"}) {
         SCOPED_TRACE(format);
-        SavedDisk world;
-        const auto disk = world.disk("A", format, "32M");
-        const auto onto = world.disk("B", format, "32M");
-        const auto hidden = *disk.mountPoint / "tree/covered";
-        fs::create_directories(hidden);
+        SavedAndPutBack world(format);
+        const auto hidden = world.tree / "covered";
+        fs::create_directory(hidden);
         writeFile(hidden / "file", "hidden");
         ASSERT_EQ(mount("cover", hidden.c_str(), "tmpfs", 0, nullptr), 0);
         writeFile(hidden / "of the cover", "");
-        world.save(disk);
+        world.save(world.disk);
         EXPECT_EQ(umount2(hidden.c_str(), MNT_DETACH), 0);
-        world.restore(onto);
-        EXPECT_EQ(SavingMachine::difference(disk, onto), "");
+        world.expectSame();
     }
 }
 

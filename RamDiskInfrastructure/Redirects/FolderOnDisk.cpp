@@ -1,6 +1,7 @@
 #include "RamDiskInfrastructure/Redirects/FolderOnDisk.h"
 
 #include "RamDiskInfrastructure/Commands/FileDescriptor.h"
+#include "RamDiskInfrastructure/Commands/RequireSuccess.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Redirects/NameExchange.h"
 
@@ -165,9 +166,7 @@ bool removeFolderOnDisk(const std::filesystem::path& mountPoint, const std::stri
     if (!mayRemove(name)) {
         return false;
     }
-    if (const int error = renameToFreeName(common, name, hidden); error != 0) {
-        throw SystemCallError("remove", path, error);
-    }
+    requireSuccess(renameToFreeName(common, name, hidden), "remove", path);
     return removeFolderIn(common, hidden, path);
 }
 

@@ -3,6 +3,7 @@
 #include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
+#include "RamDiskInfrastructure/Redirects/FolderNames.h"
 #include "RamDiskInfrastructure/Redirects/FolderOnDisk.h"
 #include "RamDiskInfrastructure/Redirects/FolderUse.h"
 #include "RamDiskInfrastructure/Redirects/HomeTree.h"
@@ -40,40 +41,6 @@ std::optional<std::filesystem::path> homeFolderOf(const RedirectTarget& target) 
         return folderOfCache(cache->cache);
     }
     return std::nullopt;
-}
-
-constexpr std::size_t longestName = 200;
-
-/// The whole path as one name, so that no two folders share one: “+” stands between its parts.
-std::string nameOfFolder(const std::filesystem::path& folder) {
-    std::string name;
-    for (const auto& part : folder) {
-        name += name.empty() ? "" : "+";
-        for (const char letter : part.string()) {
-            if (letter == '%' || letter == '+') {
-                name += letter == '%' ? "%25" : "%2B";
-            } else {
-                name += letter;
-            }
-        }
-    }
-    if (name == "npm" || name == "Temporary" || name == "DerivedData") {
-        // These are the names of settings.
-        return name + "+";
-    }
-    if (name.size() <= longestName) {
-        return name;
-    }
-    // The end tells more than the beginning. FNV-1a, since the name must be the same at every start.
-    std::uint64_t hash = 14695981039346656037U;
-    for (const char letter : name) {
-        hash = (hash ^ static_cast<unsigned char>(letter)) * 1099511628211U;
-    }
-    auto begin = name.size() - longestName;
-    while (begin < name.size() && (static_cast<unsigned char>(name[begin]) & 0xC0U) == 0x80U) {
-        ++begin;
-    }
-    return fmt::format("{:016x}+{}", hash, name.substr(begin));
 }
 
 std::string nameOnDisk(const RedirectTarget& target) {

@@ -30,7 +30,8 @@ public:
     RedirectRestoreState apply(const Source& source, const std::filesystem::path& mountPoint,
                                const FolderRedirecting::Record& record) const;
 
-    /// Takes away the mount, and the folders that were made for it. There may be none.
+    /// Takes away the mount, if there is one, as often as the folder was mounted over itself. The folders
+    /// that were made for it stay: a link may have needed them as well, and its undoing removes them.
     /// @throws FolderInUse unless forced; std::exception
     void undo(const Source& source, const Recorded& recorded, Force force) const;
 
@@ -48,7 +49,6 @@ public:
 private:
     [[nodiscard]] std::optional<FolderMounting::Mounted> mountOf(const Source& source,
                                                                  const Recorded& recorded) const;
-    void unmountAll(const Source& source, const Recorded& recorded, Force force) const;
 
     std::filesystem::path home_;
     std::vector<std::filesystem::path> reserved_;

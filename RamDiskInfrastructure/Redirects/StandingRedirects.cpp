@@ -1,6 +1,7 @@
 #include "RamDiskInfrastructure/Redirects/StandingRedirects.h"
 
 #include "RamDiskCore/Ports/Tracing.h"
+#include "RamDiskInfrastructure/Redirects/FolderNames.h"
 #include "RamDiskInfrastructure/Redirects/FolderOnDisk.h"
 #include "RamDiskInfrastructure/Redirects/HomeTree.h"
 #include "RamDiskInfrastructure/Redirects/StrayOriginals.h"
@@ -39,25 +40,6 @@ std::optional<fs::path> backupBeside(const fs::path& link) {
             found = candidate;
         }
     }
-}
-
-/// The folder below the home folder that has this name on a disk, unless the name was shortened.
-fs::path folderOfName(const std::string& name) {
-    fs::path folder;
-    std::string part;
-    for (std::size_t index = 0; index < name.size(); ++index) {
-        const auto escape = name.substr(index, 3);
-        if (name[index] == '+') {
-            folder /= part;
-            part.clear();
-        } else if (escape == "%2B" || escape == "%25") {
-            part += escape == "%2B" ? '+' : '%';
-            index += 2;
-        } else {
-            part += name[index];
-        }
-    }
-    return part.empty() ? folder : folder / part;
 }
 
 class Search {

@@ -3,6 +3,7 @@
 #include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskCore/Redirects/RedirectConflicts.h"
 #include "RamDiskCore/Redirects/RedirectSession.h"
+#include "RamDiskCore/Redirects/RedirectWork.h"
 #include "RamDiskCore/Values/Text.h"
 
 #include <algorithm>
@@ -15,20 +16,6 @@ namespace ramdisk {
 namespace {
 
 using Targets = std::vector<RedirectTarget>;
-using Outcome = RedirectSession::Outcome;
-using FilesOnDisk = FolderRedirectsUseCase::FilesOnDisk;
-
-auto isOf(const std::string& diskName) {
-    return [diskName](const FolderRedirect& redirect) { return namesEqual(redirect.diskName, diskName); };
-}
-
-auto isOneOf(const FolderRedirecting& redirecting, const Targets& targets) {
-    return [&redirecting, &targets](const FolderRedirect& redirect) {
-        return std::any_of(targets.begin(), targets.end(), [&](const RedirectTarget& target) {
-            return isMeantBy(redirecting, redirect, target);
-        });
-    };
-}
 
 std::vector<std::filesystem::path> mountPointsOf(const std::vector<RamDisk>& disks) {
     std::vector<std::filesystem::path> found;
@@ -40,166 +27,22 @@ std::vector<std::filesystem::path> mountPointsOf(const std::vector<RamDisk>& dis
     return found;
 }
 
+/// An original whose place was taken is not missed, so it is no failure.
+RedirectFailure toldOf(const StrayOriginal& original) {
+    return {
+        {.id = UUID::random(), .diskName = "", .target = {RedirectTarget::Folder{original.place.string()}}},
+        "“" + original.place.string()
+            + "” is the original of a folder that was kept on a disk, and no redirect is stored for it. "
+            + (original.isNameTaken
+                   ? "“" + original.name + "” is there again. Keep the one of the two that you need."
+                   : "To have it back, give it the name “" + original.name + "” again."),
+        original.isNameTaken ? RedirectFailure::Kind::note : RedirectFailure::Kind::failure};
+}
+
 void requireMounted(const RamDisk& disk) {
     if (!disk.mountPoint) {
         throw RamDiskError(RamDiskError::NotMounted{disk.device});
     }
-}
-
-/// Undoes one redirect for good, and saves its files from the disk if that is wanted.
-Outcome forgetOne(RedirectSession& session, FolderRedirect& redirect,
-                  const std::optional<std::filesystem::path>& mountPoint, FilesOnDisk files) {
-    if (files == FilesOnDisk::putBack && !mountPoint) {
-        session.fail(redirect, std::runtime_error("“" + redirect.diskName
-                                                  + "” is not mounted, so there are no files to keep."));
-        return Outcome::failed;
-    }
-    if (files == FilesOnDisk::guarded && mountPoint
-        && session.redirecting().holdsOwnFiles(redirect, *mountPoint)) {
-        session.fail(redirect,
-                     std::runtime_error("“" + shownName(session.redirecting().place(redirect.target))
-                                        + "” has files on “" + redirect.diskName
-                                        + "” that are nowhere else, so it stays there. `tramdisk redirects "
-                                          "remove` with --keep-files puts them in the folder’s place, and "
-                                          "with --discard deletes them."));
-        return Outcome::failed;
-    }
-    const auto asRecorded = redirect;
-    if (session.undo(redirect) == Outcome::failed) {
-        return Outcome::failed;
-    }
-    if (files == FilesOnDisk::putBack
-        && session.bringFiles(redirect, asRecorded, *mountPoint) == Outcome::failed) {
-        if (mayBeInPlace(asRecorded) && !mayBeInPlace(redirect)) {
-            session.apply(redirect, *mountPoint);
-        }
-        return Outcome::failed;
-    }
-    return Outcome::done;
-}
-
-void forgetAll(RedirectSession& session, const std::optional<std::filesystem::path>& mountPoint,
-               FilesOnDisk files, const std::function<bool(const FolderRedirect&)>& which) {
-    std::vector<FolderRedirect> gone;
-    for (auto* const redirect : session.inReverse(which)) {
-        const auto asRecorded = *redirect;
-        if (forgetOne(session, *redirect, mountPoint, files) == Outcome::done) {
-            gone.push_back(asRecorded);
-        }
-    }
-    for (const auto& redirect : gone) {
-        if (mountPoint) {
-            session.free(redirect, *mountPoint);
-        }
-    }
-    // Last, so that a process that is killed before can be followed by another that frees the rest.
-    if (std::erase_if(session.list(),
-                      [&](const FolderRedirect& redirect) {
-                          return std::any_of(gone.begin(), gone.end(), [&](const FolderRedirect& other) {
-                              return other.id == redirect.id;
-                          });
-                      })
-        != 0) {
-        session.store();
-    }
-}
-
-/// Puts a stored redirect in place, unless it already is. If its tool keeps its files elsewhere by now, the
-/// redirect follows it there.
-Outcome applyStored(RedirectSession& session, FolderRedirect& redirect,
-                    const std::filesystem::path& mountPoint, const RedirectTarget& target) {
-    if (redirect.restoreState && !redirect.applying.value_or(false)
-        && sameTarget(session.redirecting(), redirect.target, target)
-        && session.redirecting().isInForce(redirect, mountPoint)) {
-        return Outcome::done;
-    }
-    if (mayBeInPlace(redirect)) {
-        trace("redirects", "undoing what stands of a redirect of {} before it is made anew",
-              redirect.diskName);
-    }
-    auto wanted = redirect;
-    wanted.target = target;
-    if (session.undo(redirect) == Outcome::failed || session.settle(wanted) == Outcome::failed) {
-        return Outcome::failed;
-    }
-    for (const auto* const other : session.where(mayBeInPlace)) {
-        if (overlap(session.redirecting(), other->target, wanted.target)) {
-            session.fail(redirect,
-                         RamDiskError(RamDiskError::RedirectTaken{
-                             session.redirecting().place(wanted.target).nameOnDisk, other->diskName}));
-            return Outcome::failed;
-        }
-    }
-    if (session.follow(redirect, wanted.target, mountPoint) == Outcome::failed) {
-        return Outcome::failed;
-    }
-    return session.apply(redirect, mountPoint);
-}
-
-bool isConflict(RedirectSession& session, const FolderRedirect& wanted, RedirectRepository::List others,
-                const std::set<std::string>& startupDisks) {
-    std::erase_if(others, [&](const FolderRedirect& other) { return other.id == wanted.id; });
-    try {
-        requireNoConflict(session.redirecting(), wanted, others, startupDisks);
-        return false;
-    } catch (const RamDiskError& error) {
-        session.fail(wanted, error);
-        return true;
-    }
-}
-
-void addOne(RedirectSession& session, const RamDisk& disk, const RedirectTarget& target,
-            const std::set<std::string>& startupDisks, RedirectStart start) {
-    FolderRedirect wanted{.id = UUID::random(), .diskName = disk.name, .target = target};
-    if (session.settle(wanted) == Outcome::failed) {
-        return;
-    }
-    const auto stored = session.where([&](const FolderRedirect& redirect) {
-        return isOf(disk.name)(redirect) && isMeantBy(session.redirecting(), redirect, target);
-    });
-    if (!stored.empty()) {
-        wanted.id = stored.front()->id;
-        if (start == RedirectStart::copyOfOriginal) {
-            session.fail(*stored.front(), std::runtime_error("It is kept on “" + disk.name
-                                                             + "” already. Remove it first to begin with "
-                                                               "a copy."));
-        } else if (!isConflict(session, wanted, session.list(), startupDisks)) {
-            applyStored(session, *stored.front(), *disk.mountPoint, wanted.target);
-        }
-        return;
-    }
-    if (isConflict(session, wanted, session.list(), startupDisks)) {
-        return;
-    }
-    for (const auto& other : dropWhatGivesWay(session.redirecting(), wanted, session.list())) {
-        session.fail(other, std::runtime_error("“" + shownName(session.redirecting().place(other.target))
-                                               + "” was to be kept on “" + other.diskName
-                                               + "”. It gives way to “" + wanted.diskName + "”."));
-    }
-    session.list().push_back(std::move(wanted));
-    auto& added = session.list().back();
-    if (session.apply(added, *disk.mountPoint, start) == Outcome::failed && !mayBeInPlace(added)) {
-        session.tidy(added, *disk.mountPoint);
-        session.list().pop_back();
-        session.store();
-    }
-}
-
-void removeTargets(RedirectSession& session, const std::string& diskName,
-                   const std::optional<std::filesystem::path>& mountPoint, const Targets& targets,
-                   FilesOnDisk files) {
-    for (const auto& target : targets) {
-        const auto stored = session.where([&](const FolderRedirect& redirect) {
-            return isOf(diskName)(redirect) && isOneOf(session.redirecting(), {target})(redirect);
-        });
-        if (stored.empty()) {
-            session.fail({.id = UUID::random(), .diskName = diskName, .target = target},
-                         std::runtime_error("It is not kept on “" + diskName + "”."));
-        }
-    }
-    forgetAll(session, mountPoint, files, [&](const FolderRedirect& redirect) {
-        return isOf(diskName)(redirect) && isOneOf(session.redirecting(), targets)(redirect);
-    });
 }
 
 } // namespace
@@ -218,7 +61,7 @@ FolderRedirectsUseCase::inSession(const std::function<void(RedirectSession&)>& w
     Failures failures;
     repository_
         ->update([&] {
-            static_cast<void>(readList());
+            requireReadable();
             RedirectSession session(*repository_, *redirecting_);
             work(session);
             failures = std::move(session.failures());
@@ -227,12 +70,11 @@ FolderRedirectsUseCase::inSession(const std::function<void(RedirectSession&)>& w
     return failures;
 }
 
-std::vector<FolderRedirect> FolderRedirectsUseCase::readList() const {
-    if (!repository_->isReadable()) {
+void FolderRedirectsUseCase::requireReadable() const {
+    if (!isReadable()) {
         throw std::runtime_error("The list of folders that are kept on disks cannot be read, so nothing was "
                                  "changed. `tramdisk redirects repair` sets it aside and makes it anew.");
     }
-    return repository_->load();
 }
 
 std::optional<std::filesystem::path> FolderRedirectsUseCase::mountPointOf(const std::vector<RamDisk>& disks,
@@ -255,7 +97,8 @@ std::optional<std::filesystem::path> FolderRedirectsUseCase::whereMounted(const 
 }
 
 std::vector<FolderRedirect> FolderRedirectsUseCase::list() const {
-    return readList();
+    requireReadable();
+    return repository_->load();
 }
 
 std::vector<RedirectStatus>
@@ -272,9 +115,9 @@ FolderRedirectsUseCase::statuses(const std::vector<FolderRedirect>& redirects) c
 }
 
 std::vector<FolderRedirect> FolderRedirectsUseCase::redirects(const std::string& diskName) const {
-    auto list = readList();
-    std::erase_if(list, std::not_fn(isOf(diskName)));
-    return list;
+    auto found = list();
+    std::erase_if(found, std::not_fn(isOf(diskName)));
+    return found;
 }
 
 void FolderRedirectsUseCase::requirePlaces(const Targets& targets) const {
@@ -334,36 +177,56 @@ FolderRedirectsUseCase::Failures FolderRedirectsUseCase::apply(const RamDisk& di
     });
 }
 
+std::vector<StandingRedirect>
+FolderRedirectsUseCase::standing(const std::vector<std::filesystem::path>& mountPoints) const {
+    return redirecting_->standing(
+        mountPoints, notUnderstood() > 0 ? StandingSearch::homeFolder : StandingSearch::disks, list());
+}
+
 FolderRedirectsUseCase::Failures FolderRedirectsUseCase::undo(const std::string& diskName, Force force) {
+    requireReadable();
     const auto mountPoint = whereMounted(diskName);
-    const auto strays = [&](const RedirectRepository::List& known) {
-        auto found = mountPoint ? unlisted(*redirecting_, known, {*mountPoint},
-                                           repository_->notUnderstood() > 0 ? StandingSearch::homeFolder
-                                                                            : StandingSearch::disks)
-                                : std::vector<FolderRedirect>();
-        std::erase_if(found, [&](const FolderRedirect& stray) {
-            return linkOf(stray).parent_path().parent_path() != *mountPoint;
-        });
-        return found;
-    };
-    const auto stored = readList();
+    auto found = mountPoint ? standing({*mountPoint}) : std::vector<StandingRedirect>();
+    std::erase_if(found, [&](const StandingRedirect& one) {
+        return one.onDisk.parent_path().parent_path() != *mountPoint;
+    });
+    const auto stored = list();
     if (std::none_of(stored.begin(), stored.end(),
                      [&](const auto& one) { return isOf(diskName)(one) && mayBeInPlace(one); })
-        && strays(stored).empty()) {
+        && unlisted(*redirecting_, found, stored).empty()) {
         return {};
     }
     return inSession([&](RedirectSession& session) {
-        const auto notListed = strays(session.list());
+        // Before those of the list are undone, or they would count as unlisted.
+        const auto strays = unlisted(*redirecting_, std::move(found), session.list());
         if (force == Force::yes) {
             session.useForce();
         }
         for (auto* const redirect : session.inReverse(isOf(diskName))) {
             session.undo(*redirect);
         }
-        for (const auto& stray : notListed) {
-            session.takeAway(stray);
+        for (const auto& stray : strays) {
+            session.takeAway(stray.redirect);
         }
     });
+}
+
+FolderRedirectsUseCase::Failures FolderRedirectsUseCase::undoUnlessInUse(const RamDisk& disk) {
+    auto failures = undo(disk.name);
+    const auto busy = std::find_if(failures.begin(), failures.end(), [](const RedirectFailure& failure) {
+        return failure.kind == RedirectFailure::Kind::inUse;
+    });
+    if (busy == failures.end()) {
+        return failures;
+    }
+    try {
+        static_cast<void>(apply(disk));
+    } catch (const std::exception&) {
+        // Who uses the disk is what the user must see; an undone redirect loses nothing.
+        traceCaught("redirects", "the redirects of a disk that is in use are not put back");
+    }
+    throw RamDiskError(
+        RamDiskError::EjectFailed{disk.device, std::get<std::string>(busy->message), EjectObstacle::busy});
 }
 
 FolderRedirectsUseCase::Failures FolderRedirectsUseCase::undoLost() {
@@ -397,13 +260,14 @@ FolderRedirectsUseCase::Failures FolderRedirectsUseCase::rebuildList() {
             if (repository_->isReadable()) {
                 return;
             }
-            auto found = redirecting_->standing(mountPoints, StandingSearch::homeFolder);
-            for (auto& redirect : found) {
+            RedirectRepository::List found;
+            for (auto& one : redirecting_->standing(mountPoints, StandingSearch::homeFolder, {})) {
                 for (const auto& disk : disks) {
-                    if (disk.mountPoint && disk.mountPoint->filename() == redirect.diskName) {
-                        redirect.diskName = disk.name;
+                    if (disk.mountPoint && disk.mountPoint->filename() == one.redirect.diskName) {
+                        one.redirect.diskName = disk.name;
                     }
                 }
+                found.push_back(std::move(one.redirect));
             }
             repository_->save(found);
             const auto count = std::to_string(found.size());
@@ -417,32 +281,21 @@ FolderRedirectsUseCase::Failures FolderRedirectsUseCase::rebuildList() {
 }
 
 FolderRedirectsUseCase::Failures FolderRedirectsUseCase::repair() {
-    auto failures = repository_->isReadable() ? Failures{} : rebuildList();
+    auto failures = isReadable() ? Failures{} : rebuildList();
     for (auto& failure : undoLost()) {
         failures.push_back(std::move(failure));
     }
-    const auto mountPoints = mountPointsOf(inventory_->list());
-    const auto search = repository_->notUnderstood() > 0 ? StandingSearch::homeFolder : StandingSearch::disks;
-    if (!unlisted(*redirecting_, list(), mountPoints, search).empty()
-        || !redirecting_->strayMounts(list()).empty()) {
+    auto found = standing(mountPointsOf(inventory_->list()));
+    if (!unlisted(*redirecting_, found, list()).empty()) {
         const auto strays = inSession([&](RedirectSession& session) {
-            for (const auto& stray : unlisted(*redirecting_, session.list(), mountPoints, search)) {
-                session.takeAway(stray);
-            }
-            for (const auto& stray : redirecting_->strayMounts(session.list())) {
-                session.takeAway(stray);
+            for (const auto& stray : unlisted(*redirecting_, std::move(found), session.list())) {
+                session.takeAway(stray.redirect);
             }
         });
         failures.insert(failures.end(), strays.begin(), strays.end());
     }
     for (const auto& original : redirecting_->strayOriginals(list())) {
-        const auto name = original.filename().string();
-        failures.push_back(
-            {{.id = UUID::random(), .diskName = "", .target = {RedirectTarget::Folder{original.string()}}},
-             "“" + original.string()
-                 + "” is the original of a folder that was kept on a disk, and no redirect is stored for it. "
-                   "To have it back, give it the name “"
-                 + name.substr(0, name.rfind(".ramdisk-original")) + "” again."});
+        failures.push_back(toldOf(original));
     }
     return failures;
 }

@@ -50,6 +50,9 @@ public:
                            std::shared_ptr<RamDiskInventory> inventory,
                            std::shared_ptr<const StartupDiskNaming> startupDisks);
 
+    /// Whether the list can be read, or there is none.
+    [[nodiscard]] bool isReadable() const { return repository_->isReadable(); }
+
     /// Every stored redirect, in force or not.
     /// @throws std::runtime_error when the list cannot be read, as every method does but `repair`.
     [[nodiscard]] std::vector<FolderRedirect> list() const;
@@ -93,13 +96,18 @@ public:
     /// @param force whether folders that programs use are taken out of their place as well.
     Failures undo(const std::string& diskName, Force force = Force::no);
 
+    /// The same for a disk that stays, whose files are to be replaced or found elsewhere.
+    /// @throws RamDiskError `ejectFailed` when a program uses such a folder, or it cannot be taken away. It
+    ///         names both, and everything is in place as before.
+    Failures undoUnlessInUse(const RamDisk& disk);
+
     /// Undoes redirects that are half done, and redirects that are stored as in force but do not lead to a
     /// mounted disk.
     /// @throws RamDiskError `inventoryUnavailable` with nothing done.
     Failures undoLost();
 
-    /// The same, and tells of originals that no stored redirect knows. A list that cannot be read is set
-    /// aside and made anew from what the machine shows.
+    /// The same, takes away what stands without being listed, and tells of originals that no stored redirect
+    /// knows. A list that cannot be read is set aside and made anew from what the machine shows.
     /// @throws RamDiskError `inventoryUnavailable` with nothing done.
     Failures repair();
 
@@ -118,9 +126,11 @@ private:
     /// Where the disk of this name is mounted; absent when it is not.
     [[nodiscard]] static std::optional<std::filesystem::path> mountPointOf(const std::vector<RamDisk>& disks,
                                                                            const std::string& name);
-    /// The stored list.
-    /// @throws std::runtime_error when it cannot be read.
-    [[nodiscard]] std::vector<FolderRedirect> readList() const;
+    /// @throws std::runtime_error when the list cannot be read.
+    void requireReadable() const;
+    /// What stands of redirects, the home folder searched as well if the list does not tell everything.
+    [[nodiscard]] std::vector<StandingRedirect>
+    standing(const std::vector<std::filesystem::path>& mountPoints) const;
     /// Makes the list anew. @returns what to tell.
     Failures rebuildList();
     Failures inSession(const std::function<void(RedirectSession&)>& work);

@@ -120,7 +120,7 @@ void ConfigureRamDiskUseCase::requireValid(const RamDisk& disk, const RamDiskCha
 RamDisk ConfigureRamDiskUseCase::setAccess(const RamDisk& disk, VolumeAccess access,
                                            std::vector<RamDiskSetupProblem>& problems) {
     // The disk is found elsewhere afterwards, and what leads to it must not lead nowhere meanwhile.
-    noteFailures(redirects_->undo(disk.name), problems);
+    noteFailures(redirects_->undoUnlessInUse(disk), problems);
     try {
         services_.access->setAccess(disk, access);
     } catch (const std::exception&) {

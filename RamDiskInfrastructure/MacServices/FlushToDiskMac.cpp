@@ -12,4 +12,10 @@ int flushToDisk(const FileDescriptor& file) noexcept {
     return errno;
 }
 
+int flushFileSystem(const FileDescriptor& file) noexcept {
+    // Nothing here flushes one volume alone.
+    sync();
+    return flushToDisk(file);
+}
+
 } // namespace ramdisk

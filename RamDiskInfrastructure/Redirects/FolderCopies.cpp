@@ -1,5 +1,6 @@
 #include "RamDiskInfrastructure/Redirects/FolderCopies.h"
 
+#include "RamDiskInfrastructure/Commands/RequireSuccess.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Redirects/FolderOnDisk.h"
 #include "RamDiskInfrastructure/Redirects/MadeFolders.h"
@@ -64,12 +65,6 @@ void requireRoom(const std::filesystem::path& folder, const std::filesystem::pat
     }
 }
 
-void renamed(int error, const std::filesystem::path& path) {
-    if (error != 0) {
-        throw SystemCallError("rename", path, error);
-    }
-}
-
 } // namespace
 
 FolderCopies::FolderCopies(std::filesystem::path home, std::vector<std::filesystem::path> reserved,
@@ -110,8 +105,8 @@ void FolderCopies::toDisk(const Source& source, const std::filesystem::path& mou
         const auto target = openOnDisk(mountPoint, hidden);
         copy(folder, parent.path / name, target, folderOnDisk(mountPoint, hidden));
         removeEmptyFolderOnDisk(mountPoint, source.nameOnDisk);
-        renamed(renameFolderOnDisk(mountPoint, hidden, source.nameOnDisk),
-                folderOnDisk(mountPoint, source.nameOnDisk));
+        requireSuccess(renameFolderOnDisk(mountPoint, hidden, source.nameOnDisk), "rename",
+                       folderOnDisk(mountPoint, source.nameOnDisk));
     } catch (...) {
         removeFolderOnDisk(mountPoint, hidden, owner);
         removeEmptyFolderOnDisk(mountPoint, hidden);
@@ -140,8 +135,7 @@ void FolderCopies::copyHidden(const Source& source, const FileDescriptor& onDisk
         throw SystemCallError("set the access rights of", path);
     }
     // The files on the disk go when these have their name.
-    sync();
-    static_cast<void>(flushToDisk(target));
+    requireSuccess(flushFileSystem(target), "flush", path);
 }
 
 std::optional<std::filesystem::path> FolderCopies::fromDisk(const Source& source,
@@ -165,19 +159,18 @@ std::optional<std::filesystem::path> FolderCopies::fromDisk(const Source& source
     copyHidden(source, onDisk, mountPoint, parent);
     std::optional<std::filesystem::path> backup;
     if (original) {
-        const auto backupName = freeNameIn(parent, name, originalEnding);
+        const auto backupName = freeNameIn(parent, name, formerEnding);
         backup = parent.path / backupName;
         record({RedirectRestoreState::MovedFolder{backup, std::nullopt,
                                                   static_cast<std::uint64_t>(original->st_ino)}});
         tell(observer_, "move the original aside");
-        renamed(renameToFreeName(parent.descriptor, name, backupName), parent.path / name);
+        requireSuccess(renameToFreeName(parent.descriptor, name, backupName), "rename", parent.path / name);
     }
     tell(observer_, "put the files in its place");
-    renamed(renameToFreeName(parent.descriptor, hiddenName(source.redirect), name), parent.path / name);
+    requireSuccess(renameToFreeName(parent.descriptor, hiddenName(source.redirect), name), "rename",
+                   parent.path / name);
     MadeFolders(home_, source.redirect, observer_).remove(source.folder.parent_path());
-    if (const int error = flushToDisk(parent.descriptor); error != 0) {
-        throw SystemCallError("flush the folder", parent.path, error);
-    }
+    requireSuccess(flushToDisk(parent.descriptor), "flush the folder", parent.path);
     return backup;
 }
 

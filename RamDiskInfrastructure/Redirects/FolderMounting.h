@@ -5,8 +5,11 @@
 #include "RamDiskInfrastructure/Commands/FileDescriptor.h"
 
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
+
+#include <sys/types.h>
 
 namespace ramdisk {
 
@@ -18,6 +21,8 @@ public:
         std::filesystem::path place;
         /// The folder's path on its file system.
         std::filesystem::path root;
+        /// The number of that file system, as `stat` shows it.
+        dev_t device = 0;
         /// Something else is mounted over it.
         bool isCovered = false;
     };
@@ -33,6 +38,11 @@ public:
     /// The mounts that show a folder rather than a whole file system, as this process sees them.
     /// @throws SystemCallError
     [[nodiscard]] virtual std::vector<Mounted> list() const = 0;
+
+    /// Says what is mounted somewhere in the folder, in its subfolders too, and not on it. Absent when
+    /// nothing is.
+    /// @throws SystemCallError
+    [[nodiscard]] virtual std::optional<std::string> mountedIn(const std::filesystem::path& folder) const = 0;
 
     /// Takes away what is mounted on the folder at `place`, which is looked up by its name in `parent` and no
     /// link followed. Nothing is done if nothing is mounted.

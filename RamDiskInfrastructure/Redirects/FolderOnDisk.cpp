@@ -1,6 +1,7 @@
 #include "RamDiskInfrastructure/Redirects/FolderOnDisk.h"
 
 #include "RamDiskInfrastructure/Commands/FileDescriptor.h"
+#include "RamDiskInfrastructure/Commands/RequireSuccess.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Redirects/NameExchange.h"
 
@@ -165,9 +166,7 @@ bool removeFolderOnDisk(const std::filesystem::path& mountPoint, const std::stri
     if (!mayRemove(name)) {
         return false;
     }
-    if (const int error = renameToFreeName(common, name, hidden); error != 0) {
-        throw SystemCallError("remove", path, error);
-    }
+    requireSuccess(renameToFreeName(common, name, hidden), "remove", path);
     return removeFolderIn(common, hidden, path);
 }
 
@@ -196,6 +195,23 @@ bool holdsFiles(const std::filesystem::path& folder) {
     }
     // What cannot be looked into may hold anything.
     return error && error != std::errc::no_such_file_or_directory;
+}
+
+std::optional<std::filesystem::path> otherFileSystemIn(const std::filesystem::path& folder) {
+    struct stat root {};
+    if (stat(folder.c_str(), &root) != 0) {
+        return std::nullopt;
+    }
+    std::error_code error;
+    for (std::filesystem::recursive_directory_iterator entry(folder, error), end; !error && entry != end;
+         entry.increment(error)) {
+        struct stat status {};
+        if (lstat(entry->path().c_str(), &status) == 0 && S_ISDIR(status.st_mode)
+            && status.st_dev != root.st_dev) {
+            return entry->path();
+        }
+    }
+    return std::nullopt;
 }
 
 FolderAccess privateAccessOfOwner(const std::filesystem::path& home) {

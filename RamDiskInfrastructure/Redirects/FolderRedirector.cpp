@@ -3,8 +3,10 @@
 #include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
+#include "RamDiskInfrastructure/Redirects/FolderNames.h"
 #include "RamDiskInfrastructure/Redirects/FolderOnDisk.h"
 #include "RamDiskInfrastructure/Redirects/FolderUse.h"
+#include "RamDiskInfrastructure/Redirects/GitExclusion.h"
 #include "RamDiskInfrastructure/Redirects/HomeTree.h"
 #include "RamDiskInfrastructure/Redirects/RedirectPlaces.h"
 #include "RamDiskInfrastructure/Redirects/StandingRedirects.h"
@@ -40,40 +42,6 @@ std::optional<std::filesystem::path> homeFolderOf(const RedirectTarget& target) 
         return folderOfCache(cache->cache);
     }
     return std::nullopt;
-}
-
-constexpr std::size_t longestName = 200;
-
-/// The whole path as one name, so that no two folders share one: “+” stands between its parts.
-std::string nameOfFolder(const std::filesystem::path& folder) {
-    std::string name;
-    for (const auto& part : folder) {
-        name += name.empty() ? "" : "+";
-        for (const char letter : part.string()) {
-            if (letter == '%' || letter == '+') {
-                name += letter == '%' ? "%25" : "%2B";
-            } else {
-                name += letter;
-            }
-        }
-    }
-    if (name == "npm" || name == "Temporary" || name == "DerivedData") {
-        // These are the names of settings.
-        return name + "+";
-    }
-    if (name.size() <= longestName) {
-        return name;
-    }
-    // The end tells more than the beginning. FNV-1a, since the name must be the same at every start.
-    std::uint64_t hash = 14695981039346656037U;
-    for (const char letter : name) {
-        hash = (hash ^ static_cast<unsigned char>(letter)) * 1099511628211U;
-    }
-    auto begin = name.size() - longestName;
-    while (begin < name.size() && (static_cast<unsigned char>(name[begin]) & 0xC0U) == 0x80U) {
-        ++begin;
-    }
-    return fmt::format("{:016x}+{}", hash, name.substr(begin));
 }
 
 std::string nameOnDisk(const RedirectTarget& target) {
@@ -305,7 +273,9 @@ void FolderRedirector::copyToDisk(const FolderRedirect& redirect, const std::fil
     if (!homeFolderOf(redirect.target)) {
         throw std::runtime_error("--copy is for folders and caches; this is a setting.");
     }
-    copies_.toDisk(sourceOf(redirect), mountPoint);
+    const auto source = sourceOf(redirect);
+    requireNothingMounted(home_ / source.folder);
+    copies_.toDisk(source, mountPoint);
 }
 
 std::optional<std::filesystem::path> FolderRedirector::copyFromDisk(const FolderRedirect& redirect,
@@ -337,34 +307,69 @@ void FolderRedirector::tidyOnDisk(const FolderRedirect& redirect, const std::fil
     removeEmptyFolderOnDisk(mountPoint, nameOnDisk(redirect.target));
 }
 
-std::vector<FolderRedirect> FolderRedirector::standing(const std::vector<std::filesystem::path>& mountPoints,
-                                                       StandingSearch search) const {
-    return findStandingRedirects(home_, mounted_.mounts(), mountPoints, search,
-                                 [](const std::filesystem::path& folder) { return nameOfFolder(folder); });
-}
-
-std::vector<FolderRedirect> FolderRedirector::strayMounts(const std::vector<FolderRedirect>& known) const {
-    std::vector<FolderRedirect> stray;
-    const auto home = std::filesystem::canonical(home_);
-    for (const auto& mount : mounted_.mounts()) {
-        const auto relative = mount.place.lexically_relative(home);
-        const auto name = mount.root.filename().string();
-        const bool isKnown = std::any_of(known.begin(), known.end(), [&](const FolderRedirect& redirect) {
-            return redirect.restoreState && homeFolderOf(redirect.target) && recordedName(redirect) == name;
-        });
-        if (!isKnown && name == nameOfFolder(relative)) {
-            stray.push_back({.id = UUID::random(),
-                             .diskName = "",
-                             .target = {Target::Folder{relative.string()}},
-                             .restoreState = State{State::LinkedFolder{std::nullopt, mount.root.string(),
-                                                                       mount.place, std::uint64_t{1}}}});
-        }
+void FolderRedirector::requireNothingMounted(const std::filesystem::path& folder) const {
+    std::error_code error;
+    if (!std::filesystem::is_directory(folder, error)) {
+        return;
     }
-    return stray;
+    if (const auto inner = mounted_.mountedIn(folder)) {
+        throw FolderInUse(fmt::format("“{}” stays: {}", folder.string(), *inner));
+    }
 }
 
-std::vector<std::filesystem::path>
-FolderRedirector::strayOriginals(const std::vector<FolderRedirect>& known) const {
+void FolderRedirector::requireNothingMountedIn(const FolderRedirect& redirect,
+                                               const std::filesystem::path& mountPoint) const {
+    requireNothingMounted(folderOnDisk(mountPoint, recordedName(redirect)));
+}
+
+std::optional<std::string> FolderRedirector::hazard(const FolderRedirect& redirect) const {
+    if (!redirect.restoreState || !backupOf(*redirect.restoreState)) {
+        return std::nullopt;
+    }
+    try {
+        const auto source = sourceOf(redirect);
+        return GitExclusion(home_, redirect.id, observer_)
+            .hazard(openInHome(home_, source.folder.parent_path()), source.folder.filename().string());
+    } catch (const std::exception&) {
+        traceCaught("redirects", "nothing is told of git");
+        return std::nullopt;
+    }
+}
+
+std::vector<StandingRedirect>
+FolderRedirector::standing(const std::vector<std::filesystem::path>& mountPoints, StandingSearch search,
+                           const std::vector<FolderRedirect>& known) const {
+    auto found = findStandingRedirects(home_, mounted_.mounts(), mountPoints, search);
+    const auto lookAt = [&](const RedirectTarget& target, const State& state, const auto& redirector) {
+        const auto name = nameOnDisk(target);
+        const bool isKnown = std::any_of(known.begin(), known.end(), [&](const FolderRedirect& redirect) {
+            return redirect.restoreState && redirect.target == target;
+        });
+        const bool mayStand = search == StandingSearch::homeFolder
+                              || std::any_of(mountPoints.begin(), mountPoints.end(),
+                                             [&](const auto& disk) { return existsOnDisk(disk, name); });
+        if (isKnown || !mayStand) {
+            return;
+        }
+        try {
+            if (const auto onDisk = redirector.standing(name)) {
+                found.push_back({{.id = UUID::random(),
+                                  .diskName = onDisk->parent_path().parent_path().filename().string(),
+                                  .target = target,
+                                  .restoreState = state},
+                                 *onDisk});
+            }
+        } catch (const std::exception&) {
+            traceCaught("redirects", "whether a setting leads to a disk is not known");
+        }
+    };
+    lookAt({Target::NpmCache{}}, {State::ConfigLine{}}, npm_);
+    lookAt({Target::TemporaryFolder{}}, {State::EnvironmentVariable{}}, temporaryFolder_);
+    lookAt({Target::XcodeDerivedData{}}, {State::Preference{}}, xcode_);
+    return found;
+}
+
+std::vector<StrayOriginal> FolderRedirector::strayOriginals(const std::vector<FolderRedirect>& known) const {
     return findStrayOriginals(home_, known);
 }
 

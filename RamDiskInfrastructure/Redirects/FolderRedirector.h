@@ -62,11 +62,13 @@ public:
                                                     const RedirectTarget& target,
                                                     const std::filesystem::path& mountPoint) override;
     void tidyOnDisk(const FolderRedirect& redirect, const std::filesystem::path& mountPoint) override;
-    [[nodiscard]] std::vector<FolderRedirect> standing(const std::vector<std::filesystem::path>& mountPoints,
-                                                       StandingSearch search) const override;
-    [[nodiscard]] std::vector<FolderRedirect>
-    strayMounts(const std::vector<FolderRedirect>& known) const override;
-    [[nodiscard]] std::vector<std::filesystem::path>
+    void requireNothingMountedIn(const FolderRedirect& redirect,
+                                 const std::filesystem::path& mountPoint) const override;
+    [[nodiscard]] std::optional<std::string> hazard(const FolderRedirect& redirect) const override;
+    [[nodiscard]] std::vector<StandingRedirect>
+    standing(const std::vector<std::filesystem::path>& mountPoints, StandingSearch search,
+             const std::vector<FolderRedirect>& known) const override;
+    [[nodiscard]] std::vector<StrayOriginal>
     strayOriginals(const std::vector<FolderRedirect>& known) const override;
 
 private:
@@ -75,6 +77,8 @@ private:
     [[nodiscard]] std::optional<std::string> undoFolder(const FolderRedirect& redirect,
                                                         const SymlinkFolderRedirector::Recorded& recorded,
                                                         Force force) const;
+    /// @throws FolderInUse
+    void requireNothingMounted(const std::filesystem::path& folder) const;
     /// Why a folder that is on its disk is not in force.
     [[nodiscard]] RedirectStatus::Condition whatReplaced(const FolderRedirect& redirect) const;
 

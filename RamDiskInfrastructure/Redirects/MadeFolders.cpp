@@ -1,6 +1,7 @@
 #include "RamDiskInfrastructure/Redirects/MadeFolders.h"
 
 #include "RamDiskCore/Ports/Tracing.h"
+#include "RamDiskInfrastructure/Commands/RequireSuccess.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Redirects/FolderOnDisk.h"
 #include "RamDiskInfrastructure/Redirects/NameExchange.h"
@@ -69,9 +70,8 @@ void MadeFolders::make(const OpenedFolder& existing) const {
     }
     tell(observer_, "show the folders above");
     const auto first = existing.missing.begin()->string();
-    if (const int error = renameToFreeName(existing.descriptor, hidden_, first); error != 0) {
-        throw SystemCallError("make the folder", existing.path / first, error);
-    }
+    requireSuccess(renameToFreeName(existing.descriptor, hidden_, first), "make the folder",
+                   existing.path / first);
 }
 
 void MadeFolders::removeUnfinished(const OpenedFolder& parent, const std::filesystem::path& below,
@@ -103,10 +103,8 @@ void MadeFolders::removeUnfinished(const OpenedFolder& parent, const std::filesy
     }
     if (unlinkat(parent.descriptor.get(), hidden_.c_str(), AT_REMOVEDIR) != 0) {
         // Somebody else put something in: it is a folder of the user's from now on.
-        const int error = renameToFreeName(parent.descriptor, hidden_, finishedName);
-        if (error != 0) {
-            throw SystemCallError("put back the folder", parent.path / finishedName, error);
-        }
+        requireSuccess(renameToFreeName(parent.descriptor, hidden_, finishedName), "put back the folder",
+                       parent.path / finishedName);
     }
 }
 

@@ -1,5 +1,6 @@
 #include "RamDiskInfrastructure/Redirects/MountedFolderRedirector.h"
 
+#include "RamDiskInfrastructure/Commands/SameFile.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Redirects/FolderOnDisk.h"
 #include "RamDiskInfrastructure/Redirects/MadeFolders.h"
@@ -17,13 +18,6 @@ namespace {
 
 /// How often a folder may have been mounted over itself.
 constexpr int mostLayers = 16;
-
-bool isSame(const FileDescriptor& one, const FileDescriptor& other) {
-    struct stat left {};
-    struct stat right {};
-    return fstat(one.get(), &left) == 0 && fstat(other.get(), &right) == 0 && left.st_dev == right.st_dev
-           && left.st_ino == right.st_ino;
-}
 
 } // namespace
 
@@ -60,7 +54,7 @@ RedirectRestoreState MountedFolderRedirector::apply(const Source& source,
     const auto shown = source.shown();
     const auto name = source.folder.filename().string();
     // A list that was lost may have left it mounted.
-    unmountAll(source, {}, Force::no);
+    undo(source, {}, Force::no);
     auto parent = openInHome(home_, source.folder.parent_path());
     requireApart(parent.path / parent.missing / name, mountPoint, reserved_, shown);
     const auto original = requireMovable(parent, name, shown);
@@ -133,7 +127,7 @@ std::optional<FolderMounting::Mounted> MountedFolderRedirector::mountOf(const So
     return recorded.place && found.size() == 1 ? std::optional(found.front()) : std::nullopt;
 }
 
-void MountedFolderRedirector::unmountAll(const Source& source, const Recorded& recorded, Force force) const {
+void MountedFolderRedirector::undo(const Source& source, const Recorded& recorded, Force force) const {
     for (int layer = 0; layer < mostLayers; ++layer) {
         const auto mount = mountOf(source, recorded);
         if (!mount) {
@@ -152,10 +146,6 @@ void MountedFolderRedirector::unmountAll(const Source& source, const Recorded& r
     throw FolderInUse(source.shown() + " is kept on a disk by a mount that cannot be taken away from here.");
 }
 
-void MountedFolderRedirector::undo(const Source& source, const Recorded& recorded, Force force) const {
-    unmountAll(source, recorded, force);
-}
-
 bool MountedFolderRedirector::isInForce(const Source& source, const std::filesystem::path& mountPoint) const {
     if (!mounting_) {
         return false;
@@ -165,7 +155,17 @@ bool MountedFolderRedirector::isInForce(const Source& source, const std::filesys
                             ? openFolder(parent.descriptor.get(), source.folder.filename().c_str())
                             : FileDescriptor();
     const auto onDisk = openOnDisk(mountPoint, source.nameOnDisk);
-    return folder && onDisk && isSame(folder, onDisk);
+    return folder && onDisk && isSameFile(folder, onDisk);
+}
+
+std::optional<std::string> MountedFolderRedirector::mountedIn(const std::filesystem::path& folder) const {
+    if (mounting_) {
+        return mounting_->mountedIn(folder);
+    }
+    const auto inner = otherFileSystemIn(folder);
+    return inner ? std::optional("another volume is mounted on it, at “" + inner->string()
+                                 + "”. Unmount that one first.")
+                 : std::nullopt;
 }
 
 bool MountedFolderRedirector::isCovered(const Source& source) const {

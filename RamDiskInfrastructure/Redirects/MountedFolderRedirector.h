@@ -30,7 +30,8 @@ public:
     RedirectRestoreState apply(const Source& source, const std::filesystem::path& mountPoint,
                                const FolderRedirecting::Record& record) const;
 
-    /// Takes away the mount, and the folders that were made for it. There may be none.
+    /// Takes away the mount, if there is one, as often as the folder was mounted over itself. The folders
+    /// that were made for it stay: a link may have needed them as well, and its undoing removes them.
     /// @throws FolderInUse unless forced; std::exception
     void undo(const Source& source, const Recorded& recorded, Force force) const;
 
@@ -42,13 +43,16 @@ public:
     /// All that is mounted below the home folder and comes from a redirect.
     [[nodiscard]] std::vector<FolderMounting::Mounted> mounts() const;
 
+    /// What is mounted in a folder, as `FolderMounting::mountedIn` says it. Where nothing can be mounted,
+    /// only other file systems are noticed.
+    [[nodiscard]] std::optional<std::string> mountedIn(const std::filesystem::path& folder) const;
+
     /// Whether what was recorded is of a folder that was mounted.
     [[nodiscard]] static bool isMount(const RedirectRestoreState& state);
 
 private:
     [[nodiscard]] std::optional<FolderMounting::Mounted> mountOf(const Source& source,
                                                                  const Recorded& recorded) const;
-    void unmountAll(const Source& source, const Recorded& recorded, Force force) const;
 
     std::filesystem::path home_;
     std::vector<std::filesystem::path> reserved_;

@@ -1,5 +1,6 @@
 #include "RamDiskInfrastructure/Redirects/SymlinkFolderRedirector.h"
 
+#include "RamDiskInfrastructure/Commands/RequireSuccess.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Redirects/FolderCopies.h"
 #include "RamDiskInfrastructure/Redirects/FolderOnDisk.h"
@@ -19,16 +20,6 @@
 #include <unistd.h>
 
 namespace ramdisk {
-
-namespace {
-
-void require(int error, const char* doing, const std::filesystem::path& path) {
-    if (error != 0) {
-        throw SystemCallError(doing, path, error);
-    }
-}
-
-} // namespace
 
 SymlinkFolderRedirector::SymlinkFolderRedirector(std::filesystem::path home,
                                                  std::vector<std::filesystem::path> reserved,
@@ -91,24 +82,27 @@ RedirectRestoreState SymlinkFolderRedirector::apply(const Source& source,
         const int error = exchange(folder, temporary, name);
         if (error == 0) {
             tell(observer_, "rename the original");
-            require(renameToFreeName(folder.descriptor, temporary, backupName), "rename", folder.path / name);
+            requireSuccess(renameToFreeName(folder.descriptor, temporary, backupName), "rename",
+                           folder.path / name);
         } else if (isExchangeMissing(error)) {
             tell(observer_, "move the original aside");
-            require(renameToFreeName(folder.descriptor, name, backupName), "rename", folder.path / name);
+            requireSuccess(renameToFreeName(folder.descriptor, name, backupName), "rename",
+                           folder.path / name);
             record(linked);
             tell(observer_, "put the link in its place");
-            require(renameToFreeName(folder.descriptor, temporary, name), "put a link at",
-                    folder.path / name);
+            requireSuccess(renameToFreeName(folder.descriptor, temporary, name), "put a link at",
+                           folder.path / name);
         } else {
             throw SystemCallError("put a link at", folder.path / name, error);
         }
     } else {
         record(linked);
         tell(observer_, "put the link in its place");
-        require(renameToFreeName(folder.descriptor, temporary, name), "put a link at", folder.path / name);
+        requireSuccess(renameToFreeName(folder.descriptor, temporary, name), "put a link at",
+                       folder.path / name);
     }
     // What the list says next must not reach the disk before these names do.
-    require(flushToDisk(folder.descriptor), "flush the folder", folder.path);
+    requireSuccess(flushToDisk(folder.descriptor), "flush the folder", folder.path);
     return linked;
 }
 
@@ -167,7 +161,8 @@ std::optional<std::string> SymlinkFolderRedirector::undo(const Source& source,
             if (work.findsAnything()) {
                 isFound = true;
                 notice = work.run();
-                require(flushToDisk(standing.folder.descriptor), "flush the folder", standing.folder.path);
+                requireSuccess(flushToDisk(standing.folder.descriptor), "flush the folder",
+                               standing.folder.path);
             } else {
                 // The undo before this one may have been killed when all that was left was the record.
                 isFound = recorded.backup && work.isUndone();

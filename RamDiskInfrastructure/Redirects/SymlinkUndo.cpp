@@ -1,6 +1,7 @@
 #include "RamDiskInfrastructure/Redirects/SymlinkUndo.h"
 
 #include "RamDiskCore/Ports/Tracing.h"
+#include "RamDiskInfrastructure/Commands/RequireSuccess.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
 
 #include <cerrno>
@@ -109,9 +110,7 @@ std::optional<std::string> SymlinkUndo::setAside() const {
         return std::nullopt;
     }
     trace("redirects", "{}: something took its place and is set aside as {}", names_.shown, kept);
-    if (error != 0) {
-        throw SystemCallError("set aside", folder_.path / names_.folder, error);
-    }
+    requireSuccess(error, "set aside", folder_.path / names_.folder);
     return keptText(names_.shown, folder_.path / kept);
 }
 

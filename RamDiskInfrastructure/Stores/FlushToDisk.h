@@ -8,4 +8,7 @@ namespace ramdisk {
 /// @returns 0, or the errno of the failure.
 [[nodiscard]] int flushToDisk(const FileDescriptor& file) noexcept;
 
+/// The same for everything that anybody wrote to the file system that the file or folder lies on.
+[[nodiscard]] int flushFileSystem(const FileDescriptor& file) noexcept;
+
 } // namespace ramdisk

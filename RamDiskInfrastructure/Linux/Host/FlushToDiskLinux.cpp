@@ -11,4 +11,8 @@ int flushToDisk(const FileDescriptor& file) noexcept {
     return 0;
 }
 
+int flushFileSystem(const FileDescriptor& file) noexcept {
+    return syncfs(file.get()) == 0 ? 0 : errno;
+}
+
 } // namespace ramdisk

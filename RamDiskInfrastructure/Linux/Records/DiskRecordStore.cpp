@@ -1,6 +1,7 @@
 #include "RamDiskInfrastructure/Linux/Records/DiskRecordStore.h"
 
 #include "RamDiskCore/Ports/Tracing.h"
+#include "RamDiskInfrastructure/Commands/SameFile.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
 
 #include <fmt/format.h>
@@ -53,13 +54,6 @@ unsigned lowestFree(std::vector<unsigned> taken) {
 int linkUnnamed(const FileDescriptor& file, const std::filesystem::path& path) {
     const auto source = fmt::format("/proc/self/fd/{}", file.get());
     return linkat(AT_FDCWD, source.c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW);
-}
-
-bool isSameFile(const FileDescriptor& file, const std::filesystem::path& path) {
-    struct stat held {};
-    struct stat named {};
-    return fstat(file.get(), &held) == 0 && lstat(path.c_str(), &named) == 0 && held.st_dev == named.st_dev
-           && held.st_ino == named.st_ino;
 }
 
 /// None larger is written; a hostile one could be larger than the memory.

@@ -71,10 +71,16 @@ std::vector<FolderMounting::Mounted> BindMounting::list() const {
         }
         if (root != "/") {
             const auto* const top = table.topmostAt(entry.mountPoint);
-            found.push_back({entry.mountPoint, root, top == nullptr || top->id != entry.id});
+            found.push_back({entry.mountPoint, root, entry.device, top == nullptr || top->id != entry.id});
         }
     }
     return found;
+}
+
+std::optional<std::string> BindMounting::mountedIn(const std::filesystem::path& folder) const {
+    const auto table = MountTable::read(host_.proc);
+    const auto* const inner = table.below(std::filesystem::canonical(folder));
+    return inner == nullptr ? std::nullopt : std::optional(mountedOnText(*inner));
 }
 
 void BindMounting::unmount(const FileDescriptor& parent, const std::filesystem::path& place, Force force) {

@@ -28,9 +28,6 @@ struct VolumeUsage {
 struct RamDisk {
     /// The whole device.
     DeviceIdentifier device;
-    /// Every device of the disk, also those that the system lays on top of `device`, such as an APFS
-    /// container and its volumes, in the system's order. Empty where there is only `device`.
-    std::vector<DeviceIdentifier> devices{};
     std::string name;
     /// The size of the device; file systems keep a little of it for themselves.
     ByteCount capacity;
@@ -52,6 +49,9 @@ struct RamDisk {
     VolumeAccess access = VolumeAccess::everyone;
     /// Tells this attachment from a later one with the same device name.
     std::optional<std::uint64_t> attachment = std::nullopt;
+    /// Every device of the disk, also those that the system lays on top of `device`, such as an APFS
+    /// container and its volumes, in the system's order. Empty where there is only `device`.
+    std::vector<DeviceIdentifier> devices{};
 
     /// Whether `wanted` is one of the disk's devices.
     [[nodiscard]] bool has(const DeviceIdentifier& wanted) const {

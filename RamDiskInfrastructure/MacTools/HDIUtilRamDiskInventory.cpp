@@ -28,7 +28,6 @@ std::vector<RamDisk> HDIUtilRamDiskInventory::list() {
 
 RamDisk HDIUtilRamDiskInventory::ramDisk(const AttachedRamImage& image) const {
     RamDisk disk{.device = image.device,
-                 .devices = image.devices(),
                  .name = "Unmounted " + image.device.bsdName(),
                  .capacity = image.capacity,
                  .mountPoint = image.mountPoint,
@@ -38,7 +37,8 @@ RamDisk HDIUtilRamDiskInventory::ramDisk(const AttachedRamImage& image) const {
                  .isEncrypted = {},
                  .memoryFootprint = {},
                  .instance = {},
-                 .attachment = ports_.media->identifier(image.device.bsdName())};
+                 .attachment = ports_.media->identifier(image.device.bsdName()),
+                 .devices = image.devices()};
     if (image.helperProcessID) {
         disk.memoryFootprint = ports_.footprints->footprint(*image.helperProcessID);
     }

@@ -136,7 +136,6 @@ TEST_F(InventoryTest, AListedDiskCarriesWhatTheSystemKnowsOfIt) {
     ASSERT_EQ(disks.size(), 3U);
     EXPECT_EQ(disks[0],
               (RamDisk{.device = DeviceIdentifier::wholeDisk(4),
-                       .devices = {DeviceIdentifier::wholeDisk(4), *DeviceIdentifier::make("disk4s1")},
                        .name = "Theirs",
                        .capacity = ByteCount{2097152},
                        .mountPoint = "/Volumes/Theirs",
@@ -145,13 +144,14 @@ TEST_F(InventoryTest, AListedDiskCarriesWhatTheSystemKnowsOfIt) {
                        .usage = VolumeUsage{ByteCount{1000}, ByteCount{1000}},
                        .isEncrypted = false,
                        .memoryFootprint = ByteCount::of(104, ByteCount::Unit::mebibyte),
-                       .attachment = 77}));
+                       .attachment = 77,
+                       .devices = {DeviceIdentifier::wholeDisk(4), *DeviceIdentifier::make("disk4s1")}}));
     EXPECT_EQ(disks[1], (RamDisk{.device = DeviceIdentifier::wholeDisk(6),
-                                 .devices = {DeviceIdentifier::wholeDisk(6)},
                                  .name = "Unmounted disk6",
                                  .capacity = ByteCount{1048576},
                                  .memoryFootprint = ByteCount::of(106, ByteCount::Unit::mebibyte),
-                                 .attachment = unmounted.attachment}));
+                                 .attachment = unmounted.attachment,
+                                 .devices = {DeviceIdentifier::wholeDisk(6)}}));
     EXPECT_TRUE(disks[2].isCreatedByRamDisk);
     EXPECT_EQ(disks[2].instance, instance);
     EXPECT_EQ(disks[2].access, VolumeAccess::onlyMe);

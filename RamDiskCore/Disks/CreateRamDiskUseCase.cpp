@@ -79,8 +79,8 @@ CreateRamDiskResult CreateRamDiskUseCase::fill(const DeviceIdentifier& device,
         }
     }
     const auto disks = ports_.inventory->list();
-    const auto made = std::find_if(disks.begin(), disks.end(),
-                                   [&device](const RamDisk& disk) { return disk.device == device; });
+    const auto made =
+        std::find_if(disks.begin(), disks.end(), [&device](const RamDisk& disk) { return disk.has(device); });
     if (made == disks.end()) {
         throw RamDiskError(RamDiskError::NotFound{RamDiskReference{RamDiskReference::Device{device}}});
     }

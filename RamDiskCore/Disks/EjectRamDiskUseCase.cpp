@@ -6,10 +6,13 @@ namespace ramdisk {
 
 namespace {
 
-/// Two listings speak of the same disk unless both know the attachment and they differ.
+/// Two listings speak of the same disk unless both know the attachment and they differ. Listed by another of
+/// its devices, whose attachment is another one, a disk is known by its mark.
 bool isSameAttachment(const RamDisk& left, const RamDisk& right) {
-    return left.device == right.device
-           && (!left.attachment || !right.attachment || left.attachment == right.attachment);
+    if (left.device != right.device) {
+        return left.has(right.device) && left.instance && left.instance == right.instance;
+    }
+    return !left.attachment || !right.attachment || left.attachment == right.attachment;
 }
 
 } // namespace
@@ -27,7 +30,7 @@ ReleaseOutcome EjectRamDiskUseCase::eject(const RamDisk& disk, Force force) {
     if (found == listed.end()) {
         throw RamDiskError(RamDiskError::NotFound{RamDiskReference{RamDiskReference::Device{disk.device}}});
     }
-    return allocator_->release(disk.device, force, found->attachment);
+    return allocator_->release(found->device, force, found->attachment);
 }
 
 BatchEjectResult EjectRamDiskUseCase::ejectAll(Force force) {

@@ -12,9 +12,7 @@ namespace {
 struct Matches {
     const RamDisk& disk;
 
-    bool operator()(const RamDiskReference::Device& reference) const {
-        return disk.device == reference.device;
-    }
+    bool operator()(const RamDiskReference::Device& reference) const { return disk.has(reference.device); }
     bool operator()(const RamDiskReference::MountPoint& reference) const {
         return disk.mountPoint && standardized(*disk.mountPoint) == standardized(reference.path);
     }

@@ -33,9 +33,8 @@ RamDisk RenameRamDiskUseCase::execute(const RamDisk& disk, std::string_view newN
     }
     renamer_->rename(disk, specification.name);
     const auto listed = inventory_->list();
-    const auto found = std::find_if(listed.begin(), listed.end(), [&disk](const RamDisk& candidate) {
-        return candidate.device == disk.device;
-    });
+    const auto found = std::find_if(listed.begin(), listed.end(),
+                                    [&disk](const RamDisk& candidate) { return candidate.has(disk.device); });
     if (found == listed.end()) {
         throw RamDiskError(RamDiskError::NotFound{RamDiskReference{RamDiskReference::Device{disk.device}}});
     }

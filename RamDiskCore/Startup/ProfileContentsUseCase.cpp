@@ -168,7 +168,7 @@ void ProfileContentsUseCase::requireListed(const KeptDisk& kept) const {
     const auto& disk = kept.disk;
     const auto listed = ports_.list->list();
     const bool stands = std::any_of(listed.begin(), listed.end(), [&disk](const RamDisk& candidate) {
-        return candidate.device == disk.device && candidate.instance == disk.instance && candidate.mountPoint;
+        return candidate.has(disk.device) && candidate.instance == disk.instance && candidate.mountPoint;
     });
     if (!stands && wasLeftSaved(kept)) {
         throw RamDiskError(RamDiskError::ContentsTransferFailed{

@@ -6,10 +6,12 @@
 #include "RamDiskCore/Values/UUID.h"
 #include "RamDiskCore/Values/VolumeAccess.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace ramdisk {
 
@@ -47,6 +49,14 @@ struct RamDisk {
     VolumeAccess access = VolumeAccess::everyone;
     /// Tells this attachment from a later one with the same device name.
     std::optional<std::uint64_t> attachment = std::nullopt;
+    /// Every device of the disk, also those that the system lays on top of `device`, such as an APFS
+    /// container and its volumes, in the system's order. Empty where there is only `device`.
+    std::vector<DeviceIdentifier> devices{};
+
+    /// Whether `wanted` is one of the disk's devices.
+    [[nodiscard]] bool has(const DeviceIdentifier& wanted) const {
+        return device == wanted || std::find(devices.begin(), devices.end(), wanted) != devices.end();
+    }
 
     friend bool operator==(const RamDisk&, const RamDisk&) = default;
 };

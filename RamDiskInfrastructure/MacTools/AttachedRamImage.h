@@ -26,6 +26,9 @@ struct AttachedRamImage {
     /// The device that carries the volume of `mountPoint`.
     std::optional<std::string> volumeDevicePath;
 
+    /// The devices of `devicePaths`.
+    [[nodiscard]] std::vector<DeviceIdentifier> devices() const;
+
     /// Whether `wanted` is one of the image's devices.
     [[nodiscard]] bool has(const DeviceIdentifier& wanted) const;
 
@@ -34,6 +37,9 @@ struct AttachedRamImage {
 
 /// The device that a path such as /dev/disk5 names. Absent for any other text.
 [[nodiscard]] std::optional<DeviceIdentifier> deviceAtPath(std::string_view path);
+
+/// Whether a device is a whole disk and no slice of one.
+[[nodiscard]] bool isWholeDisk(const DeviceIdentifier& device);
 
 /// "/dev/" and the device's name.
 [[nodiscard]] std::string pathOfDevice(const DeviceIdentifier& device);

@@ -2,6 +2,7 @@
 
 #include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskCore/Values/RamDiskError.h"
+#include "RamDiskCore/Values/Text.h"
 #include "RamDiskCore/Values/UUID.h"
 #include "RamDiskInfrastructure/Commands/SecretInput.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
@@ -10,6 +11,7 @@
 #include "RamDiskInfrastructure/MacTools/ToolPaths.h"
 #include "RamDiskInfrastructure/Stores/StoredFile.h"
 
+#include <algorithm>
 #include <utility>
 #include <vector>
 
@@ -36,16 +38,8 @@ CommandOutput runWith(CommandRunning& runner, const SystemCommand& command,
 /// Whether both paths lead to one file or folder. The tool resolves links in the paths that it lists.
 bool areTheSame(const std::filesystem::path& left, const std::filesystem::path& right) {
     std::error_code error;
-    return left == right || (std::filesystem::equivalent(left, right, error) && !error);
-}
-
-std::optional<DeviceIdentifier> wholeDisk(const HDIUtilInfoParser::Image& image) {
-    for (const auto& entity : image.systemEntities) {
-        if (auto device = deviceAtPath(entity.devEntry)) {
-            return device;
-        }
-    }
-    return std::nullopt;
+    return standardized(left) == standardized(right)
+           || (std::filesystem::equivalent(left, right, error) && !error);
 }
 
 bool isMountedAt(const HDIUtilInfoParser::Image& image, const std::filesystem::path& mountPoint) {
@@ -133,7 +127,7 @@ AttachedImage HDIUtilImages::open(const std::filesystem::path& image, Access acc
 AttachedImage HDIUtilImages::attached(const std::filesystem::path& image,
                                       const std::filesystem::path& mountPoint) const {
     const auto state = openState(image);
-    const auto device = state ? wholeDisk(*state) : std::nullopt;
+    const auto device = state ? state->device() : std::nullopt;
     const auto volume = ports_.volumeAt(mountPoint);
     if (device && volume && isMountedAt(*state, mountPoint)) {
         return {mountPoint, *device, *volume, ports_.media->identifier(device->bsdName()).value_or(0)};
@@ -154,18 +148,26 @@ bool HDIUtilImages::isMounted(const AttachedImage& image) const {
            && ports_.media->identifier(image.device.bsdName()).value_or(0) == image.attachment;
 }
 
+bool HDIUtilImages::isAttached(const AttachedImage& image) const {
+    if (image.attachment != 0 && ports_.media->identifier(image.device.bsdName()) == image.attachment) {
+        return true;
+    }
+    const auto open = attachedImages(*ports_.runner).images;
+    return std::any_of(open.begin(), open.end(), [&image](const HDIUtilInfoParser::Image& candidate) {
+        return candidate.has(image.device);
+    });
+}
+
 HDIUtilImages::Closing HDIUtilImages::close(const AttachedImage& image, Force force) const noexcept {
     try {
         if (ports_.media->identifier(image.device.bsdName()).value_or(0) == image.attachment) {
             try {
                 detach(image.device, force);
             } catch (const std::exception&) {
-                // It may have worked all the same; the list knows.
+                // It may have worked all the same; the list and the registry know.
                 traceCaught("images", "whether the detach worked is read from the list");
-                for (const auto& open : attachedImages(*ports_.runner).images) {
-                    if (wholeDisk(open) == image.device) {
-                        return Closing::leftOpen;
-                    }
+                if (isAttached(image)) {
+                    return Closing::leftOpen;
                 }
             }
         }
@@ -183,7 +185,7 @@ bool HDIUtilImages::closeAbandoned(const std::filesystem::path& image) const noe
         if (!state) {
             return true;
         }
-        const auto device = wholeDisk(*state);
+        const auto device = state->device();
         const auto mountPoint = state->mountPoint();
         if (!device || !mountPoint || !isOurs(*mountPoint)) {
             return false;

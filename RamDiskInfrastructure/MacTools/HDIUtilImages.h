@@ -71,6 +71,8 @@ private:
     [[nodiscard]] AttachedImage attached(const std::filesystem::path& image,
                                          const std::filesystem::path& mountPoint) const;
     [[nodiscard]] bool isOurs(const std::filesystem::path& mountPoint) const;
+    /// @throws std::exception when neither the registry nor the list tells.
+    [[nodiscard]] bool isAttached(const AttachedImage& image) const;
     void closeMountPoint(const std::filesystem::path& mountPoint) const noexcept;
     void detach(const DeviceIdentifier& device, Force force) const;
 

@@ -1,7 +1,9 @@
 #include "RamDiskInfrastructure/MacTools/HDIUtilInfoParser.h"
 
+#include <algorithm>
 #include <charconv>
 #include <limits>
+#include <utility>
 
 namespace ramdisk {
 
@@ -9,6 +11,7 @@ namespace {
 
 constexpr std::string_view memoryScheme = "ram://";
 constexpr std::uint64_t defaultBlockSize = 512;
+constexpr std::string_view containerKind = "EF57347C-0000-11AA-AA11-00306543ECAC";
 
 template <typename Read>
 auto readIfPresent(const PropertyListNode& node, const char* key, Read read)
@@ -44,7 +47,12 @@ HDIUtilInfoParser::Entity readEntity(const PropertyListNode& node) {
     if (!device) {
         throw PropertyListError("The property list cannot be read: an entity has no “dev-entry”.");
     }
-    return {*device, readIfPresent(node, "mount-point", readString)};
+    auto mountPoint = readIfPresent(node, "mount-point", readString);
+    if (mountPoint && mountPoint->empty()) {
+        mountPoint.reset();
+    }
+    return {*device, std::move(mountPoint),
+            readIfPresent(node, "content-hint", readString) == std::optional<std::string>(containerKind)};
 }
 
 std::vector<HDIUtilInfoParser::Entity> readEntities(const PropertyListNode& node) {
@@ -92,15 +100,12 @@ std::optional<AttachedRamImage> ramImage(const HDIUtilInfoParser::Image& image) 
     if (!livesInMemory(image)) {
         return std::nullopt;
     }
-    std::optional<DeviceIdentifier> device;
+    const auto device = image.device();
     std::optional<std::filesystem::path> mountPoint;
     std::optional<std::string> volumeDevicePath;
     std::vector<std::string> devicePaths;
     for (const auto& entity : image.systemEntities) {
         devicePaths.push_back(entity.devEntry);
-        if (!device) {
-            device = deviceAtPath(entity.devEntry);
-        }
         if (!mountPoint && entity.mountPoint) {
             mountPoint = *entity.mountPoint;
             volumeDevicePath = entity.devEntry;
@@ -122,6 +127,30 @@ std::optional<std::filesystem::path> HDIUtilInfoParser::Image::mountPoint() cons
         }
     }
     return std::nullopt;
+}
+
+std::optional<DeviceIdentifier> HDIUtilInfoParser::Image::device() const {
+    std::optional<DeviceIdentifier> first;
+    std::optional<DeviceIdentifier> firstWhole;
+    for (const auto& entity : systemEntities) {
+        const auto device = deviceAtPath(entity.devEntry);
+        if (!device) {
+            continue;
+        }
+        if (isWholeDisk(*device)) {
+            if (!entity.isContainer) {
+                return device;
+            }
+            firstWhole = firstWhole ? firstWhole : device;
+        }
+        first = first ? first : device;
+    }
+    return firstWhole ? firstWhole : first;
+}
+
+bool HDIUtilInfoParser::Image::has(const DeviceIdentifier& wanted) const {
+    return std::any_of(systemEntities.begin(), systemEntities.end(),
+                       [&wanted](const Entity& entity) { return deviceAtPath(entity.devEntry) == wanted; });
 }
 
 HDIUtilInfoParser::Info HDIUtilInfoParser::info(std::string_view data) {

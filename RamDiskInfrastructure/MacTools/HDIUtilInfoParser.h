@@ -17,7 +17,10 @@ public:
     struct Entity {
         /// Such as /dev/disk5s1.
         std::string devEntry;
+        /// Absent while nothing is mounted from it, also where the tool says so with an empty text.
         std::optional<std::string> mountPoint;
+        /// Whether it is the disk of an APFS container, which lies on another disk of the image.
+        bool isContainer = false;
     };
     struct Image {
         std::optional<std::string> imagePath;
@@ -28,6 +31,13 @@ public:
 
         /// Where the first mounted volume of the image is.
         [[nodiscard]] std::optional<std::filesystem::path> mountPoint() const;
+
+        /// The image's own whole disk: the first one that is no container, which may be listed before it.
+        /// Where the tool tells of no kinds, or lists no whole disk, the first that may be it.
+        [[nodiscard]] std::optional<DeviceIdentifier> device() const;
+
+        /// Whether `wanted` is one of the image's devices.
+        [[nodiscard]] bool has(const DeviceIdentifier& wanted) const;
     };
     struct Info {
         std::vector<Image> images;

@@ -37,7 +37,8 @@ RamDisk HDIUtilRamDiskInventory::ramDisk(const AttachedRamImage& image) const {
                  .isEncrypted = {},
                  .memoryFootprint = {},
                  .instance = {},
-                 .attachment = ports_.media->identifier(image.device.bsdName())};
+                 .attachment = ports_.media->identifier(image.device.bsdName()),
+                 .devices = image.devices()};
     if (image.helperProcessID) {
         disk.memoryFootprint = ports_.footprints->footprint(*image.helperProcessID);
     }

@@ -13,6 +13,7 @@ using ::testing::IsEmpty;
 class ListAndEjectTest : public ::testing::Test {
 protected:
     void eject(const RamDisk& disk, Force force) { EjectRamDiskUseCase(machine, machine).eject(disk, force); }
+    static DeviceIdentifier disk(unsigned number) { return DeviceIdentifier::wholeDisk(number); }
     std::string ejectCase(const RamDisk& disk) {
         return std::string(failureOf([&] { eject(disk, Force::yes); }).caseName());
     }
@@ -25,16 +26,17 @@ TEST_F(ListAndEjectTest, AReferenceNamesOneDisk) {
     machine->attach(4, "Café");
     machine->attach(5, "Build").mountPoint = "/Volumes/Build/";
     machine->attach(6, "Unmounted").mountPoint.reset();
+    machine->attach(7, "Layered").devices = {disk(9), *DeviceIdentifier::make("disk9s1"), disk(7)};
     const struct {
         const char* reference;
         const char* device; // null when nothing matches
     } rows[] = {{"disk4", "disk4"},
                 {"/dev/disk5", "disk5"},
                 {"disk4s1", nullptr},
-                {" CAFE ", "disk4"},
-                {"unmounted", "disk6"},
                 {"disk9s1", "disk7"},
                 {"/Volumes/Cafe\u0301", "disk4"},
+                {" CAFE ", "disk4"},
+                {"unmounted", "disk6"},
                 {"Buil", nullptr},
                 {"/Volumes/Café", "disk4"},
                 {"/Volumes/cafe", nullptr},
@@ -79,6 +81,18 @@ TEST_F(ListAndEjectTest, EjectsExactlyTheDiskThatWasListed) {
     eject(unknown, Force::yes);
     EXPECT_THAT(machine->disks, IsEmpty());
     EXPECT_THAT(machine->steps, ElementsAre("release disk4", "release disk4 by force"));
+
+    // Listed by another of its devices than before, it is known by its mark.
+    RamDisk layered = machine->attach(5, "Layered");
+    layered.devices = {disk(5), disk(9)};
+    layered.instance = UUID::random();
+    auto& listed = machine->disks.back() = layered;
+    listed.device = disk(9);
+    listed.instance = UUID::random();
+    EXPECT_EQ(ejectCase(layered), "notFound");
+    listed.instance = layered.instance;
+    eject(layered, Force::no);
+    EXPECT_EQ(machine->steps.back(), "release disk9");
 }
 
 TEST_F(ListAndEjectTest, EjectingAllGoesOnAfterAFailureAndSparesOtherProgramsDisks) {

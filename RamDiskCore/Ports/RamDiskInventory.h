@@ -18,6 +18,11 @@ public:
     /// Those of `list` that belong to the caller, so that an eject of all disks never reaches another user's.
     /// On a platform where every listed disk is the caller's, the same as `list`.
     [[nodiscard]] virtual std::vector<RamDisk> listOwn();
+
+    /// Whether `disk` is mounted where it was when it was listed. Once it is not, that path leads to the
+    /// system's own disk.
+    /// @throws RamDiskError `inventoryUnavailable`
+    [[nodiscard]] bool isStillMounted(const RamDisk& disk);
 };
 
 } // namespace ramdisk

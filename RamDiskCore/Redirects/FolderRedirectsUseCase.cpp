@@ -324,7 +324,9 @@ FolderRedirectsUseCase::Failures FolderRedirectsUseCase::apply(const RamDisk& di
     if (redirects(disk.name).empty()) {
         return {};
     }
-    requireMounted(disk);
+    if (!inventory_->isStillMounted(disk)) {
+        throw RamDiskError(RamDiskError::NotMounted{disk.device});
+    }
     return inSession([&](RedirectSession& session) {
         for (auto* const redirect : session.where(isOf(disk.name))) {
             applyStored(session, *redirect, *disk.mountPoint, redirect->target);

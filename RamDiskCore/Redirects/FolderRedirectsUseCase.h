@@ -86,6 +86,7 @@ public:
 
     /// Puts all stored redirects of a disk that was just mounted in place. Redirects that an earlier disk of
     /// this name left are undone first. All of them stay stored.
+    /// @throws RamDiskError `notMounted` also when the disk was unmounted since it was listed.
     Failures apply(const RamDisk& disk);
 
     /// Undoes all redirects of a disk, before it is ejected or after it vanished. They stay stored.

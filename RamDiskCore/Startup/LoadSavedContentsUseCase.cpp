@@ -42,7 +42,12 @@ LoadSavedContentsUseCase::Result LoadSavedContentsUseCase::load(const KeptDisk& 
         reapply();
         return {std::move(*restored), std::move(failures)};
     } catch (...) {
-        reapply();
+        try {
+            reapply();
+        } catch (const std::exception&) {
+            // Why nothing was loaded is what the user must see.
+            traceCaught("redirects", "the redirects of the disk are not put back");
+        }
         throw;
     }
 }

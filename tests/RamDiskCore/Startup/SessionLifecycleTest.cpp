@@ -109,6 +109,36 @@ TEST(SessionLifecycleTest, ADiskThatCannotBeSavedOrEjectedStaysAsItWas) {
                 ElementsAre("undo cache", "block Work", "release disk4", "allow Work", "redirect cache"));
 }
 
+TEST(SessionLifecycleTest, RedirectsAreNotPutBackOntoAPathThatIsNoMountAnyMore) {
+    for (const bool isLoad : {false, true}) {
+        Session session;
+        session.saveEarlier(session.addWork(), {"saved"});
+        session.addRedirect();
+        const auto device = session.launchOne().disk()->device;
+        session.machine->releaseFailures.emplace(
+            device, RamDiskError::EjectFailed{device, "unmounted, but not gone", EjectObstacle::busy});
+        session.machine->meanwhile = [&](const std::string& step) {
+            if (step == "release disk4") {
+                session.machine->find(device)->mountPoint.reset();
+            }
+        };
+        session.machine->steps.clear();
+        if (isLoad) {
+            session.images->lacksRoom = 1;
+            EXPECT_EQ(caseOf([&] {
+                          LoadSavedContentsUseCase(session.services(), session.contents(),
+                                                   session.redirects())
+                              .load(session.kept(), 1, {});
+                      }),
+                      "ejectFailed");
+        } else {
+            EXPECT_EQ(session.lifecycle().quit(Force::no, {}).ejectFailures.size(), 1U);
+        }
+        EXPECT_THAT(session.machine->steps, Contains("release disk4"));
+        EXPECT_THAT(session.machine->steps, Not(Contains("redirect cache")));
+    }
+}
+
 TEST(SessionLifecycleTest, ADiskWithoutItsFilesIsNeverSaved) {
     const struct {
         const char* what;

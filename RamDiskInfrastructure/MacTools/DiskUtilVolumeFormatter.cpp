@@ -130,11 +130,30 @@ void DiskUtilVolumeFormatter::makeVolume(const DeviceIdentifier& device,
     }
     requireEncryptable(specification.fileSystem);
     const auto made = ports_.runner->runChecked(createContainer(path));
-    const auto container = apfsOperationDisk(made.standardOutput);
+    auto container = apfsOperationDisk(made.standardOutput);
+    if (!container) {
+        // The tool speaks the user's language.
+        container = findContainer(device);
+    }
     if (!container) {
         throw formattingFailed("diskutil did not report the new APFS container.");
     }
     run(addVolume(specification, container->bsdName()), passphrase);
+}
+
+std::optional<DeviceIdentifier> DiskUtilVolumeFormatter::findContainer(const DeviceIdentifier& device) {
+    for (const auto& image : attachedRamImages(*ports_.runner)) {
+        if (!image.has(device)) {
+            continue;
+        }
+        const auto devices = image.devices();
+        const auto found =
+            std::find_if(devices.begin(), devices.end(), [&device](const DeviceIdentifier& other) {
+                return isWholeDisk(other) && other != device;
+            });
+        return found == devices.end() ? std::nullopt : std::optional(*found);
+    }
+    return std::nullopt;
 }
 
 AttachedRamImage DiskUtilVolumeFormatter::findMountedImage(const DeviceIdentifier& device) {
@@ -173,13 +192,11 @@ void DiskUtilVolumeFormatter::run(const SystemCommand& command, const VolumePass
 
 void DiskUtilVolumeFormatter::closeNodes(const DeviceIdentifier& device,
                                          const AttachedRamImage& image) const {
-    if (!ports_.privateMounts->closeDevice(device)) {
-        throw formattingFailed("Other accounts could still read " + pathOfDevice(device) + ".");
-    }
-    for (const auto& path : image.devicePaths) {
-        // The nodes of an APFS container may belong to the system, which keeps them closed itself.
-        if (const auto other = deviceAtPath(path); other && *other != device) {
-            static_cast<void>(ports_.privateMounts->closeDevice(*other));
+    auto nodes = image.devices();
+    nodes.push_back(device);
+    for (const auto& node : nodes) {
+        if (!ports_.privateMounts->closeDevice(node)) {
+            throw formattingFailed("Other accounts could still read " + pathOfDevice(node) + ".");
         }
     }
 }

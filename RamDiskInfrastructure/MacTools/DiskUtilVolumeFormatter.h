@@ -8,6 +8,7 @@
 #include "RamDiskInfrastructure/MacTools/VolumeMarkAccessing.h"
 
 #include <memory>
+#include <optional>
 
 namespace ramdisk {
 
@@ -36,6 +37,8 @@ public:
 private:
     void makeVolume(const DeviceIdentifier& device, const RamDiskSpecification& specification,
                     const VolumePassphrase* passphrase);
+    /// The disk of the container on a device; absent when the list does not show one.
+    [[nodiscard]] std::optional<DeviceIdentifier> findContainer(const DeviceIdentifier& device);
     [[nodiscard]] AttachedRamImage findMountedImage(const DeviceIdentifier& device);
     [[nodiscard]] std::filesystem::path mountPrivately(const DeviceIdentifier& device,
                                                        const std::string& name,

@@ -46,9 +46,9 @@ RamDiskServices makeMacServices(const MacAdapters& adapters) {
     const auto inventory = std::make_shared<HDIUtilRamDiskInventory>(
         HDIUtilRamDiskInventory::Ports{adapters.runner, adapters.statistics, adapters.footprints,
                                        adapters.privateMounts, adapters.marks, adapters.media});
-    const auto allocator = std::make_shared<RamDeviceAllocator>(
-        RamDeviceAllocator::Ports{adapters.runner, adapters.method, adapters.privateMounts,
-                                  RamDeviceAllocator::attachedInListing(adapters.runner), adapters.media});
+    const auto allocator = std::make_shared<RamDeviceAllocator>(RamDeviceAllocator::Ports{
+        adapters.runner, adapters.method, adapters.privateMounts,
+        RamDeviceAllocator::attachedInListing(adapters.runner), adapters.media, adapters.detachPause});
     const auto formatter = std::make_shared<DiskUtilVolumeFormatter>(
         DiskUtilVolumeFormatter::Ports{adapters.runner, adapters.privateMounts, adapters.marks});
     const auto indexing = std::make_shared<MDUtilIndexController>(adapters.runner);

@@ -10,6 +10,7 @@
 #include "RamDiskInfrastructure/MacTools/VolumeMarkAccessing.h"
 #include "RamDiskInfrastructure/MacTools/VolumeStatisticsReading.h"
 
+#include <chrono>
 #include <memory>
 
 namespace ramdisk {
@@ -28,6 +29,8 @@ struct MacAdapters {
     std::shared_ptr<PassphraseGenerating> passphrases;
     /// Null where none are kept.
     std::shared_ptr<const StartupDiskNaming> startupDisks = nullptr;
+    /// Before a device that is unmounted, but still busy, is detached again.
+    std::chrono::milliseconds detachPause{500};
 };
 
 /// Builds the use cases with those adapters.

@@ -67,19 +67,12 @@ std::string entry(std::string_view key, std::string_view type, std::string_view 
     return fmt::format("\t<key>{0}</key>\n\t<{1}>{2}</{1}>\n", key, type, escaped);
 }
 
-std::string entity(const std::string& device, const std::optional<fs::path>& mountPoint = {}) {
-    return "<dict>\n" + entry("content-hint", "string", "") + entry("dev-entry", "string", device)
-           + (mountPoint ? entry("mount-point", "string", mountPoint->string()) : "") + "</dict>\n";
-}
+constexpr const char* containerHint = "EF57347C-0000-11AA-AA11-00306543ECAC";
 
-std::string entities(const ScriptedMac::Image& image) {
-    const auto device = "/dev/" + image.name();
-    if (image.volume && image.volume->devicePath == device) {
-        return entity(device, image.volume->mountPoint);
-    }
-    return entity(device)
-           + (image.volume && image.container ? entity(fmt::format("/dev/disk{}", *image.container)) : "")
-           + (image.volume ? entity(image.volume->devicePath, image.volume->mountPoint) : "");
+/// What is not mounted has no mount point, or an empty one.
+std::string entity(const std::string& device, const fs::path& mountPoint = {}, const char* hint = "") {
+    return "<dict>\n" + entry("content-hint", "string", hint) + entry("dev-entry", "string", device)
+           + entry("mount-point", "string", mountPoint.string()) + "</dict>\n";
 }
 
 template <typename Images>
@@ -136,28 +129,23 @@ void ScriptedMac::knowImages() {
          "attach -nobrowse -noautoopen -owners on -mountpoint * [-readonly] [-stdinpass] [-verbose] *",
          [this](auto&... given) { return openImage(given...); });
     know(toolPaths::diskutil, "image attach --noMount *", [this](auto& words, auto&) {
-        return hasDiskImages2 ? attach(words[0], {}) : fails(1, "diskutil: did not recognize verb\n");
+        if (newerAttach == NewerAttach::isUnknown) {
+            return fails(1, "diskutil: did not recognize verb\n");
+        }
+        auto output = attach(words[0], {});
+        images.back().isListed = newerAttach == NewerAttach::works;
+        return output;
     });
 }
 
 void ScriptedMac::knowVolumes() {
     using namespace toolPaths;
-    know(diskutil, "erasevolume * * *", [this](auto& words, auto&) {
-        auto& image = present(words[2]);
-        auto device = image.name();
-        const auto fileSystem = fileSystemOfToolName(words[0]);
-        if (supportsEncryption(fileSystem)) {
-            image.container = freeDiskNumber();
-            device = fmt::format("disk{}s1", *image.container);
-        }
-        image.volume = Volume{"/dev/" + device, words[1], fileSystem, {}, {}, "/Volumes/" + words[1]};
-        return succeeds();
-    });
+    know(diskutil, "erasevolume * * *", [this](auto& words, auto&) { return eraseVolume(words); });
     know(diskutil, "apfs createContainer *", [this](auto& words, auto&) {
         auto& image = present(words[0]);
         image.container = freeDiskNumber();
-        return succeeds(fmt::format("Creating container with {}\nDisk from APFS operation: disk{}\n",
-                                    image.name(), *image.container));
+        return succeeds(fmt::format("Creating container with {}\n{}disk{}\n", image.name(), containerPhrase,
+                                    *image.container));
     });
     know(diskutil, "apfs addVolume * * * -stdinpassphrase", [this](auto& words, auto& passphrase) {
         const auto device = "/dev/" + words[0];
@@ -180,7 +168,7 @@ void ScriptedMac::knowVolumes() {
             auto* image = imageAt(words[0]);
             EXPECT_NE(image, nullptr) << "nothing is mounted on " << words[0];
             image->volume->isIndexed = state == "on";
-            return succeeds();
+            return succeeds(words[0] + ":\n", "mdutil[512:4096] mdutil disabling Spotlight: " + words[0]);
         });
     }
 }
@@ -251,9 +239,25 @@ const ScriptedMac::Volume* ScriptedMac::volumeAt(const fs::path& mountPoint) con
     return found == images.end() ? nullptr : &*found->volume;
 }
 
+std::string ScriptedMac::entities(const Image& image) const {
+    const auto device = "/dev/" + image.name();
+    const auto mountPoint = image.volume ? image.volume->mountPoint.value_or("") : "";
+    if (image.volume && image.volume->devicePath == device) {
+        return entity(device, mountPoint);
+    }
+    const auto container = image.container ? entity(fmt::format("/dev/disk{}", *image.container), {},
+                                                    hasContentHints ? containerHint : "")
+                                           : "";
+    const auto volume = image.volume ? entity(image.volume->devicePath, mountPoint) : "";
+    return listsContainersFirst ? container + volume + entity(device) : entity(device) + container + volume;
+}
+
 std::string ScriptedMac::infoPropertyList() const {
     std::string list;
     for (const auto& image : images) {
+        if (!image.isListed) {
+            continue;
+        }
         list += "<dict>\n\t<key>autodiskmount</key>\n\t<true/>\n"
                 + entry("blockcount", "integer", std::to_string(image.sectors))
                 + entry("blocksize", "integer", "512")
@@ -269,7 +273,23 @@ std::string ScriptedMac::infoPropertyList() const {
 
 CommandOutput ScriptedMac::attach(const std::string& address, const std::string& warning) {
     const auto& image = addImage(address, sectorsOf(address));
-    return succeeds(fmt::format("/dev/{:<15}\t\t\n", image.name()), warning);
+    return succeeds(attachesSilently ? "" : fmt::format("/dev/{:<15}\t\t\n", image.name()), warning);
+}
+
+CommandOutput ScriptedMac::eraseVolume(const Words& words) {
+    auto& image = present(words[2]);
+    auto device = image.name();
+    const auto fileSystem = fileSystemOfToolName(words[0]);
+    const auto isSmall = [](char letter) { return letter >= 'a' && letter <= 'z'; };
+    if (fileSystem == FileSystem::fat32 && std::any_of(words[1].begin(), words[1].end(), isSmall)) {
+        return fails(1, words[1] + " does not appear to be a valid volume name for its file system\n");
+    }
+    if (supportsEncryption(fileSystem)) {
+        image.container = freeDiskNumber();
+        device = fmt::format("disk{}s1", *image.container);
+    }
+    image.volume = Volume{"/dev/" + device, words[1], fileSystem, {}, {}, "/Volumes/" + words[1]};
+    return succeeds();
 }
 
 CommandOutput ScriptedMac::detach(const std::string& devicePath, Force force) {
@@ -280,11 +300,19 @@ CommandOutput ScriptedMac::detach(const std::string& devicePath, Force force) {
     if (image->detaching == Detaching::busy && force == Force::no) {
         return fails(16, fmt::format("hdiutil: couldn't unmount \"{}\" - Resource busy\n", image->name()));
     }
+    if (image->detaching == Detaching::leavesTheList) {
+        image->isListed = false;
+        return fails(1, "hdiutil: detach failed - internal error\n");
+    }
     if (image->volume) {
         leave(*image->volume);
     }
-    if (image->detaching == Detaching::busyAfterUnmount) {
-        return fails(16, fmt::format("hdiutil: couldn't eject \"{}\" - Resource busy\n", image->name()));
+    if (image->detaching == Detaching::busyAfterUnmount || image->detaching == Detaching::busyAtFirst) {
+        if (image->detaching == Detaching::busyAtFirst) {
+            image->detaching = Detaching::works;
+        }
+        return fails(16, fmt::format("hdiutil: couldn't eject \"{}\" - Resource busy\n", image->name()),
+                     fmt::format("\"{}\" unmounted.\n", image->name()));
     }
     const bool saysItFailed = image->detaching == Detaching::worksButSaysItFailed;
     detachForeign(image->disk);
@@ -376,7 +404,7 @@ std::optional<MountedVolume> ScriptedMac::mountedVolume(const fs::path& location
 MacAdapters adaptersOn(const std::shared_ptr<ScriptedMac>& mac, const fs::path& privateDirectory) {
     const auto close = [mac](const DeviceIdentifier& device) {
         mac->closedDevices.push_back(device.bsdName());
-        return mac->canCloseDevices;
+        return !mac->openDevices.contains(device.bsdName());
     };
     return {.runner = mac,
             .privateMounts = std::make_shared<PrivateMounts>(privateDirectory, close),
@@ -386,7 +414,8 @@ MacAdapters adaptersOn(const std::shared_ptr<ScriptedMac>& mac, const fs::path& 
             .footprints = mac,
             .memory = std::make_shared<FakeMachine>(),
             .volumes = mac,
-            .passphrases = mac};
+            .passphrases = mac,
+            .detachPause = {}};
 }
 
 } // namespace ramdisk::test

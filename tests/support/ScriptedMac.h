@@ -6,6 +6,7 @@
 #include "tests/support/ScriptedRunner.h"
 
 #include <map>
+#include <set>
 
 namespace ramdisk::test {
 
@@ -20,8 +21,10 @@ class ScriptedMac final : public ScriptedRunner,
                           public MountedVolumeListing,
                           public PassphraseGenerating {
 public:
-    /// How a detach ends.
-    enum class Detaching { works, busy, busyAfterUnmount, worksButSaysItFailed };
+    /// How a detach ends. `leavesTheList` fails, and only the registry still tells of the device.
+    enum class Detaching { works, busy, busyAfterUnmount, busyAtFirst, worksButSaysItFailed, leavesTheList };
+    /// What the disk utility's attach does, which the older systems do not know.
+    enum class NewerAttach { works, isUnknown, isNotListed };
 
     struct Volume {
         std::string devicePath;
@@ -45,6 +48,7 @@ public:
         std::optional<unsigned> container = std::nullopt;
         std::optional<Volume> volume = std::nullopt;
         Detaching detaching = Detaching::works;
+        bool isListed = true;
 
         [[nodiscard]] std::string name() const { return "disk" + std::to_string(disk); }
     };
@@ -91,8 +95,14 @@ public:
     [[nodiscard]] ImageFile* imageFile(const std::filesystem::path& path);
     [[nodiscard]] std::optional<MountedVolume> mountedVolume(const std::filesystem::path& location);
 
-    /// Whether the disk utility knows the newer attach.
-    bool hasDiskImages2 = true;
+    NewerAttach newerAttach = NewerAttach::works;
+    /// A successful attach of memory does not say to which device.
+    bool attachesSilently = false;
+    /// The list names an APFS container before the disk that it lies on, and with or without its kind.
+    bool listsContainersFirst = false;
+    bool hasContentHints = true;
+    /// What the disk utility writes before the device of a new container, in the user's language.
+    std::string containerPhrase = "Disk from APFS operation: ";
     /// Runs before each command: what other programs do meanwhile.
     std::function<void()> meanwhile;
     /// Runs when `ditto` has copied: what other programs do while it does.
@@ -103,9 +113,9 @@ public:
     /// How the images opened from now on are closed.
     Detaching detachingOfImages = Detaching::works;
     std::list<Image> images;
-    /// The devices whose nodes were closed to other accounts, and whether that can be done.
+    /// The devices whose nodes were closed to other accounts, and those that stay open to them.
     std::vector<std::string> closedDevices;
-    bool canCloseDevices = true;
+    std::set<std::string> openDevices;
 
 private:
     using Words = std::vector<std::string>;
@@ -126,6 +136,8 @@ private:
     /// The image whose device, container or volume has this path.
     [[nodiscard]] Image& present(const std::string& devicePath);
     [[nodiscard]] CommandOutput attach(const std::string& address, const std::string& warning);
+    [[nodiscard]] CommandOutput eraseVolume(const Words& words);
+    [[nodiscard]] std::string entities(const Image& image) const;
     [[nodiscard]] CommandOutput detach(const std::string& devicePath, Force force);
     [[nodiscard]] CommandOutput mount(const std::string& devicePath, const std::string& mountPoint,
                                       const Input& passphrase);

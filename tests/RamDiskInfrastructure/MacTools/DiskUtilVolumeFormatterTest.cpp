@@ -60,6 +60,7 @@ TEST_F(MacVolumeTest, EveryFailedStepTellsTheToolsReasonAndLeavesNothing) {
         std::string command;
         CommandOutput output;
         const char* reason;
+        const char* open = "";
     } rows[] = {
         {false, erase, failure("Error: -69877: no device\n"), "diskutil: Error: -69877: no device"},
         {false, erase, test::succeeds("Finished erase\n"), "The new volume was not mounted."},
@@ -73,11 +74,12 @@ TEST_F(MacVolumeTest, EveryFailedStepTellsTheToolsReasonAndLeavesNothing) {
          "diskutil: open"},
         {true, "diskutil apfs unlockVolume /dev/disk5s1 -stdinpassphrase -mountpoint " + mountPoint,
          failure("Error unlocking\n"), "diskutil: Error unlocking"},
-        {false, "", {}, "Other accounts could still read /dev/disk4."},
+        {false, "", {}, "Other accounts could still read /dev/disk4.", "disk4"},
+        {true, "", {}, "Other accounts could still read /dev/disk5s1.", "disk5s1"},
     };
     for (const auto& row : rows) {
-        mac->canCloseDevices = !row.command.empty();
-        if (mac->canCloseDevices) {
+        mac->openDevices = {row.open};
+        if (!row.command.empty()) {
             mac->script((row.command.front() == 'd' ? "/usr/sbin/" : "/usr/bin/") + row.command, row.output);
         }
         mac->images.clear();
@@ -94,7 +96,7 @@ TEST_F(MacVolumeTest, EveryFailedStepTellsTheToolsReasonAndLeavesNothing) {
         }
         EXPECT_EQ(textOf([&] { (void)formatter().format(device, wanted, protection); }),
                   formatFailed + row.reason);
-        if (mac->canCloseDevices) {
+        if (!row.command.empty()) {
             expectNoMountPoints();
         }
     }
@@ -116,8 +118,6 @@ TEST_F(MacVolumeTest, RenamingNamesTheVolumeByItsMountPoint) {
     mac->script("/usr/sbin/diskutil rename /Volumes/Old New", {1, "", "Failed to rename volume\n"});
     EXPECT_EQ(textOf([&] { renamer.rename(disk, "New"); }),
               formatFailed + "diskutil: Failed to rename volume");
-}
-
     disk.fileSystem = FileSystem::fat32;
     mac->script("/usr/sbin/diskutil rename /Volumes/Old NEW", {});
     renamer.rename(disk, "New");
@@ -135,6 +135,8 @@ TEST_F(MacVolumeTest, AContainerIsFoundInTheListWhereTheToolSpeaksAnotherLanguag
                               .ramDisk;
         EXPECT_TRUE(disk.isEncrypted.value());
     }
+}
+
 TEST_F(MacVolumeTest, IndexingIsReadFromTheToolsSentence) {
     const auto runner = std::make_shared<test::ScriptedRunner>();
     MDUtilIndexController indexing(runner);
@@ -146,6 +148,11 @@ TEST_F(MacVolumeTest, IndexingIsReadFromTheToolsSentence) {
         {{0, "/Volumes/A:\n\tIndexing disabled.\n", ""}, SearchIndexing::off},
         {{0, "/Volumes/A:\n\tServer search enabled.\n", ""}, std::nullopt},
         {{1, "Error: unknown indexing state.\n", ""}, std::nullopt},
+        {{0, "/Volumes/A:\n\tIndexing and searching disabled.\n", ""}, SearchIndexing::off},
+        {{0, "/Volumes/A:\n", "\tSpotlight server is disabled.\n"}, SearchIndexing::off},
+        {{0, "/Volumes/Indexing enabled:\n\tIndexing disabled.\n", ""}, SearchIndexing::off},
+        {{0, "/Volumes/A\nIndexing enabled.:\n\tIndexing disabled.\n", ""}, SearchIndexing::off},
+        {{0, "", "mdutil[5:9] mdutil disabling Spotlight: /Volumes/Indexing enabled\n"}, std::nullopt},
     };
     for (const auto& row : rows) {
         runner->once("/usr/bin/mdutil -s /Volumes/A", row.output);
@@ -210,8 +217,3 @@ TEST_F(MacVolumeTest, CopyingAFolderTellsTheToolsReason) {
 
 } // namespace
 } // namespace ramdisk
-        {{0, "/Volumes/A:\n\tIndexing and searching disabled.\n", ""}, SearchIndexing::off},
-        {{0, "/Volumes/A:\n", "\tSpotlight server is disabled.\n"}, SearchIndexing::off},
-        {{0, "/Volumes/Indexing enabled:\n\tIndexing disabled.\n", ""}, SearchIndexing::off},
-        {{0, "/Volumes/A\nIndexing enabled.:\n\tIndexing disabled.\n", ""}, SearchIndexing::off},
-        {{0, "", "mdutil[5:9] mdutil disabling Spotlight: /Volumes/Indexing enabled\n"}, std::nullopt},

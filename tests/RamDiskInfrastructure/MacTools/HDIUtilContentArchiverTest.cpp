@@ -275,6 +275,10 @@ TEST_F(HDIUtilContentArchiverTest, ARestoreSaysWhyItFailed) {
 
 TEST_F(HDIUtilContentArchiverTest, AnImageThatStaysOpenIsToldAndClosedByTheNextRestore) {
     archiver.save(saving(), {});
+    mac->detachingOfImages = ScriptedMac::Detaching::leavesTheList;
+    EXPECT_TRUE(archiver.restore(restoring(), {}).isImageLeftOpen);
+    mac->images.back().isListed = true;
+    mac->images.back().detaching = ScriptedMac::Detaching::works;
     mac->detachingOfImages = ScriptedMac::Detaching::busy;
     EXPECT_TRUE(archiver.restore(restoring(), {}).isImageLeftOpen);
     EXPECT_EQ(mac->images.size(), 2U);

@@ -134,24 +134,41 @@ TEST_F(InventoryTest, AListedDiskCarriesWhatTheSystemKnowsOfIt) {
 
     const auto disks = services().list->list();
     ASSERT_EQ(disks.size(), 3U);
-    EXPECT_EQ(disks[0], (RamDisk{.device = DeviceIdentifier::wholeDisk(4),
-                                 .name = "Theirs",
-                                 .capacity = ByteCount{2097152},
-                                 .mountPoint = "/Volumes/Theirs",
-                                 .fileSystemName = "Mac OS Extended",
-                                 .fileSystem = FileSystem::hfsPlus,
-                                 .usage = VolumeUsage{ByteCount{1000}, ByteCount{1000}},
-                                 .isEncrypted = false,
-                                 .memoryFootprint = ByteCount::of(104, ByteCount::Unit::mebibyte),
-                                 .attachment = 77}));
+    EXPECT_EQ(disks[0],
+              (RamDisk{.device = DeviceIdentifier::wholeDisk(4),
+                       .name = "Theirs",
+                       .capacity = ByteCount{2097152},
+                       .mountPoint = "/Volumes/Theirs",
+                       .fileSystemName = "Mac OS Extended",
+                       .fileSystem = FileSystem::hfsPlus,
+                       .usage = VolumeUsage{ByteCount{1000}, ByteCount{1000}},
+                       .isEncrypted = false,
+                       .memoryFootprint = ByteCount::of(104, ByteCount::Unit::mebibyte),
+                       .attachment = 77,
+                       .devices = {DeviceIdentifier::wholeDisk(4), *DeviceIdentifier::make("disk4s1")}}));
     EXPECT_EQ(disks[1], (RamDisk{.device = DeviceIdentifier::wholeDisk(6),
                                  .name = "Unmounted disk6",
                                  .capacity = ByteCount{1048576},
                                  .memoryFootprint = ByteCount::of(106, ByteCount::Unit::mebibyte),
-                                 .attachment = unmounted.attachment}));
+                                 .attachment = unmounted.attachment,
+                                 .devices = {DeviceIdentifier::wholeDisk(6)}}));
     EXPECT_TRUE(disks[2].isCreatedByRamDisk);
     EXPECT_EQ(disks[2].instance, instance);
     EXPECT_EQ(disks[2].access, VolumeAccess::onlyMe);
+}
+
+TEST_F(InventoryTest, ADiskIsKnownByEachOfItsDevicesInWhicheverOrderTheyAreListed) {
+    mac->listsContainersFirst = true;
+    for (const bool hasHints : {true, false}) {
+        mac->hasContentHints = hasHints;
+        const auto made = services().create->execute({.name = "A", .fileSystem = FileSystem::apfs}).ramDisk;
+        EXPECT_EQ(made.device.bsdName(), hasHints ? "disk4" : "disk5");
+        for (const auto* device : {"disk4", "disk5", "disk5s1"}) {
+            EXPECT_EQ(services().list->resolve(RamDiskReference::parse(device)), made);
+        }
+        services().eject->eject(made, Force::no);
+        EXPECT_TRUE(mac->images.empty());
+    }
 }
 
 TEST_F(InventoryTest, AVolumeThatCannotBeAskedIsNamedByItsFolder) {
@@ -185,6 +202,8 @@ TEST(LsofVolumeUsersTest, ProcessesAreReadOnceInOrder) {
         {"pforty\ncLost\np99999999999\ncLost\np+-3\ncLost\np\ncLost\np8\ncKept\n", {{8, "Kept"}}},
         {"p1\np2\nctwo\n", {{1, ""}, {2, "two"}}},
         {"cNobody\n\nR1\n", {}},
+        {"p9\ncCode\\x20Helper\\x20(R\\\\x41)\\x20\\xc3\\xbc\\t\n", {{9, "Code Helper (R\\x41) ü\t"}}},
+        {"p9\nc\\xzz\\x4\\q\\xff\\\n", {{9, "\\xzz\\x4\\q\uFFFD\\"}}},
         {"", {}},
     };
     for (const auto& row : rows) {
@@ -202,8 +221,6 @@ TEST(LsofVolumeUsersTest, NothingOpenIsNoFailure) {
     };
     EXPECT_TRUE(ask({1, "", ""}).empty());
     EXPECT_TRUE(ask({1, "",
-        {"p9\ncCode\\x20Helper\\x20(R\\\\x41)\\x20\\xc3\\xbc\\t\n", {{9, "Code Helper (R\\x41) ü\t"}}},
-        {"p9\nc\\xzz\\x4\\q\\xff\\\n", {{9, "\\xzz\\x4\\q\uFFFD\\"}}},
                      "lsof: WARNING: can't stat() smbfs file system /Volumes/Share\n"
                      "      Output information may be incomplete.\n"})
                     .empty());

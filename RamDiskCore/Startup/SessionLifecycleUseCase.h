@@ -86,7 +86,7 @@ public:
     /// Removes a disk, whether it is a startup disk or not: saves its files if it keeps them, undoes its
     /// redirects, then ejects it. Fails when the disk keeps files and the record of that is lost, and, where
     /// writing can be blocked, unless forced, when programs do not let it be blocked. A disk that could not
-    /// be saved is left as it is. One that could not be ejected gets its redirects back.
+    /// be saved is left as it is. One that could not be ejected gets its redirects back while it is mounted.
     LeaveResult leave(const RamDisk& disk, SaveBeforeEject saving, Force force,
                       const ProgressObserver& observer);
 

@@ -12,6 +12,7 @@
 #include "RamDiskInfrastructure/Stores/StoredFile.h"
 
 #include <algorithm>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -158,18 +159,30 @@ bool HDIUtilImages::isAttached(const AttachedImage& image) const {
     });
 }
 
+HDIUtilImages::Closing HDIUtilImages::detachAll(const AttachedImage& image, Force force) const {
+    for (int attempt = 1;; ++attempt) {
+        try {
+            detach(image.device, force);
+            return Closing::closed;
+        } catch (const std::exception&) {
+            // It may have worked all the same; the list and the registry know.
+            traceCaught("images", "whether the detach worked is read from the list");
+        }
+        if (!isAttached(image)) {
+            return Closing::closed;
+        }
+        if (attempt == detachAttempts || isMounted(image)) {
+            return Closing::leftOpen;
+        }
+        std::this_thread::sleep_for(ports_.detachPause);
+    }
+}
+
 HDIUtilImages::Closing HDIUtilImages::close(const AttachedImage& image, Force force) const noexcept {
     try {
-        if (ports_.media->identifier(image.device.bsdName()).value_or(0) == image.attachment) {
-            try {
-                detach(image.device, force);
-            } catch (const std::exception&) {
-                // It may have worked all the same; the list and the registry know.
-                traceCaught("images", "whether the detach worked is read from the list");
-                if (isAttached(image)) {
-                    return Closing::leftOpen;
-                }
-            }
+        if (ports_.media->identifier(image.device.bsdName()).value_or(0) == image.attachment
+            && detachAll(image, force) == Closing::leftOpen) {
+            return Closing::leftOpen;
         }
         ::rmdir(image.mountPoint.c_str());
         return Closing::closed;

@@ -8,6 +8,7 @@
 #include "RamDiskInfrastructure/MacTools/HDIUtilInfoParser.h"
 #include "RamDiskInfrastructure/MacTools/MediaIdentifying.h"
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -30,6 +31,8 @@ public:
         std::shared_ptr<MediaIdentifying> media;
         std::function<std::optional<MountedVolume>(const std::filesystem::path&)> volumeAt =
             MountedVolume::at;
+        /// Before an image that is unmounted, but still busy, is tried again.
+        std::chrono::milliseconds detachPause{500};
         /// Where mount points are made.
         std::filesystem::path mountFolder = std::filesystem::temp_directory_path();
     };
@@ -71,6 +74,8 @@ private:
     [[nodiscard]] AttachedImage attached(const std::filesystem::path& image,
                                          const std::filesystem::path& mountPoint) const;
     [[nodiscard]] bool isOurs(const std::filesystem::path& mountPoint) const;
+    /// Tries an image that is unmounted, but still busy, again.
+    [[nodiscard]] Closing detachAll(const AttachedImage& image, Force force) const;
     /// @throws std::exception when neither the registry nor the list tells.
     [[nodiscard]] bool isAttached(const AttachedImage& image) const;
     void closeMountPoint(const std::filesystem::path& mountPoint) const noexcept;

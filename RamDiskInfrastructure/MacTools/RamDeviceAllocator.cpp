@@ -14,8 +14,6 @@ namespace ramdisk {
 namespace {
 
 constexpr std::uint64_t bytesOfASector = 512;
-/// What still uses a volume when it is unmounted, such as its indexing, mostly ends within seconds.
-constexpr int detachAttempts = 6;
 
 /// Removes the mount folders that are empty by then.
 struct TidyMountPoints {
@@ -123,7 +121,7 @@ std::optional<DeviceIdentifier> RamDeviceAllocator::attachNewer(ByteCount size, 
         traceCaught("devices", "the classic attach is used");
         return std::nullopt;
     }
-    if (!device) {
+    if (!device || wasListed(*device, before)) {
         return findNew(size, before);
     }
     if (isListed(*device)) {
@@ -142,7 +140,7 @@ DeviceIdentifier RamDeviceAllocator::attachClassic(ByteCount size, const Listed&
     } catch (const std::exception& error) {
         throw RamDiskError(RamDiskError::AllocationFailed{error.what()});
     }
-    if (const auto device = firstWholeDisk(output.standardOutput)) {
+    if (const auto device = firstWholeDisk(output.standardOutput); device && !wasListed(*device, before)) {
         return *device;
     }
     if (const auto device = findNew(size, before)) {
@@ -150,6 +148,12 @@ DeviceIdentifier RamDeviceAllocator::attachClassic(ByteCount size, const Listed&
     }
     throw RamDiskError(
         RamDiskError::AllocationFailed{"No device was reported (" + output.standardOutputText() + ")"});
+}
+
+/// Whether a device is somebody's from before: a tool that names it speaks of something else.
+bool RamDeviceAllocator::wasListed(const DeviceIdentifier& device, const Listed& before) {
+    const std::pair seen(device, ports_.media->identifier(device.bsdName()));
+    return before && std::find(before->begin(), before->end(), seen) != before->end();
 }
 
 /// The one image that came since, has this size and is not mounted. Of several, none is known to be ours.
@@ -160,8 +164,7 @@ std::optional<DeviceIdentifier> RamDeviceAllocator::findNew(ByteCount size, cons
     std::vector<DeviceIdentifier> found;
     try {
         for (const auto& image : attachedRamImages(*ports_.runner)) {
-            const std::pair seen(image.device, ports_.media->identifier(image.device.bsdName()));
-            if (std::find(before->begin(), before->end(), seen) == before->end() && !image.mountPoint
+            if (!wasListed(image.device, before) && !image.mountPoint
                 && image.capacity.bytes / bytesOfASector == sectorCount(size)) {
                 found.push_back(image.device);
             }

@@ -60,6 +60,7 @@ private:
     [[nodiscard]] std::optional<DeviceIdentifier> attachNewer(ByteCount size, const Listed& before);
     [[nodiscard]] DeviceIdentifier attachClassic(ByteCount size, const Listed& before);
     [[nodiscard]] std::optional<DeviceIdentifier> findNew(ByteCount size, const Listed& before);
+    [[nodiscard]] bool wasListed(const DeviceIdentifier& device, const Listed& before);
     [[nodiscard]] bool isListed(const DeviceIdentifier& device);
     void takeBack(const DeviceIdentifier& device);
     void detach(const DeviceIdentifier& device, Force force, std::optional<std::uint64_t> attachment);

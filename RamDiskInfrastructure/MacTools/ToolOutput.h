@@ -18,6 +18,10 @@ namespace ramdisk {
 /// (disk[0-9]+).
 [[nodiscard]] std::optional<DeviceIdentifier> apfsOperationDisk(std::string_view text);
 
+/// How often a detach is tried. What still uses a volume when it is unmounted, such as its indexing, mostly
+/// ends within seconds.
+inline constexpr int detachAttempts = 6;
+
 /// Whether a failed detach says that the disk is in use: exit status 16, or, with any status,
 /// Error 80 \(|returned 80\b|Resource busy\b|error 49168\b in what it wrote.
 [[nodiscard]] bool saysBusy(const CommandOutput& output);

@@ -69,6 +69,7 @@ protected:
         {.runner = mac,
          .media = mac,
          .volumeAt = [this](const fs::path& location) { return mac->mountedVolume(location); },
+         .detachPause = {},
          .mountFolder = mounts},
         adapters.statistics};
 };
@@ -275,6 +276,8 @@ TEST_F(HDIUtilContentArchiverTest, ARestoreSaysWhyItFailed) {
 
 TEST_F(HDIUtilContentArchiverTest, AnImageThatStaysOpenIsToldAndClosedByTheNextRestore) {
     archiver.save(saving(), {});
+    mac->detachingOfImages = ScriptedMac::Detaching::busyAtFirst;
+    EXPECT_FALSE(archiver.restore(restoring(), {}).isImageLeftOpen);
     mac->detachingOfImages = ScriptedMac::Detaching::leavesTheList;
     EXPECT_TRUE(archiver.restore(restoring(), {}).isImageLeftOpen);
     mac->images.back().isListed = true;

@@ -83,6 +83,10 @@ TEST_F(RamDeviceAllocatorTest, WhatAnAttachMadeIsFoundInTheListAndElseTakenBack)
         ASSERT_EQ(mac->images.size(), 2U);
         mac->images.pop_back();
     }
+    // Nor is the disk of somebody that the tool happens to name.
+    mac->script("/usr/bin/hdiutil attach -nomount ram://2", test::succeeds("/dev/disk4 is busy\n"));
+    EXPECT_EQ(textOf([&] { (void)allocator().allocate(ByteCount{1024}); }),
+              "Could not allocate memory for the RAM disk: No device was reported (/dev/disk4 is busy\n)");
     for (int attempt = 1; attempt <= 6; ++attempt) {
         mac->script("/usr/bin/hdiutil detach /dev/disk5",
                     test::fails(16, "hdiutil: couldn't eject \"disk5\"\n"));

@@ -61,7 +61,11 @@ VolumeAccess valueFrom(const std::string& text) {
 
 template <>
 RamDiskReference valueFrom(const std::string& text) {
-    return RamDiskReference::parse(text);
+    auto reference = RamDiskReference::parse(text);
+    if (auto* mountPoint = std::get_if<RamDiskReference::MountPoint>(&reference.value)) {
+        mountPoint->path = valueFrom<std::filesystem::path>(text).lexically_normal();
+    }
+    return reference;
 }
 
 template <>
@@ -74,7 +78,13 @@ RedirectTarget valueFrom(const std::string& text) {
 
 template <>
 std::filesystem::path valueFrom(const std::string& text) {
-    return std::filesystem::absolute(text);
+    std::error_code error;
+    auto path = std::filesystem::absolute(text, error);
+    if (error) {
+        throw UsageError(
+            fmt::format("“{}” is no path that can be found from here: {}.", text, error.message()));
+    }
+    return path;
 }
 
 std::string formatHelp() {

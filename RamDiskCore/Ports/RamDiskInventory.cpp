@@ -6,4 +6,9 @@ std::vector<RamDisk> RamDiskInventory::listOwn() {
     return list();
 }
 
+bool RamDiskInventory::isSamePath(const std::filesystem::path& left,
+                                  const std::filesystem::path& right) const {
+    return left == right;
+}
+
 } // namespace ramdisk

@@ -3,6 +3,7 @@
 #include "RamDiskCore/Ports/Port.h"
 #include "RamDiskCore/Values/RamDisk.h"
 
+#include <filesystem>
 #include <vector>
 
 namespace ramdisk {
@@ -18,6 +19,10 @@ public:
     /// Those of `list` that belong to the caller, so that an eject of all disks never reaches another user's.
     /// On a platform where every listed disk is the caller's, the same as `list`.
     [[nodiscard]] virtual std::vector<RamDisk> listOwn();
+
+    /// Whether two standardised paths are one to the platform's file systems. To some a path is bytes.
+    [[nodiscard]] virtual bool isSamePath(const std::filesystem::path& left,
+                                          const std::filesystem::path& right) const;
 };
 
 } // namespace ramdisk

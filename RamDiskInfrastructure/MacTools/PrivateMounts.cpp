@@ -2,6 +2,7 @@
 
 #include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskCore/Values/Text.h"
+#include "RamDiskInfrastructure/Stores/StoreFolder.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -77,7 +78,7 @@ bool PrivateMounts::contains(const std::filesystem::path& mountPoint) const {
 }
 
 PrivateMounts::MountPoint PrivateMounts::makeMountPoint(std::string_view volumeName) const {
-    std::filesystem::create_directories(directory_);
+    makeFolders(directory_);
     removeEmptyMountPoints();
     auto directory = openFolder(AT_FDCWD, directory_.c_str());
     if (directory.get() < 0 || ::fchmod(directory.get(), S_IRWXU) != 0 || !lock(directory, LOCK_SH)) {

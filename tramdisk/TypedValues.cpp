@@ -61,7 +61,11 @@ VolumeAccess valueFrom(const std::string& text) {
 
 template <>
 RamDiskReference valueFrom(const std::string& text) {
-    return RamDiskReference::parse(text);
+    auto reference = RamDiskReference::parse(text);
+    if (auto* mountPoint = std::get_if<RamDiskReference::MountPoint>(&reference.value)) {
+        mountPoint->path = valueFrom<std::filesystem::path>(text).lexically_normal();
+    }
+    return reference;
 }
 
 template <>

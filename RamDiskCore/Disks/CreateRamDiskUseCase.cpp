@@ -66,6 +66,10 @@ CreateRamDiskUseCase::Plan CreateRamDiskUseCase::plan(RamDiskSpecification speci
     return plan;
 }
 
+void CreateRamDiskUseCase::requireSupport(const RamDiskSpecification& specification) const {
+    failingAs<RamDiskError::FormattingFailed>([&] { ports_.formatter->requireSupport(specification); });
+}
+
 std::vector<CreationWarning> CreateRamDiskUseCase::requireValid(RamDiskSpecification& specification,
                                                                 Purpose purpose) const {
     specification.name = std::string(trimmed(specification.name));
@@ -78,7 +82,7 @@ std::vector<CreationWarning> CreateRamDiskUseCase::requireValid(RamDiskSpecifica
     if (!report.isValid()) {
         throw RamDiskError(RamDiskError::InvalidSpecification{report.errors()});
     }
-    failingAs<RamDiskError::FormattingFailed>([&] { ports_.formatter->requireSupport(specification); });
+    requireSupport(specification);
     std::vector<CreationWarning> warnings;
     for (const auto& issue : report.warnings()) {
         warnings.push_back({CreationWarning::Validation{issue}});

@@ -53,6 +53,10 @@ public:
     /// @throws RamDiskError as `execute` would before it allocates.
     [[nodiscard]] Plan plan(RamDiskSpecification specification) const;
 
+    /// Refuses what this machine cannot make, whether or not the rules allow it.
+    /// @throws RamDiskError `formattingFailed`, `allocationFailed`
+    void requireSupport(const RamDiskSpecification& specification) const;
+
 private:
     [[nodiscard]] std::vector<CreationWarning> requireValid(RamDiskSpecification& specification,
                                                             Purpose purpose) const;

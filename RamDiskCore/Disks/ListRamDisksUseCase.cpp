@@ -11,10 +11,12 @@ namespace {
 
 struct Matches {
     const RamDisk& disk;
+    const RamDiskInventory& inventory;
 
     bool operator()(const RamDiskReference::Device& reference) const { return disk.has(reference.device); }
     bool operator()(const RamDiskReference::MountPoint& reference) const {
-        return disk.mountPoint && standardized(*disk.mountPoint) == standardized(reference.path);
+        return disk.mountPoint
+               && inventory.isSamePath(standardized(*disk.mountPoint), standardized(reference.path));
     }
     bool operator()(const RamDiskReference::Name& reference) const {
         return namesEqual(disk.name, reference.name);
@@ -37,7 +39,7 @@ std::vector<RamDisk> ListRamDisksUseCase::listOwn() const {
 RamDisk ListRamDisksUseCase::resolve(const RamDiskReference& reference) const {
     std::vector<RamDisk> matches;
     for (auto& disk : list()) {
-        if (std::visit(Matches{disk}, reference.value)) {
+        if (std::visit(Matches{disk, *inventory_}, reference.value)) {
             matches.push_back(std::move(disk));
         }
     }

@@ -15,4 +15,9 @@ bool RamDiskInventory::isStillMounted(const RamDisk& disk) {
            });
 }
 
+bool RamDiskInventory::isSamePath(const std::filesystem::path& left,
+                                  const std::filesystem::path& right) const {
+    return left == right;
+}
+
 } // namespace ramdisk

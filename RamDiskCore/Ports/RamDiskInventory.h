@@ -3,6 +3,7 @@
 #include "RamDiskCore/Ports/Port.h"
 #include "RamDiskCore/Values/RamDisk.h"
 
+#include <filesystem>
 #include <vector>
 
 namespace ramdisk {
@@ -23,6 +24,10 @@ public:
     /// system's own disk.
     /// @throws RamDiskError `inventoryUnavailable`
     [[nodiscard]] bool isStillMounted(const RamDisk& disk);
+
+    /// Whether two standardised paths are one to the platform's file systems. To some a path is bytes.
+    [[nodiscard]] virtual bool isSamePath(const std::filesystem::path& left,
+                                          const std::filesystem::path& right) const;
 };
 
 } // namespace ramdisk

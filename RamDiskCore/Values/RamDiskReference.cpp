@@ -22,7 +22,7 @@ RamDiskReference RamDiskReference::parse(std::string_view text) {
     if (auto device = DeviceIdentifier::make(bsdName)) {
         return {Device{std::move(*device)}};
     }
-    if (text.find('/') != std::string_view::npos) {
+    if (text.find('/') != std::string_view::npos || text == "." || text == "..") {
         return {MountPoint{std::filesystem::path(text)}};
     }
     return {Name{std::string(text)}};

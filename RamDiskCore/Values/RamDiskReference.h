@@ -26,8 +26,8 @@ struct RamDiskReference {
 
     std::variant<Device, MountPoint, Name> value;
 
-    /// Reads what a user typed: disk5 and /dev/disk5 are devices, anything else with a "/" is a mount point,
-    /// the rest is a name.
+    /// Reads what a user typed: disk5 and /dev/disk5 are devices; anything else with a "/", "." and ".." are
+    /// mount points, as they were typed; the rest is a name.
     [[nodiscard]] static RamDiskReference parse(std::string_view text);
 
     /// The reference as messages show it.

@@ -295,6 +295,9 @@ std::string foldedName(std::string_view name) {
 }
 
 std::string decomposed(std::string_view text) {
+    if (isASCII(text)) {
+        return std::string(text);
+    }
     auto apart = mapped(text, UTF8PROC_STABLE | UTF8PROC_DECOMPOSE);
     return apart ? *std::move(apart) : std::string(text);
 }
@@ -325,11 +328,7 @@ std::string standardized(const std::filesystem::path& path) {
     if (text.size() > 1 && text.back() == '/') {
         text.pop_back();
     }
-    if (isASCII(text)) {
-        return text;
-    }
-    auto composed = mapped(text, UTF8PROC_STABLE | UTF8PROC_COMPOSE);
-    return composed ? *std::move(composed) : text;
+    return text;
 }
 
 bool namesEqual(std::string_view left, std::string_view right) {

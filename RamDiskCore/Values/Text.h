@@ -45,8 +45,7 @@ namespace ramdisk {
 /// `text` with its letters large, one by one and the same in every locale.
 [[nodiscard]] std::string upperCased(std::string_view text);
 
-/// `path` without ".", "..", redundant separators and a trailing one, and with its letters composed, since
-/// the same path comes decomposed from some tools and file systems.
+/// `path` without ".", "..", redundant separators and a trailing one.
 [[nodiscard]] std::string standardized(const std::filesystem::path& path);
 
 /// Two texts that differ only in whether accents are composed with their letters have the same form.

@@ -14,9 +14,9 @@ FileManagerMountedVolumeListing::volumeNames(const std::optional<std::filesystem
         CFArrayCreate(nullptr, keys.data(), static_cast<CFIndex>(keys.size()), &kCFTypeArrayCallBacks));
     const CoreFoundationValue<CFURLEnumeratorRef> volumes(
         CFURLEnumeratorCreateForMountedVolumes(nullptr, kCFURLEnumeratorDefaultBehavior, wanted.get()));
-    const auto isExcluded = [excluded = standardized(excluding.value_or(""))](CFURLRef volume) {
+    const auto isExcluded = [excluded = decomposed(standardized(excluding.value_or("")))](CFURLRef volume) {
         const auto path = pathOfURL(volume);
-        return path && standardized(*path) == excluded;
+        return path && decomposed(standardized(*path)) == excluded;
     };
     std::set<std::string> names;
     if (!volumes) {

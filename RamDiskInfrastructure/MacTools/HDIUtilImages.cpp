@@ -39,7 +39,7 @@ CommandOutput runWith(CommandRunning& runner, const SystemCommand& command,
 /// Whether both paths lead to one file or folder. The tool resolves links in the paths that it lists.
 bool areTheSame(const std::filesystem::path& left, const std::filesystem::path& right) {
     std::error_code error;
-    return standardized(left) == standardized(right)
+    return decomposed(standardized(left)) == decomposed(standardized(right))
            || (std::filesystem::equivalent(left, right, error) && !error);
 }
 

@@ -1,5 +1,6 @@
 #include "RamDiskInfrastructure/MacTools/HDIUtilRamDiskInventory.h"
 
+#include "RamDiskCore/Values/Text.h"
 #include "RamDiskInfrastructure/MacTools/AttachedImageListing.h"
 
 #include <algorithm>
@@ -24,6 +25,11 @@ std::vector<RamDisk> HDIUtilRamDiskInventory::list() {
         disks.push_back(ramDisk(image));
     }
     return disks;
+}
+
+bool HDIUtilRamDiskInventory::isSamePath(const std::filesystem::path& left,
+                                         const std::filesystem::path& right) const {
+    return decomposed(left.native()) == decomposed(right.native());
 }
 
 RamDisk HDIUtilRamDiskInventory::ramDisk(const AttachedRamImage& image) const {

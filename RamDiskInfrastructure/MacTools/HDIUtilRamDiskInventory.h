@@ -29,6 +29,9 @@ public:
     explicit HDIUtilRamDiskInventory(Ports ports);
 
     [[nodiscard]] std::vector<RamDisk> list() override;
+    /// The file systems take a composed letter and a decomposed one for the same.
+    [[nodiscard]] bool isSamePath(const std::filesystem::path& left,
+                                  const std::filesystem::path& right) const override;
 
 private:
     [[nodiscard]] RamDisk ramDisk(const AttachedRamImage& image) const;

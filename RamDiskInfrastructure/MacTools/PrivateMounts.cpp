@@ -2,6 +2,7 @@
 
 #include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskCore/Values/Text.h"
+#include "RamDiskInfrastructure/Stores/StoreFolder.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -64,8 +65,8 @@ PrivateMounts::PrivateMounts(std::filesystem::path directory, CloseDevice closeD
       closeDevice_(std::move(closeDevice)) {}
 
 bool PrivateMounts::contains(const std::filesystem::path& mountPoint) const {
-    const auto folder = standardized(directory_) + "/";
-    const auto path = standardized(mountPoint);
+    const auto folder = decomposed(standardized(directory_)) + "/";
+    const auto path = decomposed(standardized(mountPoint));
     // The tools resolve links in the paths that they list, such as one to the home folder.
     std::error_code ignored;
     return path.starts_with(folder)
@@ -73,7 +74,7 @@ bool PrivateMounts::contains(const std::filesystem::path& mountPoint) const {
 }
 
 PrivateMounts::MountPoint PrivateMounts::makeMountPoint(std::string_view volumeName) const {
-    std::filesystem::create_directories(directory_);
+    makeFolders(directory_);
     removeEmptyMountPoints();
     auto directory = openFolder(AT_FDCWD, directory_.c_str());
     if (directory.get() < 0 || ::fchmod(directory.get(), S_IRWXU) != 0 || !lock(directory, LOCK_SH)) {

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <sstream>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -16,6 +17,8 @@ using testing::IsEmpty;
 using testing::StartsWith;
 
 using Arguments = std::vector<std::string>;
+
+namespace fs = std::filesystem;
 
 struct BadInput {
     Arguments arguments;
@@ -74,6 +77,15 @@ TEST_F(CommandLine, ToldWrongSaysWhatAndDoesNothing) {
          1,
          "Could not copy the contents: could not open “/nope”: No such file or directory"},
         {{"create", "--size", "8M", "--seed", ""}, 2, "A folder has no name. Give its path."},
+        {{"create", "--size", "8M", "--name", "a/b", "--folder", "../x"},
+         1,
+         "The name must not contain “/”.\n“../x” is not a folder to make on the disk. Give a path below its "
+         "top folder, like Temp or Cache/Chrome."},
+        {{"create", "--dry-run", "--size", "8M", "--folder", std::string(256, 'x')},
+         1,
+         "“" + std::string(256, 'x')
+             + "” is not a folder to make on the disk. Give a path below its top folder, like Temp or "
+               "Cache/Chrome."},
         {{"create", "--name", ""}, 1, "Enter a name for the RAM disk."},
         {{"create", "--name="}, 1, "Enter a name for the RAM disk."},
         {{"create", "--name", " \n "}, 1, "Enter a name for the RAM disk."},
@@ -174,7 +186,7 @@ TEST_F(CommandLine, ATemplateThatMakesAStartupDiskSaysSo) {
 /// One line of text that shows what it is.
 void expectHarmless(const std::string& text) {
     EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1) << text;
-    for (const char* harm : {"\033", "\x1f", "\u202e"}) {
+    for (const char* harm : {"\033", "\x1f", "\u202e", "\u009b"}) {
         EXPECT_EQ(text.find(harm), std::string::npos) << text;
     }
 }
@@ -190,19 +202,11 @@ TEST_F(CommandLine, AnyNameWorks) {
         zalgo += "\u0301";
         longest += "é";
     }
-    const std::vector<std::string> names{"\x1ftwo words",
-                                         "line\nbreak",
-                                         "\"quoted\" 'twice'",
-                                         "🚀 Raketenstück",
-                                         "\xff\xfe",
-                                         "$(reboot) %n %s",
-                                         "\033[31mred",
-                                         "list",
-                                         "[one, two]",
-                                         "\u202egpj.txt",
-                                         std::string(255, 'x'),
-                                         longest,
-                                         zalgo};
+    const std::vector<std::string> names{
+        "\x1ftwo words", "line\nbreak",     "\"quoted\" 'twice'",  "🚀 Raketenstück",
+        "\xff\xfe",      "$(reboot) %n %s", "\033[31mred",         "list",
+        "[one, two]",    "\u202egpj.txt",   std::string(255, 'x'), longest,
+        zalgo,           "\u0301",          "c1\u009b31m"};
     for (const auto rung : rungs) {
         machine.environment["TRAMDISK_HOST"] = rawValue(rung);
         for (const auto& name : names) {
@@ -214,6 +218,8 @@ TEST_F(CommandLine, AnyNameWorks) {
                 EXPECT_EQ(outcome.status, 0);
                 EXPECT_EQ(outcome.out.find('\033'), std::string::npos) << name;
             }
+            expectHarmless(machine.run({"list", "--json"}).out);
+            EXPECT_EQ(machine.run({"eject", ""}).status, 1);
             const auto taken = machine.run({"create", "--size", "8M", "--name=" + name});
             EXPECT_EQ(taken.status, 1);
             expectHarmless(taken.err);
@@ -226,6 +232,45 @@ TEST_F(CommandLine, AnyNameWorks) {
             EXPECT_THAT(machine.traces(), IsEmpty()) << name;
         }
     }
+}
+
+TEST_F(CommandLine, AWarningShowsWhatItIs) {
+    const std::string name = "\u202e\033\n";
+    fs::create_directory(machine.folder() / "seed");
+    writeFile(machine.folder() / "seed" / ("x" + name + "x"), "in the way");
+    const auto outcome = machine.run({"create", "--size", "8M", "--name", "x" + name + "x", "--seed",
+                                      machine.folder() / "seed", "--folder", "x" + name + "x"});
+    EXPECT_EQ(outcome.status, 1);
+    std::istringstream lines(outcome.err);
+    int warnings = 0;
+    for (std::string line; std::getline(lines, line);) {
+        expectHarmless(line + "\n");
+        warnings += line.starts_with("tramdisk: warning: ") ? 1 : 0;
+    }
+    EXPECT_EQ(warnings, 2) << outcome.err;
+    EXPECT_EQ(machine.run({"eject", "disk1"}).status, 0);
+}
+
+TEST_F(CommandLine, APathIsReadFromTheWorkingFolder) {
+    const auto former = fs::current_path();
+    const fs::path root = machine.create("Build").at("mountPoint").get<std::string>();
+    const std::vector<std::pair<fs::path, const char*>> rows{
+        {root.parent_path(), "./Build"}, {root.parent_path(), "Build/"}, {root, "."}, {root, "../Build"}};
+    for (const auto& [folder, reference] : rows) {
+        fs::current_path(folder);
+        EXPECT_EQ(machine.run({"show", reference}).status, 0) << reference;
+    }
+    // One that is gone.
+    fs::create_directory(root / "gone");
+    fs::current_path(root / "gone");
+    fs::remove(root / "gone");
+    for (const Arguments& arguments : {Arguments{"show", "./Build"}, {"create", "--seed", "x"}}) {
+        const auto outcome = machine.run(arguments);
+        EXPECT_EQ(outcome.status, 2) << outcome.err;
+        EXPECT_THAT(outcome.err, HasSubstr("” is no path that can be found from here: "));
+    }
+    fs::current_path(former);
+    EXPECT_EQ(machine.run({"eject", "Build"}).status, 0);
 }
 
 TEST_F(CommandLine, AResultThatCannotBeWrittenIsAFailure) {

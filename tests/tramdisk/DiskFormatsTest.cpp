@@ -37,6 +37,12 @@ int errorOfOpening(const fs::path& path, int flags) {
     return inChild(somebodyElse, [&] { return open(path.c_str(), flags | O_CLOEXEC) < 0 ? errno : 0; });
 }
 
+uid_t ownerOf(const fs::path& path) {
+    struct stat status {};
+    EXPECT_EQ(lstat(path.c_str(), &status), 0) << path;
+    return status.st_uid;
+}
+
 struct Format {
     const char* name;
     std::uint64_t minimum;
@@ -123,6 +129,10 @@ TEST(DiskFormats, OfEveryFormatAreWhatWasAskedFor) {
                 EXPECT_EQ(disk.at("isEncrypted"), format.isEncrypted);
                 EXPECT_EQ(machine.list().at("Scratch"), disk);
                 expectWhole(disk, size, access);
+                EXPECT_EQ(machine.run({"configure", "Scratch", "--folder", "New/Deep"}).status, 0);
+                for (const char* const made : {"New", "New/Deep"}) {
+                    EXPECT_EQ(ownerOf(mountPointOf(disk) / made), nobody) << made;
+                }
                 EXPECT_EQ(machine.run({"eject", "Scratch"}).status, 0);
                 EXPECT_THAT(machine.traces(), IsEmpty());
             }
@@ -155,6 +165,23 @@ TEST(DiskFormats, ThatThisMachineCannotMakeAreRefusedBeforeAnythingIsAllocated) 
     }
     EXPECT_THAT(machine.traces(), IsEmpty());
     EXPECT_FALSE(fs::exists(machine.records()) && !fs::is_empty(machine.records()));
+}
+
+TEST(DiskFormats, OfAFolderThatRootMakesForAUserAreThatUsers) {
+    SKIP_UNLESS_ROOT();
+    TestMachine machine;
+    machine.environment = {{"SUDO_UID", "65534"}, {"SUDO_GID", "65534"}, {"TRAMDISK_HOST", "folder"}};
+    for (const std::string access : {"everyone", "onlyMe"}) {
+        const auto root = mountPointOf(machine.create("Scratch", {"--access", access, "--folder", "New"}));
+        EXPECT_EQ(ownerOf(root / "New"), nobody);
+        EXPECT_EQ(inChild(nobody, [&] { return open((root / "file").c_str(), O_CREAT, 0600) < 0 ? 1 : 0; }),
+                  0)
+            << access;
+        EXPECT_EQ(ownerOf(root.parent_path()), 0U) << "nothing can be put in its place";
+        EXPECT_EQ(errorOfOpening(root, O_RDONLY | O_DIRECTORY), access == "onlyMe" ? EACCES : 0);
+        EXPECT_EQ(machine.run({"eject", "Scratch"}).status, 0);
+        EXPECT_THAT(machine.traces(), IsEmpty());
+    }
 }
 
 TEST(DiskFormats, GiveTheMemoryOfDeletedFilesBackWhenTrimmed) {
@@ -201,6 +228,14 @@ TEST(WithoutRights, OneSentenceTellsWhatIsMissing) {
         EXPECT_EQ(outcome.status, 1);
         EXPECT_EQ(outcome.err, fmt::format("tramdisk: Could not format the RAM disk: {}\n", text));
         EXPECT_THAT(machine.traces(), IsEmpty());
+        if (format == std::string("apfs")) {
+            const auto told = machine.run({"validate", "--size", "1M", "--format", format, "--json"});
+            EXPECT_EQ(told.status, 1);
+            const auto issues = told.json().at("issues");
+            ASSERT_EQ(issues.size(), 2U) << "the size and the format";
+            EXPECT_EQ(issues[1].at("field"), "fileSystem");
+            EXPECT_THAT(issues[1].at("text"), HasSubstr(text));
+        }
     }
 }
 

@@ -76,7 +76,7 @@ TEST_P(EjectHazards, WhatIsWrittenTooLateIsRefusedOrToldAndKept) {
     expectNoTraces();
 }
 
-TEST_P(EjectHazards, ADiskNamedTwiceIsEjectedOnceHoweverFullItGetsMeanwhile) {
+TEST_P(EjectHazards, ADiskNamedAgainAndAgainIsEjectedOnceHoweverFullItGetsMeanwhile) {
     const auto root = mountPointOf(create("Work"));
     const pid_t writer = fork();
     if (writer == 0) {
@@ -89,7 +89,10 @@ TEST_P(EjectHazards, ADiskNamedTwiceIsEjectedOnceHoweverFullItGetsMeanwhile) {
             }
         }
     }
-    const auto outcome = machine->run({"eject", "Work", "disk1", "--force"});
+    std::vector<std::string> arguments{"eject", "--force"};
+    arguments.resize(40, "Work");
+    arguments.emplace_back("disk1");
+    const auto outcome = machine->run(arguments);
     kill(writer, SIGKILL);
     waitFor(writer);
     EXPECT_EQ(outcome.status, 0);

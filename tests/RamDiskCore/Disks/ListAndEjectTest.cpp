@@ -43,6 +43,8 @@ TEST_F(ListAndEjectTest, AReferenceNamesOneDisk) {
                 {"/Volumes/Café/", "disk4"},
                 {"/Volumes/./Café//", "disk4"},
                 {"/Volumes/Other/../Build/.", "disk5"},
+                {".", nullptr},
+                {"/Volumes/Cafe\u0301", nullptr},
                 {"/Volumes", nullptr},
                 {"/", nullptr}};
     for (const auto& row : rows) { // paths are taken to the letter

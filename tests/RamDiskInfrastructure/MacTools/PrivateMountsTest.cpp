@@ -8,6 +8,9 @@
 
 #include <fstream>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 namespace ramdisk {
 namespace {
 
@@ -32,6 +35,21 @@ TEST_F(PrivateMountsTest, MountPointsAreNamedAfterTheirVolumeAndStayInTheDirecto
     }
     EXPECT_TRUE(fs::is_empty(directory));
     EXPECT_EQ(fs::status(directory).permissions(), fs::perms::owner_all);
+}
+
+TEST_F(PrivateMountsTest, WhatRootMakesInAUsersFolderIsThatUsers) {
+    constexpr uid_t nobody = 65534;
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "needs root, to act for another user";
+    }
+    ASSERT_EQ(chown(folder.path().c_str(), nobody, nobody), 0);
+    const auto made = mounts.makeMountPoint("Build");
+    FileManagerFolderMaker().make("New/Deep", folder.path());
+    for (const auto& path : {directory.parent_path(), directory, folder.path() / "New/Deep"}) {
+        struct stat status {};
+        ASSERT_EQ(stat(path.c_str(), &status), 0) << path;
+        EXPECT_EQ(status.st_uid, nobody) << path;
+    }
 }
 
 TEST_F(PrivateMountsTest, ATakenNameGetsANumber) {

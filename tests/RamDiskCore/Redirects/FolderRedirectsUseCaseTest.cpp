@@ -82,7 +82,7 @@ public:
     }
     std::optional<std::string> undo(const FolderRedirect& redirect, const RedirectRestoreState&,
                                     Force) override {
-        if (found.empty()) {
+        if (stands.empty()) {
             EXPECT_TRUE(storedFor(redirect).restoreState) << "forgotten before it was undone";
         }
         if (stuck.contains(name(redirect))) {
@@ -99,10 +99,10 @@ public:
     std::vector<StandingRedirect> standing(const std::vector<std::filesystem::path>&, StandingSearch,
                                            const std::vector<FolderRedirect>&) const override {
         ++searches;
-        return found;
+        return stands;
     }
 
-    std::vector<StandingRedirect> found;
+    std::vector<StandingRedirect> stands;
     mutable int searches = 0;
     std::map<std::string, std::filesystem::path> inPlace;
     std::set<std::string> refused;
@@ -244,17 +244,17 @@ TEST_F(FolderRedirects, RepairUndoesWhatLeadsNowhere) {
 
 TEST_F(FolderRedirects, WhatStandsIsLookedForOnceAndUndoneUnlessItIsListed) {
     ASSERT_THAT(told(redirects.add(dev, {npm})), IsEmpty());
-    const auto stands = [this](const RedirectTarget& target, const RamDisk& disk) {
+    const auto add = [this](const RedirectTarget& target, const RamDisk& disk) {
         const auto onDisk = *disk.mountPoint / "Redirected" / redirecting->place(target).nameOnDisk;
-        redirecting->found.push_back({{.id = UUID::random(),
-                                       .diskName = disk.name,
-                                       .target = target,
-                                       .restoreState = State{State::ConfigLine{}}},
-                                      onDisk});
+        redirecting->stands.push_back({{.id = UUID::random(),
+                                        .diskName = disk.name,
+                                        .target = target,
+                                        .restoreState = State{State::ConfigLine{}}},
+                                       onDisk});
     };
-    stands(npm, dev);
-    stands(folder("a"), dev);
-    stands(folder("b"), other());
+    add(npm, dev);
+    add(folder("a"), dev);
+    add(folder("b"), other());
     const std::string back =
         " was still on a disk, although no redirect is stored for it. The original is back.";
     EXPECT_THAT(told(redirects.repair()), ElementsAre("“a”" + back, "“b”" + back));

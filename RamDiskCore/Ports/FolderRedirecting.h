@@ -30,6 +30,15 @@ enum class RedirectStart { empty, copyOfOriginal };
 /// too, which takes seconds.
 enum class StandingSearch { disks, homeFolder };
 
+/// A redirect as the machine shows it.
+struct StandingRedirect {
+    /// The disk has the name of its mount folder. A setting's former value is not known, so undoing removes
+    /// the setting.
+    FolderRedirect redirect;
+    /// The folder on the disk that it leads to.
+    std::filesystem::path onDisk;
+};
+
 /// Neither the link nor the original of a redirect is where it was recorded. The text says where to look.
 class OriginalNotFound : public std::runtime_error {
 public:
@@ -141,22 +150,18 @@ public:
     virtual void tidyOnDisk(const FolderRedirect& /*redirect*/, const std::filesystem::path& /*mountPoint*/) {
     }
 
-    /// Redirects of folders that are in place although no list tells of them, as far as what is on the
-    /// machine shows it. Looks for a few seconds at most. The disk of each has the name of its mount folder.
+    /// Redirects that are in place, as far as what is on the machine shows it, whether a list tells of them
+    /// or not. Looks for a few seconds at most.
     /// @param mountPoints of the disks that are there.
-    [[nodiscard]] virtual std::vector<FolderRedirect>
-    standing(const std::vector<std::filesystem::path>& /*mountPoints*/, StandingSearch /*search*/) const {
+    /// @param known settings among these are not asked for, since some take a process to ask.
+    [[nodiscard]] virtual std::vector<StandingRedirect>
+    standing(const std::vector<std::filesystem::path>& /*mountPoints*/, StandingSearch /*search*/,
+             const std::vector<FolderRedirect>& /*known*/) const {
         return {};
     }
 
-    /// The same for folders that are still mounted although none of the `known` redirects is in place there.
-    [[nodiscard]] virtual std::vector<FolderRedirect>
-    strayMounts(const std::vector<FolderRedirect>& /*known*/) const {
-        return {};
-    }
-
-    /// Folders of the user's that still lie under the name of a backup although none of the `known` redirects
-    /// moved them. Looks only where redirects are likely, and for a few seconds at most.
+    /// Originals that none of the `known` redirects moved. Looks only where redirects are likely, and for a
+    /// few seconds at most.
     [[nodiscard]] virtual std::vector<std::filesystem::path>
     strayOriginals(const std::vector<FolderRedirect>& /*known*/) const {
         return {};

@@ -49,7 +49,7 @@ FolderRedirectsUseCase::inSession(const std::function<void(RedirectSession&)>& w
     Failures failures;
     repository_
         ->update([&] {
-            static_cast<void>(readList());
+            requireReadable();
             RedirectSession session(*repository_, *redirecting_);
             work(session);
             failures = std::move(session.failures());
@@ -58,12 +58,11 @@ FolderRedirectsUseCase::inSession(const std::function<void(RedirectSession&)>& w
     return failures;
 }
 
-std::vector<FolderRedirect> FolderRedirectsUseCase::readList() const {
-    if (!repository_->isReadable()) {
+void FolderRedirectsUseCase::requireReadable() const {
+    if (!isReadable()) {
         throw std::runtime_error("The list of folders that are kept on disks cannot be read, so nothing was "
                                  "changed. `tramdisk redirects repair` sets it aside and makes it anew.");
     }
-    return repository_->load();
 }
 
 std::optional<std::filesystem::path> FolderRedirectsUseCase::mountPointOf(const std::vector<RamDisk>& disks,
@@ -86,7 +85,8 @@ std::optional<std::filesystem::path> FolderRedirectsUseCase::whereMounted(const 
 }
 
 std::vector<FolderRedirect> FolderRedirectsUseCase::list() const {
-    return readList();
+    requireReadable();
+    return repository_->load();
 }
 
 std::vector<RedirectStatus>
@@ -103,9 +103,9 @@ FolderRedirectsUseCase::statuses(const std::vector<FolderRedirect>& redirects) c
 }
 
 std::vector<FolderRedirect> FolderRedirectsUseCase::redirects(const std::string& diskName) const {
-    auto list = readList();
-    std::erase_if(list, std::not_fn(isOf(diskName)));
-    return list;
+    auto found = list();
+    std::erase_if(found, std::not_fn(isOf(diskName)));
+    return found;
 }
 
 void FolderRedirectsUseCase::requirePlaces(const Targets& targets) const {
@@ -163,34 +163,36 @@ FolderRedirectsUseCase::Failures FolderRedirectsUseCase::apply(const RamDisk& di
     });
 }
 
+std::vector<StandingRedirect>
+FolderRedirectsUseCase::standing(const std::vector<std::filesystem::path>& mountPoints) const {
+    return redirecting_->standing(
+        mountPoints, notUnderstood() > 0 ? StandingSearch::homeFolder : StandingSearch::disks, list());
+}
+
 FolderRedirectsUseCase::Failures FolderRedirectsUseCase::undo(const std::string& diskName, Force force) {
+    requireReadable();
     const auto mountPoint = whereMounted(diskName);
-    const auto strays = [&](const RedirectRepository::List& known) {
-        auto found = mountPoint ? unlisted(*redirecting_, known, {*mountPoint},
-                                           repository_->notUnderstood() > 0 ? StandingSearch::homeFolder
-                                                                            : StandingSearch::disks)
-                                : std::vector<FolderRedirect>();
-        std::erase_if(found, [&](const FolderRedirect& stray) {
-            return linkOf(stray).parent_path().parent_path() != *mountPoint;
-        });
-        return found;
-    };
-    const auto stored = readList();
+    auto found = mountPoint ? standing({*mountPoint}) : std::vector<StandingRedirect>();
+    std::erase_if(found, [&](const StandingRedirect& one) {
+        return one.onDisk.parent_path().parent_path() != *mountPoint;
+    });
+    const auto stored = list();
     if (std::none_of(stored.begin(), stored.end(),
                      [&](const auto& one) { return isOf(diskName)(one) && mayBeInPlace(one); })
-        && strays(stored).empty()) {
+        && unlisted(*redirecting_, found, stored).empty()) {
         return {};
     }
     return inSession([&](RedirectSession& session) {
-        const auto notListed = strays(session.list());
+        // Before those of the list are undone, or they would count as unlisted.
+        const auto strays = unlisted(*redirecting_, std::move(found), session.list());
         if (force == Force::yes) {
             session.useForce();
         }
         for (auto* const redirect : session.inReverse(isOf(diskName))) {
             session.undo(*redirect);
         }
-        for (const auto& stray : notListed) {
-            session.takeAway(stray);
+        for (const auto& stray : strays) {
+            session.takeAway(stray.redirect);
         }
     });
 }
@@ -226,13 +228,14 @@ FolderRedirectsUseCase::Failures FolderRedirectsUseCase::rebuildList() {
             if (repository_->isReadable()) {
                 return;
             }
-            auto found = redirecting_->standing(mountPoints, StandingSearch::homeFolder);
-            for (auto& redirect : found) {
+            RedirectRepository::List found;
+            for (auto& one : redirecting_->standing(mountPoints, StandingSearch::homeFolder, {})) {
                 for (const auto& disk : disks) {
-                    if (disk.mountPoint && disk.mountPoint->filename() == redirect.diskName) {
-                        redirect.diskName = disk.name;
+                    if (disk.mountPoint && disk.mountPoint->filename() == one.redirect.diskName) {
+                        one.redirect.diskName = disk.name;
                     }
                 }
+                found.push_back(std::move(one.redirect));
             }
             repository_->save(found);
             const auto count = std::to_string(found.size());
@@ -246,20 +249,15 @@ FolderRedirectsUseCase::Failures FolderRedirectsUseCase::rebuildList() {
 }
 
 FolderRedirectsUseCase::Failures FolderRedirectsUseCase::repair() {
-    auto failures = repository_->isReadable() ? Failures{} : rebuildList();
+    auto failures = isReadable() ? Failures{} : rebuildList();
     for (auto& failure : undoLost()) {
         failures.push_back(std::move(failure));
     }
-    const auto mountPoints = mountPointsOf(inventory_->list());
-    const auto search = repository_->notUnderstood() > 0 ? StandingSearch::homeFolder : StandingSearch::disks;
-    if (!unlisted(*redirecting_, list(), mountPoints, search).empty()
-        || !redirecting_->strayMounts(list()).empty()) {
+    auto found = standing(mountPointsOf(inventory_->list()));
+    if (!unlisted(*redirecting_, found, list()).empty()) {
         const auto strays = inSession([&](RedirectSession& session) {
-            for (const auto& stray : unlisted(*redirecting_, session.list(), mountPoints, search)) {
-                session.takeAway(stray);
-            }
-            for (const auto& stray : redirecting_->strayMounts(session.list())) {
-                session.takeAway(stray);
+            for (const auto& stray : unlisted(*redirecting_, std::move(found), session.list())) {
+                session.takeAway(stray.redirect);
             }
         });
         failures.insert(failures.end(), strays.begin(), strays.end());

@@ -50,6 +50,9 @@ public:
                            std::shared_ptr<RamDiskInventory> inventory,
                            std::shared_ptr<const StartupDiskNaming> startupDisks);
 
+    /// Whether the list can be read, or there is none.
+    [[nodiscard]] bool isReadable() const { return repository_->isReadable(); }
+
     /// Every stored redirect, in force or not.
     /// @throws std::runtime_error when the list cannot be read, as every method does but `repair`.
     [[nodiscard]] std::vector<FolderRedirect> list() const;
@@ -97,8 +100,8 @@ public:
     /// @throws RamDiskError `inventoryUnavailable` with nothing done.
     Failures undoLost();
 
-    /// The same, and tells of originals that no stored redirect knows. A list that cannot be read is set
-    /// aside and made anew from what the machine shows.
+    /// The same, takes away what stands without being listed, and tells of originals that no stored redirect
+    /// knows. A list that cannot be read is set aside and made anew from what the machine shows.
     /// @throws RamDiskError `inventoryUnavailable` with nothing done.
     Failures repair();
 
@@ -117,9 +120,11 @@ private:
     /// Where the disk of this name is mounted; absent when it is not.
     [[nodiscard]] static std::optional<std::filesystem::path> mountPointOf(const std::vector<RamDisk>& disks,
                                                                            const std::string& name);
-    /// The stored list.
-    /// @throws std::runtime_error when it cannot be read.
-    [[nodiscard]] std::vector<FolderRedirect> readList() const;
+    /// @throws std::runtime_error when the list cannot be read.
+    void requireReadable() const;
+    /// What stands of redirects, the home folder searched as well if the list does not tell everything.
+    [[nodiscard]] std::vector<StandingRedirect>
+    standing(const std::vector<std::filesystem::path>& mountPoints) const;
     /// Makes the list anew. @returns what to tell.
     Failures rebuildList();
     Failures inSession(const std::function<void(RedirectSession&)>& work);

@@ -26,6 +26,14 @@ bool isWithin(const std::filesystem::path& inner, const std::filesystem::path& o
     return std::mismatch(outer.begin(), outer.end(), inner.begin(), inner.end()).first == outer.end();
 }
 
+/// What the link of the redirect leads to, or what is mounted in its place; empty if it has neither.
+std::filesystem::path linkOf(const FolderRedirect& redirect) {
+    const auto* const linked =
+        redirect.restoreState ? std::get_if<RedirectRestoreState::LinkedFolder>(&redirect.restoreState->value)
+                              : nullptr;
+    return linked != nullptr ? std::filesystem::path(linked->link) : std::filesystem::path();
+}
+
 } // namespace
 
 bool overlap(const FolderRedirecting& redirecting, const RedirectTarget& left, const RedirectTarget& right) {
@@ -103,28 +111,19 @@ std::vector<FolderRedirect> dropWhatGivesWay(const FolderRedirecting& redirectin
     return dropped;
 }
 
-std::filesystem::path linkOf(const FolderRedirect& redirect) {
-    const auto* const linked =
-        redirect.restoreState ? std::get_if<RedirectRestoreState::LinkedFolder>(&redirect.restoreState->value)
-                              : nullptr;
-    return linked != nullptr ? std::filesystem::path(linked->link) : std::filesystem::path();
-}
-
-std::vector<FolderRedirect> unlisted(const FolderRedirecting& redirecting,
-                                     const std::vector<FolderRedirect>& list,
-                                     const std::vector<std::filesystem::path>& mountPoints,
-                                     StandingSearch search) {
-    auto found = redirecting.standing(mountPoints, search);
-    std::erase_if(found, [&](const FolderRedirect& one) {
-        const auto name = linkOf(one).filename();
-        return redirecting.place(one.target).nameOnDisk != name
+std::vector<StandingRedirect> unlisted(const FolderRedirecting& redirecting,
+                                       std::vector<StandingRedirect> standing,
+                                       const std::vector<FolderRedirect>& list) {
+    std::erase_if(standing, [&](const StandingRedirect& one) {
+        const auto name = one.onDisk.filename();
+        return redirecting.place(one.redirect.target).nameOnDisk != name
                || std::any_of(list.begin(), list.end(), [&](const FolderRedirect& known) {
                       return mayBeInPlace(known)
                              && (linkOf(known).filename() == name
-                                 || overlap(redirecting, known.target, one.target));
+                                 || overlap(redirecting, known.target, one.redirect.target));
                   });
     });
-    return found;
+    return standing;
 }
 
 } // namespace ramdisk

@@ -3,7 +3,6 @@
 #include "RamDiskCore/Ports/FolderRedirecting.h"
 #include "RamDiskCore/Values/FolderRedirect.h"
 
-#include <filesystem>
 #include <functional>
 #include <set>
 #include <string>
@@ -40,13 +39,10 @@ void requireNoConflict(const FolderRedirecting& redirecting, const FolderRedirec
 std::vector<FolderRedirect> dropWhatGivesWay(const FolderRedirecting& redirecting,
                                              const FolderRedirect& wanted, std::vector<FolderRedirect>& list);
 
-/// What the link of the redirect leads to, or what is mounted in its place; empty if it has neither.
-[[nodiscard]] std::filesystem::path linkOf(const FolderRedirect& redirect);
-
-/// What stands although the list does not say so, because it was lost, edited, or written by another version.
-[[nodiscard]] std::vector<FolderRedirect> unlisted(const FolderRedirecting& redirecting,
-                                                   const std::vector<FolderRedirect>& list,
-                                                   const std::vector<std::filesystem::path>& mountPoints,
-                                                   StandingSearch search);
+/// Those of `standing` that the list does not tell of, because it was lost, edited, or written by another
+/// version.
+[[nodiscard]] std::vector<StandingRedirect> unlisted(const FolderRedirecting& redirecting,
+                                                     std::vector<StandingRedirect> standing,
+                                                     const std::vector<FolderRedirect>& list);
 
 } // namespace ramdisk

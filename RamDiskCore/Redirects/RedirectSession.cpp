@@ -170,9 +170,14 @@ RedirectSession::Outcome RedirectSession::undo(FolderRedirect& redirect) {
 void RedirectSession::takeAway(const FolderRedirect& stray) {
     try {
         redirecting_.undo(stray, *stray.restoreState, force_);
+        const auto place = redirecting_.place(stray.target);
         note(stray,
-             "“" + shownName(redirecting_.place(stray.target))
-                 + "” was still on a disk, although no redirect is stored for it. The original is back.");
+             "“" + shownName(place)
+                 + (place.homeFolder
+                        ? "” was still on a disk, although no redirect is stored for it. The original "
+                          "is back."
+                        : "” still led to a disk, although no redirect is stored for it. Its setting is "
+                          "removed, since nobody knows what it was before."));
     } catch (const std::exception& error) {
         // No later start would know of it, so its disk has to stay.
         fail(stray, FolderInUse(error.what()));

@@ -5,8 +5,11 @@
 #include "RamDiskInfrastructure/Commands/FileDescriptor.h"
 
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
+
+#include <sys/types.h>
 
 namespace ramdisk {
 
@@ -18,6 +21,8 @@ public:
         std::filesystem::path place;
         /// The folder's path on its file system.
         std::filesystem::path root;
+        /// The number of that file system, as `stat` shows it.
+        dev_t device = 0;
         /// Something else is mounted over it.
         bool isCovered = false;
     };

@@ -304,30 +304,37 @@ void FolderRedirector::tidyOnDisk(const FolderRedirect& redirect, const std::fil
     removeEmptyFolderOnDisk(mountPoint, nameOnDisk(redirect.target));
 }
 
-std::vector<FolderRedirect> FolderRedirector::standing(const std::vector<std::filesystem::path>& mountPoints,
-                                                       StandingSearch search) const {
-    return findStandingRedirects(home_, mounted_.mounts(), mountPoints, search,
-                                 [](const std::filesystem::path& folder) { return nameOfFolder(folder); });
-}
-
-std::vector<FolderRedirect> FolderRedirector::strayMounts(const std::vector<FolderRedirect>& known) const {
-    std::vector<FolderRedirect> stray;
-    const auto home = std::filesystem::canonical(home_);
-    for (const auto& mount : mounted_.mounts()) {
-        const auto relative = mount.place.lexically_relative(home);
-        const auto name = mount.root.filename().string();
+std::vector<StandingRedirect>
+FolderRedirector::standing(const std::vector<std::filesystem::path>& mountPoints, StandingSearch search,
+                           const std::vector<FolderRedirect>& known) const {
+    auto found = findStandingRedirects(home_, mounted_.mounts(), mountPoints, search);
+    const auto lookAt = [&](const RedirectTarget& target, const State& state, const auto& redirector) {
+        const auto name = nameOnDisk(target);
         const bool isKnown = std::any_of(known.begin(), known.end(), [&](const FolderRedirect& redirect) {
-            return redirect.restoreState && homeFolderOf(redirect.target) && recordedName(redirect) == name;
+            return redirect.restoreState && redirect.target == target;
         });
-        if (!isKnown && name == nameOfFolder(relative)) {
-            stray.push_back({.id = UUID::random(),
-                             .diskName = "",
-                             .target = {Target::Folder{relative.string()}},
-                             .restoreState = State{State::LinkedFolder{std::nullopt, mount.root.string(),
-                                                                       mount.place, std::uint64_t{1}}}});
+        const bool mayStand = search == StandingSearch::homeFolder
+                              || std::any_of(mountPoints.begin(), mountPoints.end(),
+                                             [&](const auto& disk) { return existsOnDisk(disk, name); });
+        if (isKnown || !mayStand) {
+            return;
         }
-    }
-    return stray;
+        try {
+            if (const auto onDisk = redirector.standing(name)) {
+                found.push_back({{.id = UUID::random(),
+                                  .diskName = onDisk->parent_path().parent_path().filename().string(),
+                                  .target = target,
+                                  .restoreState = state},
+                                 *onDisk});
+            }
+        } catch (const std::exception&) {
+            traceCaught("redirects", "whether a setting leads to a disk is not known");
+        }
+    };
+    lookAt({Target::NpmCache{}}, {State::ConfigLine{}}, npm_);
+    lookAt({Target::TemporaryFolder{}}, {State::EnvironmentVariable{}}, temporaryFolder_);
+    lookAt({Target::XcodeDerivedData{}}, {State::Preference{}}, xcode_);
+    return found;
 }
 
 std::vector<std::filesystem::path>

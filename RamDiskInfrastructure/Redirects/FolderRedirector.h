@@ -62,10 +62,9 @@ public:
                                                     const RedirectTarget& target,
                                                     const std::filesystem::path& mountPoint) override;
     void tidyOnDisk(const FolderRedirect& redirect, const std::filesystem::path& mountPoint) override;
-    [[nodiscard]] std::vector<FolderRedirect> standing(const std::vector<std::filesystem::path>& mountPoints,
-                                                       StandingSearch search) const override;
-    [[nodiscard]] std::vector<FolderRedirect>
-    strayMounts(const std::vector<FolderRedirect>& known) const override;
+    [[nodiscard]] std::vector<StandingRedirect>
+    standing(const std::vector<std::filesystem::path>& mountPoints, StandingSearch search,
+             const std::vector<FolderRedirect>& known) const override;
     [[nodiscard]] std::vector<std::filesystem::path>
     strayOriginals(const std::vector<FolderRedirect>& known) const override;
 

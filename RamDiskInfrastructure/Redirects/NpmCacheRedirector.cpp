@@ -133,6 +133,11 @@ void NpmCacheRedirector::undo(const std::string& name, const RedirectRestoreStat
     }
 }
 
+std::optional<std::filesystem::path> NpmCacheRedirector::standing(const std::string& name) const {
+    const auto line = cacheLine(contentOf(file()).value_or(""), isOurs(name));
+    return line ? std::optional<std::filesystem::path>(folderInLine(*line)) : std::nullopt;
+}
+
 bool NpmCacheRedirector::isInForce(const RedirectDestination& destination) const {
     const auto line = cacheLine(contentOf(file()).value_or(""));
     return line && existsOnDisk(destination.mountPoint, destination.name)

@@ -25,6 +25,9 @@ public:
     /// Changes nothing but a line of ours. Killed on the way, it leaves the old file or the new one, and can
     /// be repeated.
     void undo(const std::string& name, const RedirectRestoreState::ConfigLine& former) const;
+    /// The folder of this name, on whatever disk, that a line leads to; absent when none does.
+    /// @throws std::exception when that cannot be told.
+    [[nodiscard]] std::optional<std::filesystem::path> standing(const std::string& name) const;
     [[nodiscard]] bool isInForce(const RedirectDestination& destination) const;
 
 private:

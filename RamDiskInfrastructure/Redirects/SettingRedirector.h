@@ -55,11 +55,18 @@ public:
     /// repeated.
     /// @throws std::exception likewise.
     void undo(const std::string& name, const Former& former) const {
-        const auto current = setting_.read ? setting_.read() : std::nullopt;
-        if (current && isFolderOnDisk(*current, name)) {
+        if (standing(name)) {
             tell(observer_, "put the " + setting_.kind + " back");
             setting_.restore(former.value);
         }
+    }
+
+    /// The folder of this name, on whatever disk, that the setting leads to; absent when it leads elsewhere.
+    /// @throws std::exception when that cannot be told.
+    [[nodiscard]] std::optional<std::filesystem::path> standing(const std::string& name) const {
+        const auto current = setting_.read ? setting_.read() : std::nullopt;
+        return current && isFolderOnDisk(*current, name) ? std::optional<std::filesystem::path>(*current)
+                                                         : std::nullopt;
     }
 
     [[nodiscard]] bool isInForce(const RedirectDestination& destination) const {

@@ -11,7 +11,9 @@
 #include <deque>
 #include <optional>
 #include <set>
+#include <string>
 #include <system_error>
+#include <utility>
 
 #include <sys/stat.h>
 
@@ -44,34 +46,30 @@ std::optional<fs::path> backupBeside(const fs::path& link) {
 
 class Search {
 public:
-    Search(fs::path home, std::function<std::string(const fs::path&)> nameOnDisk)
-        : home_(std::move(home)),
-          nameOnDisk_(std::move(nameOnDisk)) {}
+    explicit Search(fs::path home) : home_(std::move(home)) {}
 
     void take(const FolderMounting::Mounted& mount, const std::vector<fs::path>& mountPoints) {
         const auto relative = mount.place.lexically_relative(home_);
-        struct stat status {};
-        if (!takeOnce(relative) || mount.isCovered || stat(mount.place.c_str(), &status) != 0) {
-            return;
-        }
         const auto name = mount.root.filename().string();
-        auto link = mount.root;
+        auto onDisk = mount.root;
         for (const auto& disk : mountPoints) {
-            struct stat onDisk {};
+            struct stat status {};
             const auto folder = folderOnDisk(disk, name);
-            if (lstat(folder.c_str(), &onDisk) == 0 && onDisk.st_dev == status.st_dev) {
-                link = folder;
+            if (lstat(folder.c_str(), &status) == 0 && status.st_dev == mount.device) {
+                onDisk = folder;
             }
         }
-        // Any number but none says that it is a mount.
-        add(relative, {std::nullopt, link.string(), mount.place, std::uint64_t{1}});
+        if (takeOnce(relative, onDisk)) {
+            // Any number but none says that it is a mount.
+            add(relative, {std::nullopt, onDisk.string(), mount.place, std::uint64_t{1}});
+        }
     }
 
     void takeLink(const fs::path& path) {
         std::error_code error;
         const auto target = fs::read_symlink(path, error);
         const auto relative = path.lexically_relative(home_);
-        if (!error && isFolderOnDisk(target, nameOnDisk_(relative)) && takeOnce(relative)) {
+        if (!error && isFolderOnDisk(target, nameOfFolder(relative)) && takeOnce(relative, target)) {
             const auto backup = backupBeside(path);
             add(relative,
                 {backup, target.string(), backup ? std::nullopt : std::optional(path), std::nullopt});
@@ -101,37 +99,40 @@ public:
         }
     }
 
-    [[nodiscard]] std::vector<FolderRedirect> found() const { return found_; }
+    [[nodiscard]] std::vector<StandingRedirect> found() const { return found_; }
 
 private:
-    bool takeOnce(const fs::path& relative) { return seen_.insert(relative).second; }
+    /// A folder can be mounted over itself, and a link is found on its disk and in the home folder.
+    bool takeOnce(const fs::path& relative, const fs::path& onDisk) {
+        return seen_.emplace(relative, onDisk).second;
+    }
 
     void add(const fs::path& relative, const RedirectRestoreState::LinkedFolder& state) {
-        const auto mountPoint = fs::path(state.link).parent_path().parent_path();
-        found_.push_back({.id = UUID::random(),
-                          .diskName = mountPoint.filename().string(),
-                          .target = {RedirectTarget::Folder{relative.string()}},
-                          .restoreState = RedirectRestoreState{state}});
+        const fs::path onDisk(state.link);
+        found_.push_back({{.id = UUID::random(),
+                           .diskName = onDisk.parent_path().parent_path().filename().string(),
+                           .target = {RedirectTarget::Folder{relative.string()}},
+                           .restoreState = RedirectRestoreState{state}},
+                          onDisk});
     }
 
     fs::path home_;
-    std::function<std::string(const fs::path&)> nameOnDisk_;
-    std::set<fs::path> seen_;
-    std::vector<FolderRedirect> found_;
+    std::set<std::pair<fs::path, fs::path>> seen_;
+    std::vector<StandingRedirect> found_;
 };
 
 } // namespace
 
-std::vector<FolderRedirect>
-findStandingRedirects(const fs::path& home, const std::vector<FolderMounting::Mounted>& mounts,
-                      const std::vector<fs::path>& mountPoints, StandingSearch reach,
-                      const std::function<std::string(const fs::path&)>& nameOnDisk) {
+std::vector<StandingRedirect> findStandingRedirects(const fs::path& home,
+                                                    const std::vector<FolderMounting::Mounted>& mounts,
+                                                    const std::vector<fs::path>& mountPoints,
+                                                    StandingSearch reach) {
     std::error_code error;
     const auto root = fs::canonical(home, error);
     if (error) {
         return {};
     }
-    Search search(root, nameOnDisk);
+    Search search(root);
     for (const auto& mount : mounts) {
         search.take(mount, mountPoints);
     }

@@ -156,6 +156,41 @@ TEST_F(Redirects, WhatStandsWithoutAnUnderstoodEntryComesBack) {
     }
 }
 
+TEST_F(Redirects, ASettingThatStandsWithoutAnUnderstoodEntryIsTakenAway) {
+    const auto file = machine->folder() / "home/data/Tavrin RamDisk/Folder Redirects.json";
+    const auto npmrc = machine->folder() / "home/.npmrc";
+    for (const auto* const command : {"eject", "repair"}) {
+        for (const bool isMissing : {true, false}) {
+            writeFile(npmrc, "registry=x\n");
+            ASSERT_EQ(redirects({"add", "Dev", "npm"}).status, 0);
+            auto text = readFile(file);
+            writeFile(file, isMissing ? "[]" : text.replace(text.find("npmCache"), 8, "npmCash"));
+            const bool isEject = std::string(command) == "eject";
+            const auto outcome = isEject ? machine->run({"eject", "Dev"}) : redirects({command});
+            EXPECT_THAT(outcome.err, HasSubstr("“npm” still led to a disk, although no redirect is stored"));
+            EXPECT_EQ(readFile(npmrc), "registry=x\n");
+            fs::remove(file);
+            if (isEject) {
+                EXPECT_EQ(outcome.status, 0) << outcome.err;
+                mountPoint = machine->create("Dev", {"--size", "8M"}).at("mountPoint").get<std::string>();
+            }
+        }
+    }
+}
+
+TEST_F(Redirects, ACoveredFolderKeepsTheDiskWithoutARecordToo) {
+    add();
+    writeFile(machine->folder() / "home/data/Tavrin RamDisk/Folder Redirects.json", "[]");
+    {
+        const TmpfsMount cover(folder);
+        expectTold(machine->run({"eject", "Dev"}), 1,
+                   "The disk is in use: Something else is mounted over “~/p/target”");
+        expectTold(redirects({"repair"}), 1, "Something else is mounted over “~/p/target”");
+    }
+    expectTold(machine->run({"eject", "Dev"}), 0, "“p/target” was still on a disk");
+    EXPECT_EQ(readFile(folder / "mine"), "old");
+}
+
 TEST_F(Redirects, AnEjectThatDoesNotFindALinkFails) {
     machine->environment["TRAMDISK_HOST"] = "folder";
     add();

@@ -71,7 +71,7 @@ std::vector<FolderMounting::Mounted> BindMounting::list() const {
         }
         if (root != "/") {
             const auto* const top = table.topmostAt(entry.mountPoint);
-            found.push_back({entry.mountPoint, root, top == nullptr || top->id != entry.id});
+            found.push_back({entry.mountPoint, root, entry.device, top == nullptr || top->id != entry.id});
         }
     }
     return found;

@@ -80,8 +80,11 @@ public:
         }
         return {State::ConfigLine{"before, finished"}};
     }
-    std::optional<std::string> undo(const FolderRedirect& redirect, const RedirectRestoreState&, Force) override {
-        EXPECT_TRUE(storedFor(redirect).restoreState) << "forgotten before it was undone";
+    std::optional<std::string> undo(const FolderRedirect& redirect, const RedirectRestoreState&,
+                                    Force) override {
+        if (stands.empty()) {
+            EXPECT_TRUE(storedFor(redirect).restoreState) << "forgotten before it was undone";
+        }
         if (stuck.contains(name(redirect))) {
             throw std::runtime_error("stuck");
         }
@@ -93,6 +96,14 @@ public:
         return found != inPlace.end() && found->second == mountPoint;
     }
 
+    std::vector<StandingRedirect> standing(const std::vector<std::filesystem::path>&, StandingSearch,
+                                           const std::vector<FolderRedirect>&) const override {
+        ++searches;
+        return stands;
+    }
+
+    std::vector<StandingRedirect> stands;
+    mutable int searches = 0;
     std::map<std::string, std::filesystem::path> inPlace;
     std::set<std::string> refused;
     std::set<std::string> halfDone;
@@ -229,6 +240,28 @@ TEST_F(FolderRedirects, RepairUndoesWhatLeadsNowhere) {
     machine->listingFailure = RamDiskError(RamDiskError::InventoryUnavailable{"why"});
     EXPECT_THROW(redirects.repair(), RamDiskError);
     EXPECT_THAT(inPlace(), ElementsAre("pip")) << "what cannot be told is left alone";
+}
+
+TEST_F(FolderRedirects, WhatStandsIsLookedForOnceAndUndoneUnlessItIsListed) {
+    ASSERT_THAT(told(redirects.add(dev, {npm})), IsEmpty());
+    const auto add = [this](const RedirectTarget& target, const RamDisk& disk) {
+        const auto onDisk = *disk.mountPoint / "Redirected" / redirecting->place(target).nameOnDisk;
+        redirecting->stands.push_back({{.id = UUID::random(),
+                                        .diskName = disk.name,
+                                        .target = target,
+                                        .restoreState = State{State::ConfigLine{}}},
+                                       onDisk});
+    };
+    add(npm, dev);
+    add(folder("a"), dev);
+    add(folder("b"), other());
+    const std::string back =
+        " was still on a disk, although no redirect is stored for it. The original is back.";
+    EXPECT_THAT(told(redirects.repair()), ElementsAre("“a”" + back, "“b”" + back));
+    EXPECT_EQ(redirecting->searches, 1);
+    EXPECT_THAT(told(redirects.undo("Dév")), ElementsAre("“a”" + back));
+    EXPECT_EQ(redirecting->searches, 2);
+    EXPECT_THAT(inPlace(), IsEmpty());
 }
 
 TEST_F(FolderRedirects, FollowADiskThatIsRenamed) {

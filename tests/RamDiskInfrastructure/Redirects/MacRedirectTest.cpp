@@ -99,5 +99,28 @@ TEST(MacRedirectTest, XcodesPreferenceIsRefusedWithoutXcodeAndWhereItCouldNotBeP
     EXPECT_EQ(defaults->value(xcodeKey), DefaultsValue{true});
 }
 
+TEST(MacRedirectTest, ASettingThatNoListTellsOfIsRemoved) {
+    RedirectWorld world;
+    const auto runner = std::make_shared<ScriptedRunner>();
+    const auto defaults = std::make_shared<FakeUserDefaults>();
+    world.parts.environment = std::make_shared<LaunchdEnvironment>(runner);
+    world.parts.xcode = std::make_shared<PreferenceDomain>(defaults);
+    EXPECT_THAT(texts(world.useCase().undo("Dev")), IsEmpty());
+    EXPECT_THAT(runner->commands, IsEmpty()) << "asked although the disk has no such folder";
+    std::filesystem::create_directories(world.onDisk("Temporary"));
+    std::filesystem::create_directories(world.onDisk("DerivedData"));
+    defaults->stored.emplace(xcodeKey, DefaultsValue{world.onDisk("DerivedData").string()});
+    const CommandOutput ours{0, world.onDisk("Temporary").string() + "\n", ""};
+    runner->once(launchctl + "getenv TMPDIR", ours);
+    runner->once(launchctl + "getenv TMPDIR", ours);
+    runner->once(launchctl + "unsetenv TMPDIR");
+    const std::string text = " still led to a disk, although no redirect is stored for it. Its setting is "
+                             "removed, since nobody knows what it was before.";
+    EXPECT_THAT(texts(world.useCase().undo("Dev")),
+                ElementsAre("“Temporary”" + text, "“DerivedData”" + text));
+    EXPECT_THAT(defaults->stored, IsEmpty());
+    EXPECT_EQ(runner->lines().back(), launchctl + "unsetenv TMPDIR");
+}
+
 } // namespace
 } // namespace ramdisk::test

@@ -39,6 +39,15 @@ struct StandingRedirect {
     std::filesystem::path onDisk;
 };
 
+/// A folder of the user's that still lies under the name of a backup.
+struct StrayOriginal {
+    std::filesystem::path place;
+    /// The name that it had.
+    std::string name;
+    /// Whether something else has that name by now.
+    bool isNameTaken = false;
+};
+
 /// Neither the link nor the original of a redirect is where it was recorded. The text says where to look.
 class OriginalNotFound : public std::runtime_error {
 public:
@@ -162,7 +171,7 @@ public:
 
     /// Originals that none of the `known` redirects moved. Looks only where redirects are likely, and for a
     /// few seconds at most.
-    [[nodiscard]] virtual std::vector<std::filesystem::path>
+    [[nodiscard]] virtual std::vector<StrayOriginal>
     strayOriginals(const std::vector<FolderRedirect>& /*known*/) const {
         return {};
     }

@@ -27,6 +27,18 @@ std::vector<std::filesystem::path> mountPointsOf(const std::vector<RamDisk>& dis
     return found;
 }
 
+/// An original whose place was taken is not missed, so it is no failure.
+RedirectFailure toldOf(const StrayOriginal& original) {
+    return {
+        {.id = UUID::random(), .diskName = "", .target = {RedirectTarget::Folder{original.place.string()}}},
+        "“" + original.place.string()
+            + "” is the original of a folder that was kept on a disk, and no redirect is stored for it. "
+            + (original.isNameTaken
+                   ? "“" + original.name + "” is there again. Keep the one of the two that you need."
+                   : "To have it back, give it the name “" + original.name + "” again."),
+        original.isNameTaken ? RedirectFailure::Kind::note : RedirectFailure::Kind::failure};
+}
+
 void requireMounted(const RamDisk& disk) {
     if (!disk.mountPoint) {
         throw RamDiskError(RamDiskError::NotMounted{disk.device});
@@ -263,13 +275,7 @@ FolderRedirectsUseCase::Failures FolderRedirectsUseCase::repair() {
         failures.insert(failures.end(), strays.begin(), strays.end());
     }
     for (const auto& original : redirecting_->strayOriginals(list())) {
-        const auto name = original.filename().string();
-        failures.push_back(
-            {{.id = UUID::random(), .diskName = "", .target = {RedirectTarget::Folder{original.string()}}},
-             "“" + original.string()
-                 + "” is the original of a folder that was kept on a disk, and no redirect is stored for it. "
-                   "To have it back, give it the name “"
-                 + name.substr(0, name.rfind(".ramdisk-original")) + "” again."});
+        failures.push_back(toldOf(original));
     }
     return failures;
 }

@@ -159,7 +159,7 @@ std::optional<std::filesystem::path> FolderCopies::fromDisk(const Source& source
     copyHidden(source, onDisk, mountPoint, parent);
     std::optional<std::filesystem::path> backup;
     if (original) {
-        const auto backupName = freeNameIn(parent, name, originalEnding);
+        const auto backupName = freeNameIn(parent, name, formerEnding);
         backup = parent.path / backupName;
         record({RedirectRestoreState::MovedFolder{backup, std::nullopt,
                                                   static_cast<std::uint64_t>(original->st_ino)}});

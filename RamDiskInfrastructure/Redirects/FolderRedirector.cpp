@@ -337,8 +337,7 @@ FolderRedirector::standing(const std::vector<std::filesystem::path>& mountPoints
     return found;
 }
 
-std::vector<std::filesystem::path>
-FolderRedirector::strayOriginals(const std::vector<FolderRedirect>& known) const {
+std::vector<StrayOriginal> FolderRedirector::strayOriginals(const std::vector<FolderRedirect>& known) const {
     return findStrayOriginals(home_, known);
 }
 

@@ -65,7 +65,7 @@ public:
     [[nodiscard]] std::vector<StandingRedirect>
     standing(const std::vector<std::filesystem::path>& mountPoints, StandingSearch search,
              const std::vector<FolderRedirect>& known) const override;
-    [[nodiscard]] std::vector<std::filesystem::path>
+    [[nodiscard]] std::vector<StrayOriginal>
     strayOriginals(const std::vector<FolderRedirect>& known) const override;
 
 private:

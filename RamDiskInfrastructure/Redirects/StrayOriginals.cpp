@@ -5,8 +5,12 @@
 #include "RamDiskInfrastructure/Redirects/RedirectPlaces.h"
 
 #include <chrono>
+#include <optional>
 #include <set>
+#include <string>
+#include <string_view>
 #include <system_error>
+#include <utility>
 
 namespace ramdisk {
 
@@ -48,6 +52,33 @@ bool isFolder(const fs::directory_entry& entry) {
     return entry.symlink_status(error).type() == fs::file_type::directory;
 }
 
+bool isThere(const fs::path& path) {
+    std::error_code error;
+    return fs::symlink_status(path, error).type() != fs::file_type::not_found;
+}
+
+/// The name without its number, as in “p 2”: an original gets one if another has its name. Absent if there
+/// is no number.
+std::optional<std::string> withoutNumber(const std::string& name) {
+    const auto blank = name.rfind(' ');
+    const bool isNumbered = blank != std::string::npos && blank > 0 && blank + 1 < name.size()
+                            && name.find_first_not_of("0123456789", blank + 1) == std::string::npos;
+    return isNumbered ? std::optional(name.substr(0, blank)) : std::nullopt;
+}
+
+StrayOriginal strayOriginal(const fs::path& place, std::string_view ending) {
+    auto name = place.filename().string();
+    name.resize(name.size() - ending.size());
+    const auto shorter = withoutNumber(name);
+    // A folder may have a name with a number of its own.
+    if (shorter
+        && (isThere(place.parent_path() / *shorter)
+            || isThere(place.parent_path() / (*shorter + std::string(ending))))) {
+        name = *shorter;
+    }
+    return {place, name, isThere(place.parent_path() / name)};
+}
+
 std::set<fs::path> placesToLookIn(const fs::path& home, const std::vector<FolderRedirect>& known,
                                   Clock::time_point end) {
     std::set<fs::path> places{home};
@@ -81,7 +112,8 @@ std::set<fs::path> placesToLookIn(const fs::path& home, const std::vector<Folder
 
 } // namespace
 
-std::vector<fs::path> findStrayOriginals(const fs::path& home, const std::vector<FolderRedirect>& known) {
+std::vector<StrayOriginal> findStrayOriginals(const fs::path& home,
+                                              const std::vector<FolderRedirect>& known) {
     std::error_code error;
     const auto root = fs::canonical(home, error);
     if (error) {
@@ -94,12 +126,18 @@ std::vector<fs::path> findStrayOriginals(const fs::path& home, const std::vector
         }
     }
     const auto end = Clock::now() + searchLimit;
-    std::vector<fs::path> found;
+    std::vector<StrayOriginal> found;
     for (const auto& place : placesToLookIn(root, known, end)) {
         forEachEntry(place, end, [&](const fs::directory_entry& entry) {
-            if (entry.path().native().ends_with(originalEnding) && isFolder(entry)
-                && !backups.contains(entry.path())) {
-                found.push_back(entry.path());
+            const auto& path = entry.path();
+            const bool isFormer = path.native().ends_with(formerEnding);
+            if ((!isFormer && !path.native().ends_with(originalEnding)) || !isFolder(entry)
+                || backups.contains(path)) {
+                return;
+            }
+            auto original = strayOriginal(path, isFormer ? formerEnding : originalEnding);
+            if (!isFormer || !original.isNameTaken) {
+                found.push_back(std::move(original));
             }
         });
     }

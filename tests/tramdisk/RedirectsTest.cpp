@@ -85,7 +85,7 @@ TEST_F(Redirects, FilesOnTheDiskGoOnlyWhereTheyAreToldTo) {
     expectTold(redirects({"add", "Dev", "folder:p/target"}), 0, "It has files on the disk already");
     expectTold(redirects({"remove", "Dev", "folder:p/target", "--discard", "--forget"}), 2, "Give one of");
     expectTold(redirects({"remove", "Dev", "folder:p/target", "--keep-files"}), 0,
-               "p/target.ramdisk-original”.");
+               "p/target.ramdisk-former”.");
     EXPECT_TRUE(fs::exists(folder / "new"));
     EXPECT_EQ(redirects({"add", "Dev", "folder:p/target", "--copy"}).status, 0);
     EXPECT_TRUE(fs::exists(mountPoint / "Redirected/p+target/new"));
@@ -202,6 +202,37 @@ TEST_F(Redirects, AnEjectThatDoesNotFindALinkFails) {
     EXPECT_EQ(outcome.status, 1) << outcome.err;
     EXPECT_THAT(outcome.err, HasSubstr("p/target"));
     EXPECT_THAT(machine->list(), IsEmpty());
+}
+
+TEST_F(Redirects, AnOriginalIsToldWithANameThatIsFreeAndNotWhenItIsKeptOnPurpose) {
+    add();
+    writeFile(folder / "new", "new");
+    expectTold(redirects({"remove", "Dev", "folder:p/target", "--keep-files"}), 0,
+               "p/target.ramdisk-former”.");
+    const auto after = redirects({"repair"});
+    expectTold(after, 0, "Every folder is where it belongs.");
+    EXPECT_THAT(after.err, IsEmpty());
+    struct Case {
+        std::vector<std::string> folders;
+        int status;
+        std::string text;
+    };
+    for (const auto& [folders, status, text] :
+         {Case{{"q.ramdisk-original"}, 1, "give it the name “q” again."},
+          Case{{"q.ramdisk-original", "q 2.ramdisk-original"}, 1, "give it the name “q” again."},
+          Case{{"q", "q 2.ramdisk-original"}, 0, "“q” is there again."},
+          Case{{"q 2.ramdisk-original"}, 1, "give it the name “q 2” again."},
+          Case{{"q.ramdisk-former"}, 1, "give it the name “q” again."}}) {
+        for (const auto& name : folders) {
+            fs::create_directory(machine->folder() / "home" / name);
+        }
+        const auto told = redirects({"repair"});
+        expectTold(told, status, text);
+        EXPECT_THAT(folders.size() > 1 ? told.err : "", testing::Not(HasSubstr("name “q 2”")));
+        for (const auto& name : folders) {
+            fs::remove(machine->folder() / "home" / name);
+        }
+    }
 }
 
 } // namespace

@@ -26,7 +26,7 @@ TEST(RedirectedFiles, FilesOnTheDiskBecomeTheFolderAndTheOriginalIsKeptBeside) {
         world.write("x", "");
         if (hasOriginal) {
             world.write("p/target/mine", "old");
-            world.write("p/target.ramdisk-original", "a file of the user's");
+            world.write("p/target.ramdisk-former", "a file of the user's");
         }
         auto redirects = world.useCase();
         ASSERT_THAT(texts(redirects.add(world.disk(), {folderTarget("p/target")})), IsEmpty());
@@ -42,10 +42,10 @@ TEST(RedirectedFiles, FilesOnTheDiskBecomeTheFolderAndTheOriginalIsKeptBeside) {
         if (hasOriginal) {
             EXPECT_EQ(told.front().kind, RedirectFailure::Kind::note);
             EXPECT_EQ(texts(told).front(), "The original is kept as “"
-                                               + (world.home() / "p/target 2.ramdisk-original").string()
+                                               + (world.home() / "p/target 2.ramdisk-former").string()
                                                + "”.");
-            EXPECT_EQ(world.read("p/target 2.ramdisk-original/mine"), "old");
-            EXPECT_EQ(world.read("p/target.ramdisk-original"), "a file of the user's");
+            EXPECT_EQ(world.read("p/target 2.ramdisk-former/mine"), "old");
+            EXPECT_EQ(world.read("p/target.ramdisk-former"), "a file of the user's");
         }
         EXPECT_EQ(world.tree().size(), hasOriginal ? 8U : 5U) << "something is left behind";
     }

@@ -185,7 +185,7 @@ TEST_F(BindRedirect, CopiesKeepModesLinksAndAttributesBothWays) {
             .remove("Dev", {redirect}, UseCase::LostOriginals::keptListed, UseCase::FilesOnDisk::putBack)
             .size(),
         1U);
-    fs::remove_all(world->home() / "p/target.ramdisk-original");
+    fs::remove_all(world->home() / "p/target.ramdisk-former");
     expectSame();
 }
 

@@ -209,6 +209,24 @@ FolderRedirectsUseCase::Failures FolderRedirectsUseCase::undo(const std::string&
     });
 }
 
+FolderRedirectsUseCase::Failures FolderRedirectsUseCase::undoUnlessInUse(const RamDisk& disk) {
+    auto failures = undo(disk.name);
+    const auto busy = std::find_if(failures.begin(), failures.end(), [](const RedirectFailure& failure) {
+        return failure.kind == RedirectFailure::Kind::inUse;
+    });
+    if (busy == failures.end()) {
+        return failures;
+    }
+    try {
+        static_cast<void>(apply(disk));
+    } catch (const std::exception&) {
+        // Who uses the disk is what the user must see; an undone redirect loses nothing.
+        traceCaught("redirects", "the redirects of a disk that is in use are not put back");
+    }
+    throw RamDiskError(
+        RamDiskError::EjectFailed{disk.device, std::get<std::string>(busy->message), EjectObstacle::busy});
+}
+
 FolderRedirectsUseCase::Failures FolderRedirectsUseCase::undoLost() {
     const auto stored = list();
     if (std::none_of(stored.begin(), stored.end(), mayBeInPlace)) {

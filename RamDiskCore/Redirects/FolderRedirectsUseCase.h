@@ -95,6 +95,11 @@ public:
     /// @param force whether folders that programs use are taken out of their place as well.
     Failures undo(const std::string& diskName, Force force = Force::no);
 
+    /// The same for a disk that stays, whose files are to be replaced or found elsewhere.
+    /// @throws RamDiskError `ejectFailed` when a program uses such a folder, or it cannot be taken away. It
+    ///         names both, and everything is in place as before.
+    Failures undoUnlessInUse(const RamDisk& disk);
+
     /// Undoes redirects that are half done, and redirects that are stored as in force but do not lead to a
     /// mounted disk.
     /// @throws RamDiskError `inventoryUnavailable` with nothing done.

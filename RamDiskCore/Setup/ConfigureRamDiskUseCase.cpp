@@ -99,7 +99,7 @@ ConfigureRamDiskResult ConfigureRamDiskUseCase::execute(const RamDisk& disk, Ram
 RamDisk ConfigureRamDiskUseCase::setAccess(const RamDisk& disk, VolumeAccess access,
                                            std::vector<RamDiskSetupProblem>& problems) {
     // The disk is found elsewhere afterwards, and what leads to it must not lead nowhere meanwhile.
-    noteFailures(redirects_->undo(disk.name), problems);
+    noteFailures(redirects_->undoUnlessInUse(disk), problems);
     try {
         services_.access->setAccess(disk, access);
     } catch (const std::exception&) {

@@ -17,7 +17,7 @@ LoadSavedContentsUseCase::LoadSavedContentsUseCase(RamDiskServices services,
 
 LoadSavedContentsUseCase::Result LoadSavedContentsUseCase::load(const KeptDisk& kept, std::size_t number,
                                                                 const ProgressObserver& observer) {
-    auto failures = redirects_->undo(kept.disk.name);
+    auto failures = redirects_->undoUnlessInUse(kept.disk);
     std::optional<KeptDisk> onto = kept;
     const auto reapply = [&] {
         if (onto) {

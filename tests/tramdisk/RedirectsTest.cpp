@@ -235,5 +235,25 @@ TEST_F(Redirects, AnOriginalIsToldWithANameThatIsFreeAndNotWhenItIsKeptOnPurpose
     }
 }
 
+TEST_F(Redirects, WhoUsesAFolderIsToldByWhateverTakesItOffTheDisk) {
+    ASSERT_EQ(machine->run({"settings", "set", "allowsKeyFile", "true"}).status, 0);
+    ASSERT_EQ(machine->run({"configure", "Dev", "--at-launch", "--keep-files"}).status, 0);
+    writeFile(mountPoint / "file", "saved");
+    ASSERT_EQ(machine->run({"save", "Dev"}).status, 0);
+    writeFile(mountPoint / "file", "newer");
+    add();
+    writeFile(folder / "new", "new");
+    const FileDescriptor user(open((folder / "new").c_str(), O_RDONLY | O_CLOEXEC));
+    for (const auto& command :
+         std::vector<std::vector<std::string>>{{"configure", "Dev", "--access", "onlyMe"}, {"load", "Dev"}}) {
+        const auto told = machine->run(command);
+        expectTold(told, 1, "The disk is in use: “" + folder.string() + "” is kept busy by tramdisk_tests (");
+        EXPECT_THAT(told.err, testing::Not(HasSubstr("could not be moved")));
+        EXPECT_EQ(machine->list().at("Dev").at("access"), "everyone");
+        EXPECT_EQ(readFile(mountPoint / "file"), "newer");
+        expectTold(redirects({}), 0, "in place");
+    }
+}
+
 } // namespace
 } // namespace ramdisk::test

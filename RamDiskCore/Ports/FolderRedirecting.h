@@ -159,6 +159,11 @@ public:
     virtual void tidyOnDisk(const FolderRedirect& /*redirect*/, const std::filesystem::path& /*mountPoint*/) {
     }
 
+    /// Whether the folder on the disk can be removed or copied as a whole: nothing is mounted in it.
+    /// @throws FolderInUse that names what is mounted there.
+    virtual void requireNothingMountedIn(const FolderRedirect& /*redirect*/,
+                                         const std::filesystem::path& /*mountPoint*/) const {}
+
     /// Redirects that are in place, as far as what is on the machine shows it, whether a list tells of them
     /// or not. Looks for a few seconds at most.
     /// @param mountPoints of the disks that are there.

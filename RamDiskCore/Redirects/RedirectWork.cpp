@@ -33,6 +33,14 @@ Outcome forgetOne(RedirectSession& session, FolderRedirect& redirect,
                                           "with --discard deletes them."));
         return Outcome::failed;
     }
+    try {
+        if (mountPoint) {
+            session.redirecting().requireNothingMountedIn(redirect, *mountPoint);
+        }
+    } catch (const std::exception& error) {
+        session.fail(redirect, error);
+        return Outcome::failed;
+    }
     const auto asRecorded = redirect;
     if (session.undo(redirect) == Outcome::failed) {
         return Outcome::failed;

@@ -39,6 +39,11 @@ public:
     /// @throws SystemCallError
     [[nodiscard]] virtual std::vector<Mounted> list() const = 0;
 
+    /// Says what is mounted somewhere in the folder, in its subfolders too, and not on it. Absent when
+    /// nothing is.
+    /// @throws SystemCallError
+    [[nodiscard]] virtual std::optional<std::string> mountedIn(const std::filesystem::path& folder) const = 0;
+
     /// Takes away what is mounted on the folder at `place`, which is looked up by its name in `parent` and no
     /// link followed. Nothing is done if nothing is mounted.
     /// @throws FolderInUse when that is refused; if forced, not because a program uses the folder,

@@ -197,6 +197,23 @@ bool holdsFiles(const std::filesystem::path& folder) {
     return error && error != std::errc::no_such_file_or_directory;
 }
 
+std::optional<std::filesystem::path> otherFileSystemIn(const std::filesystem::path& folder) {
+    struct stat root {};
+    if (stat(folder.c_str(), &root) != 0) {
+        return std::nullopt;
+    }
+    std::error_code error;
+    for (std::filesystem::recursive_directory_iterator entry(folder, error), end; !error && entry != end;
+         entry.increment(error)) {
+        struct stat status {};
+        if (lstat(entry->path().c_str(), &status) == 0 && S_ISDIR(status.st_mode)
+            && status.st_dev != root.st_dev) {
+            return entry->path();
+        }
+    }
+    return std::nullopt;
+}
+
 FolderAccess privateAccessOfOwner(const std::filesystem::path& home) {
     struct stat status {};
     if (stat(home.c_str(), &status) != 0) {

@@ -3,6 +3,7 @@
 #include "RamDiskInfrastructure/Commands/FileDescriptor.h"
 
 #include <filesystem>
+#include <optional>
 #include <string>
 
 #include <sys/stat.h>
@@ -62,6 +63,9 @@ bool removeFolderIn(const FileDescriptor& parent, const std::string& name, const
 
 /// Whether there is anything but folders in the folder.
 [[nodiscard]] bool holdsFiles(const std::filesystem::path& folder);
+
+/// A folder in this one, however deep, that is on another file system. Absent when there is none.
+[[nodiscard]] std::optional<std::filesystem::path> otherFileSystemIn(const std::filesystem::path& folder);
 
 /// Access for the owner of the home folder alone.
 /// @throws SystemCallError

@@ -272,7 +272,9 @@ void FolderRedirector::copyToDisk(const FolderRedirect& redirect, const std::fil
     if (!homeFolderOf(redirect.target)) {
         throw std::runtime_error("--copy is for folders and caches; this is a setting.");
     }
-    copies_.toDisk(sourceOf(redirect), mountPoint);
+    const auto source = sourceOf(redirect);
+    requireNothingMounted(home_ / source.folder);
+    copies_.toDisk(source, mountPoint);
 }
 
 std::optional<std::filesystem::path> FolderRedirector::copyFromDisk(const FolderRedirect& redirect,
@@ -302,6 +304,21 @@ std::optional<std::filesystem::path> FolderRedirector::moveOnDisk(const FolderRe
 
 void FolderRedirector::tidyOnDisk(const FolderRedirect& redirect, const std::filesystem::path& mountPoint) {
     removeEmptyFolderOnDisk(mountPoint, nameOnDisk(redirect.target));
+}
+
+void FolderRedirector::requireNothingMounted(const std::filesystem::path& folder) const {
+    std::error_code error;
+    if (!std::filesystem::is_directory(folder, error)) {
+        return;
+    }
+    if (const auto inner = mounted_.mountedIn(folder)) {
+        throw FolderInUse(fmt::format("“{}” stays: {}", folder.string(), *inner));
+    }
+}
+
+void FolderRedirector::requireNothingMountedIn(const FolderRedirect& redirect,
+                                               const std::filesystem::path& mountPoint) const {
+    requireNothingMounted(folderOnDisk(mountPoint, recordedName(redirect)));
 }
 
 std::vector<StandingRedirect>

@@ -62,6 +62,8 @@ public:
                                                     const RedirectTarget& target,
                                                     const std::filesystem::path& mountPoint) override;
     void tidyOnDisk(const FolderRedirect& redirect, const std::filesystem::path& mountPoint) override;
+    void requireNothingMountedIn(const FolderRedirect& redirect,
+                                 const std::filesystem::path& mountPoint) const override;
     [[nodiscard]] std::vector<StandingRedirect>
     standing(const std::vector<std::filesystem::path>& mountPoints, StandingSearch search,
              const std::vector<FolderRedirect>& known) const override;
@@ -74,6 +76,8 @@ private:
     [[nodiscard]] std::optional<std::string> undoFolder(const FolderRedirect& redirect,
                                                         const SymlinkFolderRedirector::Recorded& recorded,
                                                         Force force) const;
+    /// @throws FolderInUse
+    void requireNothingMounted(const std::filesystem::path& folder) const;
     /// Why a folder that is on its disk is not in force.
     [[nodiscard]] RedirectStatus::Condition whatReplaced(const FolderRedirect& redirect) const;
 

@@ -158,6 +158,16 @@ bool MountedFolderRedirector::isInForce(const Source& source, const std::filesys
     return folder && onDisk && isSameFile(folder, onDisk);
 }
 
+std::optional<std::string> MountedFolderRedirector::mountedIn(const std::filesystem::path& folder) const {
+    if (mounting_) {
+        return mounting_->mountedIn(folder);
+    }
+    const auto inner = otherFileSystemIn(folder);
+    return inner ? std::optional("another volume is mounted on it, at “" + inner->string()
+                                 + "”. Unmount that one first.")
+                 : std::nullopt;
+}
+
 bool MountedFolderRedirector::isCovered(const Source& source) const {
     const auto mount = mountOf(source, {});
     return mount && mount->isCovered;

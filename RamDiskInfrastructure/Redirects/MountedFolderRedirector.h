@@ -43,6 +43,10 @@ public:
     /// All that is mounted below the home folder and comes from a redirect.
     [[nodiscard]] std::vector<FolderMounting::Mounted> mounts() const;
 
+    /// What is mounted in a folder, as `FolderMounting::mountedIn` says it. Where nothing can be mounted,
+    /// only other file systems are noticed.
+    [[nodiscard]] std::optional<std::string> mountedIn(const std::filesystem::path& folder) const;
+
     /// Whether what was recorded is of a folder that was mounted.
     [[nodiscard]] static bool isMount(const RedirectRestoreState& state);
 

@@ -255,5 +255,35 @@ TEST_F(Redirects, WhoUsesAFolderIsToldByWhateverTakesItOffTheDisk) {
     }
 }
 
+TEST_F(Redirects, AMountInAFolderIsNeitherCopiedNorDeleted) {
+    const auto inner = folder / "inner";
+    const auto named = [&](const fs::path& path) { return "mounted on it, at “" + path.string() + "”."; };
+    {
+        const TmpfsMount mount(inner);
+        expectTold(redirects({"add", "Dev", "folder:p/target", "--copy"}), 1, named(inner));
+        EXPECT_TRUE(fs::is_empty(mountPoint));
+        expectTold(redirects({}), 0, "No folders are kept");
+    }
+    for (const auto* const rung : {"kernel", "folder"}) {
+        machine->environment["TRAMDISK_HOST"] = rung;
+        add();
+        machine->environment.erase("TRAMDISK_HOST");
+        writeFile(folder / "new", "new");
+        {
+            const TmpfsMount mount(inner);
+            writeFile(inner / "precious", "x");
+            for (const auto* const option : {"--keep-files", "--discard"}) {
+                expectTold(redirects({"remove", "Dev", "folder:p/target", option}), 1,
+                           named(fs::canonical(inner)));
+                expectTold(redirects({}), 0, "in place");
+                EXPECT_EQ(readFile(folder / "new"), "new");
+                EXPECT_EQ(readFile(inner / "precious"), "x");
+            }
+        }
+        EXPECT_EQ(redirects({"remove", "Dev", "folder:p/target", "--discard"}).status, 0);
+        EXPECT_EQ(readFile(folder / "mine"), "old");
+    }
+}
+
 } // namespace
 } // namespace ramdisk::test

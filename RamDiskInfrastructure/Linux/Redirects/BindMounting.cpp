@@ -77,6 +77,12 @@ std::vector<FolderMounting::Mounted> BindMounting::list() const {
     return found;
 }
 
+std::optional<std::string> BindMounting::mountedIn(const std::filesystem::path& folder) const {
+    const auto table = MountTable::read(host_.proc);
+    const auto* const inner = table.below(std::filesystem::canonical(folder));
+    return inner == nullptr ? std::nullopt : std::optional(mountedOnText(*inner));
+}
+
 void BindMounting::unmount(const FileDescriptor& parent, const std::filesystem::path& place, Force force) {
     // An open descriptor of the mount itself would keep it busy.
     const auto path = fmt::format("/proc/self/fd/{}/{}", parent.get(), place.filename().string());

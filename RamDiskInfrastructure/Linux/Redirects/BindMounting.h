@@ -14,6 +14,7 @@ public:
     void mount(const FileDescriptor& folder, const FileDescriptor& target,
                const std::filesystem::path& place) override;
     [[nodiscard]] std::vector<Mounted> list() const override;
+    [[nodiscard]] std::optional<std::string> mountedIn(const std::filesystem::path& folder) const override;
     void unmount(const FileDescriptor& parent, const std::filesystem::path& place, Force force) override;
 
 private:

@@ -25,6 +25,14 @@ TEST(RedirectMount, FoldersOnAnotherFileSystemAreMovedThereButItsRootIsNot) {
                 ElementsAre("“~/data” is where another file system is mounted, which cannot be moved."));
     EXPECT_THAT(texts(world.useCase().add(world.disk(), {folderTarget("data/cache")})), IsEmpty());
     EXPECT_TRUE(fs::is_symlink(world.home() / "data/cache"));
+    {
+        const TmpfsMount inner(world.onDisk("data+cache") / "inner");
+        EXPECT_THAT(texts(world.useCase().remove("Dev", {folderTarget("data/cache")},
+                                                 FolderRedirectsUseCase::LostOriginals::keptListed,
+                                                 FolderRedirectsUseCase::FilesOnDisk::discarded)),
+                    ElementsAre(testing::HasSubstr("data+cache/inner”.")));
+        EXPECT_TRUE(fs::is_symlink(world.home() / "data/cache"));
+    }
     EXPECT_THAT(texts(world.useCase().undo("Dev")), IsEmpty());
     EXPECT_EQ(world.tree(), before);
 }

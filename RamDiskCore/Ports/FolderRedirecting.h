@@ -164,6 +164,12 @@ public:
     virtual void requireNothingMountedIn(const FolderRedirect& /*redirect*/,
                                          const std::filesystem::path& /*mountPoint*/) const {}
 
+    /// What may delete the files of a redirect that is in place, and what prevents that, as one sentence.
+    /// Absent when there is nothing to tell.
+    [[nodiscard]] virtual std::optional<std::string> hazard(const FolderRedirect& /*redirect*/) const {
+        return std::nullopt;
+    }
+
     /// Redirects that are in place, as far as what is on the machine shows it, whether a list tells of them
     /// or not. Looks for a few seconds at most.
     /// @param mountPoints of the disks that are there.

@@ -6,6 +6,7 @@
 #include "RamDiskInfrastructure/Redirects/FolderNames.h"
 #include "RamDiskInfrastructure/Redirects/FolderOnDisk.h"
 #include "RamDiskInfrastructure/Redirects/FolderUse.h"
+#include "RamDiskInfrastructure/Redirects/GitExclusion.h"
 #include "RamDiskInfrastructure/Redirects/HomeTree.h"
 #include "RamDiskInfrastructure/Redirects/RedirectPlaces.h"
 #include "RamDiskInfrastructure/Redirects/StandingRedirects.h"
@@ -319,6 +320,20 @@ void FolderRedirector::requireNothingMounted(const std::filesystem::path& folder
 void FolderRedirector::requireNothingMountedIn(const FolderRedirect& redirect,
                                                const std::filesystem::path& mountPoint) const {
     requireNothingMounted(folderOnDisk(mountPoint, recordedName(redirect)));
+}
+
+std::optional<std::string> FolderRedirector::hazard(const FolderRedirect& redirect) const {
+    if (!redirect.restoreState || !backupOf(*redirect.restoreState)) {
+        return std::nullopt;
+    }
+    try {
+        const auto source = sourceOf(redirect);
+        return GitExclusion(home_, redirect.id, observer_)
+            .hazard(openInHome(home_, source.folder.parent_path()), source.folder.filename().string());
+    } catch (const std::exception&) {
+        traceCaught("redirects", "nothing is told of git");
+        return std::nullopt;
+    }
 }
 
 std::vector<StandingRedirect>

@@ -64,6 +64,7 @@ public:
     void tidyOnDisk(const FolderRedirect& redirect, const std::filesystem::path& mountPoint) override;
     void requireNothingMountedIn(const FolderRedirect& redirect,
                                  const std::filesystem::path& mountPoint) const override;
+    [[nodiscard]] std::optional<std::string> hazard(const FolderRedirect& redirect) const override;
     [[nodiscard]] std::vector<StandingRedirect>
     standing(const std::vector<std::filesystem::path>& mountPoints, StandingSearch search,
              const std::vector<FolderRedirect>& known) const override;

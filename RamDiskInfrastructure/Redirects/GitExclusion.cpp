@@ -4,6 +4,8 @@
 #include "RamDiskInfrastructure/Redirects/FolderOnDisk.h"
 #include "RamDiskInfrastructure/Stores/StoredFile.h"
 
+#include <fmt/format.h>
+
 #include <utility>
 
 #include <sys/stat.h>
@@ -91,6 +93,27 @@ void GitExclusion::add(const OpenedFolder& parent, const std::string& name) cons
     } catch (const std::system_error&) {
         traceCaught("redirects", "git is not told of a link");
     }
+}
+
+bool GitExclusion::isHidden(const OpenedFolder& parent) const {
+    const auto project = projectOf(parent);
+    const auto text = project ? readStoredFile(project->patterns / excludeFile) : std::nullopt;
+    return text && text->find(begin_) != std::string::npos;
+}
+
+std::optional<std::string> GitExclusion::hazard(const OpenedFolder& parent, const std::string& name) const {
+    const auto home = std::filesystem::canonical(home_);
+    for (auto folder = parent.path; isInside(folder, home); folder = folder.parent_path()) {
+        if (!isNowhere(folder / ".git")) {
+            // Both names begin with the folder's own.
+            return fmt::format("`git clean {}` would delete the link “~/{}” and the original beside it: add "
+                               "`-e '{}*'` to it, or eject the disk first.",
+                               isHidden(parent) ? "-fdx" : "-fd",
+                               (parent.path / name).lexically_relative(home).string(),
+                               pattern((parent.path / name).lexically_relative(folder)));
+        }
+    }
+    return std::nullopt;
 }
 
 void GitExclusion::remove(const OpenedFolder& parent) const {

@@ -22,6 +22,11 @@ public:
     /// For the folder `name` in `parent`.
     void add(const OpenedFolder& parent, const std::string& name) const;
 
+    /// How git would still delete the link `name` in `parent` and the original, and what prevents that.
+    /// Absent outside of projects, of whatever kind and owner.
+    [[nodiscard]] std::optional<std::string> hazard(const OpenedFolder& parent,
+                                                    const std::string& name) const;
+
     /// Takes away what `add` wrote, and a file that it made.
     void remove(const OpenedFolder& parent) const;
 
@@ -33,6 +38,9 @@ private:
     };
     [[nodiscard]] std::optional<Project> projectOf(const OpenedFolder& parent) const;
     void replace(const std::filesystem::path& file, const std::string& text) const;
+
+    /// Whether the lines are in the project's file.
+    [[nodiscard]] bool isHidden(const OpenedFolder& parent) const;
 
     std::filesystem::path home_;
     std::string begin_;

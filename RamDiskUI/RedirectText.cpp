@@ -48,13 +48,16 @@ struct TargetTitle {
 
 struct TargetNote {
     const RedirectTarget& settled;
+    bool startsEmpty;
 
     std::string operator()(const Target::XcodeDerivedData&) const {
         return "Build products and indexes. Restart Xcode to use the new place.";
     }
     std::string operator()(const Target::NpmCache&) const { return "Downloaded packages, set in ~/.npmrc."; }
     std::string operator()(const Target::Folder&) const {
-        return "Starts empty on the disk; the original is put back when the disk goes away.";
+        return startsEmpty
+                   ? "Starts empty on the disk; the original is put back when the disk goes away."
+                   : "It has files on the disk already; the original is put back when the disk goes away.";
     }
     std::string operator()(const Target::Cache& target) const {
         switch (target.cache) {
@@ -64,8 +67,9 @@ struct TargetNote {
             return quit("Firefox");
         default:
             const auto* const folder = std::get_if<Target::Folder>(&settled.value);
-            return fmt::format("~/{}. Starts empty; the original comes back when the disk goes away.",
-                               folder != nullptr ? folder->path : folderOfCache(target.cache).string());
+            return fmt::format("~/{}. {}; the original comes back when the disk goes away.",
+                               folder != nullptr ? folder->path : folderOfCache(target.cache).string(),
+                               startsEmpty ? "Starts empty" : "It has files on the disk already");
         }
     }
     std::string operator()(const Target::TemporaryFolder&) const {
@@ -73,10 +77,9 @@ struct TargetNote {
     }
 
 private:
-    static std::string quit(std::string_view browser) {
-        return fmt::format("Quit {} first. The cache starts empty and the original comes back when the disk "
-                           "goes away.",
-                           browser);
+    [[nodiscard]] std::string quit(std::string_view browser) const {
+        return fmt::format("Quit {} first. The cache {} and the original comes back when the disk goes away.",
+                           browser, startsEmpty ? "starts empty" : "has files on the disk already");
     }
 };
 
@@ -96,12 +99,17 @@ constexpr auto conditionTexts = enumerationTable<Worded<Condition>>({
 
 } // namespace
 
+std::string redirectsIntroduction() {
+    return "Build products, caches, temporary files. Xcode, npm and other tools can keep their folders on a "
+           "disk while it is mounted.";
+}
+
 std::string redirectTitle(const RedirectTarget& target) {
     return std::visit(TargetTitle{}, target.value);
 }
 
-std::string redirectNote(const RedirectTarget& target, const RedirectTarget& settled) {
-    return std::visit(TargetNote{settled}, target.value);
+std::string redirectNote(const RedirectTarget& target, const RedirectTarget& settled, bool startsEmpty) {
+    return std::visit(TargetNote{settled, startsEmpty}, target.value);
 }
 
 std::string statusText(const RedirectStatus& status) {

@@ -178,19 +178,6 @@ TEST_F(Redirects, ASettingThatStandsWithoutAnUnderstoodEntryIsTakenAway) {
     }
 }
 
-TEST_F(Redirects, ACoveredFolderKeepsTheDiskWithoutARecordToo) {
-    add();
-    writeFile(machine->folder() / "home/data/Tavrin RamDisk/Folder Redirects.json", "[]");
-    {
-        const TmpfsMount cover(folder);
-        expectTold(machine->run({"eject", "Dev"}), 1,
-                   "The disk is in use: Something else is mounted over “~/p/target”");
-        expectTold(redirects({"repair"}), 1, "Something else is mounted over “~/p/target”");
-    }
-    expectTold(machine->run({"eject", "Dev"}), 0, "“p/target” was still on a disk");
-    EXPECT_EQ(readFile(folder / "mine"), "old");
-}
-
 TEST_F(Redirects, AnEjectThatDoesNotFindALinkFails) {
     machine->environment["TRAMDISK_HOST"] = "folder";
     add();
@@ -283,6 +270,62 @@ TEST_F(Redirects, AMountInAFolderIsNeitherCopiedNorDeleted) {
         EXPECT_EQ(redirects({"remove", "Dev", "folder:p/target", "--discard"}).status, 0);
         EXPECT_EQ(readFile(folder / "mine"), "old");
     }
+}
+
+TEST_F(Redirects, ACoveredFolderKeepsTheDiskWithoutARecordToo) {
+    add();
+    writeFile(machine->folder() / "home/data/Tavrin RamDisk/Folder Redirects.json", "[]");
+    {
+        const TmpfsMount cover(folder);
+        expectTold(machine->run({"eject", "Dev"}), 1,
+                   "The disk is in use: Something else is mounted over “~/p/target”");
+        expectTold(redirects({"repair"}), 1, "Something else is mounted over “~/p/target”");
+    }
+    expectTold(machine->run({"eject", "Dev"}), 0, "“p/target” was still on a disk");
+    EXPECT_EQ(readFile(folder / "mine"), "old");
+}
+
+TEST_F(Redirects, ALinkInAGitProjectIsToldWithWhatKeepsIt) {
+    machine->environment["TRAMDISK_HOST"] = "folder";
+    const auto git = [&](const std::string& arguments) {
+        const auto project = (machine->folder() / "home/p").string();
+        return std::system(("git -C '" + project + "' " + arguments + " >/dev/null 2>&1").c_str());
+    };
+    const auto outcome = redirects({"add", "Dev", "folder:p/target"});
+    EXPECT_THAT(outcome.err, testing::Not(HasSubstr("git")));
+    ASSERT_EQ(redirects({"remove", "Dev", "folder:p/target"}).status, 0);
+    ASSERT_EQ(git("init -q"), 0);
+    writeFile(folder.parent_path() / "scrap", "");
+    expectTold(redirects({"add", "Dev", "folder:p/target"}), 0,
+               "`git clean -fdx` would delete the link “~/p/target” and the original beside it: add `-e "
+               "'/target*'` to it, or eject the disk first.");
+    ASSERT_EQ(git("clean -fdx -e '/target*'"), 0);
+    EXPECT_FALSE(fs::exists(folder.parent_path() / "scrap"));
+    ASSERT_EQ(machine->run({"eject", "Dev"}).status, 0);
+    EXPECT_EQ(readFile(folder / "mine"), "old");
+}
+
+TEST_F(Redirects, WhatToKnowOfATargetIsToldWhereItIsAddedAndListed) {
+    expectTold(redirects({}), 0, "Xcode, npm and other tools can keep their folders on a disk");
+    const auto both = [&](const std::string& target, const std::string& empty, const std::string& filled) {
+        const auto name = target == "chrome" ? ".cache+google-chrome" : ".cache+" + target;
+        expectTold(redirects({"add", "Dev", "cache:" + target}), 0, empty);
+        writeFile(mountPoint / "Redirected" / name / "file", "x");
+        expectTold(redirects({"add", "Dev", "cache:" + target}), 0, filled);
+    };
+    both("pip", "note: ~/.cache/pip. Starts empty; the original comes back when the disk goes away.",
+         "note: ~/.cache/pip. It has files on the disk already; the original comes back when the disk goes "
+         "away.");
+    both("chrome", "note: Quit Chrome first. The cache starts empty and the original comes back",
+         "note: Quit Chrome first. The cache has files on the disk already and the original comes back");
+    expectTold(machine->run({"configure", "Dev", "--redirect", "npm"}), 0,
+               "note: Downloaded packages, set in ~/.npmrc.");
+    expectTold(machine->run({"create", "--name", "New", "--size", "8M", "--redirect", "folder:q"}), 0,
+               "note: Starts empty on the disk; the original is put back when the disk goes away.");
+    const auto list = redirects({});
+    EXPECT_THAT(list.out, HasSubstr("Chrome cache"));
+    EXPECT_THAT(list.out, HasSubstr("npm cache"));
+    EXPECT_EQ(redirects({"--json"}).json().front().at("title"), "pip cache");
 }
 
 } // namespace

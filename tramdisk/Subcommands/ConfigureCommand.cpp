@@ -1,6 +1,7 @@
 #include "RamDiskInfrastructure/Stores/ValueJSON.h"
 #include "RamDiskUI/SessionText.h"
 #include "tramdisk/KeptDisks.h"
+#include "tramdisk/RedirectNotes.h"
 #include "tramdisk/SessionJSON.h"
 #include "tramdisk/SetupOptions.h"
 #include "tramdisk/Subcommand.h"
@@ -78,6 +79,9 @@ struct ConfigureCommand {
         }
         for (const auto& problem : result.problems) {
             context.console.fail(problemText(problem));
+        }
+        for (const auto& target : changes.redirects) {
+            noteRedirect(result.ramDisk.name, target, RedirectStart::empty, context);
         }
         if (result.problems.empty()) {
             context.console.confirm(fmt::format("“{}” is changed.", printable(result.ramDisk.name)));

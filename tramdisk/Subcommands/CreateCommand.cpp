@@ -3,6 +3,7 @@
 #include "RamDiskUI/ErrorText.h"
 #include "RamDiskUI/SessionText.h"
 #include "tramdisk/KeptDisks.h"
+#include "tramdisk/RedirectNotes.h"
 #include "tramdisk/RedirectTargetText.h"
 #include "tramdisk/SessionJSON.h"
 #include "tramdisk/SetupDefaults.h"
@@ -133,6 +134,9 @@ struct CreateCommand {
                                                        {"problems", toJSON(result.problems)}}));
         }
         context.console.confirm(readyText(disk));
+        for (const auto& target : made.redirects) {
+            noteRedirect(disk.name, target, RedirectStart::empty, context);
+        }
         if (made.createsAtLaunch && context.session.profiles->named(disk.name)) {
             context.console.confirm(atLaunchText(disk.name, made.keepsFiles));
             tellLostCopies(context);

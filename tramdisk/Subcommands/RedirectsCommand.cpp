@@ -1,9 +1,9 @@
-#include "RamDiskCore/Redirects/RedirectConflicts.h"
 #include "RamDiskCore/Values/ByteCountFormat.h"
 #include "RamDiskUI/ErrorText.h"
 #include "RamDiskUI/RedirectText.h"
 #include "tramdisk/KeptDisks.h"
 #include "tramdisk/ListJSON.h"
+#include "tramdisk/RedirectNotes.h"
 #include "tramdisk/RedirectTargetText.h"
 #include "tramdisk/Subcommand.h"
 #include "tramdisk/UsageError.h"
@@ -18,36 +18,45 @@ namespace ramdisk::cli {
 
 namespace {
 
-ExitStatus tell(const std::vector<RedirectFailure>& told, const std::string& success,
-                const CommandContext& context) {
-    auto failures = told;
-    const auto notes =
-        std::stable_partition(failures.begin(), failures.end(), [](const RedirectFailure& failure) {
-            return failure.kind != RedirectFailure::Kind::note;
-        });
-    std::vector<std::string> noted;
-    std::transform(notes, failures.end(), std::back_inserter(noted), failureText);
-    failures.erase(notes, failures.end());
+using Told = std::vector<RedirectFailure>;
+
+bool isNote(const RedirectFailure& told) {
+    return told.kind == RedirectFailure::Kind::note;
+}
+
+void tellAsJSON(const Told& failures, const Told& notes, const CommandContext& context) {
+    Json document{{"failures", listJSON(failures)}};
+    for (const auto& note : notes) {
+        document["notes"].push_back(failureText(note));
+    }
+    context.console.printDocument(compactText(document));
+}
+
+void tellFailure(const RedirectFailure& failure, const CommandContext& context) {
+    context.console.fail(printable(failureText(failure)));
+    const auto* const error = std::get_if<RamDiskError>(&failure.message);
+    if (error != nullptr && std::holds_alternative<RamDiskError::InvalidSpecification>(error->value())) {
+        context.console.hint("A redirect’s folder is named from the home folder: folder:work/app/target.");
+    }
+}
+
+/// @param success what to say if nothing failed; may be empty.
+ExitStatus tell(const Told& told, const std::string& success, const CommandContext& context) {
+    Told failures;
+    Told notes;
+    std::partition_copy(told.begin(), told.end(), std::back_inserter(notes), std::back_inserter(failures),
+                        isNote);
     if (context.console.wantsJSON()) {
-        Json document{{"failures", listJSON(failures)}};
-        if (!noted.empty()) {
-            document["notes"] = noted;
-        }
-        context.console.printDocument(compactText(document));
+        tellAsJSON(failures, notes, context);
     }
     for (const auto& failure : failures) {
-        context.console.fail(printable(failureText(failure)));
-        const auto* const error = std::get_if<RamDiskError>(&failure.message);
-        if (error != nullptr && std::holds_alternative<RamDiskError::InvalidSpecification>(error->value())) {
-            context.console.hint(
-                "A redirect’s folder is named from the home folder: folder:work/app/target.");
-        }
+        tellFailure(failure, context);
     }
     if (failures.empty() && !success.empty()) {
         context.console.confirm(success);
     }
-    for (const auto& note : noted) {
-        context.console.note(printable(note));
+    for (const auto& note : notes) {
+        context.console.note(printable(failureText(note)));
     }
     return failures.empty() ? succeeded : failed;
 }
@@ -66,6 +75,7 @@ std::string diskNameOf(const RamDiskReference& reference, const CommandContext& 
 Json withStatus(const FolderRedirect& redirect, const RedirectStatus& status) {
     auto json = toJSON(redirect);
     json["shownAs"] = targetText(status.target);
+    json["title"] = redirectTitle(status.target);
     json["state"] = rawValue(status.condition);
     if (status.overriddenBy) {
         json["overriddenBy"] = *status.overriddenBy;
@@ -87,49 +97,40 @@ struct RedirectsListCommand {
         const auto told = tellNotUnderstood(context.session.redirects->notUnderstood(), "redirect", context);
         const auto statuses = context.session.redirects->statuses(redirects);
         if (context.console.wantsJSON()) {
-            auto list = Json::array();
-            for (std::size_t index = 0; index < redirects.size(); ++index) {
-                list.push_back(withStatus(redirects[index], statuses[index]));
-            }
-            context.console.printDocument(compactText(list));
-            return told;
+            printJSON(redirects, statuses, context);
+        } else if (!redirects.empty()) {
+            printRows(redirects, statuses, context);
+        } else if (told == succeeded) {
+            context.console.confirm("No folders are kept on RAM disks.");
+            context.console.hint(redirectsIntroduction());
         }
-        if (redirects.empty()) {
-            if (told == succeeded) {
-                context.console.confirm("No folders are kept on RAM disks.");
-            }
-            return told;
-        }
-        std::vector<std::vector<std::string>> rows;
-        for (std::size_t index = 0; index < redirects.size(); ++index) {
-            rows.push_back({redirects[index].diskName, targetText(statuses[index].target),
-                            statusText(statuses[index]), usedText(statuses[index])});
-        }
-        context.console.printTable({"DISK", "TARGET", "STATE", "USED"}, rows);
         return told;
     }
-};
 
-/// How the redirect stands that is stored for the target; absent when there is none.
-std::optional<RedirectStatus> statusOf(const std::string& name, const RedirectTarget& target,
-                                       const CommandContext& context) {
-    for (const auto& redirect : context.session.redirects->redirects(name)) {
-        if (isMeantBy(*context.platform.redirecting, redirect, target)) {
-            return context.session.redirects->statuses({redirect}).front();
+private:
+    using Redirects = std::vector<FolderRedirect>;
+    using Statuses = std::vector<RedirectStatus>;
+
+    static void printJSON(const Redirects& redirects, const Statuses& statuses,
+                          const CommandContext& context) {
+        auto list = Json::array();
+        for (std::size_t index = 0; index < redirects.size(); ++index) {
+            list.push_back(withStatus(redirects[index], statuses[index]));
         }
+        context.console.printDocument(compactText(list));
     }
-    return std::nullopt;
-}
 
-/// What to know about a folder that was just redirected.
-std::string noteOf(const RamDisk& disk, const RedirectTarget& target, const CommandContext& context) {
-    const auto status = statusOf(disk.name, target, context);
-    if (std::holds_alternative<RedirectTarget::Folder>(target.value) && status && status->used
-        && status->used->bytes > 0) {
-        return "It has files on the disk already; the original is put back when the disk goes away.";
+    static void printRows(const Redirects& redirects, const Statuses& statuses,
+                          const CommandContext& context) {
+        std::vector<std::vector<std::string>> rows;
+        for (std::size_t index = 0; index < redirects.size(); ++index) {
+            const auto& status = statuses[index];
+            rows.push_back({redirects[index].diskName, targetText(status.target), statusText(status),
+                            usedText(status), redirectTitle(status.target)});
+        }
+        context.console.printTable({"DISK", "TARGET", "STATE", "USED", "WHAT"}, rows);
     }
-    return redirectNote(target, context.platform.redirecting->settled(target));
-}
+};
 
 struct RedirectsAddCommand {
     RamDiskReference reference{RamDiskReference::Name{}};
@@ -147,13 +148,11 @@ struct RedirectsAddCommand {
         if (!disk.mountPoint) {
             throw RamDiskError(RamDiskError::NotMounted{disk.device});
         }
+        const auto start = copies ? RedirectStart::copyOfOriginal : RedirectStart::empty;
         const auto status =
-            tell(context.session.redirects->add(
-                     disk, {target}, copies ? RedirectStart::copyOfOriginal : RedirectStart::empty),
+            tell(context.session.redirects->add(disk, {target}, start),
                  fmt::format("{} is kept on “{}”.", targetText(target), printable(disk.name)), context);
-        if (status == succeeded && !copies && !context.console.wantsJSON()) {
-            context.console.note(printable(noteOf(disk, target, context)));
-        }
+        noteRedirect(disk.name, target, start, context);
         return status;
     }
 };
@@ -180,37 +179,45 @@ struct RedirectsRemoveCommand {
     }
 
     ExitStatus run(const CommandContext& context) const {
-        using Lost = FolderRedirectsUseCase::LostOriginals;
-        using Files = FolderRedirectsUseCase::FilesOnDisk;
         const auto name = diskNameOf(reference, context);
-        const auto lost = givesUp ? Lost::givenUp : Lost::keptListed;
-        const auto files = keepsFiles ? Files::putBack : isDiscarded ? Files::discarded : Files::guarded;
-        const auto before = statusOf(name, target, context);
-        return tell(context.session.redirects->remove(name, {target}, lost, files), textOf(name, before),
+        const auto before = findRedirect(name, target, context);
+        const auto told = context.session.redirects->remove(name, {target}, lostOriginals(), filesOnDisk());
+        return tell(told, doneText(printable(name), before ? std::optional(before->status) : std::nullopt),
                     context);
     }
 
 private:
-    [[nodiscard]] std::string textOf(const std::string& name,
-                                     const std::optional<RedirectStatus>& before) const {
+    [[nodiscard]] FolderRedirectsUseCase::LostOriginals lostOriginals() const {
+        using Lost = FolderRedirectsUseCase::LostOriginals;
+        return givesUp ? Lost::givenUp : Lost::keptListed;
+    }
+
+    [[nodiscard]] FolderRedirectsUseCase::FilesOnDisk filesOnDisk() const {
+        using Files = FolderRedirectsUseCase::FilesOnDisk;
+        return keepsFiles ? Files::putBack : isDiscarded ? Files::discarded : Files::guarded;
+    }
+
+    /// What was done with a redirect that stood like this before.
+    [[nodiscard]] std::string doneText(const std::string& disk,
+                                       const std::optional<RedirectStatus>& before) const {
         const auto text = targetText(target);
-        const bool hasFolder = before && before->used;
+        const bool hadFolder = before && before->used;
         if (givesUp) {
             return fmt::format("{} is no longer listed.", text);
         }
-        if (keepsFiles && hasFolder) {
-            return fmt::format("{} is in its place, with the files that it had on “{}”.", text,
-                               printable(name));
+        if (keepsFiles && hadFolder) {
+            return fmt::format("{} is in its place, with the files that it had on “{}”.", text, disk);
         }
         if (before && before->condition == RedirectStatus::Condition::diskNotMounted) {
             return fmt::format("{} is back in its place. “{}” is not mounted. If it keeps its files, the "
                                "folder on it stays.",
-                               text, printable(name));
+                               text, disk);
         }
-        return fmt::format(
-            "{} is back in its place. {}", text,
-            hasFolder ? fmt::format("Its files on “{}” are deleted ({}).", printable(name), usedText(*before))
-                      : fmt::format("It had no files on “{}”.", printable(name)));
+        if (hadFolder) {
+            return fmt::format("{} is back in its place. Its files on “{}” are deleted ({}).", text, disk,
+                               usedText(*before));
+        }
+        return fmt::format("{} is back in its place. It had no files on “{}”.", text, disk);
     }
 };
 

@@ -220,6 +220,7 @@ TEST_F(StoredLists, LeadRootNowhereThroughLinksOfAnotherUser) {
     }
     // What root read through one would be somebody else's files.
     fs::remove_all(home / "data");
+    fs::remove_all(home / ".config");
     fs::remove_all(elsewhere);
     const auto added = machine->run({"startup", "add", "Work", "--json"});
     const auto saved = home / "data/Tavrin RamDisk/Saved Contents";

@@ -3,14 +3,9 @@
 #include "RamDiskInfrastructure/Unix/LsofVolumeUsers.h"
 #include "tests/support/ScriptedMac.h"
 
-#include <gtest/gtest.h>
-
-#include <functional>
-#include <limits>
 #include <regex>
-#include <set>
 
-namespace ramdisk {
+namespace ramdisk::test {
 namespace {
 
 /// What the tool prints for a RAM disk, an encrypted one and somebody's image.
@@ -110,4 +105,4 @@ TEST(MutationTest, LongTextsStatusesAndWrongPassphrasesAreReadToo) {
 }
 
 } // namespace
-} // namespace ramdisk
+} // namespace ramdisk::test

@@ -1,11 +1,7 @@
 #include "RamDiskUI/ErrorText.h"
 
 #include "RamDiskInfrastructure/Stores/CacheFolders.h"
-
-#include <gmock/gmock.h>
-
-#include <set>
-#include <stdexcept>
+#include "tests/support/Testing.h"
 
 namespace ramdisk {
 namespace {

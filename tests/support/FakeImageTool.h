@@ -3,12 +3,7 @@
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/Archive/SavedCopyNames.h"
 #include "RamDiskInfrastructure/Archive/SavedImageTool.h"
-#include "tests/support/Files.h"
-
-#include <filesystem>
-#include <functional>
-#include <optional>
-#include <string>
+#include "tests/support/Testing.h"
 
 namespace ramdisk::test {
 

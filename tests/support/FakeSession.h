@@ -9,9 +9,6 @@
 #include "RamDiskInfrastructure/Tasks/TaskPool.h"
 #include "tests/support/FakeImageTool.h"
 #include "tests/support/FakeMachine.h"
-#include "tests/support/ScratchFolder.h"
-
-#include <stdexcept>
 
 namespace ramdisk::test {
 

@@ -1,18 +1,10 @@
 #include "tests/support/RedirectInterruptions.h"
 
-#include "tests/support/Files.h"
-
 #include <fmt/format.h>
-#include <gmock/gmock.h>
-
-#include <algorithm>
-#include <set>
 
 namespace ramdisk::test {
 
 namespace {
-
-using testing::IsEmpty;
 
 /// A world in which the scene is set, and what it looked like before anything was done.
 struct Stage {

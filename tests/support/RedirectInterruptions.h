@@ -2,9 +2,6 @@
 
 #include "tests/support/RedirectWorld.h"
 
-#include <functional>
-#include <string>
-
 namespace ramdisk::test {
 
 /// What a redirect is tested with.

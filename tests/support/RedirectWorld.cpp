@@ -7,16 +7,7 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
-#include <stdexcept>
-
-#include <signal.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-
 namespace ramdisk::test {
-
-namespace fs = std::filesystem;
 
 namespace {
 

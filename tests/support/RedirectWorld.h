@@ -2,14 +2,7 @@
 
 #include "RamDiskCore/Redirects/FolderRedirectsUseCase.h"
 #include "RamDiskInfrastructure/Redirects/FolderRedirector.h"
-#include "tests/support/ScratchFolder.h"
-
-#include <functional>
-#include <map>
-#include <memory>
-#include <set>
-#include <string>
-#include <vector>
+#include "tests/support/Testing.h"
 
 namespace ramdisk::test {
 

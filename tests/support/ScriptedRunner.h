@@ -1,16 +1,7 @@
 #pragma once
 
 #include "RamDiskCore/Ports/CommandRunning.h"
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <functional>
-#include <list>
-#include <mutex>
-#include <string>
-#include <utility>
-#include <vector>
+#include "tests/support/Testing.h"
 
 namespace ramdisk::test {
 

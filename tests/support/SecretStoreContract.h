@@ -1,11 +1,7 @@
 #pragma once
 
 #include "RamDiskCore/Ports/SecretStoring.h"
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <functional>
+#include "tests/support/Testing.h"
 
 namespace ramdisk::test {
 

@@ -1,11 +1,7 @@
 #pragma once
 
 #include "RamDiskCore/Ports/Tracing.h"
-
-#include <mutex>
-#include <string>
-#include <string_view>
-#include <utility>
+#include "tests/support/Testing.h"
 
 namespace ramdisk::test {
 

@@ -1,26 +1,11 @@
 #include "RamDiskInfrastructure/Linux/Mounting/FreeSpaceTrimming.h"
 #include "tests/tramdisk/Disks.h"
 
-#include <fmt/format.h>
-
-#include <algorithm>
-#include <array>
-#include <cstdlib>
-
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <sys/sysmacros.h>
-#include <sys/xattr.h>
-#include <unistd.h>
 
 namespace ramdisk::test {
 namespace {
-
-using testing::HasSubstr;
-using testing::IsEmpty;
-
-namespace fs = std::filesystem;
 
 /// The loop device that carries what is mounted there; absent on a tmpfs.
 std::optional<fs::path> deviceBelow(const fs::path& mountPoint) {

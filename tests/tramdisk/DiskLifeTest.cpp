@@ -1,26 +1,10 @@
 #include "tests/support/Linux/KillLoop.h"
 #include "tests/tramdisk/Disks.h"
 
-#include <fmt/format.h>
-
-#include <algorithm>
-#include <array>
-#include <csignal>
-#include <set>
-#include <thread>
-
-#include <sys/mount.h>
 #include <sys/prctl.h>
-#include <sys/stat.h>
 
 namespace ramdisk::test {
 namespace {
-
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-
-namespace fs = std::filesystem;
 
 /// A process of a user, who alone may look into it, with a file of a mebibyte open.
 class FileHolder {

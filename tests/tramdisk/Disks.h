@@ -3,14 +3,8 @@
 #include "RamDiskInfrastructure/Commands/FileDescriptor.h"
 #include "tests/support/Linux/TestMachine.h"
 
-#include <gmock/gmock.h>
-
-#include <array>
-
-#include <fcntl.h>
 #include <linux/fs.h>
 #include <sys/ioctl.h>
-#include <unistd.h>
 
 namespace ramdisk::test {
 

@@ -1,17 +1,7 @@
 #include "tests/support/Linux/TestMachine.h"
 
-#include <gmock/gmock.h>
-
-#include <sys/mount.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 namespace ramdisk::test {
 namespace {
-
-using testing::IsEmpty;
-
-namespace fs = std::filesystem;
 
 constexpr const char* foreignUUID = "11111111-2222-4333-8444-555555555555";
 

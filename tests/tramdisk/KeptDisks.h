@@ -2,11 +2,6 @@
 
 #include "tests/tramdisk/Disks.h"
 
-#include <chrono>
-#include <csignal>
-#include <future>
-#include <thread>
-
 namespace ramdisk::test {
 
 /// A machine whose disks keep their files, and a session on it.

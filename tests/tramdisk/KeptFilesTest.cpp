@@ -3,26 +3,10 @@
 #include "tests/support/Linux/FullDisk.h"
 #include "tests/tramdisk/KeptDisks.h"
 
-#include <chrono>
-#include <csignal>
-#include <fstream>
-#include <future>
-#include <thread>
-#include <utility>
-
-#include <fcntl.h>
-#include <sys/mount.h>
 #include <sys/statvfs.h>
-#include <unistd.h>
 
 namespace ramdisk::test {
 namespace {
-
-using testing::AnyOf;
-using testing::HasSubstr;
-using testing::Not;
-
-namespace fs = std::filesystem;
 
 class KeptFiles : public KeptDisks {
 protected:

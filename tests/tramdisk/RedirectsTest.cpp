@@ -2,19 +2,8 @@
 #include "tests/support/Linux/TestMachine.h"
 #include "tests/support/Linux/TestMount.h"
 
-#include <gmock/gmock.h>
-
-#include <functional>
-
-#include <fcntl.h>
-#include <sys/mount.h>
-
 namespace ramdisk::test {
 namespace {
-
-namespace fs = std::filesystem;
-using testing::HasSubstr;
-using testing::IsEmpty;
 
 class Redirects : public testing::Test {
 protected:

@@ -1,21 +1,8 @@
 #include "tests/support/Linux/KillLoop.h"
 #include "tests/tramdisk/Disks.h"
 
-#include <fmt/format.h>
-
-#include <algorithm>
-
-#include <sys/mount.h>
-
 namespace ramdisk::test {
 namespace {
-
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
-
-namespace fs = std::filesystem;
 
 class Renaming : public Disks {
 protected:

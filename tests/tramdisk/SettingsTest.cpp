@@ -1,12 +1,7 @@
 #include "tests/support/Linux/TestMachine.h"
 
-#include <gmock/gmock.h>
-
 namespace ramdisk::test {
 namespace {
-
-using testing::HasSubstr;
-using testing::Not;
 
 class Settings : public testing::Test {
 protected:

@@ -1,15 +1,7 @@
 #include "tests/tramdisk/Disks.h"
 
-#include <sys/stat.h>
-#include <unistd.h>
-
 namespace ramdisk::test {
 namespace {
-
-using testing::HasSubstr;
-using testing::IsEmpty;
-
-namespace fs = std::filesystem;
 
 /// What a list or a folder of lists holds, byte for byte.
 std::map<std::string, std::string> filesIn(const fs::path& folder) {

@@ -2,33 +2,15 @@
 #include "RamDiskInfrastructure/Linux/Mounting/Fscrypt.h"
 #include "tests/support/Linux/TestMachine.h"
 
-#include <fmt/format.h>
 #include <fmt/ranges.h>
-#include <gmock/gmock.h>
 
-#include <algorithm>
-#include <array>
-#include <csignal>
-#include <future>
 #include <regex>
-#include <sstream>
-#include <string>
-#include <thread>
 
-#include <fcntl.h>
 #include <sched.h>
-#include <sys/stat.h>
 #include <sys/statvfs.h>
-#include <unistd.h>
 
 namespace ramdisk::test {
 namespace {
-
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
-
-namespace fs = std::filesystem;
 
 constexpr const char* makerIsGone = "healed: its maker is gone (process ended)";
 

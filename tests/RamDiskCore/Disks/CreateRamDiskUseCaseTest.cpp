@@ -1,13 +1,9 @@
 #include "tests/support/FakeMachine.h"
+#include "tests/support/Testing.h"
 
-#include <gmock/gmock.h>
-
-namespace ramdisk {
+namespace ramdisk::test {
 namespace {
 
-using test::FakeMachine;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 using Issue = ValidationIssue;
 
 class CreateRamDiskUseCaseTest : public ::testing::Test {
@@ -121,4 +117,4 @@ TEST_F(CreateRamDiskUseCaseTest, AReconfiguredDiskDoesNotCollideWithItsOwnName) 
 }
 
 } // namespace
-} // namespace ramdisk
+} // namespace ramdisk::test

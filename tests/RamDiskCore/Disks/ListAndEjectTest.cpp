@@ -1,6 +1,5 @@
 #include "tests/support/FakeMachine.h"
-
-#include <gmock/gmock.h>
+#include "tests/support/Testing.h"
 
 namespace ramdisk {
 namespace {

@@ -1,11 +1,8 @@
 #include "RamDiskCore/Memory/GetMemoryOverviewUseCase.h"
 #include "tests/support/FakeMachine.h"
+#include "tests/support/Testing.h"
 
-#include <gtest/gtest.h>
-
-#include <limits>
-
-namespace ramdisk {
+namespace ramdisk::test {
 namespace {
 
 constexpr auto largest = std::numeric_limits<std::uint64_t>::max();
@@ -42,4 +39,4 @@ TEST(GetMemoryOverviewUseCaseTest, AddsUpTheDisks) {
 }
 
 } // namespace
-} // namespace ramdisk
+} // namespace ramdisk::test

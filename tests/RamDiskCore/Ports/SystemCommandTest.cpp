@@ -1,8 +1,6 @@
 #include "tests/support/ScriptedRunner.h"
 
-#include <gtest/gtest.h>
-
-namespace ramdisk {
+namespace ramdisk::test {
 namespace {
 
 const SystemCommand attach{"/usr/bin/hdiutil", {"attach", "a b", "-stdinpass"}, "open sesame", std::nullopt};
@@ -59,4 +57,4 @@ TEST(CommandRunningTest, ACheckedRunThrowsWhatTheToolSaid) {
 }
 
 } // namespace
-} // namespace ramdisk
+} // namespace ramdisk::test

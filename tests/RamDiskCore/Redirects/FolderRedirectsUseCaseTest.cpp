@@ -2,18 +2,10 @@
 
 #include "RamDiskUI/ErrorText.h"
 #include "tests/support/FakeMachine.h"
-
-#include <gmock/gmock.h>
-
-#include <algorithm>
-#include <set>
-#include <stdexcept>
+#include "tests/support/Testing.h"
 
 namespace ramdisk::test {
 namespace {
-
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 using State = RedirectRestoreState;
 

@@ -1,12 +1,10 @@
 #include "RamDiskCore/Values/DiskTemplate.h"
 
-#include <gtest/gtest.h>
+#include "tests/support/Testing.h"
 
-#include <array>
 #include <cstdio>
-#include <memory>
 
-namespace ramdisk {
+namespace ramdisk::test {
 namespace {
 
 TEST(DiskTemplate, TrimsItsTitleAndQuotesItForTheShell) {
@@ -24,4 +22,4 @@ TEST(DiskTemplate, TrimsItsTitleAndQuotesItForTheShell) {
 }
 
 } // namespace
-} // namespace ramdisk
+} // namespace ramdisk::test

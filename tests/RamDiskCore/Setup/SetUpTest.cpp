@@ -5,8 +5,6 @@
 #include "RamDiskUI/SessionText.h"
 #include "tests/support/FakeSession.h"
 
-#include <gmock/gmock.h>
-
 namespace ramdisk {
 namespace {
 

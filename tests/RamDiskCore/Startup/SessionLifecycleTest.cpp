@@ -1,11 +1,5 @@
 #include "tests/support/FakeSession.h"
 
-#include <gmock/gmock.h>
-
-#include <chrono>
-#include <fstream>
-#include <future>
-
 namespace ramdisk {
 namespace {
 

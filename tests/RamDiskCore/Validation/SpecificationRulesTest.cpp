@@ -1,10 +1,7 @@
 #include "RamDiskCore/Validation/SpecificationRules.h"
 
 #include "RamDiskCore/Validation/RamDiskSpecificationValidator.h"
-
-#include <gmock/gmock.h>
-
-#include <limits>
+#include "tests/support/Testing.h"
 
 namespace ramdisk {
 namespace {

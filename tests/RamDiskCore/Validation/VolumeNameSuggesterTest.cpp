@@ -1,8 +1,6 @@
 #include "RamDiskCore/Validation/VolumeNameSuggester.h"
 
-#include <gtest/gtest.h>
-
-#include <vector>
+#include "tests/support/Testing.h"
 
 namespace ramdisk {
 namespace {

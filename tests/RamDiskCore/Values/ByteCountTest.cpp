@@ -2,10 +2,7 @@
 
 #include "RamDiskCore/Values/ByteCountFormat.h"
 #include "RamDiskUI/ErrorText.h"
-
-#include <gtest/gtest.h>
-
-#include <limits>
+#include "tests/support/Testing.h"
 
 namespace ramdisk {
 namespace {

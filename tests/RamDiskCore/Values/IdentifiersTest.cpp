@@ -1,12 +1,9 @@
 #include "RamDiskCore/Values/DeviceIdentifier.h"
 #include "RamDiskCore/Values/RamDiskReference.h"
 #include "RamDiskCore/Values/UUID.h"
+#include "tests/support/Testing.h"
 
-#include <gtest/gtest.h>
-
-#include <array>
-
-namespace ramdisk {
+namespace ramdisk::test {
 namespace {
 
 TEST(DeviceIdentifierTest, AcceptsDeviceNamesOnly) {
@@ -72,4 +69,4 @@ TEST(UUIDTest, RandomOnesAreVersionFourAndDiffer) {
 }
 
 } // namespace
-} // namespace ramdisk
+} // namespace ramdisk::test

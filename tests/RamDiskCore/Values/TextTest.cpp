@@ -1,6 +1,6 @@
 #include "RamDiskCore/Values/Text.h"
 
-#include <gmock/gmock.h>
+#include "tests/support/Testing.h"
 
 namespace ramdisk {
 namespace {

@@ -1,13 +1,10 @@
 #include "RamDiskCore/Values/VolumePassphrase.h"
 
-#include <gtest/gtest.h>
+#include "tests/support/Testing.h"
 
-#include <algorithm>
-#include <array>
 #include <new>
-#include <sstream>
 
-namespace ramdisk {
+namespace ramdisk::test {
 namespace {
 
 /// Whether any byte of the secret still stands in the string object or in its buffer.
@@ -72,4 +69,4 @@ TEST(VolumePassphraseTest, WipingReachesWhatAStringWasCutFrom) {
 }
 
 } // namespace
-} // namespace ramdisk
+} // namespace ramdisk::test

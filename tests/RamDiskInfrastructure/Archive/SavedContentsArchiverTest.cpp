@@ -1,17 +1,7 @@
 #include "tests/RamDiskInfrastructure/Archive/SavingWorld.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <chrono>
-#include <stdexcept>
-
 namespace ramdisk::test {
 namespace {
-
-using ::testing::ElementsAre;
-using ::testing::ElementsAreArray;
-using ::testing::IsEmpty;
 
 template <typename Work>
 RamDiskError::Case failureOf(const Work& work) {

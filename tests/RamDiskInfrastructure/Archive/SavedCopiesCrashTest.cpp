@@ -1,24 +1,8 @@
 #include "tests/RamDiskInfrastructure/Archive/SavingWorld.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <chrono>
-#include <csignal>
-#include <filesystem>
-#include <stdexcept>
-#include <tuple>
-
-#include <sys/wait.h>
-#include <unistd.h>
-
 namespace ramdisk::test {
 namespace {
 
-using ::testing::AnyOf;
-using ::testing::ElementsAreArray;
-using ::testing::IsEmpty;
 using ::testing::IsSupersetOf;
 
 enum class Operation { save, bringBack };

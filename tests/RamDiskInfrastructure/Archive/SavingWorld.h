@@ -2,12 +2,6 @@
 
 #include "RamDiskInfrastructure/Archive/SavedContentsArchiver.h"
 #include "tests/support/FakeImageTool.h"
-#include "tests/support/ScratchFolder.h"
-
-#include <memory>
-#include <set>
-#include <string>
-#include <vector>
 
 namespace ramdisk::test {
 

@@ -3,15 +3,6 @@
 #include "RamDiskUI/PlatformWords.h"
 #include "tests/RamDiskInfrastructure/MacTools/MacTest.h"
 
-#include <algorithm>
-#include <chrono>
-#include <fstream>
-#include <set>
-#include <stdexcept>
-#include <thread>
-
-#include <sys/stat.h>
-
 namespace ramdisk {
 namespace {
 

@@ -3,10 +3,9 @@
 #include "RamDiskInfrastructure/MacTools/MacFormat.h"
 #include "RamDiskInfrastructure/MacTools/VolumeMarkAccessing.h"
 #include "RamDiskInfrastructure/MacTools/VolumeStatisticsReading.h"
+#include "tests/support/Testing.h"
 
-#include <gtest/gtest.h>
-
-namespace ramdisk {
+namespace ramdisk::test {
 namespace {
 
 constexpr std::uint64_t largest = 18446744073709551615U;
@@ -70,4 +69,4 @@ TEST(VolumeFacts, MountTypesAndMarksAreRead) {
 }
 
 } // namespace
-} // namespace ramdisk
+} // namespace ramdisk::test

@@ -2,15 +2,8 @@
 
 #include "tests/support/SecretStoreContract.h"
 
-#include <gmock/gmock.h>
-
-#include <map>
-
 namespace ramdisk::test {
 namespace {
-
-using testing::Each;
-using testing::ElementsAre;
 
 constexpr const char* service = "com.tavrin.RamDisk";
 

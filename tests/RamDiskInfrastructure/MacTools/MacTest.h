@@ -3,9 +3,6 @@
 #include "RamDiskUI/ErrorText.h"
 #include "tests/support/ScriptedMac.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <regex>
 
 namespace ramdisk::test {

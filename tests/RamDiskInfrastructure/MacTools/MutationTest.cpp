@@ -4,14 +4,9 @@
 #include "RamDiskInfrastructure/Unix/LsofVolumeUsers.h"
 #include "tests/support/ScriptedMac.h"
 
-#include <gtest/gtest.h>
-
-#include <functional>
-#include <limits>
 #include <regex>
-#include <set>
 
-namespace ramdisk {
+namespace ramdisk::test {
 namespace {
 
 /// What the tool prints for a RAM disk, an encrypted one and somebody's image.
@@ -111,4 +106,4 @@ TEST(MutationTest, LongTextsStatusesAndWrongPassphrasesAreReadToo) {
 }
 
 } // namespace
-} // namespace ramdisk
+} // namespace ramdisk::test

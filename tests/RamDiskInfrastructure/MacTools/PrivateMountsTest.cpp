@@ -2,11 +2,7 @@
 
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskInfrastructure/Unix/FileManagerFolderMaker.h"
-#include "tests/support/ScratchFolder.h"
-
-#include <gtest/gtest.h>
-
-#include <fstream>
+#include "tests/support/Testing.h"
 
 #include <sys/stat.h>
 #include <unistd.h>

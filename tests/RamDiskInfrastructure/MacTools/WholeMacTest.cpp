@@ -3,9 +3,6 @@
 #include <fmt/format.h>
 #include <gtest/gtest-spi.h>
 
-#include <random>
-#include <set>
-
 namespace ramdisk {
 namespace {
 

@@ -1,23 +1,10 @@
-#include "tests/support/Files.h"
 #include "tests/support/RedirectWorld.h"
-
-#include <gmock/gmock.h>
-
-#include <functional>
-
-#include <sys/stat.h>
 
 namespace ramdisk::test {
 namespace {
 
-namespace fs = std::filesystem;
 using testing::_;
-using testing::ElementsAre;
-using testing::ElementsAreArray;
-using testing::HasSubstr;
-using testing::IsEmpty;
 using testing::Pair;
-using testing::SizeIs;
 
 using FilesOnDisk = FolderRedirectsUseCase::FilesOnDisk;
 using LostOriginals = FolderRedirectsUseCase::LostOriginals;

@@ -1,10 +1,6 @@
 #include "tests/support/RedirectInterruptions.h"
 
-#include <gtest/gtest.h>
-
 #include <ostream>
-
-#include <sys/stat.h>
 
 namespace ramdisk::test {
 namespace {

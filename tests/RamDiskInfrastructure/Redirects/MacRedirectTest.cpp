@@ -3,13 +3,9 @@
 #include "tests/support/RedirectWorld.h"
 #include "tests/support/ScriptedRunner.h"
 
-#include <gmock/gmock.h>
-
 namespace ramdisk::test {
 namespace {
 
-using testing::ElementsAre;
-using testing::IsEmpty;
 using Former = std::optional<std::string>;
 
 constexpr const char* xcodeKey = "IDECustomDerivedDataLocation";

@@ -2,17 +2,8 @@
 #include "RamDiskInfrastructure/Redirects/NpmConfiguration.h"
 #include "tests/support/RedirectWorld.h"
 
-#include <gmock/gmock.h>
-
-#include <array>
-
-#include <unistd.h>
-
 namespace ramdisk::test {
 namespace {
-
-namespace fs = std::filesystem;
-using testing::IsEmpty;
 
 const RedirectTarget npm{RedirectTarget::NpmCache{}};
 constexpr std::array oddFolders{"/m/a b/npm", "/m/x;y#z/npm", "/m/back\\slash/npm", "/m/a=b/npm"};

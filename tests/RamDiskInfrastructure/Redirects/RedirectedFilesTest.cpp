@@ -1,20 +1,7 @@
-#include "tests/support/Files.h"
 #include "tests/support/RedirectWorld.h"
-
-#include <gmock/gmock.h>
-
-#include <cstdlib>
-#include <functional>
-
-#include <sys/stat.h>
 
 namespace ramdisk::test {
 namespace {
-
-namespace fs = std::filesystem;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
 
 using FilesOnDisk = FolderRedirectsUseCase::FilesOnDisk;
 using LostOriginals = FolderRedirectsUseCase::LostOriginals;

@@ -2,19 +2,11 @@
 
 #include "RamDiskInfrastructure/Redirects/FolderUse.h"
 #include "RamDiskUI/RedirectText.h"
-#include "tests/support/Files.h"
 #include "tests/support/RedirectWorld.h"
-
-#include <gmock/gmock.h>
-
-#include <functional>
 
 namespace ramdisk::test {
 namespace {
 
-namespace fs = std::filesystem;
-using testing::ElementsAre;
-using testing::IsEmpty;
 using Variables = std::map<std::string, std::string>;
 
 const RedirectTarget npmTarget{RedirectTarget::NpmCache{}};
@@ -68,6 +60,8 @@ TEST(ToolPlaces, AreWhereTheVariablesOfEachToolLead) {
          {{"HOMEBREW_CACHE", "/home/me"}},
          "homebrew keeps its cache in “/home/me”, as HOMEBREW_CACHE says, which is not below the home "
          "folder."},
+        {KnownCache::homebrew, xdg, {}, ".cache/Homebrew"},
+        {KnownCache::cocoaPods, xdg, {}, ".cache/CocoaPods"},
         {KnownCache::cocoaPods, library, {{"CP_CACHE_DIR", "/home/me/pods"}}, "pods"},
         {KnownCache::swiftPM, xdg, {{"XDG_CACHE_HOME", "/home/me/c"}}, "c/org.swift.swiftpm"},
         {KnownCache::chrome, xdg, {{"XDG_CACHE_HOME", "/home/me/c"}}, "c/google-chrome"},

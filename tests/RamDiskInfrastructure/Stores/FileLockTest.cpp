@@ -2,12 +2,7 @@
 
 #include "RamDiskInfrastructure/Stores/ApplicationSupportContentStorage.h"
 #include "RamDiskInfrastructure/Tasks/TaskPool.h"
-#include "tests/support/ScratchFolder.h"
-
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <map>
+#include "tests/support/Testing.h"
 
 namespace ramdisk::test {
 namespace {

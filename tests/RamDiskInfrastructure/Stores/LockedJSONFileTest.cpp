@@ -4,18 +4,12 @@
 #include "RamDiskInfrastructure/Stores/StoredFile.h"
 #include "RamDiskInfrastructure/Tasks/TaskPool.h"
 #include "tests/support/FakeUserDefaults.h"
-#include "tests/support/ScratchFolder.h"
+#include "tests/support/Testing.h"
 
 #include <fmt/ranges.h>
-#include <gmock/gmock.h>
-
-#include <set>
 
 namespace ramdisk::test {
 namespace {
-
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 using List = std::vector<RamDiskProfile>;
 

@@ -7,15 +7,12 @@
 #include "RamDiskInfrastructure/Stores/ValueJSON.h"
 #include "RamDiskUI/PreferencesStore.h"
 #include "tests/support/FakeUserDefaults.h"
-#include "tests/support/ScratchFolder.h"
+#include "tests/support/Testing.h"
 
-#include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
 namespace ramdisk::test {
 namespace {
-
-using testing::ElementsAre;
 
 constexpr auto domain = "com.tavrin.RamDisk";
 

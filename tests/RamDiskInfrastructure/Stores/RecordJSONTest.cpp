@@ -2,8 +2,8 @@
 
 #include "RamDiskInfrastructure/Stores/CacheFolders.h"
 #include "RamDiskInfrastructure/Stores/JSONFields.h"
+#include "tests/support/Testing.h"
 
-#include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
 namespace ramdisk::test {

@@ -1,11 +1,6 @@
 #include "RamDiskInfrastructure/Trees/ContentHash.h"
 
-#include <gtest/gtest.h>
-
-#include <numeric>
-#include <random>
-#include <string>
-#include <vector>
+#include "tests/support/Testing.h"
 
 #define XXH_INLINE_ALL
 #include <xxhash.h>

@@ -4,27 +4,15 @@
 #include "tests/support/Linux/TestMachine.h"
 #include "tests/support/Linux/TestMount.h"
 #include "tests/support/Linux/TreeDescription.h"
-#include "tests/support/ScratchFolder.h"
-
-#include <gmock/gmock.h>
-
-#include <atomic>
-#include <random>
-#include <thread>
 
 #define XXH_INLINE_ALL
 #include <xxhash.h>
 
-#include <fcntl.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/un.h>
-#include <unistd.h>
 
 namespace ramdisk::test {
 namespace {
-
-namespace fs = std::filesystem;
 
 /// Does something over and over on another thread until it goes away.
 class Meanwhile {

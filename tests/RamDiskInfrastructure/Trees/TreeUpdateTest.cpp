@@ -2,25 +2,12 @@
 #include "RamDiskCore/Values/VolumeMark.h"
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/Disks/TreeFolderCopier.h"
-#include "tests/support/Linux/TreeDescription.h"
 #include "tests/support/Linux/TestMachine.h"
 #include "tests/support/Linux/TestMount.h"
-#include "tests/support/ScratchFolder.h"
-
-#include <gmock/gmock.h>
-
-#include <vector>
-
-#include <fcntl.h>
-#include <sys/mman.h>
-#include <sys/stat.h>
-#include <sys/xattr.h>
-#include <unistd.h>
+#include "tests/support/Linux/TreeDescription.h"
 
 namespace ramdisk::test {
 namespace {
-
-namespace fs = std::filesystem;
 
 struct Trees {
     Trees() {

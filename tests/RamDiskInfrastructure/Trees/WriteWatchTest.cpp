@@ -1,22 +1,11 @@
 #include "RamDiskInfrastructure/Trees/WriteWatch.h"
 
-#include "tests/support/Linux/TreeDescription.h"
 #include "tests/support/Linux/TestMachine.h"
 #include "tests/support/Linux/TestMount.h"
-
-#include <fmt/format.h>
-#include <gmock/gmock.h>
-
-#include <fcntl.h>
-#include <sys/mman.h>
-#include <sys/mount.h>
-#include <sys/stat.h>
-#include <unistd.h>
+#include "tests/support/Linux/TreeDescription.h"
 
 namespace ramdisk::test {
 namespace {
-
-namespace fs = std::filesystem;
 
 constexpr std::size_t watchedFileSize = 100'000;
 constexpr int watchedFileCount = 20;

@@ -1,15 +1,7 @@
 #pragma once
 
 #include "RamDiskInfrastructure/Commands/FileDescriptor.h"
-
-#include <algorithm>
-#include <cstddef>
-#include <filesystem>
-#include <string>
-
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
+#include "tests/support/Testing.h"
 
 namespace ramdisk::test {
 

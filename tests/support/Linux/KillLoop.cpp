@@ -2,20 +2,8 @@
 
 #include "tests/support/Linux/TestMachine.h"
 
-#include <algorithm>
-#include <csignal>
-#include <cstdlib>
-#include <filesystem>
-#include <map>
-#include <set>
-#include <stdexcept>
-#include <string>
-
-#include <fcntl.h>
 #include <sys/ptrace.h>
 #include <sys/syscall.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace ramdisk::test {
 

@@ -1,8 +1,6 @@
 #pragma once
 
-#include <functional>
-#include <optional>
-#include <string>
+#include "tests/support/Testing.h"
 
 namespace ramdisk::test {
 

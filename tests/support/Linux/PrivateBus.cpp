@@ -3,9 +3,6 @@
 #include "RamDiskInfrastructure/Linux/Bus/MessageBus.h"
 #include "RamDiskInfrastructure/Linux/Bus/SdBus.h"
 
-#include <chrono>
-#include <thread>
-
 namespace ramdisk::test {
 
 namespace {

@@ -1,21 +1,9 @@
 #pragma once
 
 #include "RamDiskInfrastructure/Commands/ChildProcess.h"
-#include "tests/support/ScratchFolder.h"
+#include "tests/support/Testing.h"
 
-#include <csignal>
-#include <map>
-#include <memory>
-#include <optional>
-#include <stdexcept>
-#include <string>
-#include <string_view>
-#include <vector>
-
-#include <fcntl.h>
 #include <stdlib.h> // NOLINT: setenv
-#include <sys/mman.h>
-#include <unistd.h>
 
 namespace ramdisk::test {
 

@@ -1,26 +1,9 @@
 #include "tests/support/Linux/TestMachine.h"
 
-#include <algorithm>
-#include <array>
-#include <cstdlib>
-#include <fstream>
-#include <iterator>
-#include <mutex>
-#include <set>
-#include <sstream>
-#include <stdexcept>
-
-#include <fcntl.h>
 #include <grp.h>
 #include <sched.h>
-#include <sys/mman.h>
-#include <sys/mount.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace ramdisk::test {
-
-namespace fs = std::filesystem;
 
 namespace {
 

@@ -1,23 +1,13 @@
 #pragma once
 
 #include "RamDiskInfrastructure/Linux/Host/LinuxHost.h"
-#include "tests/support/Files.h"
+#include "tests/support/Testing.h"
 
-#include <gtest/gtest.h>
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
-#include <chrono>
-#include <filesystem>
-#include <functional>
-#include <map>
-#include <mutex>
-#include <optional>
-#include <set>
-#include <string>
-#include <string_view>
-#include <vector>
-
-#include <sys/types.h>
+#include <sys/mount.h>
+#include <sys/xattr.h>
 
 namespace ramdisk::test {
 

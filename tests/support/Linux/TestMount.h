@@ -1,8 +1,6 @@
 #pragma once
 
-#include <filesystem>
-#include <stdexcept>
-#include <utility>
+#include "tests/support/Testing.h"
 
 #include <sys/mount.h>
 

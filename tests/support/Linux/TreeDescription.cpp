@@ -2,21 +2,9 @@
 
 #include "tests/support/Linux/TestMachine.h"
 
-#include <fmt/format.h>
-
-#include <algorithm>
-#include <fstream>
-#include <vector>
-
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <sys/sysmacros.h>
-#include <sys/xattr.h>
-#include <unistd.h>
 
 namespace ramdisk::test {
-
-namespace fs = std::filesystem;
 
 namespace {
 

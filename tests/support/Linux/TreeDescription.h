@@ -1,10 +1,7 @@
 #pragma once
 
 #include "RamDiskInfrastructure/Trees/TreeUpdate.h"
-
-#include <filesystem>
-#include <map>
-#include <string>
+#include "tests/support/Testing.h"
 
 namespace ramdisk::test {
 

@@ -4,10 +4,6 @@
 #include "RamDiskInfrastructure/Linux/Bus/SdBus.h"
 #include "tests/support/Linux/PrivateBus.h"
 
-#include <gtest/gtest.h>
-
-#include <future>
-
 namespace ramdisk::test {
 namespace {
 

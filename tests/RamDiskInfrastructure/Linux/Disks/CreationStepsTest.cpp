@@ -2,19 +2,10 @@
 #include "RamDiskInfrastructure/Linux/LinuxPlatform.h"
 #include "tests/support/Linux/TestMachine.h"
 
-#include <gmock/gmock.h>
-
-#include <csignal>
 #include <regex>
-#include <stdexcept>
 
-#include <sys/mount.h>
-#include <unistd.h>
-
-namespace ramdisk {
+namespace ramdisk::test {
 namespace {
-
-using testing::IsEmpty;
 
 /// The use cases over a machine, with an observer that can still be changed.
 struct Services {
@@ -247,4 +238,4 @@ TEST(Eject, SparesANewerDiskOnTheSameDevice) {
 }
 
 } // namespace
-} // namespace ramdisk
+} // namespace ramdisk::test

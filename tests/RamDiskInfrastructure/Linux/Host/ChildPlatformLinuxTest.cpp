@@ -1,17 +1,12 @@
 #include "RamDiskInfrastructure/Commands/ProcessCommandRunner.h"
-
-#include <gtest/gtest.h>
-
-#include <array>
-#include <thread>
+#include "tests/support/Testing.h"
 
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
-#include <unistd.h>
 
-namespace ramdisk {
+namespace ramdisk::test {
 namespace {
 
 /// Makes the calling thread's kernel one that has no `pidfd_open`.
@@ -49,4 +44,4 @@ TEST(ChildPlatformLinux, WithoutExitDescriptorsChildrenAreLookedAt) {
 }
 
 } // namespace
-} // namespace ramdisk
+} // namespace ramdisk::test

@@ -2,14 +2,10 @@
 #include "RamDiskInfrastructure/Linux/Host/ProcSystemMemoryProvider.h"
 #include "tests/support/Linux/TestMachine.h"
 
-#include <gtest/gtest.h>
-
 #include <sys/sysmacros.h>
 
-namespace ramdisk {
+namespace ramdisk::test {
 namespace {
-
-namespace fs = std::filesystem;
 
 TEST(MountTable, ReadsWhatTheKernelWritesAndLeavesOutTheRest) {
     const auto table = MountTable::parse(
@@ -124,4 +120,4 @@ TEST(SystemMemoryFromProc, ReadsWhatIsThereAndDoesWithoutTheRest) {
 }
 
 } // namespace
-} // namespace ramdisk
+} // namespace ramdisk::test

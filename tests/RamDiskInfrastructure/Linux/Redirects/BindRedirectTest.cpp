@@ -1,27 +1,13 @@
 #include "RamDiskInfrastructure/Linux/Disks/TreeFolderCopier.h"
 #include "RamDiskInfrastructure/Linux/Redirects/BindMounting.h"
-#include "tests/support/Files.h"
 #include "tests/support/Linux/KillLoop.h"
 #include "tests/support/Linux/TestMachine.h"
 #include "tests/support/Linux/TestMount.h"
 #include "tests/support/RedirectInterruptions.h"
 
-#include <gmock/gmock.h>
-
-#include <csignal>
-
-#include <sys/mount.h>
-#include <sys/stat.h>
-#include <sys/xattr.h>
-#include <unistd.h>
-
 namespace ramdisk::test {
 namespace {
 
-namespace fs = std::filesystem;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
 using Condition = RedirectStatus::Condition;
 
 void useMounts(RedirectWorld& world) {

@@ -2,17 +2,8 @@
 #include "tests/support/Linux/TestMount.h"
 #include "tests/support/RedirectWorld.h"
 
-#include <gmock/gmock.h>
-
-#include <sys/stat.h>
-#include <unistd.h>
-
 namespace ramdisk::test {
 namespace {
-
-namespace fs = std::filesystem;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 TEST(RedirectMount, FoldersOnAnotherFileSystemAreMovedThereButItsRootIsNot) {
     SKIP_UNLESS_ROOT();

@@ -1,18 +1,12 @@
 #include "RamDiskInfrastructure/Linux/Redirects/SystemdUserEnvironment.h"
 
 #include "RamDiskInfrastructure/Redirects/RedirectPlaces.h"
-#include "tests/support/Files.h"
 #include "tests/support/RedirectInterruptions.h"
 
 #include <fmt/format.h>
-#include <gmock/gmock.h>
 
 namespace ramdisk::test {
 namespace {
-
-namespace fs = std::filesystem;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 const RedirectTarget temporaryFolder{RedirectTarget::TemporaryFolder{}};
 
@@ -122,18 +116,6 @@ TEST(SystemdUserEnvironment, EveryInterruptionIsRepaired) {
              [](const RedirectWorld& world) {
                  return FakeSession(world.scratch() / "session").read("manager");
              }});
-    }
-}
-
-TEST(RedirectPlacesLinux, KnownCachesLieWhereTheirToolsKeepThem) {
-    for (const auto& [cache, folder] : {std::pair(KnownCache::swiftPM, ".cache/org.swift.swiftpm"),
-                                        {KnownCache::cocoaPods, ".cache/CocoaPods"},
-                                        {KnownCache::gradle, ".gradle/caches"},
-                                        {KnownCache::pip, ".cache/pip"},
-                                        {KnownCache::cargo, ".cargo/registry"},
-                                        {KnownCache::homebrew, ".cache/Homebrew"},
-                                        {KnownCache::chrome, ".cache/google-chrome"}}) {
-        EXPECT_EQ(folderOfCache(cache), folder);
     }
 }
 

@@ -6,23 +6,8 @@
 #include "tests/RamDiskInfrastructure/Linux/SavedContents/SavingMachine.h"
 #include "tests/support/Linux/FullDisk.h"
 
-#include <cstring>
-#include <fstream>
-#include <random>
-
-#include <fcntl.h>
-#include <sys/mount.h>
-#include <sys/stat.h>
-#include <sys/xattr.h>
-#include <unistd.h>
-
 namespace ramdisk::test {
 namespace {
-
-namespace fs = std::filesystem;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
 
 const VolumeProtection withKey{VolumeProtection::Encrypted{VolumePassphrase("right")}};
 

@@ -1,15 +1,8 @@
 #include "tests/RamDiskInfrastructure/Linux/SavedContents/SavingMachine.h"
 #include "tests/support/Linux/KillLoop.h"
 
-#include <sys/mount.h>
-#include <unistd.h>
-
 namespace ramdisk::test {
 namespace {
-
-namespace fs = std::filesystem;
-using testing::HasSubstr;
-using testing::IsEmpty;
 
 /// Bytes that no file system stores in less.
 void plantBytes(const RamDisk& disk, std::size_t mebibytes) {

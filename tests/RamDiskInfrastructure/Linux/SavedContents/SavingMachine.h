@@ -9,13 +9,6 @@
 #include "RamDiskInfrastructure/Trees/TreeManifest.h"
 #include "tests/support/Linux/TestMachine.h"
 
-#include <gmock/gmock.h>
-
-#include <algorithm>
-
-#include <fcntl.h>
-#include <sys/mman.h>
-
 namespace ramdisk::test {
 
 /// A machine with disks, and a folder on its system disk in which their files are kept.

@@ -1,14 +1,9 @@
 #include "RamDiskInfrastructure/Linux/Secrets/KeyFileStore.h"
 
-#include "tests/support/ScratchFolder.h"
 #include "tests/support/SecretStoreContract.h"
-
-#include <sys/stat.h>
 
 namespace ramdisk::test {
 namespace {
-
-namespace fs = std::filesystem;
 
 TEST(KeyFileStore, KeepsAnyAccountInAFileOfItsOwnForItsOwnerAlone) {
     const ScratchFolder folder;

@@ -9,14 +9,8 @@
 #include "tests/support/SecretStoreContract.h"
 #include "tests/support/TraceRecorder.h"
 
-#include <gmock/gmock.h>
-
-#include <csignal>
-
 namespace ramdisk::test {
 namespace {
-
-using testing::Each;
 
 constexpr const char* service = "com.tavrin.RamDisk";
 constexpr const char* secretsName = "org.freedesktop.secrets";

@@ -5,17 +5,8 @@
 #include "tests/support/Linux/TestMachine.h"
 #include "tests/support/TraceRecorder.h"
 
-#include <gmock/gmock.h>
-
-#include <fcntl.h>
-#include <unistd.h>
-
-namespace ramdisk {
+namespace ramdisk::test {
 namespace {
-
-using testing::IsEmpty;
-
-namespace fs = std::filesystem;
 
 TEST(EncryptedDisk, NeverShowsItsPassphraseNorItsFilesOnItsDevice) {
     SKIP_UNLESS_ROOT();
@@ -68,4 +59,4 @@ TEST(EncryptedDisk, NeverShowsItsPassphraseNorItsFilesOnItsDevice) {
 }
 
 } // namespace
-} // namespace ramdisk
+} // namespace ramdisk::test

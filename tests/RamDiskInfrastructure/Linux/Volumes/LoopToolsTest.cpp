@@ -7,19 +7,10 @@
 #include "tests/support/Linux/TestMachine.h"
 #include "tests/support/ScriptedRunner.h"
 
-#include <gmock/gmock.h>
-
 #include <regex>
 
-namespace ramdisk {
+namespace ramdisk::test {
 namespace {
-
-using testing::AllOf;
-using testing::Contains;
-using testing::EndsWith;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
 
 constexpr const char* secret = "correct horse";
 
@@ -210,4 +201,4 @@ TEST(LoopVolume, LoadsAMissingDriverOnlyWhenADiskIsMade) {
 }
 
 } // namespace
-} // namespace ramdisk
+} // namespace ramdisk::test

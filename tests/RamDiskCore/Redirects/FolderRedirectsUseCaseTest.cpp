@@ -2,10 +2,18 @@
 
 #include "RamDiskUI/ErrorText.h"
 #include "tests/support/FakeMachine.h"
-#include "tests/support/Testing.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <set>
+#include <stdexcept>
 
 namespace ramdisk::test {
 namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
 
 using State = RedirectRestoreState;
 
@@ -72,8 +80,7 @@ public:
         }
         return {State::ConfigLine{"before, finished"}};
     }
-    std::optional<std::string> undo(const FolderRedirect& redirect, const RedirectRestoreState&,
-                                    Force) override {
+    std::optional<std::string> undo(const FolderRedirect& redirect, const RedirectRestoreState&, Force) override {
         EXPECT_TRUE(storedFor(redirect).restoreState) << "forgotten before it was undone";
         if (stuck.contains(name(redirect))) {
             throw std::runtime_error("stuck");

@@ -2,10 +2,18 @@
 
 #include "RamDiskUI/ErrorText.h"
 #include "tests/support/FakeMachine.h"
-#include "tests/support/Testing.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <set>
+#include <stdexcept>
 
 namespace ramdisk::test {
 namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
 
 using State = RedirectRestoreState;
 

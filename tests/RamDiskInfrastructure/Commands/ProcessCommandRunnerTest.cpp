@@ -3,24 +3,11 @@
 #include "RamDiskInfrastructure/Commands/FileDescriptor.h"
 #include "tests/support/TraceRecorder.h"
 
-#include <gmock/gmock.h>
-
-#include <array>
 #include <cerrno>
-#include <chrono>
-#include <csignal>
-#include <cstdlib>
-#include <future>
-#include <system_error>
 
-#include <fcntl.h>
-#include <unistd.h>
-
-namespace ramdisk {
+namespace ramdisk::test {
 namespace {
 
-using testing::HasSubstr;
-using testing::Not;
 using namespace std::chrono_literals;
 
 SystemCommand shell(std::string script) {
@@ -207,4 +194,4 @@ TEST(ProcessCommandRunner, ManyRunsAtOnceDoNotMeet) {
 }
 
 } // namespace
-} // namespace ramdisk
+} // namespace ramdisk::test

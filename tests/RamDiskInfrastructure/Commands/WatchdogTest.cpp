@@ -1,11 +1,8 @@
 #include "RamDiskInfrastructure/Commands/Watchdog.h"
 
-#include <gtest/gtest.h>
+#include "tests/support/Testing.h"
 
-#include <csignal>
-#include <limits>
-
-namespace ramdisk {
+namespace ramdisk::test {
 namespace {
 
 using namespace std::chrono_literals;
@@ -43,4 +40,4 @@ TEST(Watchdog, LimitsAtTheEdgesOfTheirRange) {
 }
 
 } // namespace
-} // namespace ramdisk
+} // namespace ramdisk::test

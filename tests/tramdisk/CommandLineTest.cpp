@@ -267,7 +267,7 @@ TEST_F(CommandLine, APathIsReadFromTheWorkingFolder) {
     for (const Arguments& arguments : {Arguments{"show", "./Build"}, {"create", "--seed", "x"}}) {
         const auto outcome = machine.run(arguments);
         EXPECT_EQ(outcome.status, 2) << outcome.err;
-        EXPECT_THAT(outcome.err, HasSubstr("” is no path that can be found from here: "));
+        EXPECT_THAT(outcome.err, HasSubstr("” cannot be found from here: "));
     }
     fs::current_path(former);
     EXPECT_EQ(machine.run({"eject", "Build"}).status, 0);

@@ -10,6 +10,7 @@
 
 #include <sched.h>
 #include <sys/mount.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 
 namespace ramdisk::test {
@@ -131,6 +132,8 @@ pid_t startInNamespace(const fs::path& disk, const fs::path& elsewhere) {
     EXPECT_EQ(pipe2(ready.data(), O_CLOEXEC), 0);
     const pid_t child = fork();
     if (child == 0) {
+        // Also when the test fails, or is killed.
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
         const bool isAlone = unshare(CLONE_NEWNS) == 0
                              && mount("", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0
                              && mount(disk.c_str(), elsewhere.c_str(), nullptr, MS_BIND, nullptr) == 0;

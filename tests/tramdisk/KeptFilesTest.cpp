@@ -295,7 +295,7 @@ TEST_F(KeptFiles, AnEjectOfADiskWhoseMemoryIsHeldSaysSo) {
     ASSERT_EQ(ftruncate(file.get(), 4096), 0);
     EXPECT_EQ(machine->run({"eject", "--force", "Work"}).status, 0);
     const auto again = machine->run({"eject", "Work"});
-    EXPECT_THAT(again.err, HasSubstr("it is ejected, but its memory is kept by "));
+    EXPECT_THAT(again.err, HasSubstr("it is ejected, but its memory is kept by tramdisk_tests ("));
     EXPECT_EQ(again.status, 1);
 }
 

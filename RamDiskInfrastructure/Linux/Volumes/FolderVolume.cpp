@@ -161,7 +161,11 @@ Detached FolderVolume::detach(RecordHold& hold, const DiskRecordStore& store, Fo
     if (auto refused = refuseMountBelow(outer, MountTable::read(host().proc))) {
         return std::move(*refused);
     }
-    const auto openFiles = OpenFiles::find(host().proc, {FilesPlace::Folder{outer}});
+    OpenFiles openFiles;
+    waitWhile([&] {
+        openFiles = OpenFiles::find(host().proc, {FilesPlace::Folder{outer}});
+        return !openFiles.users.empty() && force == Force::no;
+    });
     if (!openFiles.users.empty() && force == Force::no) {
         return busy(hold.record, openFiles.users);
     }

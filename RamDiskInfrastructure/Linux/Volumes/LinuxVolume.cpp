@@ -6,6 +6,8 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
+#include <chrono>
+#include <thread>
 
 namespace ramdisk {
 
@@ -47,6 +49,14 @@ std::optional<Detached> LinuxVolume::refuseMountBelow(const std::filesystem::pat
         return std::nullopt;
     }
     return Detached{Detached::Refused{mountedOnText(*inner)}};
+}
+
+void LinuxVolume::waitWhile(const std::function<bool()>& isBusy) {
+    constexpr int looks = 10;
+    constexpr std::chrono::milliseconds pause{10};
+    for (int look = 1; isBusy() && look < looks; ++look) {
+        std::this_thread::sleep_for(pause);
+    }
 }
 
 Detached LinuxVolume::busy(const DiskRecord& record, const std::vector<VolumeUser>& users) {

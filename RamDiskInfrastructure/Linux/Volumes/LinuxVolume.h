@@ -114,6 +114,10 @@ protected:
     [[nodiscard]] static std::optional<Detached> refuseMountBelow(const std::filesystem::path& folder,
                                                                   const MountTable& mounts);
 
+    /// Looks a few times within a tenth of a second, until nothing is busy. Whoever only looks at a volume,
+    /// such as another call of this program, is done by then.
+    static void waitWhile(const std::function<bool()>& isBusy);
+
     /// The refusal to detach a volume whose files are in use.
     [[nodiscard]] static Detached busy(const DiskRecord& record, const std::vector<VolumeUser>& users);
 

@@ -10,9 +10,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <chrono>
+#include <cerrno>
 #include <iterator>
-#include <thread>
 
 #include <fcntl.h>
 #include <sys/mount.h>
@@ -21,21 +20,6 @@
 namespace ramdisk {
 
 namespace {
-
-/// Whoever only looks at a volume, such as another call of this program, is done within this time.
-constexpr int unmountAttempts = 10;
-constexpr std::chrono::milliseconds unmountPause{10};
-
-/// @returns false with `errno` set.
-bool unmount(const std::filesystem::path& folder) {
-    for (int attempt = 1; umount2(folder.c_str(), UMOUNT_NOFOLLOW) != 0; ++attempt) {
-        if (errno != EBUSY || attempt == unmountAttempts) {
-            return false;
-        }
-        std::this_thread::sleep_for(unmountPause);
-    }
-    return true;
-}
 
 /// The folder that a mount covers, immutable while this object lives. An unmount takes the kernel
 /// milliseconds, in which root's programs would already write to the folder.
@@ -162,8 +146,14 @@ Detached MountedLinuxVolume::detach(RecordHold& hold, const DiskRecordStore& sto
     hold.record.heldDevice = mounts.topmostAt(*visible)->device;
     hold.record.heldBytes = usedBytes(*visible).value_or(ByteCount{});
     std::optional<CoveredFolder> covered(*visible);
-    if (!unmount(*visible)) {
-        if (errno != EBUSY) {
+    int refusal = 0;
+    waitWhile([&] {
+        refusal = umount2(visible->c_str(), UMOUNT_NOFOLLOW) == 0 ? 0 : errno;
+        return refusal == EBUSY;
+    });
+    if (refusal != 0) {
+        if (refusal != EBUSY) {
+            errno = refusal;
             return {Detached::Refused{SystemCallError("unmount", *visible).what()}};
         }
         if (force == Force::no) {

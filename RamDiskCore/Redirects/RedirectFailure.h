@@ -3,6 +3,7 @@
 #include "RamDiskCore/Values/FolderRedirect.h"
 #include "RamDiskCore/Values/RamDiskError.h"
 
+#include <exception>
 #include <string>
 #include <variant>
 
@@ -23,6 +24,10 @@ struct RedirectFailure {
         note,
     };
     Kind kind = Kind::failure;
+
+    /// A failure with what was caught, of one redirect or, where none is given, of all.
+    [[nodiscard]] static RedirectFailure of(const std::exception& error,
+                                            FolderRedirect redirect = {.id = UUID::random(), .diskName = ""});
 
     friend bool operator==(const RedirectFailure&, const RedirectFailure&) = default;
 };

@@ -46,11 +46,7 @@ void RedirectSession::tidy(const FolderRedirect& redirect, const std::filesystem
 }
 
 void RedirectSession::fail(const FolderRedirect& redirect, const std::exception& error) {
-    const auto* const ours = dynamic_cast<const RamDiskError*>(&error);
-    RedirectFailure failure{redirect, std::string(error.what())};
-    if (ours != nullptr) {
-        failure.message = *ours;
-    }
+    auto failure = RedirectFailure::of(error, redirect);
     if (dynamic_cast<const FolderInUse*>(&error) != nullptr) {
         failure.kind = RedirectFailure::Kind::inUse;
     }

@@ -61,7 +61,7 @@ std::vector<RedirectFailure> repaired(FolderRedirectsUseCase& redirects) {
     try {
         return redirects.repair();
     } catch (const std::exception& error) {
-        return {{{.id = UUID::random(), .diskName = ""}, error.what()}};
+        return {RedirectFailure::of(error)};
     }
 }
 
@@ -332,7 +332,7 @@ ShutdownReport SessionLifecycleUseCase::quit(Force force, const Observer& observ
             }
         }
     } catch (const std::exception& error) {
-        report.redirectFailures.push_back({{.id = UUID::random(), .diskName = ""}, error.what()});
+        report.redirectFailures.push_back(RedirectFailure::of(error));
     }
     return report;
 }

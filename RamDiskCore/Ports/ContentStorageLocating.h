@@ -67,6 +67,12 @@ public:
     /// hold them any more.
     [[nodiscard]] virtual std::vector<UUID> ownersOf(const UUID& instance) const = 0;
 
+    /// The folder of saved files, other than this one, that keeps the disk's files or did when it was last
+    /// there. Absent where disks cannot remember that.
+    [[nodiscard]] virtual std::optional<std::filesystem::path> keptElsewhere(const UUID& /*instance*/) const {
+        return std::nullopt;
+    }
+
     /// The profiles that have saved copies, whether the list of startup disks holds them or not.
     [[nodiscard]] virtual std::vector<UUID> savedProfiles() const = 0;
 };

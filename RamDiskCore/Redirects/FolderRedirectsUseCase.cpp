@@ -140,9 +140,10 @@ FolderRedirectsUseCase::Failures FolderRedirectsUseCase::add(const RamDisk& disk
 FolderRedirectsUseCase::Failures FolderRedirectsUseCase::remove(const std::string& diskName,
                                                                 const Targets& targets, LostOriginals lost,
                                                                 FilesOnDisk files) {
-    // The link of a lost original may still lead to the folder on the disk.
-    const auto mountPoint = lost == LostOriginals::givenUp ? std::nullopt : whereMounted(diskName);
     return inSession([&](RedirectSession& session) {
+        // The link of a lost original may still lead to the folder on the disk. Asked here, since an eject
+        // may have been waited for.
+        const auto mountPoint = lost == LostOriginals::givenUp ? std::nullopt : whereMounted(diskName);
         if (lost == LostOriginals::givenUp) {
             session.giveUpLostOriginals();
         }
@@ -190,9 +191,14 @@ FolderRedirectsUseCase::Failures FolderRedirectsUseCase::undo(const std::string&
     std::erase_if(found, [&](const StandingRedirect& one) {
         return one.onDisk.parent_path().parent_path() != *mountPoint;
     });
+    // A rename that could not be stored leaves them under the disk's former name.
+    const auto isHere = [&](const FolderRedirect& one) {
+        return isOf(diskName)(one)
+               || (mountPoint && mayBeInPlace(one) && redirecting_->isInForce(one, *mountPoint));
+    };
     const auto stored = list();
     if (std::none_of(stored.begin(), stored.end(),
-                     [&](const auto& one) { return isOf(diskName)(one) && mayBeInPlace(one); })
+                     [&](const auto& one) { return mayBeInPlace(one) && isHere(one); })
         && unlisted(*redirecting_, found, stored).empty()) {
         return {};
     }
@@ -202,7 +208,7 @@ FolderRedirectsUseCase::Failures FolderRedirectsUseCase::undo(const std::string&
         if (force == Force::yes) {
             session.useForce();
         }
-        for (auto* const redirect : session.inReverse(isOf(diskName))) {
+        for (auto* const redirect : session.inReverse(isHere)) {
             session.undo(*redirect);
         }
         for (const auto& stray : strays) {
@@ -332,8 +338,8 @@ FolderRedirectsUseCase::Failures FolderRedirectsUseCase::rename(const std::strin
 }
 
 FolderRedirectsUseCase::Failures FolderRedirectsUseCase::forget(const std::string& diskName) {
-    const auto mountPoint = whereMounted(diskName);
     return inSession([&](RedirectSession& session) {
+        const auto mountPoint = whereMounted(diskName);
         forgetAll(session, mountPoint, FilesOnDisk::guarded, isOf(diskName));
     });
 }

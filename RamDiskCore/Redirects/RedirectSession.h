@@ -73,12 +73,14 @@ public:
     /// Notes what went wrong with a redirect, once.
     void fail(const FolderRedirect& redirect, const std::exception& error);
 
+    /// Notes what belongs to a success.
+    void note(const FolderRedirect& redirect, std::string text);
+
     void store() { repository_.save(list_); }
 
 private:
     using Steps = std::function<std::optional<RedirectRestoreState>(const FolderRedirecting::Record&)>;
     Outcome change(FolderRedirect& redirect, const Steps& steps);
-    void note(const FolderRedirect& redirect, std::string text);
     /// Brings the original back and clears what was recorded of it.
     void takeBack(FolderRedirect& redirect);
 

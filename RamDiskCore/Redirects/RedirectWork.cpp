@@ -41,6 +41,11 @@ Outcome forgetOne(RedirectSession& session, FolderRedirect& redirect,
         session.fail(redirect, error);
         return Outcome::failed;
     }
+    if (files == FilesOnDisk::discarded
+        && !(mountPoint && session.redirecting().isInForce(redirect, *mountPoint))) {
+        // Of a disk that is gone: these are its last files.
+        session.useForce();
+    }
     const auto asRecorded = redirect;
     if (session.undo(redirect) == Outcome::failed) {
         return Outcome::failed;
@@ -162,9 +167,9 @@ void addOne(RedirectSession& session, const RamDisk& disk, const RedirectTarget&
         return;
     }
     for (const auto& other : dropWhatGivesWay(session.redirecting(), wanted, session.list())) {
-        session.fail(other, std::runtime_error("“" + shownName(session.redirecting().place(other.target))
-                                               + "” was to be kept on “" + other.diskName
-                                               + "”. It gives way to “" + wanted.diskName + "”."));
+        session.note(other, "“" + shownName(session.redirecting().place(other.target))
+                                + "” was to be kept on “" + other.diskName + "”. It gives way to “"
+                                + wanted.diskName + "”.");
     }
     session.list().push_back(std::move(wanted));
     auto& added = session.list().back();

@@ -45,6 +45,10 @@ bool ProfileContentsUseCase::isOrphan(const RamDisk& disk,
     });
 }
 
+std::optional<std::filesystem::path> ProfileContentsUseCase::keptElsewhere(const RamDisk& disk) const {
+    return disk.instance ? ports_.storage->keptElsewhere(*disk.instance) : std::nullopt;
+}
+
 bool ProfileContentsUseCase::hadCopies(const RamDiskProfile& profile) const {
     // A first save that was killed is no copy that got lost.
     return ports_.storage->boundInstance(profile.id) && !ports_.storage->unsavedInstance(profile.id);

@@ -55,6 +55,8 @@ public:
 
     /// Whether those notes say so for a profile that is not among `profiles`: its record is lost.
     [[nodiscard]] bool isOrphan(const RamDisk& disk, const std::vector<RamDiskProfile>& profiles) const;
+    /// The folder of saved files, other than the one in use, that keeps the files of this disk.
+    [[nodiscard]] std::optional<std::filesystem::path> keptElsewhere(const RamDisk& disk) const;
 
     /// Notes that the disk keeps files of which there is no copy yet. Does nothing once there is one.
     void noteUnsaved(const KeptDisk& kept);

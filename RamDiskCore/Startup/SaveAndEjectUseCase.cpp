@@ -73,6 +73,11 @@ SaveAndEjectUseCase::Result SaveAndEjectUseCase::execute(const RamDisk& disk,
 }
 
 void SaveAndEjectUseCase::requireRecord(const RamDisk& disk) const {
+    if (const auto folder = contents_->keptElsewhere(disk)) {
+        throw RamDiskError(RamDiskError::ContentsTransferFailed{
+            "“" + disk.name + "” keeps its files in “" + folder->string()
+            + "”, which belongs to another home folder than this command uses."});
+    }
     if (contents_->isOrphan(disk, profiles_->list())) {
         throw RamDiskError(RamDiskError::ContentsTransferFailed{
             "“" + disk.name

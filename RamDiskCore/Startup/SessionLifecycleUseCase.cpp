@@ -94,10 +94,10 @@ std::optional<KeptDisk> SessionLifecycleUseCase::kept(const RamDisk& disk) const
             return KeptDisk{disk, std::move(profile)};
         }
     }
-    // Renamed by a process that did not live to tell the record.
+    // Renamed by a process that could not tell the record, or the record was renamed by hand.
     for (auto& profile : profiles) {
         KeptDisk candidate{disk, std::move(profile)};
-        if (contents_->isBound(candidate)) {
+        if (contents_->isNoted(candidate)) {
             return candidate;
         }
     }

@@ -9,6 +9,7 @@
 #include "RamDiskInfrastructure/Linux/Disks/LinuxVolumeFormatter.h"
 #include "RamDiskInfrastructure/Linux/Disks/LinuxVolumeRenamer.h"
 #include "RamDiskInfrastructure/Linux/Disks/LinuxVolumeUsers.h"
+#include "RamDiskInfrastructure/Linux/Disks/RecordedKeepers.h"
 #include "RamDiskInfrastructure/Linux/Disks/TreeFolderCopier.h"
 #include "RamDiskInfrastructure/Linux/Host/ProcSystemMemoryProvider.h"
 #include "RamDiskInfrastructure/Linux/Host/SystemTools.h"
@@ -41,12 +42,14 @@ namespace {
 
 constexpr std::array settings{PlatformSetting{LinuxSecretStore::allowsKeyFileSetting, false}};
 
-PlatformStores makeLinuxStores(const LinuxHost& host) {
+PlatformStores makeLinuxStores(const std::shared_ptr<const LinuxContext>& context) {
+    const auto& host = context->host;
     auto defaults = std::make_shared<JSONUserDefaults>(host.configuration, "com.tavrin.RamDisk");
     auto secrets = std::make_shared<LinuxSecretStore>(
         std::make_unique<SecretServiceStore>("com.tavrin.RamDisk", unlockPromptHere()),
         host.applicationSupport, defaults);
-    return makeStores(host.applicationSupport, std::move(defaults), std::move(secrets));
+    return makeStores(host.applicationSupport, std::move(defaults), std::move(secrets),
+                      std::make_shared<RecordedKeepers>(context));
 }
 
 std::shared_ptr<FolderRedirecting> makeFolderRedirecting(const LinuxHost& host) {
@@ -120,7 +123,7 @@ Platform makePlatform(std::function<void(std::string)> notice) {
     const auto context = std::make_shared<LinuxContext>(LinuxHost::current());
     context->notice = std::move(notice);
     return {.services = makeLinuxServices(context),
-            .stores = makeLinuxStores(context->host),
+            .stores = makeLinuxStores(context),
             .redirecting = makeFolderRedirecting(context->host),
             .shutdownDelay = std::make_shared<LogindShutdownDelay>(),
             .mountWatching = std::make_shared<MountTableWatch>(context->host.proc),

@@ -14,7 +14,7 @@ namespace ramdisk {
 
 PlatformStores makeStores(const std::filesystem::path& applicationSupport,
                           std::shared_ptr<UserDefaultsStoring> defaults,
-                          std::shared_ptr<SecretStoring> secrets) {
+                          std::shared_ptr<SecretStoring> secrets, std::shared_ptr<KeeperNoting> keepers) {
     const auto tasks = std::make_shared<TaskPool>();
     PlatformStores stores;
     stores.applicationSupport = applicationSupport;
@@ -23,7 +23,8 @@ PlatformStores makeStores(const std::filesystem::path& applicationSupport,
     stores.profiles = std::make_shared<FileProfileRepository>(applicationSupport, defaults);
     stores.templates = std::make_shared<FileTemplateRepository>(applicationSupport, defaults);
     stores.redirects = std::make_shared<FileRedirectRepository>(applicationSupport, tasks, defaults);
-    stores.contentStorage = std::make_shared<ApplicationSupportContentStorage>(applicationSupport, tasks);
+    stores.contentStorage =
+        std::make_shared<ApplicationSupportContentStorage>(applicationSupport, tasks, std::move(keepers));
     stores.secrets = std::move(secrets);
     stores.defaults = std::move(defaults);
     return stores;

@@ -8,6 +8,7 @@
 #include "RamDiskCore/Ports/SecretStoring.h"
 #include "RamDiskCore/Ports/TemplateRepository.h"
 #include "RamDiskCore/Ports/UserDefaultsStoring.h"
+#include "RamDiskInfrastructure/Stores/KeeperNoting.h"
 
 #include <filesystem>
 #include <functional>
@@ -34,6 +35,7 @@ struct PlatformStores {
 /// own store for secrets.
 [[nodiscard]] PlatformStores makeStores(const std::filesystem::path& applicationSupport,
                                         std::shared_ptr<UserDefaultsStoring> defaults,
-                                        std::shared_ptr<SecretStoring> secrets);
+                                        std::shared_ptr<SecretStoring> secrets,
+                                        std::shared_ptr<KeeperNoting> keepers = nullptr);
 
 } // namespace ramdisk

@@ -25,6 +25,8 @@ public:
         dev_t device = 0;
         /// Something else is mounted over it.
         bool isCovered = false;
+        /// The disk itself is mounted nowhere any more.
+        bool isDiskGone = false;
     };
 
     /// Whether this process may mount.

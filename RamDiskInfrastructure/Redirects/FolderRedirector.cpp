@@ -179,6 +179,12 @@ std::optional<std::string> FolderRedirector::undoFolder(const FolderRedirect& re
     auto source = sourceOf(redirect);
     auto asRecorded = source;
     asRecorded.nameOnDisk = recordedName(redirect);
+    const bool isOwn = std::holds_alternative<Target::Folder>(places_.named(redirect.target).value);
+    if (force == Force::no && isOwn && mounted_.holdsLastFiles(asRecorded, recorded)) {
+        throw FolderInUse(source.shown() + " has the last files of “" + redirect.diskName
+                          + "”, whose volume was unmounted. Copy what you need of them. Then `tramdisk "
+                            "redirects remove` with --discard takes them away.");
+    }
     mounted_.undo(asRecorded, recorded, force);
     return folders_.undo(source, recorded);
 }

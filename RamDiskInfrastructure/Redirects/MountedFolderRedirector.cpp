@@ -168,6 +168,11 @@ std::optional<std::string> MountedFolderRedirector::mountedIn(const std::filesys
                  : std::nullopt;
 }
 
+bool MountedFolderRedirector::holdsLastFiles(const Source& source, const Recorded& recorded) const {
+    const auto mount = mountOf(source, recorded);
+    return mount && mount->isDiskGone && !mount->isCovered && holdsFiles(mount->place);
+}
+
 bool MountedFolderRedirector::isCovered(const Source& source) const {
     const auto mount = mountOf(source, {});
     return mount && mount->isCovered;

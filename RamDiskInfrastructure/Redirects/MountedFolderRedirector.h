@@ -40,6 +40,10 @@ public:
     /// Whether the folder is mounted, but something else over it.
     [[nodiscard]] bool isCovered(const Source& source) const;
 
+    /// Whether files are in the mounted folder whose disk is mounted nowhere any more: they go with the
+    /// mount.
+    [[nodiscard]] bool holdsLastFiles(const Source& source, const Recorded& recorded) const;
+
     /// All that is mounted below the home folder and comes from a redirect.
     [[nodiscard]] std::vector<FolderMounting::Mounted> mounts() const;
 

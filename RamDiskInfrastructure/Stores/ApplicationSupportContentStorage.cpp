@@ -34,6 +34,21 @@ std::optional<std::string> textOf(const std::optional<UUID>& identifier) {
     return identifier ? std::optional(identifier->text()) : std::nullopt;
 }
 
+/// The profiles that have a note of the disk in this folder.
+std::vector<UUID> ownersIn(const std::filesystem::path& folder, const UUID& instance) {
+    std::vector<UUID> owners;
+    for (const auto& file : stored::entries(folder)) {
+        const auto profile = UUID::parse(file.stem().string());
+        const bool isNote = file.extension() == boundExtension || file.extension() == fillingExtension
+                            || file.extension() == unsavedExtension;
+        const auto text = profile && isNote ? readStoredFile(file) : std::nullopt;
+        if (text && UUID::parse(firstLine(*text)) == instance) {
+            owners.push_back(*profile);
+        }
+    }
+    return owners;
+}
+
 /// Without a text the note is removed.
 void storeNote(const std::filesystem::path& file, const std::optional<std::string>& text) {
     if (!text) {
@@ -50,9 +65,11 @@ void storeNote(const std::filesystem::path& file, const std::optional<std::strin
 } // namespace
 
 ApplicationSupportContentStorage::ApplicationSupportContentStorage(const std::filesystem::path& folder,
-                                                                   std::shared_ptr<TaskScheduling> tasks)
+                                                                   std::shared_ptr<TaskScheduling> tasks,
+                                                                   std::shared_ptr<KeeperNoting> keepers)
     : directory_(folder / "Saved Contents"),
-      tasks_(std::move(tasks)) {}
+      tasks_(std::move(tasks)),
+      keepers_(std::move(keepers)) {}
 
 std::filesystem::path ApplicationSupportContentStorage::imageLocation(const UUID& profile) const {
     return directory_ / (profile.text() + imageExtension);
@@ -91,6 +108,7 @@ std::optional<UUID> ApplicationSupportContentStorage::boundInstance(const UUID& 
 
 void ApplicationSupportContentStorage::bind(const UUID& profile, const std::optional<UUID>& instance) {
     storeNote(note(profile, boundExtension), textOf(instance));
+    noteKeeper(profile, instance);
 }
 
 std::optional<Filling> ApplicationSupportContentStorage::filling(const UUID& profile) const {
@@ -111,6 +129,7 @@ void ApplicationSupportContentStorage::setFilling(const UUID& profile,
         *text += filling->replacement ? "\n" + *filling->replacement : "";
     }
     storeNote(note(profile, fillingExtension), text);
+    noteKeeper(profile, filling ? std::optional(filling->instance) : std::nullopt);
 }
 
 std::optional<UUID> ApplicationSupportContentStorage::unsavedInstance(const UUID& profile) const {
@@ -120,20 +139,29 @@ std::optional<UUID> ApplicationSupportContentStorage::unsavedInstance(const UUID
 void ApplicationSupportContentStorage::setUnsavedInstance(const UUID& profile,
                                                           const std::optional<UUID>& instance) {
     storeNote(note(profile, unsavedExtension), textOf(instance));
+    noteKeeper(profile, instance);
+}
+
+void ApplicationSupportContentStorage::noteKeeper(const UUID& profile, const std::optional<UUID>& instance) {
+    if (keepers_ && instance && *instance != profile) {
+        keepers_->note(*instance, directory_);
+    }
 }
 
 std::vector<UUID> ApplicationSupportContentStorage::ownersOf(const UUID& instance) const {
-    std::vector<UUID> owners;
-    for (const auto& file : stored::entries(directory_)) {
-        const auto profile = UUID::parse(file.stem().string());
-        const bool isNote = file.extension() == boundExtension || file.extension() == fillingExtension
-                            || file.extension() == unsavedExtension;
-        const auto text = profile && isNote ? readStoredFile(file) : std::nullopt;
-        if (text && UUID::parse(firstLine(*text)) == instance) {
-            owners.push_back(*profile);
-        }
+    return ownersIn(directory_, instance);
+}
+
+std::optional<std::filesystem::path>
+ApplicationSupportContentStorage::keptElsewhere(const UUID& instance) const {
+    const auto keeper = keepers_ ? keepers_->folderOf(instance) : std::nullopt;
+    if (!keeper || *keeper == directory_) {
+        return std::nullopt;
     }
-    return owners;
+    std::error_code error;
+    // Where the folder is not found, it was moved away, and the disk may keep its files all the same.
+    const bool isKept = !std::filesystem::exists(*keeper, error) || !ownersIn(*keeper, instance).empty();
+    return isKept ? keeper : std::nullopt;
 }
 
 std::vector<UUID> ApplicationSupportContentStorage::savedProfiles() const {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "RamDiskCore/Ports/ContentStorageLocating.h"
+#include "RamDiskInfrastructure/Stores/KeeperNoting.h"
 #include "RamDiskInfrastructure/Tasks/TaskScheduling.h"
 
 #include <memory>
@@ -13,8 +14,10 @@ class ApplicationSupportContentStorage final : public ContentStorageLocating {
 public:
     /// @param folder the application support folder.
     /// @param tasks runs the bodies under locks. Must outlive the futures.
+    /// @param keepers null where disks cannot remember who keeps their files.
     ApplicationSupportContentStorage(const std::filesystem::path& folder,
-                                     std::shared_ptr<TaskScheduling> tasks);
+                                     std::shared_ptr<TaskScheduling> tasks,
+                                     std::shared_ptr<KeeperNoting> keepers = nullptr);
 
     [[nodiscard]] const std::filesystem::path& directory() const noexcept { return directory_; }
 
@@ -32,13 +35,17 @@ public:
     [[nodiscard]] std::optional<UUID> unsavedInstance(const UUID& profile) const override;
     void setUnsavedInstance(const UUID& profile, const std::optional<UUID>& instance) override;
     [[nodiscard]] std::vector<UUID> ownersOf(const UUID& instance) const override;
+    [[nodiscard]] std::optional<std::filesystem::path> keptElsewhere(const UUID& instance) const override;
     [[nodiscard]] std::vector<UUID> savedProfiles() const override;
 
 private:
     [[nodiscard]] std::filesystem::path note(const UUID& profile, const char* extension) const;
+    /// Has the disk remember that its notes are here.
+    void noteKeeper(const UUID& profile, const std::optional<UUID>& instance);
 
     std::filesystem::path directory_;
     std::shared_ptr<TaskScheduling> tasks_;
+    std::shared_ptr<KeeperNoting> keepers_;
 };
 
 } // namespace ramdisk

@@ -277,6 +277,36 @@ TEST_F(KeptFiles, ThatAreLostWhileASessionRunsAreTold) {
     EXPECT_THAT(ended.err, Not(AnyOf(HasSubstr("“Ejected”"), HasSubstr("“Given up”"))));
 }
 
+TEST_F(KeptFiles, AreNotDroppedByWhoDoesNotFindTheirRecord) {
+    const auto expectBack = [this](const std::string& name) {
+        EXPECT_EQ(machine->run({"startup", "create", name}).status, 0);
+        EXPECT_EQ(readFile(mountPointOf(machine->list().at(name)) / "file"), "work");
+    };
+    // The command has another home folder, or the one with the saved files was moved away.
+    const auto home = machine->folder() / "home/data";
+    writeFile(makeKept("Away") / "file", "work");
+    for (const bool isMoved : {false, true}) {
+        if (isMoved) {
+            fs::rename(home, machine->folder() / "moved");
+        }
+        machine->environment["XDG_DATA_HOME"] = machine->folder() / "other";
+        const auto outcome = machine->run({"eject", "Away"});
+        EXPECT_EQ(outcome.status, 1);
+        EXPECT_THAT(outcome.err, HasSubstr("“Away” keeps its files in “" + savedContents().string()));
+        machine->environment.erase("XDG_DATA_HOME");
+    }
+    fs::rename(machine->folder() / "moved", home);
+    EXPECT_EQ(machine->run({"eject", "Away"}).status, 0);
+    expectBack("Away");
+    // Its record was given another name before any file was saved.
+    writeFile(makeKept("Fresh") / "file", "work");
+    auto text = readFile(support() / "Startup Disks.json");
+    text.replace(text.find("Fresh"), 5, "Other");
+    writeFile(support() / "Startup Disks.json", text);
+    EXPECT_EQ(machine->run({"eject", "Fresh"}).status, 0);
+    expectBack("Other");
+}
+
 TEST_F(KeptFiles, EntriesThatASessionCannotReadAreTold) {
     makeKept("Work");
     const auto list = support() / "Startup Disks.json";

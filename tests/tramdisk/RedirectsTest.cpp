@@ -317,5 +317,31 @@ TEST_F(Redirects, WhatToKnowOfATargetIsToldWhereItIsAddedAndListed) {
     EXPECT_EQ(redirects({"--json"}).json().front().at("title"), "pip cache");
 }
 
+TEST_F(Redirects, TheLastFilesOfADiskThatWasUnmountedStayUntilTheyAreGivenUp) {
+    add();
+    writeFile(folder / "work", "hours");
+    ASSERT_EQ(umount2(mountPoint.c_str(), 0), 0);
+    for (const std::vector<std::string>& command :
+         {std::vector<std::string>{"redirects", "repair"},
+          {"redirects", "remove", "Dev", "folder:p/target"},
+          {"redirects", "remove", "Dev", "folder:p/target", "--keep-files"},
+          {"eject", "Dev"},
+          {"create", "--name", "Dev", "--size", "8M"}}) {
+        EXPECT_EQ(machine->run(command).status, 1) << command[0] << command[1];
+        EXPECT_EQ(readFile(folder / "work"), "hours") << command[0] << command[1];
+    }
+    expectTold(redirects({"repair"}), 1,
+               "p/target” has the last files of “Dev”, whose volume was unmounted.");
+    expectTold(redirects({"remove", "Dev", "folder:p/target", "--discard"}), 0, "");
+    EXPECT_EQ(readFile(folder / "mine"), "old");
+}
+
+TEST_F(Redirects, AreTakenFromADiskWhoseNewNameCouldNotBeStored) {
+    add();
+    EXPECT_EQ(machine->run({"rename", "Dev", "W\xff"}).status, 1);
+    EXPECT_EQ(machine->run({"eject", "disk1"}).status, 0);
+    EXPECT_EQ(readFile(folder / "mine"), "old");
+}
+
 } // namespace
 } // namespace ramdisk::test

@@ -68,6 +68,9 @@ DiskRecord decode(const FlatObject& json, const DeviceIdentifier& device) {
     if (json.has("formerMountPoint")) {
         record.formerMountPoint = json.text("formerMountPoint");
     }
+    if (json.has("keeper")) {
+        record.keeper = json.text("keeper");
+    }
     if (record.state == RecordState::detaching) {
         record.heldDevice = json.number("heldDevice");
         record.heldBytes = ByteCount{json.number("heldBytes")};
@@ -101,6 +104,9 @@ std::string encodeRecord(const DiskRecord& record) {
     json["mountPoint"] = encodedText(record.mountPoint.native());
     if (!record.formerMountPoint.empty()) {
         json["formerMountPoint"] = encodedText(record.formerMountPoint.native());
+    }
+    if (!record.keeper.empty()) {
+        json["keeper"] = encodedText(record.keeper.native());
     }
     if (record.state == RecordState::detaching) {
         json["heldDevice"] = record.heldDevice;

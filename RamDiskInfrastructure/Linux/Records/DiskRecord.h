@@ -72,6 +72,8 @@ struct DiskRecord {
     /// While detaching: the file system's device number, and how much memory it had when it was ejected.
     dev_t heldDevice = 0;
     ByteCount heldBytes{};
+    /// The folder with the notes of what the disk keeps. Empty for a disk that never kept files.
+    std::filesystem::path keeper{};
     /// The folder that the record was read from; not stored inside it.
     std::filesystem::path folder{};
 

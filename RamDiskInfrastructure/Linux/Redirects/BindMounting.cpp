@@ -5,9 +5,12 @@
 #include "RamDiskInfrastructure/Commands/SystemCallError.h"
 #include "RamDiskInfrastructure/Linux/Host/MountTable.h"
 #include "RamDiskInfrastructure/Linux/Host/OpenFiles.h"
+#include "RamDiskInfrastructure/Redirects/FolderOnDisk.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
+
+#include <algorithm>
 
 #include <sys/mount.h>
 
@@ -17,6 +20,14 @@ namespace {
 
 /// What the kernel adds to the path of a folder that was deleted while it is mounted.
 constexpr std::string_view deletedEnding = "//deleted";
+
+/// Whether more of a file system is mounted than folders of tools.
+bool showsDisk(const MountTable& table, dev_t device) {
+    return std::any_of(table.entries().begin(), table.entries().end(), [device](const MountEntry& entry) {
+        const std::filesystem::path root(entry.root);
+        return entry.device == device && !isFolderOnDisk(root, root.filename().string());
+    });
+}
 
 std::string busyText(const std::filesystem::path& proc, const std::filesystem::path& place) {
     const auto names = describe(OpenFiles::find(proc, {FilesPlace::Folder{place}}).users);
@@ -71,7 +82,8 @@ std::vector<FolderMounting::Mounted> BindMounting::list() const {
         }
         if (root != "/") {
             const auto* const top = table.topmostAt(entry.mountPoint);
-            found.push_back({entry.mountPoint, root, entry.device, top == nullptr || top->id != entry.id});
+            found.push_back({entry.mountPoint, root, entry.device, top == nullptr || top->id != entry.id,
+                             !showsDisk(table, entry.device)});
         }
     }
     return found;

@@ -67,13 +67,18 @@ void trimDisks(const CommandContext& context) {
     }
 }
 
-/// Puts folders back whose disk somebody unmounted, and tells it.
-void leaveLostDisks(const CommandContext& context) {
+/// Puts folders back whose disk somebody unmounted, and tells it. What stays as it was is told once.
+void leaveLostDisks(std::vector<RedirectFailure>& told, const CommandContext& context) {
     std::vector<FolderRedirect> before;
     std::vector<FolderRedirect> after;
     try {
         before = context.session.redirects->list();
-        tellRedirectFailures(context.session.redirects->undoLost(), context);
+        auto failures = context.session.redirects->undoLost();
+        std::erase_if(failures, [&told](const RedirectFailure& failure) {
+            return std::find(told.begin(), told.end(), failure) != told.end();
+        });
+        tellRedirectFailures(failures, context);
+        told.insert(told.end(), failures.begin(), failures.end());
         after = context.session.redirects->list();
     } catch (const std::exception&) {
         traceCaught("redirects", "what a change of mounts asks for is put off to the next one");
@@ -107,6 +112,7 @@ void tellLostDisks(std::vector<LostDisk>& told, const CommandContext& context) {
 /// goes takes no folder with it.
 std::vector<LostDisk> waitForEnd(SessionSignals& signals, const CommandContext& context) {
     std::vector<LostDisk> lost;
+    std::vector<RedirectFailure> toldOfRedirects;
     tellLostDisks(lost, context);
     using Clock = std::chrono::steady_clock;
     auto nextTrim = Clock::now() + trimmingInterval;
@@ -118,7 +124,7 @@ std::vector<LostDisk> waitForEnd(SessionSignals& signals, const CommandContext& 
             return lost;
         }
         if (event == SessionEvent::mountsChanged) {
-            leaveLostDisks(context);
+            leaveLostDisks(toldOfRedirects, context);
         }
         if (Clock::now() >= nextTrim) {
             trimDisks(context);

@@ -25,6 +25,9 @@ void SetUpRamDiskUseCase::check(RamDiskSetup& setup) const {
     if (setup.createsAtLaunch) {
         profiles_->requireReadable();
     }
+    if (setup.keepsFiles && setup.specification.isEncrypted) {
+        profiles_->requireKeyStore();
+    }
 }
 
 RamDiskSetupResult SetUpRamDiskUseCase::execute(RamDiskSetup setup) {

@@ -1,9 +1,12 @@
 #include "RamDiskCore/Startup/ManageProfilesUseCase.h"
 
+#include "RamDiskCore/Ports/Tracing.h"
 #include "RamDiskCore/Values/RamDiskError.h"
 #include "RamDiskCore/Values/Text.h"
 
 #include <algorithm>
+#include <exception>
+#include <optional>
 #include <stdexcept>
 #include <utility>
 #include <variant>
@@ -75,7 +78,19 @@ void ManageProfilesUseCase::store(const RamDiskProfile& profile) {
     });
 }
 
+void ManageProfilesUseCase::requireKeyStore() const {
+    // Nobody's key: what counts is whether the store can be asked.
+    static_cast<void>(secrets_->read(UUID::random().text()));
+}
+
 void ManageProfilesUseCase::store(const RamDiskProfile& profile, const RamDisk& disk) {
+    const auto list = repository_->load();
+    const bool wasKept = std::any_of(list.begin(), list.end(), [&profile](const RamDiskProfile& former) {
+        return former.id == profile.id && former.keepsContents;
+    });
+    if (profile.keepsContents && profile.isEncrypted && !wasKept) {
+        requireKeyStore();
+    }
     store(profile);
     if (profile.keepsContents && disk.instance && !storage_->boundInstance(profile.id)) {
         storage_->setUnsavedInstance(profile.id, disk.instance);
@@ -126,7 +141,15 @@ RamDiskProfile ManageProfilesUseCase::profileForLostCopies(const UUID& owner, Ra
     if (copies.empty()) {
         throw std::runtime_error("Of the saved files “" + owner.text() + "” only damaged copies are left.");
     }
-    auto key = secrets_->read(owner.text());
+    std::optional<VolumePassphrase> key;
+    std::exception_ptr noKeyStore;
+    try {
+        key = secrets_->read(owner.text());
+    } catch (const std::exception&) {
+        traceCaught("keyring",
+                    "the copies are read without a key, as those of a disk without encryption are");
+        noKeyStore = std::current_exception();
+    }
     defaults.id = owner;
     defaults.keepsContents = true;
     defaults.isEncrypted = key.has_value();
@@ -146,6 +169,9 @@ RamDiskProfile ManageProfilesUseCase::profileForLostCopies(const UUID& owner, Ra
     } catch (const RamDiskError& error) {
         if (std::holds_alternative<RamDiskError::IncorrectPassphrase>(error.value())
             && !defaults.isEncrypted) {
+            if (noKeyStore) {
+                std::rethrow_exception(noKeyStore);
+            }
             throw RamDiskError(RamDiskError::SavedContentsKeyMissing{owner.text()});
         }
         throw;

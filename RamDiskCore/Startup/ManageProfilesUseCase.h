@@ -40,7 +40,12 @@ public:
 
     /// The same for the profile of a disk that exists. If it keeps its files, this is noted beside the saved
     /// copies too, so that it stays known when the list is damaged.
+    /// @throws also as `requireKeyStore`, when the disk did not keep files before.
     void store(const RamDiskProfile& profile, const RamDisk& disk);
+
+    /// Refuses encrypted disks that are to keep files where no key can be kept.
+    /// @throws std::exception of the key's store.
+    void requireKeyStore() const;
 
     /// Gives the new profile of a disk what the notes beside the saved copies know of it: if its record was
     /// lost, it has its identifier again, keeps its files, and none of its copies is given up.

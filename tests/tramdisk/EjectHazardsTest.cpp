@@ -214,5 +214,20 @@ TEST_P(EjectHazards, AVolumeMountedOnTheDiskIsNamedAndNeverLost) {
     expectNoTraces();
 }
 
+TEST(FolderDisks, AreNotCalledEjectedWhileFilesOfThemStay) {
+    SKIP_UNLESS_ROOT();
+    const TestMachine machine(65534);
+    const fs::path root = machine.create("Work").at("mountPoint").get<std::string>();
+    fs::create_directory(root / "root’s");
+    writeFile(root / "root’s/file", "stays");
+    for (int round = 0; round < 2; ++round) {
+        EXPECT_EQ(machine.run({"eject", "Work"}).status, 1);
+        EXPECT_EQ(machine.list().count("Work"), 1U);
+    }
+    fs::remove_all(root / "root’s");
+    EXPECT_THAT(machine.list(), IsEmpty());
+    EXPECT_THAT(machine.traces(), IsEmpty());
+}
+
 } // namespace
 } // namespace ramdisk::test

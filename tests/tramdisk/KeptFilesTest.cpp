@@ -307,6 +307,20 @@ TEST_F(KeptFiles, AreNotDroppedByWhoDoesNotFindTheirRecord) {
     expectBack("Other");
 }
 
+TEST_F(KeptFiles, AreRefusedWhereTheirKeyCannotBeKept) {
+    ASSERT_EQ(machine->run({"settings", "set", "allowsKeyFile", "false"}).status, 0);
+    std::vector<std::string> arguments{"create",      "--name",       "Vault",    "--size",
+                                       "32M",         "--format",     "apfs",     "--encrypt",
+                                       "--at-launch", "--keep-files", "--dry-run"};
+    for (int round = 0; round < 2; ++round) {
+        const auto outcome = machine->run(arguments);
+        EXPECT_EQ(outcome.status, 1);
+        EXPECT_THAT(outcome.err, HasSubstr("No keyring runs here"));
+        arguments.pop_back();
+    }
+    EXPECT_THAT(machine->list(), IsEmpty());
+}
+
 TEST_F(KeptFiles, EntriesThatASessionCannotReadAreTold) {
     makeKept("Work");
     const auto list = support() / "Startup Disks.json";

@@ -146,6 +146,10 @@ ReleaseOutcome LinuxDeviceAllocator::releaseHeld(RecordHold hold, Force force) c
                                                   : fmt::format("{}", fmt::join(held->holders, ", "))),
                 EjectObstacle::busy});
         }
+        if (volume.isLive(hold.record, mounts)) {
+            throw RamDiskError(RamDiskError::EjectFailed{
+                device, "it is ejected, but not all of its files could be deleted."});
+        }
         healer.discard(std::move(hold));
         return {};
     }

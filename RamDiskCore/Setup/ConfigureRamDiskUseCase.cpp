@@ -143,15 +143,32 @@ void ConfigureRamDiskUseCase::putRedirectsBack(const RamDisk& disk) const {
     }
 }
 
+void ConfigureRamDiskUseCase::takeNameBack(const RamDisk& renamed, const std::string& formerName) const {
+    try {
+        services_.renamer->rename(renamed, formerName);
+    } catch (const std::exception&) {
+        // Why the record has the former name is what the user must see.
+        traceCaught("session", "the disk keeps its new name, which its record does not have");
+    }
+}
+
 RamDisk ConfigureRamDiskUseCase::rename(const RamDisk& disk, const std::string& newName,
                                         std::vector<RamDiskSetupProblem>& problems) {
     auto profile = profiles_->named(disk.name);
+    if (profile || !redirects_->redirects(disk.name).empty()) {
+        requireStorable(newName);
+    }
     auto renamed = services_.rename->execute(disk, newName);
     if (profile) {
-        // A crash in between leaves the record with the old name; the disk it is bound to tells them
+        // A crash in between leaves the record with the old name; the notes beside the saved files tell them
         // together.
         profile->name = renamed.name;
-        profiles_->store(*profile);
+        try {
+            profiles_->store(*profile);
+        } catch (const std::exception&) {
+            takeNameBack(renamed, disk.name);
+            throw;
+        }
     }
     noteFailures(redirects_->rename(disk.name, renamed.name), problems);
     return renamed;

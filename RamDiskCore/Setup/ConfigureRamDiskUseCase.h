@@ -71,6 +71,8 @@ private:
     RamDisk rename(const RamDisk& disk, const std::string& newName,
                    std::vector<RamDiskSetupProblem>& problems);
     RamDisk setAccess(const RamDisk& disk, VolumeAccess access, std::vector<RamDiskSetupProblem>& problems);
+    /// Undoes a rename that could not be stored.
+    void takeNameBack(const RamDisk& renamed, const std::string& formerName) const;
     void putRedirectsBack(const RamDisk& disk) const;
     void changeProfile(const RamDisk& disk, const RamDiskChanges& changes,
                        std::vector<RamDiskSetupProblem>& problems);

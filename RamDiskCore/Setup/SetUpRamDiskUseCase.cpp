@@ -21,6 +21,9 @@ void SetUpRamDiskUseCase::check(RamDiskSetup& setup) const {
     if (setup.seedFolder) {
         services_.folderCopier->requireSource(*setup.seedFolder);
     }
+    if (setup.createsAtLaunch || !setup.redirects.empty()) {
+        requireStorable(setup.specification.name);
+    }
     redirects_->requirePlaces(setup.redirects);
     if (setup.createsAtLaunch) {
         profiles_->requireReadable();

@@ -2,9 +2,11 @@
 
 #include "RamDiskCore/Disks/MakeFolders.h"
 #include "RamDiskCore/Validation/DiskFolders.h"
+#include "RamDiskCore/Values/Text.h"
 
 #include <algorithm>
 #include <iterator>
+#include <stdexcept>
 #include <utility>
 
 namespace ramdisk {
@@ -22,6 +24,13 @@ void requireFolders(const std::vector<std::string>& entries, std::vector<Validat
     std::move(checked.issues.begin(), checked.issues.end(), std::back_inserter(otherIssues));
     if (!otherIssues.empty()) {
         throw RamDiskError(RamDiskError::InvalidSpecification{std::move(otherIssues)});
+    }
+}
+
+void requireStorable(const std::string& name) {
+    if (replacingInvalidUTF8(name) != name) {
+        throw std::runtime_error("“" + name
+                                 + "” is not valid UTF-8, which the lists of disks and redirects are.");
     }
 }
 

@@ -19,6 +19,10 @@ namespace ramdisk {
 /// @throws RamDiskError `invalidSpecification` when there is either
 void requireFolders(const std::vector<std::string>& entries, std::vector<ValidationIssue> otherIssues);
 
+/// Refuses a name that no list can hold, before there is a disk of that name.
+/// @throws std::runtime_error
+void requireStorable(const std::string& name);
+
 /// Makes the folders on a mounted disk. Each that fails becomes a problem.
 void makeFolders(FolderMaking& maker, const std::vector<std::string>& folders, const RamDisk& disk,
                  std::vector<RamDiskSetupProblem>& problems);

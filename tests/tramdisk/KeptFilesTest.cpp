@@ -1,6 +1,7 @@
 #include "RamDiskInfrastructure/Linux/Host/SmallFile.h"
 #include "RamDiskInfrastructure/Trees/TreeManifest.h"
 #include "tests/support/Linux/FullDisk.h"
+#include "tests/support/Linux/TestMount.h"
 #include "tests/tramdisk/KeptDisks.h"
 
 #include <sys/statvfs.h>
@@ -319,6 +320,17 @@ TEST_F(KeptFiles, AreRefusedWhereTheirKeyCannotBeKept) {
         arguments.pop_back();
     }
     EXPECT_THAT(machine->list(), IsEmpty());
+}
+
+TEST_F(KeptFiles, ADiskWhoseNewNameCannotBeStoredHasItsOldOne) {
+    const TmpfsMount small(support(), "size=64k");
+    makeKept("Work");
+    fillUp(support() / "full", 4096);
+    EXPECT_EQ(machine->run({"rename", "Work", "Other"}).status, 1);
+    EXPECT_EQ(machine->list().count("Work"), 1U);
+    fs::remove_all(support() / "full");
+    EXPECT_EQ(machine->run({"eject", "Work"}).status, 1) << "there is no room to save an empty disk";
+    EXPECT_EQ(machine->run({"eject", "Work", "--discard"}).status, 0);
 }
 
 TEST_F(KeptFiles, EntriesThatASessionCannotReadAreTold) {

@@ -49,6 +49,9 @@ void addRefusal(std::vector<Finding>& findings, const Check& check) {
             refusals.push_back({std::string(error.caseName()), ValidationIssue::Severity::error,
                                 fieldOf(error), errorText(error)});
         }
+    } catch (const std::exception& error) {
+        refusals.push_back(
+            {"failed", ValidationIssue::Severity::error, ValidationIssue::Field::folders, errorText(error)});
     }
     for (auto& refusal : refusals) {
         if (std::none_of(findings.begin(), findings.end(),

@@ -6,6 +6,8 @@
 /// The texts about making, sharing and ejecting disks.
 namespace ramdisk {
 
+/// The title of an alert with the error's text. A shell shows the text alone.
+inline constexpr std::string_view creationFailedTitle = "Could not create the RAM disk";
 inline constexpr std::string_view onlyOwnDisksText =
     "Only disks RamDisk created are ejected all at once. Eject other apps’ disks one by one.";
 /// A window says beside it where its menu makes a template; a shell has a command for that.

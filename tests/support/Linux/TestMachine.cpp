@@ -86,26 +86,42 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
     return pointers;
 }
 
-[[noreturn]] void execute(const TestMachine& machine, uid_t user, std::vector<std::string> arguments, int out,
-                          int err) {
-    arguments.insert(arguments.begin(), TRAMDISK_EXECUTABLE);
-    auto variables = environmentOf(machine);
-    const auto argv = pointersTo(arguments);
-    const auto envp = pointersTo(variables);
-    dup2(out, STDOUT_FILENO);
-    dup2(err, STDERR_FILENO);
-    becomeUser(user);
-    execve(argv[0], argv.data(), envp.data());
-    _exit(127);
-}
-
-pid_t launch(const TestMachine& machine, uid_t user, std::vector<std::string> arguments, int out, int err) {
-    const pid_t child = fork();
-    if (child == 0) {
-        execute(machine, user, std::move(arguments), out, err);
+/// A call of tramdisk, ready to run: a child of a process with threads must not allocate, since one of them
+/// may have held the allocator's lock.
+class Call {
+public:
+    Call(const TestMachine& machine, uid_t user, std::vector<std::string> arguments)
+        : user_(user),
+          arguments_(std::move(arguments)),
+          variables_(environmentOf(machine)) {
+        arguments_.insert(arguments_.begin(), TRAMDISK_EXECUTABLE);
+        argv_ = pointersTo(arguments_);
+        envp_ = pointersTo(variables_);
     }
-    return child;
-}
+
+    [[noreturn]] void become(int out, int err) const {
+        dup2(out, STDOUT_FILENO);
+        dup2(err, STDERR_FILENO);
+        becomeUser(user_);
+        execve(argv_[0], argv_.data(), envp_.data());
+        _exit(127);
+    }
+
+    [[nodiscard]] pid_t launch(int out, int err) const {
+        const pid_t child = fork();
+        if (child == 0) {
+            become(out, err);
+        }
+        return child;
+    }
+
+private:
+    uid_t user_;
+    std::vector<std::string> arguments_;
+    std::vector<std::string> variables_;
+    std::vector<char*> argv_;
+    std::vector<char*> envp_;
+};
 
 int nowhere() {
     static const int file = open("/dev/null", O_RDWR | O_CLOEXEC);
@@ -168,17 +184,17 @@ Outcome TestMachine::run(std::vector<std::string> arguments) const {
 Outcome TestMachine::run(std::vector<std::string> arguments, int output) const {
     const int err = memfd_create("err", MFD_CLOEXEC);
     remember();
-    const int status = waitFor(launch(*this, user_, std::move(arguments), output, err));
+    const int status = waitFor(Call(*this, user_, std::move(arguments)).launch(output, err));
     remember();
     return {status, {}, captured(err)};
 }
 
 pid_t TestMachine::start(std::vector<std::string> arguments) const {
-    return launch(*this, user_, std::move(arguments), nowhere(), nowhere());
+    return Call(*this, user_, std::move(arguments)).launch(nowhere(), nowhere());
 }
 
 void TestMachine::become(std::vector<std::string> arguments) const {
-    execute(*this, user_, std::move(arguments), nowhere(), nowhere());
+    Call(*this, user_, std::move(arguments)).become(nowhere(), nowhere());
 }
 
 std::map<std::string, nlohmann::json> TestMachine::list() const {
